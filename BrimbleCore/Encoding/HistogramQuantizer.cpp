@@ -1,0 +1,233 @@
+#include "BrimbleCore/Encoding/HistogramQuantizer.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+
+namespace brimble::HistogramQuantizer {
+namespace {
+
+// 6 bits per channel keeps neighbouring shades of a gradient apart while the histogram still
+// fits in cache-friendly 4 MB; the two dropped bits are summed so bin means stay exact.
+constexpr int kBins = 1 << 18;
+constexpr int kRefinementPasses = 2;
+
+inline std::uint32_t binOf(const std::uint8_t* pixel) noexcept {
+  return (std::uint32_t{pixel[2]} >> 2 << 12) | (std::uint32_t{pixel[1]} >> 2 << 6) |
+         (std::uint32_t{pixel[0]} >> 2);
+}
+
+struct BinAccumulator {
+  std::uint32_t count;
+  std::uint32_t lowR, lowG, lowB;  // sums of the two bits the bin number drops
+};
+
+/// One occupied histogram bin: its pixel count and mean colour.
+struct Entry {
+  std::uint32_t bin;
+  double weight;
+  std::array<double, 3> mean;  // r, g, b
+};
+
+struct Box {
+  std::size_t begin;
+  std::size_t end;
+  double error;  // sum of squared distances of the box's pixels to its mean
+};
+
+/// Weighted sums over a run of entries, enough to get a mean and a squared error.
+struct Moments {
+  double weight = 0;
+  std::array<double, 3> sum{};
+  std::array<double, 3> sumSquares{};
+
+  void add(const Entry& entry) {
+    weight += entry.weight;
+    for (int c = 0; c < 3; ++c) {
+      sum[c] += entry.weight * entry.mean[c];
+      sumSquares[c] += entry.weight * entry.mean[c] * entry.mean[c];
+    }
+  }
+  double channelError(int c) const {
+    return weight > 0 ? sumSquares[c] - sum[c] * sum[c] / weight : 0;
+  }
+  double error() const { return channelError(0) + channelError(1) + channelError(2); }
+};
+
+Moments momentsOf(const std::vector<Entry>& entries, std::size_t begin, std::size_t end) {
+  Moments moments;
+  for (std::size_t i = begin; i < end; ++i) {
+    moments.add(entries[i]);
+  }
+  return moments;
+}
+
+/// Splits `box` where the two halves have the least total squared error, along the channel with
+/// the widest spread. Returns the index where the second half starts.
+std::size_t splitPoint(std::vector<Entry>& entries, const Box& box) {
+  const Moments whole = momentsOf(entries, box.begin, box.end);
+  int axis = 0;
+  for (int c = 1; c < 3; ++c) {
+    if (whole.channelError(c) > whole.channelError(axis)) {
+      axis = c;
+    }
+  }
+  std::sort(entries.begin() + static_cast<std::ptrdiff_t>(box.begin),
+            entries.begin() + static_cast<std::ptrdiff_t>(box.end),
+            [axis](const Entry& a, const Entry& b) { return a.mean[axis] < b.mean[axis]; });
+  Moments left;
+  double bestError = std::numeric_limits<double>::infinity();
+  std::size_t best = box.begin + 1;
+  for (std::size_t i = box.begin; i + 1 < box.end; ++i) {
+    left.add(entries[i]);
+    Moments right;
+    right.weight = whole.weight - left.weight;
+    for (int c = 0; c < 3; ++c) {
+      right.sum[c] = whole.sum[c] - left.sum[c];
+      right.sumSquares[c] = whole.sumSquares[c] - left.sumSquares[c];
+    }
+    const double error = left.error() + right.error();
+    if (error < bestError) {
+      bestError = error;
+      best = i + 1;
+    }
+  }
+  return best;
+}
+
+std::vector<Box> medianCut(std::vector<Entry>& entries, int maxColors) {
+  std::vector<Box> boxes{{0, entries.size(), momentsOf(entries, 0, entries.size()).error()}};
+  while (static_cast<int>(boxes.size()) < maxColors) {
+    std::size_t pick = boxes.size();
+    for (std::size_t i = 0; i < boxes.size(); ++i) {
+      if (boxes[i].end - boxes[i].begin > 1 &&
+          (pick == boxes.size() || boxes[i].error > boxes[pick].error)) {
+        pick = i;
+      }
+    }
+    if (pick == boxes.size()) {
+      break;  // every box holds a single bin
+    }
+    const Box box = boxes[pick];
+    const std::size_t middle = splitPoint(entries, box);
+    boxes[pick] = {box.begin, middle, momentsOf(entries, box.begin, middle).error()};
+    boxes.push_back({middle, box.end, momentsOf(entries, middle, box.end).error()});
+  }
+  return boxes;
+}
+
+std::uint8_t nearest(const std::vector<std::array<double, 3>>& palette,
+                     const std::array<double, 3>& color) {
+  std::size_t best = 0;
+  double bestDistance = std::numeric_limits<double>::infinity();
+  for (std::size_t i = 0; i < palette.size(); ++i) {
+    const double dr = palette[i][0] - color[0];
+    const double dg = palette[i][1] - color[1];
+    const double db = palette[i][2] - color[2];
+    const double distance = dr * dr + dg * dg + db * db;
+    if (distance < bestDistance) {
+      bestDistance = distance;
+      best = i;
+    }
+  }
+  return static_cast<std::uint8_t>(best);
+}
+
+std::uint8_t toChannel(double value) {
+  return static_cast<std::uint8_t>(std::clamp(std::lround(value), 0L, 255L));
+}
+
+}  // namespace
+
+QuantizedPixels quantize(const Image& image, PixelRect rect, int maxColors) {
+  if (image.format() != PixelFormat::bgra8 || maxColors < 1 || maxColors > 256) {
+    throw std::invalid_argument("HistogramQuantizer needs a bgra8 image and 1...256 colours");
+  }
+  thread_local std::vector<BinAccumulator> histogram(kBins);
+  std::vector<std::uint32_t> used;
+  for (int y = rect.top; y < rect.top + rect.height; ++y) {
+    const std::uint8_t* pixel = image.row(y).data() + static_cast<std::size_t>(rect.left) * 4;
+    for (int x = 0; x < rect.width; ++x, pixel += 4) {
+      if (pixel[3] == 0) {
+        continue;
+      }
+      BinAccumulator& bin = histogram[binOf(pixel)];
+      if (bin.count++ == 0) {
+        used.push_back(binOf(pixel));
+      }
+      bin.lowR += pixel[2] & 3u;
+      bin.lowG += pixel[1] & 3u;
+      bin.lowB += pixel[0] & 3u;
+    }
+  }
+
+  std::vector<Entry> entries;
+  entries.reserve(used.size());
+  for (const std::uint32_t bin : used) {
+    BinAccumulator& accumulator = histogram[bin];
+    const double count = accumulator.count;
+    entries.push_back({bin,
+                       count,
+                       {((bin >> 12) << 2) + accumulator.lowR / count,
+                        (((bin >> 6) & 63) << 2) + accumulator.lowG / count,
+                        ((bin & 63) << 2) + accumulator.lowB / count}});
+    accumulator = {};  // leave the shared histogram clean for the next frame
+  }
+
+  QuantizedPixels result;
+  result.indices.assign(static_cast<std::size_t>(rect.width) * rect.height, 0);
+  if (entries.empty()) {
+    return result;
+  }
+
+  std::vector<std::array<double, 3>> palette;
+  for (const Box& box : medianCut(entries, maxColors)) {
+    const Moments moments = momentsOf(entries, box.begin, box.end);
+    palette.push_back({moments.sum[0] / moments.weight, moments.sum[1] / moments.weight,
+                       moments.sum[2] / moments.weight});
+  }
+
+  // k-means passes move each palette colour to the mean of the pixels that chose it, which
+  // recovers the accents median cut averages away (a red cursor over a grey page).
+  std::vector<std::uint8_t> choice(entries.size());
+  for (int pass = 0;; ++pass) {
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      choice[i] = nearest(palette, entries[i].mean);
+    }
+    if (pass == kRefinementPasses) {
+      break;
+    }
+    std::vector<Moments> clusters(palette.size());
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      clusters[choice[i]].add(entries[i]);
+    }
+    for (std::size_t k = 0; k < palette.size(); ++k) {
+      if (clusters[k].weight > 0) {
+        for (int c = 0; c < 3; ++c) {
+          palette[k][c] = clusters[k].sum[c] / clusters[k].weight;
+        }
+      }
+    }
+  }
+
+  thread_local std::vector<std::uint8_t> lookup(kBins);
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    lookup[entries[i].bin] = choice[i];
+  }
+  for (const auto& color : palette) {
+    result.palette.push_back({toChannel(color[0]), toChannel(color[1]), toChannel(color[2])});
+  }
+  const auto transparent = static_cast<std::uint8_t>(result.palette.size() & 0xFF);
+  std::uint8_t* out = result.indices.data();
+  for (int y = rect.top; y < rect.top + rect.height; ++y) {
+    const std::uint8_t* pixel = image.row(y).data() + static_cast<std::size_t>(rect.left) * 4;
+    for (int x = 0; x < rect.width; ++x, pixel += 4) {
+      *out++ = pixel[3] == 0 ? transparent : lookup[binOf(pixel)];
+    }
+  }
+  return result;
+}
+
+}  // namespace brimble::HistogramQuantizer

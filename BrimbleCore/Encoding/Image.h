@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "BrimbleCore/Encoding/RGBColor.h"
+
+namespace brimble {
+
+enum class PixelFormat {
+  /// 4 bytes per pixel in memory order blue, green, red, alpha; alpha premultiplied.
+  bgra8,
+  /// 1 byte per pixel, an index into a palette of at most 256 colours.
+  indexed8,
+};
+
+/// An immutable bitmap. Copies share the pixels, so passing an Image around is cheap; nothing can
+/// change the pixels once built. A default-constructed Image is empty (0x0, no bytes).
+/// Thread-safe: any number of threads may read one Image.
+class Image {
+ public:
+  Image() = default;
+
+  /// A bgra8 image over `pixels`, rows `bytesPerRow` apart (0 means tightly packed: width * 4).
+  /// Throws std::invalid_argument when the sizes do not fit together.
+  static Image bgra8(int width, int height, std::vector<std::uint8_t> pixels,
+                     std::size_t bytesPerRow = 0);
+
+  /// An indexed8 image with tightly packed rows. Throws std::invalid_argument when the sizes do
+  /// not fit, the palette is empty or larger than 256, or an index has no palette entry.
+  static Image indexed8(int width, int height, std::vector<std::uint8_t> indices,
+                        std::vector<RGBColor> palette);
+
+  int width() const noexcept { return storage_ ? storage_->width : 0; }
+  int height() const noexcept { return storage_ ? storage_->height : 0; }
+  std::size_t bytesPerRow() const noexcept { return storage_ ? storage_->bytesPerRow : 0; }
+  PixelFormat format() const noexcept { return storage_ ? storage_->format : PixelFormat::bgra8; }
+  int bitsPerPixel() const noexcept { return format() == PixelFormat::bgra8 ? 32 : 8; }
+  bool empty() const noexcept { return width() == 0 || height() == 0; }
+
+  /// All pixel bytes, `bytesPerRow() * height()` of them.
+  std::span<const std::uint8_t> bytes() const noexcept;
+  /// The bytes of row `y` that hold pixels (width * bytes per pixel).
+  std::span<const std::uint8_t> row(int y) const noexcept;
+  /// The palette of an indexed8 image; empty for bgra8.
+  std::span<const RGBColor> palette() const noexcept;
+
+  /// The same pixels as bgra8 with opaque alpha for indexed8 images; the image itself when it is
+  /// bgra8 already.
+  Image toBGRA8() const;
+
+  /// True when both images have the same size and the same colour (and, for bgra8, alpha) at
+  /// every pixel, whatever their formats and row padding.
+  bool hasSamePixels(const Image& other) const;
+
+ private:
+  struct Storage {
+    int width = 0;
+    int height = 0;
+    std::size_t bytesPerRow = 0;
+    PixelFormat format = PixelFormat::bgra8;
+    std::vector<std::uint8_t> bytes;
+    std::vector<RGBColor> palette;
+  };
+
+  explicit Image(std::shared_ptr<const Storage> storage) : storage_(std::move(storage)) {}
+
+  std::shared_ptr<const Storage> storage_;
+};
+
+}  // namespace brimble

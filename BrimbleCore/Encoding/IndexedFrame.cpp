@@ -1,0 +1,160 @@
+#include "BrimbleCore/Encoding/IndexedFrame.h"
+
+#include <algorithm>
+#include <array>
+
+#include "BrimbleCore/Encoding/HistogramQuantizer.h"
+
+namespace brimble {
+namespace {
+
+/// Colour to palette index for up to 256 colours: open addressing over 0xRRGGBB keys.
+class ExactPalette {
+ public:
+  explicit ExactPalette(std::size_t limit) : limit_(limit) { keys_.fill(kEmpty); }
+
+  /// The index of `color`, adding it when new; no value once more than `limit` colours are seen.
+  std::optional<std::uint8_t> indexOf(std::uint32_t color) {
+    std::size_t slot = (color * 2654435761u) >> (32 - kSlotBits);
+    while (keys_[slot] != kEmpty) {
+      if (keys_[slot] == color) {
+        return values_[slot];
+      }
+      slot = (slot + 1) & (kSlots - 1);
+    }
+    if (colors_.size() == limit_) {
+      return std::nullopt;
+    }
+    keys_[slot] = color;
+    values_[slot] = static_cast<std::uint8_t>(colors_.size());
+    colors_.push_back({static_cast<std::uint8_t>(color >> 16),
+                       static_cast<std::uint8_t>(color >> 8), static_cast<std::uint8_t>(color)});
+    return values_[slot];
+  }
+
+  std::vector<RGBColor> takeColors() { return std::move(colors_); }
+
+ private:
+  static constexpr int kSlotBits = 10;  // 1024 slots: at most a quarter full
+  static constexpr std::size_t kSlots = std::size_t{1} << kSlotBits;
+  static constexpr std::uint32_t kEmpty = 0xFFFFFFFF;  // not a 24-bit colour
+
+  std::size_t limit_;
+  std::array<std::uint32_t, kSlots> keys_;
+  std::array<std::uint8_t, kSlots> values_{};
+  std::vector<RGBColor> colors_;
+};
+
+/// Keeps every colour of the visible pixels in `rect` when there are at most `limit` of them.
+std::optional<QuantizedPixels> exactColors(const Image& image, PixelRect rect, std::size_t limit) {
+  ExactPalette palette(limit);
+  QuantizedPixels result;
+  result.indices.resize(static_cast<std::size_t>(rect.width) * rect.height);
+  std::uint8_t* out = result.indices.data();
+  const auto transparent = static_cast<std::uint8_t>(limit & 0xFF);
+  std::uint32_t lastColor = 0xFFFFFFFF;
+  std::uint8_t lastIndex = 0;
+  for (int y = rect.top; y < rect.top + rect.height; ++y) {
+    const std::uint8_t* pixel = image.row(y).data() + static_cast<std::size_t>(rect.left) * 4;
+    for (int x = 0; x < rect.width; ++x, pixel += 4) {
+      if (pixel[3] == 0) {
+        *out++ = transparent;
+        continue;
+      }
+      const std::uint32_t color = (std::uint32_t{pixel[2]} << 16) | (std::uint32_t{pixel[1]} << 8) |
+                                  std::uint32_t{pixel[0]};
+      if (color != lastColor) {  // screens are mostly runs of one colour
+        const auto index = palette.indexOf(color);
+        if (!index) {
+          return std::nullopt;
+        }
+        lastColor = color;
+        lastIndex = *index;
+      }
+      *out++ = lastIndex;
+    }
+  }
+  result.palette = palette.takeColors();
+  // Transparent pixels were given index `limit` (255) while the palette was still growing; move
+  // them to the slot right after the last colour.
+  if (limit < 256) {
+    const auto actual = static_cast<std::uint8_t>(result.palette.size());
+    if (actual != transparent) {
+      std::replace(result.indices.begin(), result.indices.end(), transparent, actual);
+    }
+  }
+  return result;
+}
+
+IndexedFrame fromIndexedImage(const Image& image) {
+  IndexedFrame frame;
+  frame.width = image.width();
+  frame.height = image.height();
+  frame.indices.assign(image.bytes().begin(), image.bytes().end());
+  frame.palette.assign(image.palette().begin(), image.palette().end());
+  return frame;
+}
+
+}  // namespace
+
+IndexedFrame indexFrame(const Image& image) {
+  if (image.format() == PixelFormat::indexed8) {
+    return fromIndexedImage(image);
+  }
+  int minX = image.width();
+  int maxX = -1;
+  int minY = image.height();
+  int maxY = -1;
+  for (int y = 0; y < image.height(); ++y) {
+    const std::uint8_t* pixel = image.row(y).data();
+    for (int x = 0; x < image.width(); ++x, pixel += 4) {
+      if (pixel[3] != 0) {
+        minX = std::min(minX, x);
+        maxX = std::max(maxX, x);
+        minY = std::min(minY, y);
+        maxY = y;
+      }
+    }
+  }
+  IndexedFrame frame;
+  if (maxX < 0) {
+    // Nothing visible: one transparent pixel is the smallest valid image.
+    frame.width = 1;
+    frame.height = 1;
+    frame.indices = {0};
+    frame.palette = {RGBColor{}};
+    frame.transparentIndex = 0;
+    return frame;
+  }
+  const PixelRect rect{minX, minY, maxX - minX + 1, maxY - minY + 1};
+  // Any transparent pixel, even one cropped away, gets the transparent entry and so a graphic
+  // control extension that names it: the file then says the image has transparency.
+  bool hasTransparent = false;
+  for (int y = 0; y < image.height() && !hasTransparent; ++y) {
+    const auto row = image.row(y);
+    for (std::size_t x = 3; x < row.size(); x += 4) {
+      if (row[x] == 0) {
+        hasTransparent = true;
+        break;
+      }
+    }
+  }
+  const int colorLimit = hasTransparent ? 255 : 256;
+  auto pixels = exactColors(image, rect, static_cast<std::size_t>(colorLimit));
+  if (!pixels) {
+    pixels = HistogramQuantizer::quantize(image, rect, colorLimit);
+  }
+  frame.left = rect.left;
+  frame.top = rect.top;
+  frame.width = rect.width;
+  frame.height = rect.height;
+  frame.indices = std::move(pixels->indices);
+  frame.palette = std::move(pixels->palette);
+  if (hasTransparent) {
+    frame.transparentIndex = static_cast<std::uint8_t>(frame.palette.size());
+    frame.palette.push_back(RGBColor{});
+  }
+  return frame;
+}
+
+}  // namespace brimble

@@ -1,0 +1,49 @@
+# Brimble's entry points. Each target installs what is missing first.
+BUILD     ?= build
+JOBS      ?= $(shell nproc)
+CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+.PHONY: deps configure build test sanitize demo bench fuzz format clean
+
+deps:
+	@scripts/install-deps.sh
+
+configure: deps
+	@test -f $(BUILD)/build.ninja || cmake -S . -B $(BUILD) $(CMAKE_GEN) -DBRIMBLE_WERROR=ON
+
+build: configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+test: build
+	ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+
+# The unit tests again under AddressSanitizer and UndefinedBehaviorSanitizer.
+sanitize: deps
+	@test -f build-asan/build.ninja || cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+	  -DBRIMBLE_WERROR=ON -DBRIMBLE_SANITIZE=ON
+	cmake --build build-asan -j $(JOBS)
+	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  ctest --test-dir build-asan --output-on-failure -j $(JOBS)
+
+demo: build
+	$(BUILD)/cli/brimble encode --test-pattern -o demo.gif
+
+bench: deps
+	@test -f build-bench/build.ninja || cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
+	  -DBRIMBLE_BUILD_TESTS=OFF -DBRIMBLE_BUILD_BENCHMARKS=ON
+	cmake --build build-bench -j $(JOBS)
+	build-bench/bench/BrimbleBench
+
+# libFuzzer needs clang; FUZZ_SECONDS per target.
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	@test -f build-fuzz/build.ninja || CC=clang-14 CXX=clang++-14 cmake -S . -B build-fuzz -G Ninja \
+	  -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBRIMBLE_BUILD_TESTS=OFF -DBRIMBLE_BUILD_FUZZERS=ON
+	cmake --build build-fuzz -j $(JOBS) --target fuzzers
+	scripts/run-fuzzers.sh build-fuzz/fuzz $(FUZZ_SECONDS)
+
+format:
+	git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf build build-asan build-bench build-fuzz demo.gif

@@ -1,0 +1,46 @@
+// brimble: screen activity into animated GIFs, from the command line.
+
+#include <cstdio>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "cli/Command.h"
+#include "cli/EncodeCommand.h"
+
+int main(int argc, char** argv) {
+  using namespace brimble::cli;
+
+  CLI::App app{"Brimble turns screen activity into animated GIFs, WebP and APNG.", "brimble"};
+  app.set_version_flag("--version", std::string("brimble ") + BRIMBLE_VERSION);
+  app.require_subcommand(1);
+  app.failure_message(CLI::FailureMessage::help);
+
+  const std::vector<Command> commands = {addEncodeCommand(app)};
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForHelp& request) {
+    return app.exit(request);
+  } catch (const CLI::CallForAllHelp& request) {
+    return app.exit(request);
+  } catch (const CLI::CallForVersion& request) {
+    return app.exit(request);
+  } catch (const CLI::ParseError& error) {
+    app.exit(error);
+    return kExitUsage;
+  }
+
+  for (const Command& command : commands) {
+    if (command.app->parsed()) {
+      try {
+        return command.run();
+      } catch (const std::exception& error) {
+        fmt::print(stderr, "brimble {}: {}\n", command.app->get_name(), error.what());
+        return kExitFailure;
+      }
+    }
+  }
+  return kExitUsage;
+}

@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs the Debian packages Brimble needs to build, test and run, and nothing else.
+# Idempotent: when everything is present it changes nothing and never touches the network.
+set -euo pipefail
+
+packages=(
+  # toolchain
+  g++ make cmake ninja-build ccache pkg-config clang-14 libclang-rt-14-dev
+  # libraries
+  libgif-dev libturbojpeg0-dev libpng-dev zlib1g-dev nlohmann-json3-dev libcli11-dev libfmt-dev
+  # tests and benchmarks
+  libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
+  [[ "$status" == "install ok installed" ]] || missing+=("$package")
+done
+
+if ((${#missing[@]} == 0)); then
+  exit 0
+fi
+
+echo "install-deps: installing ${missing[*]}" >&2
+sudo=()
+if ((EUID != 0)); then
+  sudo=(sudo)
+fi
+export DEBIAN_FRONTEND=noninteractive
+"${sudo[@]}" apt-get update -qq
+"${sudo[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

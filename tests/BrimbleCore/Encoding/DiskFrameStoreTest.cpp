@@ -1,0 +1,281 @@
+#include "BrimbleCore/Encoding/DiskFrameStore.h"
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <string>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "BrimbleCore/Encoding/DiskFrameWriter.h"
+#include "tests/Support/LogCapture.h"
+#include "tests/Support/TempDirectory.h"
+
+namespace brimble {
+namespace {
+
+using testing::LogCapture;
+using testing::TempDirectory;
+
+std::vector<std::uint8_t> bytesOf(const std::string& text) {
+  return {text.begin(), text.end()};
+}
+
+std::string readFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+template <typename Body>
+void expectStoreError(CompressedFrameStoreError::Code code, Body body) {
+  try {
+    body();
+    ADD_FAILURE() << "no CompressedFrameStoreError was thrown";
+  } catch (const CompressedFrameStoreError& error) {
+    EXPECT_EQ(error.code(), code) << error.what();
+  }
+}
+
+std::vector<std::filesystem::path> filesIn(const std::filesystem::path& directory) {
+  std::vector<std::filesystem::path> files;
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    files.push_back(entry.path());
+  }
+  return files;
+}
+
+TEST(DiskFrameWriter, WritesTheBlobsBackToBackInOneUUIDNamedFile) {
+  TempDirectory directory;
+  DiskFrameWriter writer(directory.path());
+  writer.append(bytesOf("first"));
+  writer.append(bytesOf(""));
+  writer.append(bytesOf("third!"));
+  EXPECT_EQ(writer.count(), 3);
+
+  const auto files = filesIn(directory.path());
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_EQ(files[0], writer.fileURL());
+  const std::regex name(
+      "brimble-frames-[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
+  EXPECT_TRUE(std::regex_match(files[0].filename().string(), name)) << files[0];
+  EXPECT_EQ(readFile(files[0]), "firstthird!");
+
+  const auto store = writer.finalize();
+  ASSERT_EQ(store->count(), 3);
+  EXPECT_EQ(store->data(0), bytesOf("first"));
+  EXPECT_EQ(store->data(1), bytesOf(""));
+  EXPECT_EQ(store->data(2), bytesOf("third!"));
+}
+
+TEST(DiskFrameWriter, EachWriterGetsItsOwnFileInTheTemporaryDirectory) {
+  TempDirectory directory;
+  ::setenv("TMPDIR", directory.path().c_str(), 1);
+  DiskFrameWriter first;
+  DiskFrameWriter second;
+  ::unsetenv("TMPDIR");
+  EXPECT_EQ(first.fileURL().parent_path(), directory.path());
+  EXPECT_NE(first.fileURL(), second.fileURL());
+  EXPECT_EQ(filesIn(directory.path()).size(), 2u);
+}
+
+TEST(DiskFrameWriter, UncreatableFileIsWriterUnavailableAndLeavesNothing) {
+  TempDirectory directory;
+  expectStoreError(CompressedFrameStoreError::Code::writerUnavailable,
+                   [&] { DiskFrameWriter writer(directory / "missing"); });
+  EXPECT_TRUE(filesIn(directory.path()).empty());
+}
+
+TEST(DiskFrameStore, IndexesOutsideTheStoreAreOutOfRange) {
+  TempDirectory directory;
+  DiskFrameWriter empty(directory.path());
+  const auto emptyStore = empty.finalize();
+  EXPECT_EQ(emptyStore->count(), 0);
+  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { emptyStore->data(0); });
+
+  DiskFrameWriter writer(directory.path());
+  writer.append(bytesOf("ab"));
+  writer.append(bytesOf("cde"));
+  const auto store = writer.finalize();
+  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store->data(-1); });
+  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store->data(2); });
+  EXPECT_EQ(store->data(1), bytesOf("cde"));
+}
+
+TEST(DiskFrameStore, AFrameTheFileNoLongerHoldsIsOutOfRange) {
+  TempDirectory directory;
+  DiskFrameWriter writer(directory.path());
+  writer.append(bytesOf("0123456789"));
+  writer.append(bytesOf("abcdef"));
+  const auto store = writer.finalize();
+  std::filesystem::resize_file(writer.fileURL(), 12);
+  EXPECT_EQ(store->data(0), bytesOf("0123456789"));
+  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store->data(1); });
+}
+
+TEST(DiskFrameStore, FinalizingTwiceGivesTwoStoresOverTheSameFile) {
+  TempDirectory directory;
+  DiskFrameWriter writer(directory.path());
+  writer.append(bytesOf("frame"));
+  const auto first = writer.finalize();
+  const auto second = writer.finalize();
+  EXPECT_EQ(first->data(0), bytesOf("frame"));
+  EXPECT_EQ(second->data(0), bytesOf("frame"));
+  EXPECT_EQ(filesIn(directory.path()).size(), 1u);
+}
+
+TEST(DiskFrameStore, DiscardAfterFinalizeDeletesTheFileAndReadsFail) {
+  TempDirectory directory;
+  DiskFrameWriter writer(directory.path());
+  writer.append(bytesOf("frame"));
+  const auto store = writer.finalize();
+  writer.discard();
+  EXPECT_FALSE(std::filesystem::exists(writer.fileURL()));
+  EXPECT_THROW(store->data(0), std::system_error);
+}
+
+TEST(DiskFrameStore, TheFileLivesExactlyAsLongAsItsOwner) {
+  TempDirectory directory;
+  std::filesystem::path file;
+  {
+    DiskFrameWriter abandoned(directory.path());
+    abandoned.append(bytesOf("x"));
+    file = abandoned.fileURL();
+  }
+  EXPECT_FALSE(std::filesystem::exists(file))
+      << "a writer that was never finalised leaves its file";
+
+  std::unique_ptr<CompressedFrameStore> store;
+  {
+    DiskFrameWriter writer(directory.path());
+    writer.append(bytesOf("kept"));
+    file = writer.fileURL();
+    store = writer.finalize();
+  }
+  EXPECT_TRUE(std::filesystem::exists(file)) << "the writer deleted a file its store owns";
+  EXPECT_EQ(store->data(0), bytesOf("kept"));
+  store.reset();
+  EXPECT_FALSE(std::filesystem::exists(file));
+}
+
+TEST(DiskFrameWriter, AppendingAfterFinalizeFailsAndRecordsNothing) {
+  TempDirectory directory;
+  DiskFrameWriter writer(directory.path());
+  writer.append(bytesOf("one"));
+  const auto store = writer.finalize();
+  EXPECT_THROW(writer.append(bytesOf("two")), std::system_error);
+  EXPECT_EQ(writer.count(), 1);
+  EXPECT_EQ(readFile(writer.fileURL()), "one");
+}
+
+TEST(DiskFrameWriter, CountIsConsistentWhileAnotherThreadAppends) {
+  TempDirectory directory;
+  DiskFrameWriter writer(directory.path());
+  constexpr int kFrames = 3000;
+  std::atomic<bool> done = false;
+  std::thread appender([&] {
+    for (int i = 0; i < kFrames; ++i) {
+      const std::string blob =
+          std::to_string(i) + std::string(static_cast<std::size_t>(i % 7), '.');
+      writer.append(bytesOf(blob));
+    }
+    done = true;
+  });
+  int last = 0;
+  bool monotonic = true;
+  while (!done) {
+    const int now = writer.count();
+    monotonic = monotonic && now >= last && now <= kFrames;
+    last = now;
+  }
+  appender.join();
+  EXPECT_TRUE(monotonic);
+  const auto store = writer.finalize();
+  ASSERT_EQ(store->count(), kFrames);
+  for (int i = 0; i < kFrames; i += 97) {
+    EXPECT_EQ(store->data(i),
+              bytesOf(std::to_string(i) + std::string(static_cast<std::size_t>(i % 7), '.')));
+  }
+}
+
+TEST(DiskFrameStore, ConcurrentReadersGetTheirOwnFrames) {
+  TempDirectory directory;
+  DiskFrameWriter writer(directory.path());
+  for (int i = 0; i < 200; ++i) {
+    writer.append(
+        bytesOf(std::string(static_cast<std::size_t>(100 + i), static_cast<char>('a' + i % 26))));
+  }
+  const auto store = writer.finalize();
+  std::atomic<int> mismatches = 0;
+  std::vector<std::thread> readers;
+  for (int t = 0; t < 4; ++t) {
+    readers.emplace_back([&, t] {
+      for (int i = t; i < 200; i += 4) {
+        const auto data = store->data(i);
+        if (data.size() != static_cast<std::size_t>(100 + i) ||
+            data.front() != static_cast<std::uint8_t>('a' + i % 26)) {
+          ++mismatches;
+        }
+      }
+    });
+  }
+  for (auto& reader : readers) {
+    reader.join();
+  }
+  EXPECT_EQ(mismatches, 0);
+}
+
+void ageFile(const std::filesystem::path& file, std::chrono::seconds age) {
+  std::filesystem::last_write_time(file, std::filesystem::file_time_type::clock::now() - age);
+}
+
+TEST(DiskFrameWriter, SweepDeletesOnlyOldFrameFilesAndLogsTheCount) {
+  TempDirectory directory;
+  const auto oldFrames = directory / "brimble-frames-OLD-1";
+  const auto olderFrames = directory / "brimble-frames-OLD-2";
+  const auto youngFrames = directory / "brimble-frames-YOUNG";
+  const auto oldOther = directory / "notes.txt";
+  for (const auto& file : {oldFrames, olderFrames, youngFrames, oldOther}) {
+    std::ofstream(file) << "data";
+  }
+  ageFile(oldFrames, std::chrono::hours(2));
+  ageFile(olderFrames, std::chrono::hours(30));
+  ageFile(youngFrames, std::chrono::minutes(10));
+  ageFile(oldOther, std::chrono::hours(2));
+
+  LogCapture log;
+  DiskFrameWriter::sweepOrphans(directory.path(), 3600);
+  EXPECT_FALSE(std::filesystem::exists(oldFrames));
+  EXPECT_FALSE(std::filesystem::exists(olderFrames));
+  EXPECT_TRUE(std::filesystem::exists(youngFrames));
+  EXPECT_TRUE(std::filesystem::exists(oldOther));
+  EXPECT_EQ(log.lines(), std::vector<std::string>{
+                             "Brimble: swept 2 orphaned frame-store file(s) from a prior session"});
+}
+
+TEST(DiskFrameWriter, SweepThatDeletesNothingLogsNothing) {
+  TempDirectory directory;
+  std::ofstream(directory / "brimble-frames-YOUNG") << "data";
+  LogCapture log;
+  DiskFrameWriter::sweepOrphans(directory.path(), 3600);
+  DiskFrameWriter::sweepOrphans(directory / "does-not-exist", 3600);
+  EXPECT_TRUE(log.lines().empty());
+  EXPECT_TRUE(std::filesystem::exists(directory / "brimble-frames-YOUNG"));
+}
+
+TEST(InMemoryFrameStore, ServesItsFramesAndRejectsOtherIndexes) {
+  const InMemoryFrameStore store({bytesOf("a"), bytesOf(""), bytesOf("ccc")});
+  EXPECT_EQ(store.count(), 3);
+  EXPECT_EQ(store.data(2), bytesOf("ccc"));
+  EXPECT_EQ(store.data(1), bytesOf(""));
+  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store.data(3); });
+  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store.data(-1); });
+}
+
+}  // namespace
+}  // namespace brimble

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+
+namespace brimble::testing {
+
+struct CommandResult {
+  int exitCode = -1;
+  std::string output;  // standard output (and standard error when the command redirects it)
+};
+
+/// Runs `command` through /bin/sh and collects its standard output.
+CommandResult runCommand(const std::string& command);
+
+/// `text` quoted for /bin/sh.
+std::string shellQuote(const std::string& text);
+
+}  // namespace brimble::testing

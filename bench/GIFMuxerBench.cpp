@@ -25,7 +25,9 @@ constexpr int kFrames = 30;
 /// The test pattern reduced to at most 256 colours, still as bgra8 like a capture.
 Image fewColours(const Image& image) {
   const IndexedFrame frame = indexFrame(image);
-  return Image::indexed8(frame.width, frame.height, frame.indices, frame.palette).toBGRA8();
+  return Image::indexed8(frame.width, frame.height,
+                         PixelBuffer(frame.indices.begin(), frame.indices.end()), frame.palette)
+      .toBGRA8();
 }
 
 const std::vector<Image>& frames(bool fullColour) {

@@ -1,9 +1,17 @@
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 namespace brimble {
+namespace {
+
+// Pixels are B, G, R, A in memory, so on a little-endian machine alpha is the top byte.
+constexpr std::uint32_t kColorMask = 0x00FFFFFF;
+constexpr std::uint32_t kOpaque = 0xFF000000;
+
+}  // namespace
 
 std::optional<Image> GIFEncoder::createDiffFrame(const Image& current, const Image& previous,
                                                  int tolerance) {
@@ -13,22 +21,41 @@ std::optional<Image> GIFEncoder::createDiffFrame(const Image& current, const Ima
   const Image now = current.toBGRA8();
   const Image before = previous.toBGRA8();
   const auto width = static_cast<std::size_t>(now.width());
-  std::vector<std::uint8_t> pixels(width * 4 * static_cast<std::size_t>(now.height()), 0);
-  std::uint8_t* out = pixels.data();
-  for (int y = 0; y < now.height(); ++y) {
+  PixelBuffer bytes(width * 4 * static_cast<std::size_t>(now.height()));
+  std::uint8_t* out = bytes.data();
+  for (int y = 0; y < now.height(); ++y, out += 4 * width) {
     const std::uint8_t* a = now.row(y).data();
     const std::uint8_t* b = before.row(y).data();
-    for (std::size_t x = 0; x < width; ++x, a += 4, b += 4, out += 4) {
-      if (std::abs(a[0] - b[0]) > tolerance || std::abs(a[1] - b[1]) > tolerance ||
-          std::abs(a[2] - b[2]) > tolerance) {
-        out[0] = a[0];
-        out[1] = a[1];
-        out[2] = a[2];
-        out[3] = 0xFF;
+    if (tolerance == 0) {
+      // Screens change in a few places: most rows are identical and stay transparent.
+      if (std::memcmp(a, b, 4 * width) == 0) {
+        std::memset(out, 0, 4 * width);
+        continue;
+      }
+      // Whole-pixel compares without branches, which the compiler turns into vector code.
+      for (std::size_t x = 0; x < width; ++x) {
+        std::uint32_t p;
+        std::uint32_t q;
+        std::memcpy(&p, a + 4 * x, 4);
+        std::memcpy(&q, b + 4 * x, 4);
+        const std::uint32_t pixel = ((p ^ q) & kColorMask) != 0 ? (p | kOpaque) : 0;
+        std::memcpy(out + 4 * x, &pixel, 4);
+      }
+      continue;
+    }
+    for (std::size_t x = 0; x < width; ++x) {
+      const std::uint8_t* p = a + 4 * x;
+      const std::uint8_t* q = b + 4 * x;
+      if (std::abs(p[0] - q[0]) > tolerance || std::abs(p[1] - q[1]) > tolerance ||
+          std::abs(p[2] - q[2]) > tolerance) {
+        std::memcpy(out + 4 * x, p, 3);
+        out[4 * x + 3] = 0xFF;
+      } else {
+        std::memset(out + 4 * x, 0, 4);
       }
     }
   }
-  return Image::bgra8(now.width(), now.height(), std::move(pixels));
+  return Image::bgra8(now.width(), now.height(), std::move(bytes));
 }
 
 }  // namespace brimble

@@ -15,8 +15,7 @@ void requireDimensions(int width, int height) {
 
 }  // namespace
 
-Image Image::bgra8(int width, int height, std::vector<std::uint8_t> pixels,
-                   std::size_t bytesPerRow) {
+Image Image::bgra8(int width, int height, PixelBuffer pixels, std::size_t bytesPerRow) {
   requireDimensions(width, height);
   const std::size_t packedRow = static_cast<std::size_t>(width) * 4;
   if (bytesPerRow == 0) {
@@ -36,8 +35,7 @@ Image Image::bgra8(int width, int height, std::vector<std::uint8_t> pixels,
   return Image(std::move(storage));
 }
 
-Image Image::indexed8(int width, int height, std::vector<std::uint8_t> indices,
-                      std::vector<RGBColor> palette) {
+Image Image::indexed8(int width, int height, PixelBuffer indices, std::vector<RGBColor> palette) {
   requireDimensions(width, height);
   if (indices.size() != static_cast<std::size_t>(width) * static_cast<std::size_t>(height)) {
     throw std::invalid_argument("indexed8 image of " + std::to_string(width) + "x" +
@@ -89,7 +87,7 @@ Image Image::toBGRA8() const {
     return *this;
   }
   const auto colors = palette();
-  std::vector<std::uint8_t> pixels(static_cast<std::size_t>(width()) * height() * 4);
+  PixelBuffer pixels(static_cast<std::size_t>(width()) * height() * 4);
   std::uint8_t* out = pixels.data();
   for (const std::uint8_t index : bytes()) {
     const RGBColor color = colors[index];

@@ -4,11 +4,37 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "BrimbleCore/Encoding/RGBColor.h"
 
 namespace brimble {
+
+/// An allocator that leaves new elements uninitialised: whoever fills a pixel buffer writes every
+/// byte anyway, and zeroing a full frame first costs as much as comparing two frames.
+template <typename T>
+struct UninitializedAllocator : std::allocator<T> {
+  template <typename U>
+  struct rebind {
+    using other = UninitializedAllocator<U>;
+  };
+  UninitializedAllocator() = default;
+  template <typename U>
+  UninitializedAllocator(const UninitializedAllocator<U>&) noexcept {}
+
+  template <typename U>
+  void construct(U* place) noexcept {
+    ::new (static_cast<void*>(place)) U;
+  }
+  template <typename U, typename... Args>
+  void construct(U* place, Args&&... args) {
+    ::new (static_cast<void*>(place)) U(std::forward<Args>(args)...);
+  }
+};
+
+/// The bytes of an image. `PixelBuffer(n)` is not zeroed; `PixelBuffer(n, 0)` is.
+using PixelBuffer = std::vector<std::uint8_t, UninitializedAllocator<std::uint8_t>>;
 
 enum class PixelFormat {
   /// 4 bytes per pixel in memory order blue, green, red, alpha; alpha premultiplied.
@@ -26,13 +52,11 @@ class Image {
 
   /// A bgra8 image over `pixels`, rows `bytesPerRow` apart (0 means tightly packed: width * 4).
   /// Throws std::invalid_argument when the sizes do not fit together.
-  static Image bgra8(int width, int height, std::vector<std::uint8_t> pixels,
-                     std::size_t bytesPerRow = 0);
+  static Image bgra8(int width, int height, PixelBuffer pixels, std::size_t bytesPerRow = 0);
 
   /// An indexed8 image with tightly packed rows. Throws std::invalid_argument when the sizes do
   /// not fit, the palette is empty or larger than 256, or an index has no palette entry.
-  static Image indexed8(int width, int height, std::vector<std::uint8_t> indices,
-                        std::vector<RGBColor> palette);
+  static Image indexed8(int width, int height, PixelBuffer indices, std::vector<RGBColor> palette);
 
   int width() const noexcept { return storage_ ? storage_->width : 0; }
   int height() const noexcept { return storage_ ? storage_->height : 0; }
@@ -62,7 +86,7 @@ class Image {
     int height = 0;
     std::size_t bytesPerRow = 0;
     PixelFormat format = PixelFormat::bgra8;
-    std::vector<std::uint8_t> bytes;
+    PixelBuffer bytes;
     std::vector<RGBColor> palette;
   };
 

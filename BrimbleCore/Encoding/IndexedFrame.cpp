@@ -101,19 +101,31 @@ IndexedFrame indexFrame(const Image& image) {
   if (image.format() == PixelFormat::indexed8) {
     return fromIndexedImage(image);
   }
+  // One pass finds the visible rectangle and whether anything is transparent. Any transparent
+  // pixel, even one cropped away, gets the transparent entry and so a graphic control extension
+  // that names it: the file then says the image has transparency.
   int minX = image.width();
   int maxX = -1;
   int minY = image.height();
   int maxY = -1;
+  bool hasTransparent = false;
   for (int y = 0; y < image.height(); ++y) {
-    const std::uint8_t* pixel = image.row(y).data();
-    for (int x = 0; x < image.width(); ++x, pixel += 4) {
-      if (pixel[3] != 0) {
-        minX = std::min(minX, x);
-        maxX = std::max(maxX, x);
-        minY = std::min(minY, y);
-        maxY = y;
+    const std::uint8_t* alpha = image.row(y).data() + 3;
+    int first = -1;
+    int last = -1;
+    for (int x = 0; x < image.width(); ++x, alpha += 4) {
+      if (*alpha != 0) {
+        first = first < 0 ? x : first;
+        last = x;
+      } else {
+        hasTransparent = true;
       }
+    }
+    if (first >= 0) {
+      minX = std::min(minX, first);
+      maxX = std::max(maxX, last);
+      minY = std::min(minY, y);
+      maxY = y;
     }
   }
   IndexedFrame frame;
@@ -127,18 +139,6 @@ IndexedFrame indexFrame(const Image& image) {
     return frame;
   }
   const PixelRect rect{minX, minY, maxX - minX + 1, maxY - minY + 1};
-  // Any transparent pixel, even one cropped away, gets the transparent entry and so a graphic
-  // control extension that names it: the file then says the image has transparency.
-  bool hasTransparent = false;
-  for (int y = 0; y < image.height() && !hasTransparent; ++y) {
-    const auto row = image.row(y);
-    for (std::size_t x = 3; x < row.size(); x += 4) {
-      if (row[x] == 0) {
-        hasTransparent = true;
-        break;
-      }
-    }
-  }
   const int colorLimit = hasTransparent ? 255 : 256;
   auto pixels = exactColors(image, rect, static_cast<std::size_t>(colorLimit));
   if (!pixels) {

@@ -12,7 +12,7 @@ namespace {
 struct Canvas {
   int width;
   int height;
-  std::vector<std::uint8_t> pixels;
+  PixelBuffer pixels;
 
   void set(int x, int y, std::uint8_t r, std::uint8_t g, std::uint8_t b) {
     if (x < 0 || y < 0 || x >= width || y >= height) {
@@ -60,8 +60,7 @@ std::uint32_t mixBits(std::uint32_t value) {
 }  // namespace
 
 Image testPatternFrame(int index, int frameCount, int width, int height) {
-  Canvas canvas{width, height,
-                std::vector<std::uint8_t>(static_cast<std::size_t>(width) * height * 4)};
+  Canvas canvas{width, height, PixelBuffer(static_cast<std::size_t>(width) * height * 4)};
   const double progress = frameCount > 1 ? static_cast<double>(index) / (frameCount - 1) : 1.0;
 
   // Desktop: a diagonal gradient, hundreds of shades.

@@ -48,7 +48,7 @@ std::optional<DecodedGIF> decodeGIF(std::span<const std::uint8_t> bytes) {
   DecodedGIF decoded;
   decoded.width = gif->SWidth;
   decoded.height = gif->SHeight;
-  std::vector<std::uint8_t> canvas(static_cast<std::size_t>(gif->SWidth) * gif->SHeight * 4, 0);
+  PixelBuffer canvas(static_cast<std::size_t>(gif->SWidth) * gif->SHeight * 4, 0);
   for (int f = 0; f < gif->ImageCount; ++f) {
     const SavedImage& image = gif->SavedImages[f];
     GraphicsControlBlock control{};

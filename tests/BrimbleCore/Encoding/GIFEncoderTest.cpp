@@ -9,7 +9,7 @@ namespace brimble {
 namespace {
 
 Image onePixelRow(const std::vector<std::array<std::uint8_t, 3>>& bgr) {
-  std::vector<std::uint8_t> pixels;
+  PixelBuffer pixels;
   for (const auto& p : bgr) {
     pixels.insert(pixels.end(), {p[0], p[1], p[2], 255});
   }

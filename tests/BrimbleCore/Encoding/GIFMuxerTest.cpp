@@ -43,7 +43,7 @@ std::vector<Image> movingSquareFrames(int count, int width, int height) {
   palette.push_back({255, 255, 255});
   std::vector<Image> frames;
   for (int f = 0; f < count; ++f) {
-    Bytes indices;
+    PixelBuffer indices;
     for (int y = 0; y < height; ++y) {
       for (int x = 0; x < width; ++x) {
         const bool square = x >= f * 3 && x < f * 3 + 8 && y >= 4 && y < 12;

@@ -10,8 +10,8 @@ namespace {
 
 TEST(Image, RowsSkipThePaddingOfWideStrides) {
   // 2x2 pixels, rows 12 bytes apart: 8 bytes of pixels and 4 of padding each.
-  std::vector<std::uint8_t> padded = {1, 2, 3, 255, 4,  5,  6,  255, 9, 9, 9, 9,
-                                      7, 8, 9, 255, 10, 11, 12, 255, 9, 9, 9, 9};
+  PixelBuffer padded = {1, 2, 3, 255, 4,  5,  6,  255, 9, 9, 9, 9,
+                        7, 8, 9, 255, 10, 11, 12, 255, 9, 9, 9, 9};
   const Image image = Image::bgra8(2, 2, padded, 12);
   EXPECT_EQ(image.bytesPerRow(), 12u);
   EXPECT_EQ(std::vector<std::uint8_t>(image.row(1).begin(), image.row(1).end()),
@@ -27,8 +27,8 @@ TEST(Image, RowsSkipThePaddingOfWideStrides) {
 }
 
 TEST(Image, RejectsBuffersThatDoNotFitTheSize) {
-  EXPECT_THROW(Image::bgra8(2, 2, std::vector<std::uint8_t>(15)), std::invalid_argument);
-  EXPECT_THROW(Image::bgra8(2, 2, std::vector<std::uint8_t>(16), 7), std::invalid_argument);
+  EXPECT_THROW(Image::bgra8(2, 2, PixelBuffer(15)), std::invalid_argument);
+  EXPECT_THROW(Image::bgra8(2, 2, PixelBuffer(16), 7), std::invalid_argument);
   EXPECT_THROW(Image::bgra8(-1, 2, {}), std::invalid_argument);
   EXPECT_THROW(Image::indexed8(2, 1, {0}, {RGBColor{}}), std::invalid_argument);
   EXPECT_THROW(Image::indexed8(2, 1, {0, 1}, {RGBColor{}}), std::invalid_argument);

@@ -17,7 +17,7 @@ struct Pixel {
 };
 
 Image imageOf(int width, int height, const std::function<Pixel(int x, int y)>& pixelAt) {
-  std::vector<std::uint8_t> bytes;
+  PixelBuffer bytes;
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
       const Pixel p = pixelAt(x, y);

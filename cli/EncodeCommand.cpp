@@ -1,131 +1,295 @@
 #include "cli/EncodeCommand.h"
 
+#include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include "BrimbleCore/Encoding/ByteSink.h"
-#include "BrimbleCore/Encoding/GIFMuxer.h"
+#include "BrimbleCore/Encoding/FileFrameStore.h"
+#include "BrimbleCore/Encoding/FrameDeduplicator.h"
+#include "BrimbleCore/Encoding/GIFDecoder.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/ImageScaler.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
+#include "BrimbleCore/Support/Cancellation.h"
+#include "cli/AnimationOutput.h"
 #include "cli/ProgressBar.h"
 
 namespace brimble::cli {
 namespace {
 
+namespace fs = std::filesystem;
+
 struct EncodeOptions {
+  std::vector<std::string> inputs;
   bool testPattern = false;
-  std::filesystem::path output;
   int frames = 90;
   std::string size = "800x500";
+  fs::path output;
   int fps = 30;
+  int maxWidth = 0;
   int loop = 0;
+  std::string palette = "auto";
+  bool frameDiffing = true;
+  bool dedup = true;
+  std::string dedupRule = "every-pixel";
+  std::string paletteBuilder = "histogram";
+  std::string format;
+  int webpQuality = 75;
+  bool webpLossless = false;
 };
 
-struct Size {
-  int width;
-  int height;
+/// A failure already explained to the user; carries the exit code.
+struct Stop {
+  int exitCode;
 };
 
-std::optional<Size> parseSize(const std::string& text) {
+template <typename... Args>
+[[noreturn]] void fail(int exitCode, fmt::format_string<Args...> format, Args&&... args) {
+  fmt::print(stderr, "brimble encode: {}\n", fmt::format(format, std::forward<Args>(args)...));
+  throw Stop{exitCode};
+}
+
+ImageSize parseSize(const std::string& text) {
   const auto x = text.find('x');
-  if (x == std::string::npos) {
-    return std::nullopt;
-  }
   try {
-    std::size_t used = 0;
-    const int width = std::stoi(text.substr(0, x), &used);
-    if (used != x) {
-      return std::nullopt;
-    }
-    const std::string rest = text.substr(x + 1);
-    const int height = std::stoi(rest, &used);
-    if (used != rest.size() || width < 1 || height < 1 || width > 65535 || height > 65535) {
-      return std::nullopt;
-    }
-    return Size{width, height};
-  } catch (const std::exception&) {
-    return std::nullopt;
-  }
-}
-
-/// The file is written beside its destination and renamed over it only when complete, so a
-/// failed or interrupted encode never destroys an existing file of the user's.
-std::filesystem::path partialPath(const std::filesystem::path& output) {
-  return output.parent_path() / ("." + output.filename().string() + ".brimble-partial");
-}
-
-int runEncode(const EncodeOptions& options) {
-  if (!options.testPattern) {
-    fmt::print(stderr, "brimble encode: no input: pass --test-pattern\n");
-    return kExitUsage;
-  }
-  const auto size = parseSize(options.size);
-  if (!size) {
-    fmt::print(stderr,
-               "brimble encode: --size must be WIDTHxHEIGHT, each 1 to 65535 (got \"{}\")\n",
-               options.size);
-    return kExitUsage;
-  }
-
-  const auto started = std::chrono::steady_clock::now();
-  const std::filesystem::path partial = partialPath(options.output);
-  ProgressBar progress;
-  try {
-    auto sink = std::make_unique<FileByteSink>(partial);
-    FileByteSink* file = sink.get();
-    try {
-      GIFMuxer muxer(std::move(sink), options.loop, /*frameDiffing=*/true);
-      for (int i = 0; i < options.frames; ++i) {
-        muxer.append(testPatternFrame(i, options.frames, size->width, size->height),
-                     1.0 / options.fps);
-        progress.update("encode", i + 1, options.frames);
+    if (x != std::string::npos) {
+      std::size_t used = 0;
+      const int width = std::stoi(text.substr(0, x), &used);
+      const std::string rest = text.substr(x + 1);
+      std::size_t usedRest = 0;
+      const int height = std::stoi(rest, &usedRest);
+      if (used == x && usedRest == rest.size() && width >= 1 && height >= 1 && width <= 65535 &&
+          height <= 65535) {
+        return {width, height};
       }
-      muxer.finish();
-    } catch (...) {
-      file->discard();
-      throw;
     }
-    std::filesystem::rename(partial, options.output);
-  } catch (const std::exception& error) {
-    progress.finish();
-    fmt::print(stderr, "brimble encode: {}\n", error.what());
-    return kExitFailure;
+  } catch (const std::exception&) {
   }
-  progress.finish();
+  fail(kExitUsage, "--size must be WIDTHxHEIGHT, each 1 to 65535 (got \"{}\")", text);
+}
 
-  const double seconds =
-      std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
-  fmt::print("{}: {} bytes, {} frames, {}x{}, {:.2f} s\n", options.output.string(),
-             std::filesystem::file_size(options.output), options.frames, size->width, size->height,
-             seconds);
+std::string lowercase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return text;
+}
+
+bool isFrameFile(const fs::path& path) {
+  const std::string extension = lowercase(path.extension().string());
+  return extension == ".png" || extension == ".jpg" || extension == ".jpeg";
+}
+
+bool isGIFFile(const fs::path& path) {
+  return lowercase(path.extension().string()) == ".gif";
+}
+
+/// The frame files the inputs name: a directory's PNG and JPEG files in name order, or the files
+/// themselves in the order given.
+std::vector<fs::path> frameFiles(const std::vector<std::string>& inputs) {
+  std::vector<fs::path> files;
+  for (const fs::path input : inputs) {
+    std::error_code error;
+    const auto status = fs::status(input, error);
+    if (!fs::exists(status)) {
+      fail(kExitFailure, "{}: no such file or directory", input.string());
+    }
+    if (fs::is_directory(status)) {
+      std::vector<fs::path> found;
+      for (const auto& entry : fs::directory_iterator(input, error)) {
+        if (entry.is_regular_file() && isFrameFile(entry.path())) {
+          found.push_back(entry.path());
+        }
+      }
+      if (error) {
+        fail(kExitFailure, "cannot list {}: {}", input.string(), error.message());
+      }
+      if (found.empty()) {
+        fail(kExitFailure, "{}: no PNG or JPEG frames in this directory", input.string());
+      }
+      std::sort(found.begin(), found.end());
+      files.insert(files.end(), found.begin(), found.end());
+    } else {
+      files.push_back(input);
+    }
+  }
+  return files;
+}
+
+/// Every frame must be a readable PNG or JPEG of one size; checked from the headers before
+/// anything is written, so a bad frame never leaves half a file behind.
+ImageSize checkFrames(const std::vector<fs::path>& files) {
+  std::optional<ImageSize> first;
+  for (const fs::path& file : files) {
+    const auto size = imageSize(readFileBytes(file));
+    if (!size) {
+      fail(kExitFailure, "{}: not a PNG or JPEG image", file.string());
+    }
+    if (!first) {
+      first = size;
+    } else if (*size != *first) {
+      fail(kExitFailure, "frames of mixed sizes: {} is {}x{} but {} is {}x{}",
+           files.front().string(), first->width, first->height, file.string(), size->width,
+           size->height);
+    }
+  }
+  return *first;
+}
+
+int runEncode(const EncodeOptions& options, const Interrupts& interrupts) {
+  const auto started = std::chrono::steady_clock::now();
+  if (options.testPattern == !options.inputs.empty()) {
+    fail(kExitUsage, "{}",
+         options.testPattern
+             ? "give either input frames or --test-pattern, not both"
+             : "no input: give a directory of frames, frame files, a GIF, or --test-pattern");
+  }
+  const auto format = resolveOutputFormat("encode", options.format, options.output);
+  if (!format) {
+    throw Stop{kExitUsage};
+  }
+  const auto palette = paletteStrategyFromArgument(options.palette);
+  if (!palette) {
+    fail(kExitUsage, "unknown palette \"{}\" (use auto, global or perFrame)", options.palette);
+  }
+  FrameTransform scale;
+  if (options.maxWidth > 0) {
+    scale = [maxWidth = options.maxWidth](const Image& image) {
+      return ImageScaler::scaleToMaxWidth(image, maxWidth);
+    };
+  }
+  EncoderTuning tuning;
+  if (options.dedupRule == "sampled") {
+    tuning.dedupRule = DedupRule::sampled;
+  } else if (options.dedupRule == "every-pixel") {
+    tuning.dedupRule = DedupRule::everyPixel;
+  } else {
+    fail(kExitUsage, "unknown dedup rule \"{}\" (use every-pixel or sampled)", options.dedupRule);
+  }
+  if (options.paletteBuilder == "histogram") {
+    tuning.paletteBuilder = PaletteBuilder::histogram;
+  } else if (options.paletteBuilder == "median-cut") {
+    tuning.paletteBuilder = PaletteBuilder::medianCut;
+  } else {
+    fail(kExitUsage, "unknown palette builder \"{}\" (use histogram or median-cut)",
+         options.paletteBuilder);
+  }
+  tuning.paletteStrategy = *palette;
+  tuning.webpLossless = options.webpLossless;
+  const auto quality = static_cast<float>(options.webpQuality);
+
+  ProgressBar bar;
+  EncodeSummary summary;
+  if (options.testPattern) {
+    const ImageSize size = parseSize(options.size);
+    const FrameSupplier frameAt = [&](int index) -> std::optional<Image> {
+      return testPatternFrame(index, options.frames, size.width, size.height);
+    };
+    summary = GIFEncoder::encodeSequence(
+        options.frames, frameAt, options.fps, options.loop, options.frameDiffing, options.dedup,
+        *format, options.output, progressOn(bar), scale, quality, interrupts.token(), tuning);
+  } else if (options.inputs.size() == 1 && isGIFFile(options.inputs.front())) {
+    // A GIF keeps its own delays.
+    GIFDecoder decoder{fs::path(options.inputs.front())};
+    std::vector<ProcessedFrame> frames = decoder.readAll();
+    for (ProcessedFrame& frame : frames) {
+      if (scale) {
+        frame.image = scale(frame.image);
+      }
+    }
+    if (options.dedup) {
+      frames = FrameDeduplicator::merge(frames);
+    }
+    summary = GIFEncoder::encode(frames, options.loop, *palette, options.frameDiffing, *format,
+                                 options.output, progressOn(bar), interrupts.token());
+  } else {
+    const std::vector<fs::path> files = frameFiles(options.inputs);
+    checkFrames(files);
+    const FileFrameStore store(files);
+    summary = GIFEncoder::encodeCompressed(store, options.fps, options.loop, options.frameDiffing,
+                                           options.dedup, *format, options.output, progressOn(bar),
+                                           scale, quality, interrupts.token(), tuning);
+  }
+  bar.finish();
+  if (summary.frames == 0) {
+    fail(kExitFailure, "no frame could be decoded; nothing was written");
+  }
+  printSummary(options.output, summary, started);
   return kExitSuccess;
 }
 
 }  // namespace
 
-Command addEncodeCommand(CLI::App& app) {
+Command addEncodeCommand(CLI::App& app, const Interrupts& interrupts) {
   auto options = std::make_shared<EncodeOptions>();
-  CLI::App* command = app.add_subcommand("encode", "Encode frames into an animated GIF");
+  CLI::App* command = app.add_subcommand(
+      "encode",
+      "Encode frames (a directory of PNG or JPEG files, frame files, or a GIF) into an "
+      "animated GIF, WebP or APNG");
+  command->add_option("input", options->inputs,
+                      "A directory of frames (in name order), frame files, or a GIF");
+  command
+      ->add_option("-o,--output", options->output,
+                   "The file to write; its extension picks the format (.gif, .webp, .png)")
+      ->required();
+  command->add_option("--fps", options->fps, "Frames per second of the input frames")
+      ->check(CLI::Range(1, 100))
+      ->capture_default_str();
+  command
+      ->add_option("--max-width", options->maxWidth,
+                   "Scale frames down to at most this width (0 keeps their size)")
+      ->check(CLI::Range(0, 65535))
+      ->capture_default_str();
+  command->add_option("--loop", options->loop, "Number of plays; 0 repeats forever")
+      ->check(CLI::Range(0, 65535))
+      ->capture_default_str();
+  command
+      ->add_option("--palette", options->palette,
+                   "auto (shared where faithful), global or perFrame")
+      ->capture_default_str();
+  command
+      ->add_option("--palette-builder", options->paletteBuilder,
+                   "histogram (every pixel of sampled frames) or median-cut (500 samples per "
+                   "sampled frame)")
+      ->capture_default_str();
+  command->add_flag("--frame-diffing,!--no-frame-diffing", options->frameDiffing,
+                    "Store only the pixels that changed (GIF; default on)");
+  command->add_flag("--dedup,!--no-dedup", options->dedup,
+                    "Merge repeated frames into longer ones (default on)");
+  command
+      ->add_option("--dedup-rule", options->dedupRule,
+                   "every-pixel: any visible change is kept; sampled: about 100 pixels "
+                   "compared, small changes merged away")
+      ->capture_default_str();
+  command->add_option("--format", options->format, "gif, webp or apng (default: from -o)");
+  command->add_option("--webp-quality", options->webpQuality, "WebP quality, 0 to 100")
+      ->check(CLI::Range(0, 100))
+      ->capture_default_str();
+  command->add_flag("--webp-lossless", options->webpLossless, "Lossless WebP frames");
   command->add_flag("--test-pattern", options->testPattern,
                     "Encode a synthetic screen recording instead of input frames");
-  command->add_option("-o,--output", options->output, "The file to write")->required();
   command->add_option("--frames", options->frames, "Number of test-pattern frames")
       ->check(CLI::Range(1, 100000))
       ->capture_default_str();
   command->add_option("--size", options->size, "Test-pattern size as WIDTHxHEIGHT")
       ->capture_default_str();
-  command->add_option("--fps", options->fps, "Frames per second")
-      ->check(CLI::Range(1, 100))
-      ->capture_default_str();
-  command->add_option("--loop", options->loop, "Number of plays; 0 repeats forever")
-      ->check(CLI::Range(0, 65535))
-      ->capture_default_str();
-  return {command, [options] { return runEncode(*options); }};
+  return {command, [options, &interrupts] {
+            try {
+              return runEncode(*options, interrupts);
+            } catch (const Stop& stop) {
+              return stop.exitCode;
+            } catch (const CancellationError&) {
+              fmt::print(stderr, "brimble encode: interrupted; nothing was written\n");
+              return Interrupts::kExitInterrupted;
+            }
+          }};
 }
 
 }  // namespace brimble::cli

@@ -1,10 +1,11 @@
 #pragma once
 
 #include "cli/Command.h"
+#include "cli/Interrupts.h"
 
 namespace brimble::cli {
 
-/// `brimble encode`: frames in, an animation file out.
-Command addEncodeCommand(CLI::App& app);
+/// `brimble encode`: frames (a directory, files, a GIF or a test pattern) in, an animation out.
+Command addEncodeCommand(CLI::App& app, const Interrupts& interrupts);
 
 }  // namespace brimble::cli

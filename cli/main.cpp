@@ -8,16 +8,20 @@
 
 #include "cli/Command.h"
 #include "cli/EncodeCommand.h"
+#include "cli/Interrupts.h"
+#include "cli/ProcessCommand.h"
 
 int main(int argc, char** argv) {
   using namespace brimble::cli;
+  const Interrupts interrupts;  // first: blocks the signals before any thread starts
 
   CLI::App app{"Brimble turns screen activity into animated GIFs, WebP and APNG.", "brimble"};
   app.set_version_flag("--version", std::string("brimble ") + BRIMBLE_VERSION);
   app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::help);
 
-  const std::vector<Command> commands = {addEncodeCommand(app)};
+  const std::vector<Command> commands = {addEncodeCommand(app, interrupts),
+                                         addProcessCommand(app, interrupts)};
 
   try {
     app.parse(argc, argv);

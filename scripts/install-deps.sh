@@ -7,9 +7,9 @@ packages=(
   # toolchain
   g++ make cmake ninja-build ccache pkg-config clang-14 libclang-rt-14-dev
   # libraries
-  libgif-dev libturbojpeg0-dev libpng-dev zlib1g-dev nlohmann-json3-dev libcli11-dev libfmt-dev
+  libgif-dev libturbojpeg0-dev libpng-dev zlib1g-dev libwebp-dev nlohmann-json3-dev libcli11-dev libfmt-dev
   # tests and benchmarks
-  libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick
+  libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick webp giflib-tools time
 )
 
 missing=()

@@ -78,6 +78,7 @@ void GIFMuxer::writeHeader(const GIFFrameLayout& layout) {
   header.push_back(layout.aspectRatio);
   header.insert(header.end(), layout.colorTable.begin(), layout.colorTable.end());
   sink_->write(header);
+  globalTable_ = layout.colorTable;
 
   if (const auto repetitions = MuxTiming::netscapeRepetitions(loopCount_)) {
     std::array<std::uint8_t, 19> loop = {0x21, 0xFF, 0x0B, 'N', 'E',  'T',  'S', 'C', 'A', 'P',
@@ -97,10 +98,15 @@ void GIFMuxer::writeFrame(const GIFFrameLayout& layout, double delay) {
   sink_->write(control);
 
   std::vector<std::uint8_t> descriptor = layout.imageDescriptor;
-  descriptor[9] = static_cast<std::uint8_t>((descriptor[9] & kInterlaceFlag) |
-                                            layout.colorTableSizeBits | kLocalTableFlag);
-  sink_->write(descriptor);
-  sink_->write(layout.colorTable);
+  if (reuseGlobalTable_ && layout.colorTable == globalTable_) {
+    descriptor[9] = descriptor[9] & kInterlaceFlag;
+    sink_->write(descriptor);
+  } else {
+    descriptor[9] = static_cast<std::uint8_t>((descriptor[9] & kInterlaceFlag) |
+                                              layout.colorTableSizeBits | kLocalTableFlag);
+    sink_->write(descriptor);
+    sink_->write(layout.colorTable);
+  }
   sink_->write(std::array{layout.lzwMinimumCodeSize});
   sink_->write(layout.lzwSubBlocks);
 }

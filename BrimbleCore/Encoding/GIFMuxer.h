@@ -28,6 +28,11 @@ class GIFMuxer final : public AnimationMuxer {
   GIFMuxer(std::unique_ptr<ByteSink> sink, int loopCount, bool frameDiffing = false,
            int diffTolerance = 0);
 
+  /// Frames whose colour table is byte for byte the global one (frames quantized to one shared
+  /// palette) then refer to the global table instead of carrying a copy: 768 bytes saved per
+  /// frame. Off by default: every frame carries its own table.
+  void setReuseGlobalTable(bool reuse) noexcept { reuseGlobalTable_ = reuse; }
+
   /// Throws MuxError::inconsistentCanvas for a frame whose size differs from the first one's
   /// (writing nothing), MuxError from encoding and parsing, and the sink's errors. After a throw
   /// the output is incomplete; the caller discards it.
@@ -53,6 +58,8 @@ class GIFMuxer final : public AnimationMuxer {
   const int loopCount_;
   const bool frameDiffing_;
   const int diffTolerance_;
+  bool reuseGlobalTable_ = false;
+  std::vector<std::uint8_t> globalTable_;
   std::optional<Canvas> canvas_;
   Image previousFrame_;  // the last full frame appended, for diffing
   int frameCount_ = 0;

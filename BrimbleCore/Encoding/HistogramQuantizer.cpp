@@ -139,14 +139,9 @@ std::uint8_t toChannel(double value) {
   return static_cast<std::uint8_t>(std::clamp(std::lround(value), 0L, 255L));
 }
 
-}  // namespace
-
-QuantizedPixels quantize(const Image& image, PixelRect rect, int maxColors) {
-  if (image.format() != PixelFormat::bgra8 || maxColors < 1 || maxColors > 256) {
-    throw std::invalid_argument("HistogramQuantizer needs a bgra8 image and 1...256 colours");
-  }
-  thread_local std::vector<BinAccumulator> histogram(kBins);
-  std::vector<std::uint32_t> used;
+/// Counts the visible pixels of `rect` into the thread's histogram, noting newly used bins.
+void accumulate(const Image& image, PixelRect rect, std::vector<BinAccumulator>& histogram,
+                std::vector<std::uint32_t>& used) {
   for (int y = rect.top; y < rect.top + rect.height; ++y) {
     const std::uint8_t* pixel = image.row(y).data() + static_cast<std::size_t>(rect.left) * 4;
     for (int x = 0; x < rect.width; ++x, pixel += 4) {
@@ -162,7 +157,11 @@ QuantizedPixels quantize(const Image& image, PixelRect rect, int maxColors) {
       bin.lowB += pixel[0] & 3u;
     }
   }
+}
 
+/// The occupied bins with their mean colours; leaves the histogram clean for the next use.
+std::vector<Entry> takeEntries(std::vector<BinAccumulator>& histogram,
+                               const std::vector<std::uint32_t>& used) {
   std::vector<Entry> entries;
   entries.reserve(used.size());
   for (const std::uint32_t bin : used) {
@@ -173,58 +172,142 @@ QuantizedPixels quantize(const Image& image, PixelRect rect, int maxColors) {
                        {((bin >> 12) << 2) + accumulator.lowR / count,
                         (((bin >> 6) & 63) << 2) + accumulator.lowG / count,
                         ((bin & 63) << 2) + accumulator.lowB / count}});
-    accumulator = {};  // leave the shared histogram clean for the next frame
+    accumulator = {};
   }
+  return entries;
+}
+
+struct Fitted {
+  std::vector<std::array<double, 3>> palette;
+  std::vector<std::uint8_t> choice;  // palette index of each entry
+  double squaredError = 0;           // summed over all pixels and channels
+  double weight = 0;                 // pixels
+};
+
+/// Median cut, then k-means passes that move each palette colour to the mean of the pixels that
+/// chose it, which recovers the accents median cut averages away (a red cursor over a grey
+/// page).
+Fitted fit(std::vector<Entry>& entries, int maxColors) {
+  Fitted result;
+  for (const Box& box : medianCut(entries, maxColors)) {
+    const Moments moments = momentsOf(entries, box.begin, box.end);
+    result.palette.push_back({moments.sum[0] / moments.weight, moments.sum[1] / moments.weight,
+                              moments.sum[2] / moments.weight});
+  }
+  result.choice.resize(entries.size());
+  for (int pass = 0;; ++pass) {
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      result.choice[i] = nearest(result.palette, entries[i].mean);
+    }
+    if (pass == kRefinementPasses) {
+      break;
+    }
+    std::vector<Moments> clusters(result.palette.size());
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      clusters[result.choice[i]].add(entries[i]);
+    }
+    for (std::size_t k = 0; k < result.palette.size(); ++k) {
+      if (clusters[k].weight > 0) {
+        for (int c = 0; c < 3; ++c) {
+          result.palette[k][c] = clusters[k].sum[c] / clusters[k].weight;
+        }
+      }
+    }
+  }
+  for (std::size_t i = 0; i < entries.size(); ++i) {
+    const auto& color = result.palette[result.choice[i]];
+    for (int c = 0; c < 3; ++c) {
+      const double d = color[c] - entries[i].mean[c];
+      result.squaredError += entries[i].weight * d * d;
+    }
+    result.weight += entries[i].weight;
+  }
+  return result;
+}
+
+std::vector<RGBColor> toColors(const std::vector<std::array<double, 3>>& palette) {
+  std::vector<RGBColor> colors;
+  colors.reserve(palette.size());
+  for (const auto& color : palette) {
+    colors.push_back({toChannel(color[0]), toChannel(color[1]), toChannel(color[2])});
+  }
+  return colors;
+}
+
+void requireColors(int maxColors) {
+  if (maxColors < 1 || maxColors > 256) {
+    throw std::invalid_argument("HistogramQuantizer builds palettes of 1...256 colours");
+  }
+}
+
+}  // namespace
+
+QuantizedPixels quantize(const Image& image, PixelRect rect, int maxColors) {
+  requireColors(maxColors);
+  if (image.format() != PixelFormat::bgra8) {
+    throw std::invalid_argument("HistogramQuantizer reads bgra8 images");
+  }
+  thread_local std::vector<BinAccumulator> histogram(kBins);
+  std::vector<std::uint32_t> used;
+  accumulate(image, rect, histogram, used);
+  std::vector<Entry> entries = takeEntries(histogram, used);
 
   QuantizedPixels result;
   result.indices.assign(static_cast<std::size_t>(rect.width) * rect.height, 0);
   if (entries.empty()) {
     return result;
   }
-
-  std::vector<std::array<double, 3>> palette;
-  for (const Box& box : medianCut(entries, maxColors)) {
-    const Moments moments = momentsOf(entries, box.begin, box.end);
-    palette.push_back({moments.sum[0] / moments.weight, moments.sum[1] / moments.weight,
-                       moments.sum[2] / moments.weight});
-  }
-
-  // k-means passes move each palette colour to the mean of the pixels that chose it, which
-  // recovers the accents median cut averages away (a red cursor over a grey page).
-  std::vector<std::uint8_t> choice(entries.size());
-  for (int pass = 0;; ++pass) {
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-      choice[i] = nearest(palette, entries[i].mean);
-    }
-    if (pass == kRefinementPasses) {
-      break;
-    }
-    std::vector<Moments> clusters(palette.size());
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-      clusters[choice[i]].add(entries[i]);
-    }
-    for (std::size_t k = 0; k < palette.size(); ++k) {
-      if (clusters[k].weight > 0) {
-        for (int c = 0; c < 3; ++c) {
-          palette[k][c] = clusters[k].sum[c] / clusters[k].weight;
-        }
-      }
-    }
-  }
-
+  const Fitted fitted = fit(entries, maxColors);
   thread_local std::vector<std::uint8_t> lookup(kBins);
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    lookup[entries[i].bin] = choice[i];
+    lookup[entries[i].bin] = fitted.choice[i];
   }
-  for (const auto& color : palette) {
-    result.palette.push_back({toChannel(color[0]), toChannel(color[1]), toChannel(color[2])});
-  }
+  result.palette = toColors(fitted.palette);
   const auto transparent = static_cast<std::uint8_t>(result.palette.size() & 0xFF);
   std::uint8_t* out = result.indices.data();
   for (int y = rect.top; y < rect.top + rect.height; ++y) {
     const std::uint8_t* pixel = image.row(y).data() + static_cast<std::size_t>(rect.left) * 4;
     for (int x = 0; x < rect.width; ++x, pixel += 4) {
       *out++ = pixel[3] == 0 ? transparent : lookup[binOf(pixel)];
+    }
+  }
+  return result;
+}
+
+SharedPalette paletteFor(std::span<const Image> images, int maxColors, double enoughError) {
+  requireColors(maxColors);
+  thread_local std::vector<BinAccumulator> histogram(kBins);
+  std::vector<std::uint32_t> used;
+  for (const Image& image : images) {
+    if (!image.empty()) {
+      const Image pixels = image.toBGRA8();
+      accumulate(pixels, {0, 0, pixels.width(), pixels.height()}, histogram, used);
+    }
+  }
+  std::vector<Entry> entries = takeEntries(histogram, used);
+  SharedPalette result;
+  if (entries.empty()) {
+    return result;
+  }
+  const auto fitted = [&](int colors) {
+    const Fitted fit_ = fit(entries, colors);
+    return SharedPalette{toColors(fit_.palette), fit_.squaredError / (3 * fit_.weight)};
+  };
+  result = fitted(maxColors);
+  if (result.meanSquaredError > enoughError) {
+    return result;
+  }
+  // The error falls as colours are added; bisect for the fewest that are enough.
+  int low = 1;  // too few (or untried)
+  int high = maxColors;
+  while (high - low > std::max(4, high / 16)) {
+    const int middle = (low + high) / 2;
+    SharedPalette candidate = fitted(middle);
+    if (candidate.meanSquaredError <= enoughError) {
+      high = middle;
+      result = std::move(candidate);
+    } else {
+      low = middle;
     }
   }
   return result;

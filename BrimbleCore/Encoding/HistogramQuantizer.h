@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "BrimbleCore/Encoding/Image.h"
@@ -33,6 +34,17 @@ namespace HistogramQuantizer {
 /// Quantizes the bgra8 `image` within `rect` to at most `maxColors` (1...256) colours. Pixels
 /// with alpha 0 are ignored when building the palette.
 QuantizedPixels quantize(const Image& image, PixelRect rect, int maxColors);
+
+/// One palette for several images, and how faithful it is.
+struct SharedPalette {
+  std::vector<RGBColor> colors;  // empty when the images have no visible pixels
+  double meanSquaredError = 0;   // per channel, over every visible pixel of the images
+};
+
+/// A palette of at most `maxColors` (1...256) colours for every visible pixel of `images`: the
+/// smallest (to within a few colours) whose mean squared error stays at or below
+/// `enoughError`; with 0, always `maxColors`.
+SharedPalette paletteFor(std::span<const Image> images, int maxColors, double enoughError = 0);
 
 }  // namespace HistogramQuantizer
 }  // namespace brimble

@@ -35,7 +35,8 @@ Image Image::bgra8(int width, int height, PixelBuffer pixels, std::size_t bytesP
   return Image(std::move(storage));
 }
 
-Image Image::indexed8(int width, int height, PixelBuffer indices, std::vector<RGBColor> palette) {
+Image Image::indexed8(int width, int height, PixelBuffer indices, std::vector<RGBColor> palette,
+                      std::optional<std::uint8_t> transparent) {
   requireDimensions(width, height);
   if (indices.size() != static_cast<std::size_t>(width) * static_cast<std::size_t>(height)) {
     throw std::invalid_argument("indexed8 image of " + std::to_string(width) + "x" +
@@ -55,6 +56,7 @@ Image Image::indexed8(int width, int height, PixelBuffer indices, std::vector<RG
   storage->format = PixelFormat::indexed8;
   storage->bytes = std::move(indices);
   storage->palette = std::move(palette);
+  storage->transparentIndex = transparent;
   return Image(std::move(storage));
 }
 
@@ -87,14 +89,16 @@ Image Image::toBGRA8() const {
     return *this;
   }
   const auto colors = palette();
+  const int transparent = transparentIndex() ? *transparentIndex() : -1;
   PixelBuffer pixels(static_cast<std::size_t>(width()) * height() * 4);
   std::uint8_t* out = pixels.data();
   for (const std::uint8_t index : bytes()) {
     const RGBColor color = colors[index];
-    out[0] = color.b;
-    out[1] = color.g;
-    out[2] = color.r;
-    out[3] = 0xFF;
+    const bool shown = index != transparent;
+    out[0] = shown ? color.b : 0;
+    out[1] = shown ? color.g : 0;
+    out[2] = shown ? color.r : 0;
+    out[3] = shown ? 0xFF : 0;
     out += 4;
   }
   return bgra8(width(), height(), std::move(pixels));

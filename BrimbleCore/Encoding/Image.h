@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <utility>
 #include <vector>
@@ -36,6 +37,12 @@ struct UninitializedAllocator : std::allocator<T> {
 /// The bytes of an image. `PixelBuffer(n)` is not zeroed; `PixelBuffer(n, 0)` is.
 using PixelBuffer = std::vector<std::uint8_t, UninitializedAllocator<std::uint8_t>>;
 
+struct ImageSize {
+  int width = 0;
+  int height = 0;
+  bool operator==(const ImageSize&) const = default;
+};
+
 enum class PixelFormat {
   /// 4 bytes per pixel in memory order blue, green, red, alpha; alpha premultiplied.
   bgra8,
@@ -54,9 +61,11 @@ class Image {
   /// Throws std::invalid_argument when the sizes do not fit together.
   static Image bgra8(int width, int height, PixelBuffer pixels, std::size_t bytesPerRow = 0);
 
-  /// An indexed8 image with tightly packed rows. Throws std::invalid_argument when the sizes do
-  /// not fit, the palette is empty or larger than 256, or an index has no palette entry.
-  static Image indexed8(int width, int height, PixelBuffer indices, std::vector<RGBColor> palette);
+  /// An indexed8 image with tightly packed rows; pixels of index `transparent`, when given, show
+  /// nothing. Throws std::invalid_argument when the sizes do not fit, the palette is empty or
+  /// larger than 256, or an index has no palette entry.
+  static Image indexed8(int width, int height, PixelBuffer indices, std::vector<RGBColor> palette,
+                        std::optional<std::uint8_t> transparent = std::nullopt);
 
   int width() const noexcept { return storage_ ? storage_->width : 0; }
   int height() const noexcept { return storage_ ? storage_->height : 0; }
@@ -71,9 +80,13 @@ class Image {
   std::span<const std::uint8_t> row(int y) const noexcept;
   /// The palette of an indexed8 image; empty for bgra8.
   std::span<const RGBColor> palette() const noexcept;
+  /// The index of an indexed8 image that stands for transparent pixels, if any.
+  std::optional<std::uint8_t> transparentIndex() const noexcept {
+    return storage_ ? storage_->transparentIndex : std::nullopt;
+  }
 
-  /// The same pixels as bgra8 with opaque alpha for indexed8 images; the image itself when it is
-  /// bgra8 already.
+  /// The same pixels as bgra8 (opaque, or all bytes 0 where transparent) for indexed8 images;
+  /// the image itself when it is bgra8 already.
   Image toBGRA8() const;
 
   /// True when both images have the same size and the same colour (and, for bgra8, alpha) at
@@ -88,6 +101,7 @@ class Image {
     PixelFormat format = PixelFormat::bgra8;
     PixelBuffer bytes;
     std::vector<RGBColor> palette;
+    std::optional<std::uint8_t> transparentIndex;
   };
 
   explicit Image(std::shared_ptr<const Storage> storage) : storage_(std::move(storage)) {}

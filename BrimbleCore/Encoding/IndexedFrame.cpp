@@ -86,12 +86,45 @@ std::optional<QuantizedPixels> exactColors(const Image& image, PixelRect rect, s
   return result;
 }
 
+/// Indexed images keep their palette and indices; one with a transparent index is cropped to
+/// the pixels that show.
 IndexedFrame fromIndexedImage(const Image& image) {
   IndexedFrame frame;
-  frame.width = image.width();
-  frame.height = image.height();
-  frame.indices.assign(image.bytes().begin(), image.bytes().end());
   frame.palette.assign(image.palette().begin(), image.palette().end());
+  frame.transparentIndex = image.transparentIndex();
+  PixelRect rect{0, 0, image.width(), image.height()};
+  if (const auto transparent = image.transparentIndex()) {
+    int minX = image.width();
+    int maxX = -1;
+    int minY = image.height();
+    int maxY = -1;
+    for (int y = 0; y < image.height(); ++y) {
+      const auto row = image.row(y);
+      const auto first =
+          std::find_if(row.begin(), row.end(), [&](std::uint8_t i) { return i != *transparent; });
+      if (first == row.end()) {
+        continue;
+      }
+      const auto last =
+          std::find_if(row.rbegin(), row.rend(), [&](std::uint8_t i) { return i != *transparent; });
+      minX = std::min(minX, static_cast<int>(first - row.begin()));
+      maxX = std::max(maxX, static_cast<int>(row.rend() - last) - 1);
+      minY = std::min(minY, y);
+      maxY = y;
+    }
+    rect =
+        maxX < 0 ? PixelRect{0, 0, 1, 1} : PixelRect{minX, minY, maxX - minX + 1, maxY - minY + 1};
+  }
+  frame.left = rect.left;
+  frame.top = rect.top;
+  frame.width = rect.width;
+  frame.height = rect.height;
+  frame.indices.reserve(static_cast<std::size_t>(rect.width) * rect.height);
+  for (int y = rect.top; y < rect.top + rect.height; ++y) {
+    const auto row = image.row(y).subspan(static_cast<std::size_t>(rect.left),
+                                          static_cast<std::size_t>(rect.width));
+    frame.indices.insert(frame.indices.end(), row.begin(), row.end());
+  }
   return frame;
 }
 

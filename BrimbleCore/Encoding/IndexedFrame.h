@@ -21,7 +21,8 @@ struct IndexedFrame {
 };
 
 /// Turns `image` into palette indices for a GIF.
-/// - indexed8 images keep their palette and indices exactly.
+/// - indexed8 images keep their palette and indices exactly; one with a transparent index is
+///   cropped to the pixels that show.
 /// - bgra8 pixels with alpha 0 are transparent; the frame is cropped to the bounding box of the
 ///   other pixels (1x1 when there are none) and, when there are any, one palette entry is set
 ///   aside as the transparent index.

@@ -1,0 +1,48 @@
+#include "BrimbleCore/Encoding/FrameDeduplicator.h"
+
+#include "BrimbleCore/Encoding/GIFEncoder.h"
+
+namespace brimble::FrameDeduplicator {
+
+std::vector<ProcessedFrame> process(std::span<const TimestampedFrame> frames, int fps) {
+  std::vector<ProcessedFrame> result;
+  if (frames.empty()) {
+    return result;
+  }
+  if (frames.size() == 1) {
+    const double fallback = fps > 0 ? 1.0 / fps : 0;
+    result.push_back(
+        {frames[0].image, frames[0].duration.value_or(fallback), frames[0].sourceTimestamp});
+    return result;
+  }
+  const TimestampedFrame* kept = &frames[0];
+  double keptDelay = frames[1].timestamp - frames[0].timestamp;
+  for (std::size_t i = 1; i < frames.size(); ++i) {
+    const double delay = i + 1 < frames.size() ? frames[i + 1].timestamp - frames[i].timestamp
+                                               : frames[i].timestamp - frames[i - 1].timestamp;
+    if (GIFEncoder::compressedFramesAreSimilar(kept->image, frames[i].image)) {
+      keptDelay += delay;
+      continue;
+    }
+    result.push_back({kept->image, keptDelay, kept->sourceTimestamp});
+    kept = &frames[i];
+    keptDelay = delay;
+  }
+  result.push_back({kept->image, keptDelay, kept->sourceTimestamp});
+  return result;
+}
+
+std::vector<ProcessedFrame> merge(std::span<const ProcessedFrame> frames) {
+  std::vector<ProcessedFrame> result;
+  for (const ProcessedFrame& frame : frames) {
+    if (!result.empty() &&
+        GIFEncoder::compressedFramesAreSimilar(result.back().image, frame.image)) {
+      result.back().delay += frame.delay;
+    } else {
+      result.push_back(frame);
+    }
+  }
+  return result;
+}
+
+}  // namespace brimble::FrameDeduplicator

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "BrimbleCore/Encoding/Frame.h"
+
+namespace brimble {
+
+/// Reads an animated GIF frame by frame as a viewer shows it: each frame composited over the
+/// canvas with transparency, then disposed of as the file says (kept, cleared, or restored to
+/// what was there before). Holds the compressed file and one canvas, not every frame.
+/// One thread at a time.
+class GIFDecoder {
+ public:
+  /// Throws ImageCodecError::unreadableFile when the file cannot be read or is not a GIF.
+  explicit GIFDecoder(const std::filesystem::path& file);
+  /// Decodes GIF bytes held in memory; `name` is used in error messages.
+  GIFDecoder(std::vector<std::uint8_t> bytes, std::filesystem::path name);
+  GIFDecoder(GIFDecoder&&) noexcept;
+  GIFDecoder& operator=(GIFDecoder&&) noexcept;
+  ~GIFDecoder();
+
+  /// The logical screen size.
+  ImageSize size() const noexcept;
+  /// Plays from the NETSCAPE2.0 block: 0 forever, 1 when there is none. Known once the first
+  /// frame has been read.
+  int loopCount() const noexcept;
+
+  /// The next frame (bgra8, transparent where nothing was drawn yet) with its delay in seconds;
+  /// no value after the last. Throws ImageCodecError::unreadableFile for a damaged file.
+  std::optional<ProcessedFrame> next();
+
+  /// Every frame at once, for files known to be small.
+  std::vector<ProcessedFrame> readAll();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace brimble

@@ -1,0 +1,121 @@
+#include "cli/ProcessCommand.h"
+
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "BrimbleCore/Encoding/FrameDeduplicator.h"
+#include "BrimbleCore/Encoding/GIFDecoder.h"
+#include "BrimbleCore/Encoding/ImageScaler.h"
+#include "BrimbleCore/Support/Cancellation.h"
+#include "cli/AnimationOutput.h"
+#include "cli/ProgressBar.h"
+
+namespace brimble::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct ProcessOptions {
+  fs::path input;
+  fs::path output;
+  int maxWidth = 0;
+  double speed = 1;
+  std::string palette = "auto";
+  bool frameDiffing = true;
+  bool dedup = true;
+  std::string format;
+};
+
+/// Beside the input, named after it: clip.gif becomes clip.processed.gif (or .webp, .png).
+fs::path defaultOutput(const fs::path& input, OutputFormat format) {
+  fs::path output = input;
+  output.replace_extension(std::string(".processed.") + std::string(fileExtension(format)));
+  return output;
+}
+
+int runProcess(ProcessOptions options, const Interrupts& interrupts) {
+  const auto started = std::chrono::steady_clock::now();
+  const auto palette = paletteStrategyFromArgument(options.palette);
+  if (!palette) {
+    fmt::print(stderr, "brimble process: unknown palette \"{}\" (use auto, global or perFrame)\n",
+               options.palette);
+    return kExitUsage;
+  }
+  const fs::path formatHint = options.output.empty() ? fs::path("out.gif") : options.output;
+  const auto format = resolveOutputFormat("process", options.format, formatHint);
+  if (!format) {
+    return kExitUsage;
+  }
+  if (options.output.empty()) {
+    options.output = defaultOutput(options.input, *format);
+  }
+
+  GIFDecoder decoder(options.input);
+  std::vector<ProcessedFrame> frames = decoder.readAll();
+  if (frames.empty()) {
+    fmt::print(stderr, "brimble process: {} holds no frames\n", options.input.string());
+    return kExitFailure;
+  }
+  for (ProcessedFrame& frame : frames) {
+    frame.delay /= options.speed;
+    if (options.maxWidth > 0) {
+      frame.image = ImageScaler::scaleToMaxWidth(frame.image, options.maxWidth);
+    }
+  }
+  if (options.dedup) {
+    frames = FrameDeduplicator::merge(frames);
+  }
+  ProgressBar bar;
+  // Written beside the destination and renamed over it, so processing a file in place is safe.
+  const EncodeSummary summary =
+      GIFEncoder::encode(frames, decoder.loopCount(), *palette, options.frameDiffing, *format,
+                         options.output, progressOn(bar), interrupts.token());
+  bar.finish();
+  printSummary(options.output, summary, started);
+  return kExitSuccess;
+}
+
+}  // namespace
+
+Command addProcessCommand(CLI::App& app, const Interrupts& interrupts) {
+  auto options = std::make_shared<ProcessOptions>();
+  CLI::App* command =
+      app.add_subcommand("process", "Resize, change the speed of, and re-encode an animated GIF");
+  command->add_option("input", options->input, "The GIF to process")->required();
+  command->add_option("-o,--output", options->output,
+                      "The file to write (default: INPUT.processed.gif beside the input)");
+  command
+      ->add_option("--max-width", options->maxWidth,
+                   "Scale frames down to at most this width (0 keeps their size)")
+      ->check(CLI::Range(0, 65535))
+      ->capture_default_str();
+  command->add_option("--speed", options->speed, "Playback speed factor (2 plays twice as fast)")
+      ->check(CLI::Range(0.01, 100.0))
+      ->capture_default_str();
+  command
+      ->add_option("--palette", options->palette,
+                   "auto, global or perFrame (GIF without frame diffing)")
+      ->capture_default_str();
+  command->add_flag("--frame-diffing,!--no-frame-diffing", options->frameDiffing,
+                    "Store only the pixels that changed (GIF; default on)");
+  command->add_flag("--dedup,!--no-dedup", options->dedup,
+                    "Merge repeated frames into longer ones (default on)");
+  command->add_option("--format", options->format, "gif, webp or apng (default: from -o)");
+  return {command, [options, &interrupts] {
+            try {
+              return runProcess(*options, interrupts);
+            } catch (const CancellationError&) {
+              fmt::print(stderr, "brimble process: interrupted; nothing was written\n");
+              return Interrupts::kExitInterrupted;
+            }
+          }};
+}
+
+}  // namespace brimble::cli

@@ -32,11 +32,10 @@ std::vector<ProcessedFrame> process(std::span<const TimestampedFrame> frames, in
   return result;
 }
 
-std::vector<ProcessedFrame> merge(std::span<const ProcessedFrame> frames) {
+std::vector<ProcessedFrame> merge(std::span<const ProcessedFrame> frames, DedupRule rule) {
   std::vector<ProcessedFrame> result;
   for (const ProcessedFrame& frame : frames) {
-    if (!result.empty() &&
-        GIFEncoder::compressedFramesAreSimilar(result.back().image, frame.image)) {
+    if (!result.empty() && GIFEncoder::framesRepeat(result.back().image, frame.image, rule)) {
       result.back().delay += frame.delay;
     } else {
       result.push_back(frame);

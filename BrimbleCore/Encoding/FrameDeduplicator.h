@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "BrimbleCore/Encoding/Frame.h"
+#include "BrimbleCore/Encoding/GIFEncoder.h"
 
 namespace brimble {
 
@@ -18,8 +19,9 @@ namespace FrameDeduplicator {
 std::vector<ProcessedFrame> process(std::span<const TimestampedFrame> frames, int fps);
 
 /// The same merging for frames that already carry delays (a decoded GIF): each kept frame's delay
-/// grows by the delays of the similar frames after it.
-std::vector<ProcessedFrame> merge(std::span<const ProcessedFrame> frames);
+/// grows by the delays of the frames after it that repeat it by `rule`.
+std::vector<ProcessedFrame> merge(std::span<const ProcessedFrame> frames,
+                                  DedupRule rule = DedupRule::everyPixel);
 
 }  // namespace FrameDeduplicator
 }  // namespace brimble

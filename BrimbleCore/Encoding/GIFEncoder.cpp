@@ -236,9 +236,7 @@ struct SequenceEncoder {
   using SinkFactory = std::function<std::unique_ptr<FileByteSink>()>;
 
   bool repeats(const Image& kept, const Image& next) const {
-    return tuning.dedupRule == DedupRule::sampled
-               ? GIFEncoder::compressedFramesAreSimilar(kept, next)
-               : GIFEncoder::framesMatchEveryPixel(kept, next, kEveryPixelTolerance);
+    return GIFEncoder::framesRepeat(kept, next, tuning.dedupRule);
   }
 
   Image prepared(const Image& image) const { return transform ? transform(image) : image; }
@@ -571,6 +569,11 @@ std::optional<Image> GIFEncoder::createDiffFrame(const Image& current, const Ima
     }
   }
   return Image::bgra8(now.width(), now.height(), std::move(bytes));
+}
+
+bool GIFEncoder::framesRepeat(const Image& kept, const Image& next, DedupRule rule) {
+  return rule == DedupRule::sampled ? compressedFramesAreSimilar(kept, next)
+                                    : framesMatchEveryPixel(kept, next, kEveryPixelTolerance);
 }
 
 bool GIFEncoder::framesMatchEveryPixel(const Image& a, const Image& b, int tolerance) {

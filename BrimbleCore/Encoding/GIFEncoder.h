@@ -118,6 +118,9 @@ class GIFEncoder {
   /// to differ by 10 per channel, and at most 5 of them beyond that.
   static bool compressedFramesAreSimilar(const Image& a, const Image& b);
 
+  /// Whether `next` repeats `kept` by `rule`.
+  static bool framesRepeat(const Image& kept, const Image& next, DedupRule rule);
+
   /// Whether every pixel of `a` is within `tolerance` per channel of the same pixel of `b`
   /// (alpha ignored). Images of different sizes never match.
   static bool framesMatchEveryPixel(const Image& a, const Image& b, int tolerance);

@@ -89,6 +89,7 @@ std::optional<DecodedGIF> decodeGIF(std::span<const std::uint8_t> bytes) {
     }
     decoded.frames.push_back(Image::bgra8(gif->SWidth, gif->SHeight, canvas));
     decoded.delaysCentiseconds.push_back(control.DelayTime);
+    decoded.localTables.push_back(image.ImageDesc.ColorMap != nullptr);
     if (control.DisposalMode == DISPOSE_BACKGROUND) {
       ADD_FAILURE() << "frame " << f << " asks for disposal to background";
     }

@@ -20,6 +20,8 @@ struct DecodedGIF {
   /// opaque bgra8.
   std::vector<Image> frames;
   std::vector<int> delaysCentiseconds;
+  /// Whether each frame carries a local colour table (else it uses the global one).
+  std::vector<bool> localTables;
 };
 
 /// Decodes with giflib's DGifSlurp. Fails the current test (and returns no value) when giflib

@@ -6,7 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include "BrimbleCore/Encoding/ImageCodec.h"
 #include "tests/Support/GifReader.h"
+#include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -71,6 +73,162 @@ TEST(BrimbleEncode, AnUnwritableDestinationFailsWithTheReason) {
       brimble("encode --test-pattern --frames 2 -o " + shellQuote(out.string()) + " 2>&1"));
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_NE(result.output.find("could not create"), std::string::npos) << result.output;
+}
+
+void writePNG(const std::filesystem::path& path, const Image& image) {
+  const auto bytes = encodePNG(image);
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+}
+
+/// Frames named so that name order differs from creation order, each a solid colour.
+void writeNumberedFrames(const std::filesystem::path& directory) {
+  writePNG(directory / "frame-2.png", testing::solidImage(40, 30, {0, 200, 0}));
+  writePNG(directory / "frame-1.png", testing::solidImage(40, 30, {200, 0, 0}));
+  writePNG(directory / "frame-3.png", testing::solidImage(40, 30, {0, 0, 200}));
+  std::ofstream(directory / "notes.txt") << "not a frame";
+}
+
+std::vector<std::uint8_t> redsOf(const testing::DecodedGIF& gif) {
+  std::vector<std::uint8_t> reds;
+  for (const Image& frame : gif.frames) {
+    reds.push_back(testing::pixelAt(frame, 5, 5).r);
+  }
+  return reds;
+}
+
+TEST(BrimbleEncode, ADirectoryOfFramesIsEncodedInNameOrder) {
+  TempDirectory directory;
+  std::filesystem::create_directory(directory / "frames");
+  writeNumberedFrames(directory / "frames");
+  const auto out = directory / "clip.gif";
+  const auto result =
+      runCommand(brimble("encode --fps 10 " + shellQuote((directory / "frames").string()) + " -o " +
+                         shellQuote(out.string()) + " 2>&1"));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(redsOf(*decoded), (std::vector<std::uint8_t>{200, 0, 0}));
+  EXPECT_EQ(testing::pixelAt(decoded->frames[1], 5, 5).g, 200);
+  EXPECT_EQ(decoded->delaysCentiseconds, (std::vector<int>{10, 10, 10}));
+}
+
+TEST(BrimbleEncode, FrameFilesAreEncodedInTheOrderGiven) {
+  TempDirectory directory;
+  writeNumberedFrames(directory.path());
+  const auto out = directory / "clip.gif";
+  const auto result =
+      runCommand(brimble("encode " + shellQuote((directory / "frame-3.png").string()) + " " +
+                         shellQuote((directory / "frame-1.png").string()) + " -o " +
+                         shellQuote(out.string()) + " 2>&1"));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(redsOf(*decoded), (std::vector<std::uint8_t>{0, 200}));
+}
+
+TEST(BrimbleEncode, BadFramesAreExplainedAndNothingIsWritten) {
+  TempDirectory directory;
+  writePNG(directory / "a.png", testing::solidImage(40, 30, {1, 2, 3}));
+  writePNG(directory / "b.png", testing::solidImage(41, 30, {1, 2, 3}));
+  std::ofstream(directory / "c.png") << "not really a PNG";
+  const auto out = directory / "clip.gif";
+  const auto expectFailure = [&](const std::string& inputs, const std::string& message) {
+    const auto result =
+        runCommand(brimble("encode " + inputs + " -o " + shellQuote(out.string()) + " 2>&1"));
+    EXPECT_EQ(result.exitCode, 1) << result.output;
+    EXPECT_EQ(result.output, "brimble encode: " + message + "\n");
+    EXPECT_FALSE(std::filesystem::exists(out));
+  };
+  const auto a = (directory / "a.png").string();
+  const auto b = (directory / "b.png").string();
+  const auto c = (directory / "c.png").string();
+  expectFailure(shellQuote(a) + " " + shellQuote(b),
+                "frames of mixed sizes: " + a + " is 40x30 but " + b + " is 41x30");
+  expectFailure(shellQuote(a) + " " + shellQuote(c), c + ": not a PNG or JPEG image");
+  expectFailure(shellQuote((directory / "missing").string()),
+                (directory / "missing").string() + ": no such file or directory");
+  std::filesystem::create_directory(directory / "empty");
+  expectFailure(shellQuote((directory / "empty").string()),
+                (directory / "empty").string() + ": no PNG or JPEG frames in this directory");
+}
+
+TEST(BrimbleEncode, TheOutputNameOrFormatOptionPicksTheFormat) {
+  TempDirectory directory;
+  const auto webp = directory / "clip.webp";
+  ASSERT_EQ(runCommand(brimble("encode --test-pattern --frames 4 --size 80x50 -o " +
+                               shellQuote(webp.string())))
+                .exitCode,
+            0);
+  EXPECT_NE(
+      runCommand("webpmux -info " + shellQuote(webp.string())).output.find("Number of frames: 4"),
+      std::string::npos);
+
+  const auto png = directory / "clip.png";
+  ASSERT_EQ(runCommand(brimble("encode --test-pattern --frames 4 --size 80x50 -o " +
+                               shellQuote(png.string())))
+                .exitCode,
+            0);
+  EXPECT_EQ(runCommand("ffprobe -v error -show_entries stream=codec_name -of csv=p=0 " +
+                       shellQuote(png.string()))
+                .output,
+            "apng\n");
+
+  const auto named = directory / "clip.anim";
+  ASSERT_EQ(runCommand(brimble("encode --test-pattern --frames 4 --size 80x50 --format apng -o " +
+                               shellQuote(named.string())))
+                .exitCode,
+            0);
+  EXPECT_EQ(runCommand("ffprobe -v error -show_entries stream=codec_name -of csv=p=0 " +
+                       shellQuote(named.string()))
+                .output,
+            "apng\n");
+
+  const auto bad = runCommand(brimble("encode --test-pattern --format tiff -o " +
+                                      shellQuote((directory / "x").string()) + " 2>&1"));
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_EQ(bad.output, "brimble encode: unknown format \"tiff\" (use gif, webp or apng)\n");
+  const auto video = runCommand(
+      brimble("encode --test-pattern -o " + shellQuote((directory / "x.mp4").string()) + " 2>&1"));
+  EXPECT_EQ(video.exitCode, 2);
+}
+
+TEST(BrimbleProcess, ChangesSpeedAndSizeAndWritesBesideTheInput) {
+  TempDirectory directory;
+  const auto in = directory / "clip.gif";
+  ASSERT_EQ(
+      runCommand(
+          brimble(
+              "encode --test-pattern --no-dedup --frames 6 --size 200x120 --fps 10 --loop 3 -o " +
+              shellQuote(in.string())))
+          .exitCode,
+      0);
+  const auto result =
+      runCommand(brimble("process " + shellQuote(in.string()) + " --speed 2 --max-width 100 2>&1"));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto out = directory / "clip.processed.gif";
+  EXPECT_EQ(result.output.rfind(out.string() + ": ", 0), 0u) << result.output;
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->width, 100);
+  EXPECT_EQ(decoded->height, 60);
+  EXPECT_EQ(decoded->delaysCentiseconds, std::vector<int>(6, 5));
+  EXPECT_EQ(decoded->plays, 3);
+
+  // In place: the input is replaced only once the new file is complete.
+  const auto again = runCommand(brimble("process " + shellQuote(in.string()) + " -o " +
+                                        shellQuote(in.string()) + " --speed 0.5 2>&1"));
+  ASSERT_EQ(again.exitCode, 0) << again.output;
+  const auto slower = testing::decodeGIFFile(in);
+  ASSERT_TRUE(slower);
+  EXPECT_EQ(slower->delaysCentiseconds, std::vector<int>(6, 20));
+
+  const auto missing =
+      runCommand(brimble("process " + shellQuote((directory / "nope.gif").string()) + " 2>&1"));
+  EXPECT_EQ(missing.exitCode, 1);
+  EXPECT_EQ(missing.output, "brimble process: cannot read " + (directory / "nope.gif").string() +
+                                ": No such file or directory\n");
 }
 
 TEST(Brimble, HelpAndVersionSucceed) {

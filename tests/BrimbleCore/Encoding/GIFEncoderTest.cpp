@@ -1,9 +1,23 @@
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 
 #include <array>
+#include <fstream>
+#include <iterator>
+#include <stop_token>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "BrimbleCore/Encoding/DiskFrameWriter.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/ImageScaler.h"
+#include "BrimbleCore/Encoding/MuxError.h"
+#include "BrimbleCore/Encoding/TestPattern.h"
+#include "BrimbleCore/Support/Cancellation.h"
+#include "tests/Support/GifReader.h"
+#include "tests/Support/Images.h"
+#include "tests/Support/RunCommand.h"
+#include "tests/Support/TempDirectory.h"
 
 namespace brimble {
 namespace {
@@ -46,6 +60,230 @@ TEST(GIFEncoder, DiffFrameOfDifferentSizesIsNothing) {
   const Image a = onePixelRow({{1, 2, 3}, {4, 5, 6}});
   const Image b = onePixelRow({{1, 2, 3}});
   EXPECT_FALSE(GIFEncoder::createDiffFrame(a, b, 0).has_value());
+}
+
+}  // namespace
+}  // namespace brimble
+
+namespace brimble {
+namespace {
+
+using testing::TempDirectory;
+
+std::vector<ProcessedFrame> patternFrames(int count, int width, int height, double delay) {
+  std::vector<ProcessedFrame> frames;
+  for (int i = 0; i < count; ++i) {
+    frames.push_back({testPatternFrame(i, count, width, height), delay, std::nullopt});
+  }
+  return frames;
+}
+
+std::size_t entriesIn(const std::filesystem::path& directory) {
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(directory),
+                                                std::filesystem::directory_iterator()));
+}
+
+std::string readText(const std::filesystem::path& path) {
+  std::ifstream in(path);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST(GIFEncoder, NoFramesWriteNothing) {
+  TempDirectory directory;
+  const auto summary = GIFEncoder::encode({}, 0, PaletteStrategy::automatic, false,
+                                          OutputFormat::gif, directory / "out.gif");
+  EXPECT_EQ(summary.frames, 0);
+  EXPECT_EQ(entriesIn(directory.path()), 0u);
+  const InMemoryFrameStore empty;
+  GIFEncoder::encodeCompressed(empty, 30, 0, true, true, OutputFormat::gif, directory / "out.gif");
+  EXPECT_EQ(entriesIn(directory.path()), 0u);
+}
+
+TEST(GIFEncoder, MP4IsNotAnAnimationFormat) {
+  TempDirectory directory;
+  const auto frames = patternFrames(2, 40, 30, 0.1);
+  try {
+    GIFEncoder::encode(frames, 0, PaletteStrategy::automatic, false, OutputFormat::mp4,
+                       directory / "out.mp4");
+    ADD_FAILURE() << "mp4 was accepted";
+  } catch (const MuxError& error) {
+    EXPECT_EQ(error, MuxError::unexpectedLayout("mp4 has no animation muxer"));
+  }
+  EXPECT_EQ(entriesIn(directory.path()), 0u);
+}
+
+TEST(GIFEncoder, CancellingLeavesNoFileAndTheOldOneIntact) {
+  TempDirectory directory;
+  const auto out = directory / "out.gif";
+  std::ofstream(out) << "the previous recording";
+  const auto frames = patternFrames(10, 80, 50, 0.1);
+  std::stop_source stop;
+  int reported = 0;
+  const EncodeProgress cancelAfterTwo = [&](RenderPhase phase, int done, int) {
+    if (phase == RenderPhase::encode && done == 2) {
+      stop.request_stop();
+    }
+    ++reported;
+  };
+  EXPECT_THROW(GIFEncoder::encode(frames, 0, PaletteStrategy::perFrame, true, OutputFormat::gif,
+                                  out, cancelAfterTwo, stop.get_token()),
+               CancellationError);
+  EXPECT_EQ(reported, 2);
+  EXPECT_EQ(readText(out), "the previous recording");
+  EXPECT_EQ(entriesIn(directory.path()), 1u);
+
+  std::vector<std::vector<std::uint8_t>> blobs;
+  for (const auto& frame : frames) {
+    blobs.push_back(encodeJPEG(frame.image, 85));
+  }
+  const InMemoryFrameStore store(blobs);
+  std::stop_source early;
+  early.request_stop();
+  EXPECT_THROW(GIFEncoder::encodeCompressed(store, 10, 0, true, true, OutputFormat::webp, out, {},
+                                            {}, 75, early.get_token()),
+               CancellationError);
+  EXPECT_EQ(readText(out), "the previous recording");
+  EXPECT_EQ(entriesIn(directory.path()), 1u);
+}
+
+TEST(GIFEncoder, GlobalPaletteFramesShareOneTable) {
+  TempDirectory directory;
+  const auto out = directory / "out.gif";
+  const auto frames = patternFrames(4, 60, 40, 0.1);
+  std::vector<std::pair<RenderPhase, int>> progress;
+  const auto summary = GIFEncoder::encode(
+      frames, 0, PaletteStrategy::global, false, OutputFormat::gif, out,
+      [&](RenderPhase phase, int done, int) { progress.emplace_back(phase, done); });
+  EXPECT_EQ(summary.frames, 4);
+  EXPECT_EQ(summary.width, 60);
+  EXPECT_EQ(progress.front().first, RenderPhase::palette);
+  EXPECT_EQ(progress.back(), (std::pair{RenderPhase::encode, 4}));
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  ASSERT_EQ(decoded->frames.size(), 4u);
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    EXPECT_GT(testing::psnr(decoded->frames[i], frames[i].image), 30.0);
+  }
+}
+
+std::vector<std::vector<std::uint8_t>> jpegBlobs(const std::vector<Image>& images) {
+  std::vector<std::vector<std::uint8_t>> blobs;
+  for (const Image& image : images) {
+    blobs.push_back(encodeJPEG(image, 85));
+  }
+  return blobs;
+}
+
+TEST(GIFEncoder, CompressedFramesMergeRepeatsAndSkipWhatCannotBeDecoded) {
+  TempDirectory directory;
+  const Image a = testing::solidImage(64, 48, {30, 60, 90});
+  const Image b = testing::solidImage(64, 48, {200, 100, 0});
+  auto blobs = jpegBlobs({a, a, a, b, b});
+  blobs.insert(blobs.begin() + 2, std::vector<std::uint8_t>{'n', 'o', 'p', 'e'});
+  const InMemoryFrameStore store(blobs);
+
+  const auto merged = directory / "merged.gif";
+  EXPECT_EQ(
+      GIFEncoder::encodeCompressed(store, 10, 0, false, true, OutputFormat::gif, merged).frames, 2);
+  const auto decoded = testing::decodeGIFFile(merged);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->delaysCentiseconds, (std::vector<int>{30, 20}));
+
+  const auto all = directory / "all.gif";
+  EXPECT_EQ(GIFEncoder::encodeCompressed(store, 10, 0, false, false, OutputFormat::gif, all).frames,
+            5);
+}
+
+TEST(GIFEncoder, CompressedFramesAreTransformedBeforeWriting) {
+  TempDirectory directory;
+  const InMemoryFrameStore store(
+      jpegBlobs({testPatternFrame(0, 2, 200, 100), testPatternFrame(1, 2, 200, 100)}));
+  const auto out = directory / "small.png";
+  const auto summary = GIFEncoder::encodeCompressed(
+      store, 30, 0, true, false, OutputFormat::apng, out, {},
+      [](const Image& image) { return ImageScaler::scaleToMaxWidth(image, 100); });
+  EXPECT_EQ(summary.frames, 2);
+  EXPECT_EQ(summary.width, 100);
+  EXPECT_EQ(summary.height, 50);
+  const auto probe = testing::runCommand(
+      "ffprobe -v error -show_entries stream=codec_name,width,height -of csv=p=0 " +
+      testing::shellQuote(out.string()));
+  EXPECT_EQ(probe.output, "apng,100,50\n");
+}
+
+TEST(GIFEncoder, EveryPixelDeduplicationKeepsATypedCharacter) {
+  TempDirectory directory;
+  const Image blank = testing::solidImage(300, 200, {240, 240, 240});
+  const Image typed = testing::imageOf(300, 200, [](int x, int y) {
+    return x >= 100 && x < 106 && y >= 50 && y < 60 ? testing::Pixel{20, 20, 20}
+                                                    : testing::Pixel{240, 240, 240};
+  });
+  const InMemoryFrameStore store(
+      {encodePNG(blank), encodePNG(blank), encodePNG(typed), encodePNG(typed)});
+  EncoderTuning tuning;
+  EXPECT_EQ(GIFEncoder::encodeCompressed(store, 10, 0, true, true, OutputFormat::gif,
+                                         directory / "a.gif", {}, {}, 75, {}, tuning)
+                .frames,
+            1)
+      << "sampling misses the character";
+  tuning.dedupRule = DedupRule::everyPixel;
+  EXPECT_EQ(GIFEncoder::encodeCompressed(store, 10, 0, true, true, OutputFormat::gif,
+                                         directory / "b.gif", {}, {}, 75, {}, tuning)
+                .frames,
+            2);
+}
+
+TEST(GIFEncoder, SharedPaletteDiffingReusesTheGlobalTable) {
+  TempDirectory directory;
+  std::vector<Image> images;
+  for (int i = 0; i < 8; ++i) {
+    images.push_back(testPatternFrame(i, 8, 160, 100));
+  }
+  EncoderTuning tuning;
+  tuning.paletteStrategy = PaletteStrategy::global;
+  tuning.paletteBuilder = PaletteBuilder::histogram;
+  const auto out = directory / "shared.gif";
+  const auto summary = GIFEncoder::encodeSequence(
+      8, [&](int i) -> std::optional<Image> { return images[static_cast<std::size_t>(i)]; }, 10, 0,
+      true, false, OutputFormat::gif, out, {}, {}, 75, {}, tuning);
+  EXPECT_EQ(summary.frames, 8);
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  ASSERT_EQ(decoded->frames.size(), 8u);
+  for (std::size_t i = 0; i < images.size(); ++i) {
+    EXPECT_GT(testing::psnr(decoded->frames[i], images[i]), 38.0) << "frame " << i;
+    EXPECT_FALSE(decoded->localTables[i]) << "frame " << i << " repeats the table";
+  }
+}
+
+TEST(GIFEncoder, FramesOfMixedSizesAreRefusedWithoutAFile) {
+  TempDirectory directory;
+  const InMemoryFrameStore store(
+      jpegBlobs({testPatternFrame(0, 2, 64, 48), testPatternFrame(1, 2, 60, 48)}));
+  try {
+    GIFEncoder::encodeCompressed(store, 10, 0, false, false, OutputFormat::gif,
+                                 directory / "out.gif");
+    ADD_FAILURE() << "mixed sizes were accepted";
+  } catch (const MuxError& error) {
+    EXPECT_EQ(error, MuxError::inconsistentCanvas());
+  }
+  EXPECT_EQ(entriesIn(directory.path()), 0u);
+}
+
+TEST(GIFEncoder, WritesFromARecordingOnDisk) {
+  TempDirectory directory;
+  DiskFrameWriter writer(directory.path());
+  for (int i = 0; i < 6; ++i) {
+    writer.append(encodeJPEG(testPatternFrame(i, 6, 120, 80), 85));
+  }
+  const auto store = writer.finalize();
+  const auto out = directory / "recording.gif";
+  EXPECT_EQ(GIFEncoder::encodeCompressed(*store, 30, 0, true, false, OutputFormat::gif, out).frames,
+            6);
+  const auto probe = testing::runCommand(
+      "ffprobe -v error -count_frames -show_entries stream=nb_read_frames -of csv=p=0 " +
+      testing::shellQuote(out.string()));
+  EXPECT_EQ(probe.output, "6\n");
 }
 
 }  // namespace

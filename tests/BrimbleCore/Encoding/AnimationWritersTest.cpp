@@ -1,0 +1,205 @@
+// The APNG and WebP writers, read back by decoders we did not write: ffmpeg's APNG demuxer,
+// libpng, webpmux and libwebp's animation decoder.
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <png.h>
+#include <webp/demux.h>
+
+#include "BrimbleCore/Encoding/APNGMuxer.h"
+#include "BrimbleCore/Encoding/MuxError.h"
+#include "BrimbleCore/Encoding/TestPattern.h"
+#include "BrimbleCore/Encoding/WebPMuxer.h"
+#include "tests/Support/Images.h"
+#include "tests/Support/RunCommand.h"
+#include "tests/Support/TempDirectory.h"
+
+namespace brimble {
+namespace {
+
+using testing::runCommand;
+using testing::shellQuote;
+using testing::TempDirectory;
+
+std::vector<Image> clip(int count, int width, int height) {
+  std::vector<Image> frames;
+  for (int i = 0; i < count; ++i) {
+    frames.push_back(testPatternFrame(i, count, width, height));
+  }
+  return frames;
+}
+
+template <typename Muxer, typename... Args>
+void writeClip(const std::filesystem::path& path, const std::vector<Image>& frames,
+               const std::vector<double>& delays, Args... args) {
+  Muxer muxer(std::make_unique<FileByteSink>(path), args...);
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    muxer.append(frames[i], delays[i]);
+  }
+  muxer.finish();
+}
+
+std::vector<std::uint8_t> readBytes(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+/// Every frame as ffmpeg decodes it, as raw BGRA.
+std::vector<Image> ffmpegFrames(const std::filesystem::path& path, int width, int height) {
+  TempDirectory directory;
+  const auto raw = directory / "frames.raw";
+  const auto result =
+      runCommand("ffmpeg -v error -i " + shellQuote(path.string()) + " -fps_mode passthrough" +
+                 " -f rawvideo -pix_fmt bgra " + shellQuote(raw.string()) + " 2>&1");
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  const auto bytes = readBytes(raw);
+  const std::size_t frameBytes = static_cast<std::size_t>(width) * height * 4;
+  std::vector<Image> frames;
+  for (std::size_t at = 0; at + frameBytes <= bytes.size(); at += frameBytes) {
+    frames.push_back(
+        Image::bgra8(width, height,
+                     PixelBuffer(bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                                 bytes.begin() + static_cast<std::ptrdiff_t>(at + frameBytes))));
+  }
+  return frames;
+}
+
+TEST(APNGMuxer, FramesRoundTripLosslesslyThroughFFmpeg) {
+  TempDirectory directory;
+  const auto path = directory / "clip.png";
+  const auto frames = clip(6, 160, 100);
+  writeClip<APNGMuxer>(path, frames, {0.1, 0.05, 1.0, 0.04, 0.5, 0.25}, 0);
+
+  const auto probe = runCommand(
+      "ffprobe -v error -count_frames -show_entries stream=codec_name,width,height,nb_read_frames "
+      "-of csv=p=0 " +
+      shellQuote(path.string()));
+  EXPECT_EQ(probe.output, "apng,160,100,6\n");
+  const auto durations =
+      runCommand("ffprobe -v error -show_entries packet=duration_time -of csv=p=0 " +
+                 shellQuote(path.string()));
+  EXPECT_EQ(durations.output, "0.100000\n0.050000\n1.000000\n0.040000\n0.500000\n0.250000\n");
+  const auto decoded = ffmpegFrames(path, 160, 100);
+  ASSERT_EQ(decoded.size(), frames.size());
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    EXPECT_TRUE(decoded[i].hasSamePixels(frames[i])) << "frame " << i;
+  }
+}
+
+TEST(APNGMuxer, ThePlainPNGViewIsTheFirstFrameAndTheLoopCountIsStored) {
+  TempDirectory directory;
+  const auto path = directory / "clip.png";
+  const auto frames = clip(3, 40, 30);
+  writeClip<APNGMuxer>(path, frames, {0.1, 0.1, 0.1}, 3);
+
+  png_image png{};
+  png.version = PNG_IMAGE_VERSION;
+  ASSERT_NE(png_image_begin_read_from_file(&png, path.c_str()), 0) << png.message;
+  png.format = PNG_FORMAT_BGRA;
+  PixelBuffer pixels(PNG_IMAGE_SIZE(png));
+  ASSERT_NE(png_image_finish_read(&png, nullptr, pixels.data(), 0, nullptr), 0) << png.message;
+  EXPECT_TRUE(Image::bgra8(40, 30, std::move(pixels)).hasSamePixels(frames[0]));
+
+  // acTL: frame count 3, 3 plays, right after the 13-byte IHDR.
+  const auto bytes = readBytes(path);
+  const std::vector<std::uint8_t> control(bytes.begin() + 37, bytes.begin() + 49);
+  EXPECT_EQ(control, (std::vector<std::uint8_t>{'a', 'c', 'T', 'L', 0, 0, 0, 3, 0, 0, 0, 3}));
+}
+
+TEST(APNGMuxer, MisuseIsRefused) {
+  auto sink = std::make_unique<MemoryByteSink>();
+  MemoryByteSink* memory = sink.get();
+  APNGMuxer muxer(std::move(sink), 0);
+  EXPECT_THROW(muxer.finish(), MuxError);
+  EXPECT_TRUE(memory->data.empty());
+  muxer.append(testPatternFrame(0, 2, 20, 10), 0.1);
+  try {
+    muxer.append(testPatternFrame(1, 2, 21, 10), 0.1);
+    ADD_FAILURE() << "a frame of another size was accepted";
+  } catch (const MuxError& error) {
+    EXPECT_EQ(error, MuxError::inconsistentCanvas());
+  }
+}
+
+struct DecodedWebP {
+  int width = 0;
+  int height = 0;
+  int loopCount = -1;
+  std::vector<Image> frames;
+  std::vector<int> endTimesMs;
+};
+
+DecodedWebP decodeWebP(const std::filesystem::path& path) {
+  const auto bytes = readBytes(path);
+  WebPData data{bytes.data(), bytes.size()};
+  WebPAnimDecoderOptions options;
+  WebPAnimDecoderOptionsInit(&options);
+  options.color_mode = MODE_BGRA;
+  std::unique_ptr<WebPAnimDecoder, decltype(&WebPAnimDecoderDelete)> decoder(
+      WebPAnimDecoderNew(&data, &options), &WebPAnimDecoderDelete);
+  DecodedWebP decoded;
+  if (!decoder) {
+    ADD_FAILURE() << "libwebp cannot open " << path;
+    return decoded;
+  }
+  WebPAnimInfo info;
+  WebPAnimDecoderGetInfo(decoder.get(), &info);
+  decoded.width = static_cast<int>(info.canvas_width);
+  decoded.height = static_cast<int>(info.canvas_height);
+  decoded.loopCount = static_cast<int>(info.loop_count);
+  while (WebPAnimDecoderHasMoreFrames(decoder.get())) {
+    std::uint8_t* pixels = nullptr;
+    int timestamp = 0;
+    if (!WebPAnimDecoderGetNext(decoder.get(), &pixels, &timestamp)) {
+      ADD_FAILURE() << "frame decode failed";
+      break;
+    }
+    const std::size_t size = static_cast<std::size_t>(decoded.width) * decoded.height * 4;
+    decoded.frames.push_back(
+        Image::bgra8(decoded.width, decoded.height, PixelBuffer(pixels, pixels + size)));
+    decoded.endTimesMs.push_back(timestamp);
+  }
+  return decoded;
+}
+
+TEST(WebPMuxer, LossyFramesKeepTheirTimingLoopAndLikeness) {
+  TempDirectory directory;
+  const auto path = directory / "clip.webp";
+  const auto frames = clip(5, 160, 100);
+  writeClip<WebPMuxer>(path, frames, {0.1, 0.05, 1.0, 0.04, 0.5}, 2, 75.0f, false);
+
+  const auto decoded = decodeWebP(path);
+  EXPECT_EQ(decoded.width, 160);
+  EXPECT_EQ(decoded.height, 100);
+  EXPECT_EQ(decoded.loopCount, 2);
+  EXPECT_EQ(decoded.endTimesMs, (std::vector<int>{100, 150, 1150, 1190, 1690}));
+  ASSERT_EQ(decoded.frames.size(), frames.size());
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    EXPECT_GT(testing::psnr(decoded.frames[i], frames[i]), 28.0) << "frame " << i;
+  }
+  const auto info = runCommand("webpmux -info " + shellQuote(path.string()));
+  EXPECT_NE(info.output.find("Number of frames: 5"), std::string::npos) << info.output;
+  EXPECT_NE(info.output.find("Loop Count : 2"), std::string::npos) << info.output;
+}
+
+TEST(WebPMuxer, LosslessFramesAreExact) {
+  TempDirectory directory;
+  const auto path = directory / "clip.webp";
+  const auto frames = clip(3, 64, 48);
+  writeClip<WebPMuxer>(path, frames, {0.2, 0.2, 0.2}, 0, 50.0f, true);
+  const auto decoded = decodeWebP(path);
+  ASSERT_EQ(decoded.frames.size(), 3u);
+  EXPECT_EQ(decoded.loopCount, 0);
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    EXPECT_TRUE(decoded.frames[i].hasSamePixels(frames[i])) << "frame " << i;
+  }
+}
+
+}  // namespace
+}  // namespace brimble

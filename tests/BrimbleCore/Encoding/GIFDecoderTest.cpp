@@ -1,0 +1,164 @@
+#include "BrimbleCore/Encoding/GIFDecoder.h"
+
+#include <fstream>
+#include <vector>
+
+#include <gif_lib.h>
+#include <gtest/gtest.h>
+
+#include "BrimbleCore/Encoding/GIFMuxer.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
+#include "tests/Support/Images.h"
+#include "tests/Support/TempDirectory.h"
+
+namespace brimble {
+namespace {
+
+using testing::Pixel;
+using testing::pixelAt;
+using testing::TempDirectory;
+
+/// One image block of a GIF written with giflib's own encoder.
+struct Block {
+  int left, top, width, height;
+  std::vector<GifPixelType> indices;  // rows in file order
+  int disposal = DISPOSE_DO_NOT;
+  int transparent = NO_TRANSPARENT_COLOR;
+  int delayCentiseconds = 10;
+  bool interlaced = false;
+};
+
+/// A 4-colour GIF (black, red, green, blue) of `blocks`, without a loop block.
+std::vector<std::uint8_t> craftGIF(int width, int height, const std::vector<Block>& blocks) {
+  std::vector<std::uint8_t> bytes;
+  int error = 0;
+  GifFileType* gif = EGifOpen(
+      &bytes,
+      [](GifFileType* file, const GifByteType* data, int length) {
+        auto* out = static_cast<std::vector<std::uint8_t>*>(file->UserData);
+        out->insert(out->end(), data, data + length);
+        return length;
+      },
+      &error);
+  EXPECT_NE(gif, nullptr);
+  const GifColorType colors[4] = {{0, 0, 0}, {255, 0, 0}, {0, 255, 0}, {0, 0, 255}};
+  ColorMapObject* map = GifMakeMapObject(4, colors);
+  EGifSetGifVersion(gif, true);
+  EXPECT_EQ(EGifPutScreenDesc(gif, width, height, 8, 0, map), GIF_OK);
+  for (const Block& block : blocks) {
+    GraphicsControlBlock control{block.disposal, false, block.delayCentiseconds, block.transparent};
+    GifByteType extension[4];
+    EGifGCBToExtension(&control, extension);
+    EXPECT_EQ(EGifPutExtension(gif, GRAPHICS_EXT_FUNC_CODE, 4, extension), GIF_OK);
+    EXPECT_EQ(EGifPutImageDesc(gif, block.left, block.top, block.width, block.height,
+                               block.interlaced, nullptr),
+              GIF_OK);
+    for (int y = 0; y < block.height; ++y) {
+      EXPECT_EQ(EGifPutLine(gif,
+                            const_cast<GifPixelType*>(
+                                &block.indices[static_cast<std::size_t>(y) * block.width]),
+                            block.width),
+                GIF_OK);
+    }
+  }
+  EGifCloseFile(gif, &error);
+  GifFreeMapObject(map);
+  return bytes;
+}
+
+std::array<int, 4> rgba(const Image& image, int x, int y) {
+  const Pixel p = pixelAt(image, x, y);
+  return {p.r, p.g, p.b, p.a};
+}
+
+constexpr std::array<int, 4> kClear = {0, 0, 0, 0};
+constexpr std::array<int, 4> kRed = {255, 0, 0, 255};
+constexpr std::array<int, 4> kGreen = {0, 255, 0, 255};
+constexpr std::array<int, 4> kBlue = {0, 0, 255, 255};
+
+TEST(GIFDecoder, DisposalMethodsAreAppliedBetweenFrames) {
+  const auto bytes = craftGIF(
+      4, 1,
+      {
+          {0, 0, 4, 1, {1, 1, 1, 1}, DISPOSE_BACKGROUND},                 // red, then cleared
+          {1, 0, 1, 1, {2}, DISPOSE_PREVIOUS, NO_TRANSPARENT_COLOR, 25},  // green, then undone
+          {2, 0, 2, 1, {3, 0}, DISPOSE_DO_NOT, 0},  // blue and a transparent pixel
+      });
+  GIFDecoder decoder(bytes, "crafted.gif");
+  EXPECT_EQ(decoder.size(), (ImageSize{4, 1}));
+  const auto frames = decoder.readAll();
+  ASSERT_EQ(frames.size(), 3u);
+  EXPECT_EQ(rgba(frames[0].image, 3, 0), kRed);
+  EXPECT_EQ(rgba(frames[1].image, 0, 0), kClear);
+  EXPECT_EQ(rgba(frames[1].image, 1, 0), kGreen);
+  EXPECT_DOUBLE_EQ(frames[1].delay, 0.25);
+  EXPECT_EQ(rgba(frames[2].image, 1, 0), kClear);
+  EXPECT_EQ(rgba(frames[2].image, 2, 0), kBlue);
+  EXPECT_EQ(rgba(frames[2].image, 3, 0), kClear);
+  EXPECT_EQ(decoder.loopCount(), 1);
+}
+
+TEST(GIFDecoder, InterlacedRowsLandInTheirPlaces) {
+  // Eight rows, each the colour of its row number mod 4, stored in interlaced order.
+  const std::vector<int> fileOrder = {0, 4, 2, 6, 1, 3, 5, 7};
+  std::vector<GifPixelType> indices;
+  for (const int row : fileOrder) {
+    indices.insert(indices.end(), 2, static_cast<GifPixelType>(row % 4));
+  }
+  Block block{0, 0, 2, 8, indices};
+  block.interlaced = true;
+  GIFDecoder decoder(craftGIF(2, 8, {block}), "interlaced.gif");
+  const auto frame = decoder.next();
+  ASSERT_TRUE(frame);
+  EXPECT_EQ(rgba(frame->image, 1, 1), kRed);
+  EXPECT_EQ(rgba(frame->image, 0, 6), kGreen);
+  EXPECT_EQ(rgba(frame->image, 0, 7), kBlue);
+  EXPECT_FALSE(decoder.next().has_value());
+}
+
+TEST(GIFDecoder, ReadsBackWhatTheMuxerWrote) {
+  std::vector<Image> source;
+  for (int f = 0; f < 5; ++f) {
+    source.push_back(testing::imageOf(30, 20, [f](int x, int y) {
+      return (x / 5 + f) % 3 == 0 && y > 5 ? Pixel{200, 30, 90}
+                                           : Pixel{10, static_cast<std::uint8_t>(y * 5), 40};
+    }));
+  }
+  auto sink = std::make_unique<MemoryByteSink>();
+  MemoryByteSink* memory = sink.get();
+  GIFMuxer muxer(std::move(sink), 3, /*frameDiffing=*/true);
+  for (const Image& frame : source) {
+    muxer.append(frame, 0.07);
+  }
+  muxer.finish();
+  GIFDecoder decoder(memory->data, "muxed.gif");
+  const auto frames = decoder.readAll();
+  ASSERT_EQ(frames.size(), source.size());
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    EXPECT_TRUE(frames[i].image.hasSamePixels(source[i])) << "frame " << i;
+    EXPECT_DOUBLE_EQ(frames[i].delay, 0.07);
+  }
+  EXPECT_EQ(decoder.loopCount(), 3);
+}
+
+TEST(GIFDecoder, DamagedFilesAreErrorsThatNameTheFile) {
+  TempDirectory directory;
+  const auto path = directory / "bad.gif";
+  std::ofstream(path) << "GIF89a this is not a GIF";
+  try {
+    GIFDecoder decoder(path);
+    decoder.readAll();
+    ADD_FAILURE() << "no error";
+  } catch (const ImageCodecError& error) {
+    EXPECT_EQ(std::string(error.what()).rfind("cannot read " + path.string() + ": ", 0), 0u)
+        << error.what();
+  }
+  // Cut short in the middle of the image data.
+  auto bytes = craftGIF(4, 1, {{0, 0, 4, 1, {1, 2, 3, 1}}});
+  bytes.resize(bytes.size() - 6);
+  GIFDecoder truncated(bytes, "cut.gif");
+  EXPECT_THROW(truncated.readAll(), ImageCodecError);
+}
+
+}  // namespace
+}  // namespace brimble

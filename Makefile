@@ -3,7 +3,7 @@ BUILD     ?= build
 JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: deps configure build test sanitize demo bench fuzz format clean
+.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-peers fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -28,11 +28,22 @@ sanitize: deps
 demo: build
 	$(BUILD)/cli/brimble encode --test-pattern -o demo.gif
 
-bench: deps
+bench-build: deps
 	@test -f build-bench/build.ninja || cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
 	  -DBRIMBLE_BUILD_TESTS=OFF -DBRIMBLE_BUILD_BENCHMARKS=ON
 	cmake --build build-bench -j $(JOBS)
+
+bench: bench-build
 	build-bench/bench/BrimbleBench
+
+# Peak memory of encoding a 10-minute 1920x1080 recording (target: under 200 MB).
+bench-memory: bench-build
+	/usr/bin/time -v build-bench/bench/BrimbleLongRecordingBench 10 30 build-bench/long.gif 2>&1 \
+	  | grep -E '^(store|encode):|Maximum resident|Elapsed'
+
+# brimble beside ffmpeg, gifsicle, ImageMagick and gifski on real screen recordings.
+bench-peers: build
+	bench/run-peers.sh -n 3
 
 # libFuzzer needs clang; FUZZ_SECONDS per target.
 FUZZ_SECONDS ?= 60

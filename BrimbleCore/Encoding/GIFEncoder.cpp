@@ -173,17 +173,23 @@ struct DecodedFrame {
 class StoreReader {
  public:
   /// `prepare(image, position)` turns the decoded frame at `position` among `indices` into what
-  /// is written; none writes the decoded frame.
+  /// is written; none writes the decoded frame. Without `keepDecoded`, `image` is emptied once
+  /// prepared (it still tells whether decoding succeeded), so frames waiting in the window hold
+  /// only what will be written.
   StoreReader(const FrameSupplier& frameAt, std::vector<int> indices,
-              std::function<Image(const Image&, std::size_t)> prepare, unsigned threads)
+              std::function<Image(const Image&, std::size_t)> prepare, unsigned threads,
+              bool keepDecoded = true)
       : indices_(std::move(indices)),
         prefetcher_(
             indices_.size(),
-            [this, &frameAt, prepare = std::move(prepare)](std::size_t i) {
+            [this, &frameAt, prepare = std::move(prepare), keepDecoded](std::size_t i) {
               DecodedFrame frame;
               frame.image = frameAt(indices_[i]);
               if (frame.image) {
                 frame.written = prepare ? prepare(*frame.image, i) : *frame.image;
+                if (!keepDecoded) {
+                  frame.image = Image();
+                }
               }
               return frame;
             },
@@ -327,12 +333,12 @@ struct SequenceEncoder {
     if (tuning.paletteBuilder == PaletteBuilder::medianCut) {
       return ColorPaletteOptimizer::sharedPalette(end - begin, frame, automatic);
     }
-    std::vector<Image> samples;
+    // One sampled frame at a time: twenty full frames at once would dominate peak memory.
+    HistogramQuantizer::ColorHistogram histogram;
     for (const std::size_t i : ColorPaletteOptimizer::sampledFrames(end - begin)) {
-      samples.push_back(frame(i));
+      histogram.add(frame(i));
     }
-    auto palette =
-        HistogramQuantizer::paletteFor(samples, frameDiffing ? 255 : 256, kVisuallyLosslessError);
+    auto palette = histogram.palette(frameDiffing ? 255 : 256, kVisuallyLosslessError);
     if (palette.colors.empty() ||
         (automatic && palette.meanSquaredError > kSharedPaletteMaximumError)) {
       return std::nullopt;
@@ -387,7 +393,7 @@ struct SequenceEncoder {
                                  PixelBuffer(indices.begin(), indices.end()), std::move(colors),
                                  transparent);
         },
-        threads);
+        threads, /*keepDecoded=*/false);
     Image previous;  // the last frame written, in full
     for (std::size_t position = 0; position < kept.size(); ++position) {
       checkCancellation(stop);

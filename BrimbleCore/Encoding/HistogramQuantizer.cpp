@@ -274,17 +274,40 @@ QuantizedPixels quantize(const Image& image, PixelRect rect, int maxColors) {
   return result;
 }
 
-SharedPalette paletteFor(std::span<const Image> images, int maxColors, double enoughError) {
-  requireColors(maxColors);
-  thread_local std::vector<BinAccumulator> histogram(kBins);
-  std::vector<std::uint32_t> used;
-  for (const Image& image : images) {
-    if (!image.empty()) {
-      const Image pixels = image.toBGRA8();
-      accumulate(pixels, {0, 0, pixels.width(), pixels.height()}, histogram, used);
+ColorHistogram::ColorHistogram() : bins_(static_cast<std::size_t>(kBins) * 4, 0) {}
+
+void ColorHistogram::add(const Image& source) {
+  const Image image = source.toBGRA8();
+  for (int y = 0; y < image.height(); ++y) {
+    const std::uint8_t* pixel = image.row(y).data();
+    for (int x = 0; x < image.width(); ++x, pixel += 4) {
+      if (pixel[3] == 0) {
+        continue;
+      }
+      std::uint32_t* bin = &bins_[static_cast<std::size_t>(binOf(pixel)) * 4];
+      if (bin[0]++ == 0) {
+        used_.push_back(binOf(pixel));
+      }
+      bin[1] += pixel[2] & 3u;
+      bin[2] += pixel[1] & 3u;
+      bin[3] += pixel[0] & 3u;
     }
   }
-  std::vector<Entry> entries = takeEntries(histogram, used);
+}
+
+SharedPalette ColorHistogram::palette(int maxColors, double enoughError) const {
+  requireColors(maxColors);
+  std::vector<Entry> entries;
+  entries.reserve(used_.size());
+  for (const std::uint32_t bin : used_) {
+    const std::uint32_t* counts = &bins_[static_cast<std::size_t>(bin) * 4];
+    const double count = counts[0];
+    entries.push_back(
+        {bin,
+         count,
+         {((bin >> 12) << 2) + counts[1] / count, (((bin >> 6) & 63) << 2) + counts[2] / count,
+          ((bin & 63) << 2) + counts[3] / count}});
+  }
   SharedPalette result;
   if (entries.empty()) {
     return result;
@@ -311,6 +334,14 @@ SharedPalette paletteFor(std::span<const Image> images, int maxColors, double en
     }
   }
   return result;
+}
+
+SharedPalette paletteFor(std::span<const Image> images, int maxColors, double enoughError) {
+  ColorHistogram histogram;
+  for (const Image& image : images) {
+    histogram.add(image);
+  }
+  return histogram.palette(maxColors, enoughError);
 }
 
 }  // namespace brimble::HistogramQuantizer

@@ -41,9 +41,26 @@ struct SharedPalette {
   double meanSquaredError = 0;   // per channel, over every visible pixel of the images
 };
 
-/// A palette of at most `maxColors` (1...256) colours for every visible pixel of `images`: the
-/// smallest (to within a few colours) whose mean squared error stays at or below
-/// `enoughError`; with 0, always `maxColors`.
+/// Counts the colours of any number of images, one at a time, for one palette that suits them
+/// all. Holds a 4 MB table, not the images. One thread at a time.
+class ColorHistogram {
+ public:
+  ColorHistogram();
+
+  /// Counts the visible (alpha above 0) pixels of `image`.
+  void add(const Image& image);
+
+  /// A palette of at most `maxColors` (1...256) colours for every pixel counted: the smallest (to
+  /// within a few colours) whose mean squared error stays at or below `enoughError`; with 0,
+  /// always `maxColors`. Empty when nothing was counted.
+  SharedPalette palette(int maxColors, double enoughError = 0) const;
+
+ private:
+  std::vector<std::uint32_t> bins_;  // per 6-bit bin: pixel count, then low-bit sums of r, g, b
+  std::vector<std::uint32_t> used_;  // the bins counted into, in first-use order
+};
+
+/// `ColorHistogram` over `images`, for callers that hold them anyway.
 SharedPalette paletteFor(std::span<const Image> images, int maxColors, double enoughError = 0);
 
 }  // namespace HistogramQuantizer

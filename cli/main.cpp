@@ -8,6 +8,7 @@
 
 #include "cli/Command.h"
 #include "cli/EncodeCommand.h"
+#include "cli/MCPServerCommand.h"
 
 int main(int argc, char** argv) {
   using namespace brimble::cli;
@@ -17,7 +18,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::help);
 
-  const std::vector<Command> commands = {addEncodeCommand(app)};
+  const std::vector<Command> commands = {addEncodeCommand(app), addMCPServerCommand(app)};
 
   try {
     app.parse(argc, argv);

@@ -8,6 +8,7 @@
 
 #include "cli/Command.h"
 #include "cli/EncodeCommand.h"
+#include "cli/MCPInstallCommands.h"
 #include "cli/MCPServerCommand.h"
 
 int main(int argc, char** argv) {
@@ -18,7 +19,10 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::help);
 
-  const std::vector<Command> commands = {addEncodeCommand(app), addMCPServerCommand(app)};
+  const std::vector<Command> commands = {
+      addEncodeCommand(app),       addMCPServerCommand(app), addMCPInstallCommand(app),
+      addMCPUninstallCommand(app), addMCPStatusCommand(app),
+  };
 
   try {
     app.parse(argc, argv);

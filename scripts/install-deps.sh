@@ -10,8 +10,8 @@ packages=(
   libgif-dev libturbojpeg0-dev libpng-dev zlib1g-dev nlohmann-json3-dev libcli11-dev libfmt-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick
-  # MCP tests: the SDK client runs on node
-  nodejs
+  # MCP tests: the SDK client runs on node; the shim's install-help responder on python3
+  nodejs python3
 )
 
 missing=()

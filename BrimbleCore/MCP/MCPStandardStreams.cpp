@@ -114,8 +114,4 @@ MCPStandardStreams::~MCPStandardStreams() {
   output_.flush();
 }
 
-int MCPStandardStreams::stopSignal() const noexcept {
-  return gStopSignal;
-}
-
 }  // namespace brimble

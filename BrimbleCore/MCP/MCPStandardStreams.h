@@ -30,9 +30,6 @@ class MCPStandardStreams {
   std::istream& input() noexcept { return input_; }
   std::ostream& output() noexcept { return output_; }
 
-  /// The signal that ended the input, or 0 when the client closed it.
-  int stopSignal() const noexcept;
-
  private:
   struct StopPipe {
     UniqueFd read;

@@ -24,7 +24,6 @@ FdInputBuffer::int_type FdInputBuffer::underflow() {
       // The wake descriptor wins over pending input: a stop request must not wait for a chatty
       // client to fall silent.
       if (fds[1].revents != 0) {
-        woken_ = true;
         ended_ = true;
         break;
       }

@@ -14,9 +14,6 @@ class FdInputBuffer : public std::streambuf {
  public:
   explicit FdInputBuffer(int fd, int wakeFd = -1) : fd_(fd), wakeFd_(wakeFd) {}
 
-  /// Whether input ended because `wakeFd` became readable.
-  bool woken() const noexcept { return woken_; }
-
  protected:
   int_type underflow() override;
 
@@ -24,7 +21,6 @@ class FdInputBuffer : public std::streambuf {
   const int fd_;
   const int wakeFd_;
   bool ended_ = false;
-  bool woken_ = false;
   std::array<char, 65536> buffer_{};
 };
 

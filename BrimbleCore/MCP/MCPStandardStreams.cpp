@@ -1,9 +1,9 @@
 #include "BrimbleCore/MCP/MCPStandardStreams.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -101,9 +101,15 @@ MCPStandardStreams::MCPStandardStreams(StopPipe stopPipe)
   action.sa_handler = onStopSignal;
   sigemptyset(&action.sa_mask);
   action.sa_flags = SA_RESTART;
-  ::sigaction(SIGTERM, &action, &previousTerm_);
-  ::sigaction(SIGHUP, &action, &previousHup_);
-  ::sigaction(SIGINT, &action, &previousInt_);
+  for (const auto& [signal, previous] :
+       {std::pair{SIGTERM, &previousTerm_}, std::pair{SIGHUP, &previousHup_},
+        std::pair{SIGINT, &previousInt_}}) {
+    ::sigaction(signal, nullptr, previous);
+    // A signal ignored at start stays ignored, as under nohup.
+    if (previous->sa_handler != SIG_IGN) {
+      ::sigaction(signal, &action, nullptr);
+    }
+  }
 }
 
 MCPStandardStreams::~MCPStandardStreams() {

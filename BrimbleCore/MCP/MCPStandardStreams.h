@@ -15,7 +15,8 @@ namespace brimble {
 /// standard error and descriptor 0 at /dev/null, so that nothing a library or a child process
 /// prints can corrupt the stream and no child can swallow requests. SIGTERM, SIGHUP and SIGINT
 /// end the input (logged as "[Brimble MCP] Received SIGTERM" and so on), so a server reading
-/// `input()` returns promptly; a second such signal ends the process at once.
+/// `input()` returns promptly; a second such signal ends the process at once. A signal that was
+/// ignored when the process started (SIGHUP under nohup) stays ignored.
 ///
 /// At most one instance per process, created and used on one thread. Throws std::system_error
 /// when the descriptors cannot be set up.

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -84,6 +85,21 @@ TEST(MCPStandardStreams, TermHangUpAndInterruptEndTheServerAtOnce) {
                                                        "down\n"))
         << server.process.errorOutput();
   }
+}
+
+TEST(MCPStandardStreams, ASignalIgnoredAtStartStaysIgnored) {
+  // As under nohup: the shell ignores SIGHUP and the server inherits that.
+  ChildProcess server(
+      {"/bin/sh", "-c", std::string("trap '' HUP; exec ") + BRIMBLE_MCP_TEST_SERVER});
+  ASSERT_TRUE(server.write(kInitialize));
+  ASSERT_TRUE(server.readLine(10s).has_value()) << server.errorOutput();
+  server.signal(SIGHUP);
+  EXPECT_EQ(server.wait(300ms), std::nullopt);
+  ASSERT_TRUE(server.write(R"({"jsonrpc":"2.0","id":2,"method":"ping"})"
+                           "\n"));
+  EXPECT_EQ(server.readLine(5s), R"({"id":2,"jsonrpc":"2.0","result":{}})");
+  server.signal(SIGTERM);
+  EXPECT_EQ(server.wait(2s), 0);
 }
 
 TEST(MCPStandardStreams, ASignalDuringACallLetsThatCallFinishFirst) {

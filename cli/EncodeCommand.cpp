@@ -143,8 +143,9 @@ ImageSize checkFrames(const std::vector<fs::path>& files) {
   return *first;
 }
 
-int runEncode(const EncodeOptions& options, const Interrupts& interrupts) {
+int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
   const auto started = std::chrono::steady_clock::now();
+  const std::stop_token stop = interrupts.watch();
   if (options.testPattern == !options.inputs.empty()) {
     fail(kExitUsage, "{}",
          options.testPattern
@@ -194,7 +195,7 @@ int runEncode(const EncodeOptions& options, const Interrupts& interrupts) {
     };
     summary = GIFEncoder::encodeSequence(
         options.frames, frameAt, options.fps, options.loop, options.frameDiffing, options.dedup,
-        *format, options.output, progressOn(bar), scale, quality, interrupts.token(), tuning);
+        *format, options.output, progressOn(bar), scale, quality, stop, tuning);
   } else if (options.inputs.size() == 1 && isGIFFile(options.inputs.front())) {
     // A GIF keeps its own delays.
     GIFDecoder decoder{fs::path(options.inputs.front())};
@@ -208,14 +209,14 @@ int runEncode(const EncodeOptions& options, const Interrupts& interrupts) {
       frames = FrameDeduplicator::merge(frames);
     }
     summary = GIFEncoder::encode(frames, options.loop, *palette, options.frameDiffing, *format,
-                                 options.output, progressOn(bar), interrupts.token());
+                                 options.output, progressOn(bar), stop);
   } else {
     const std::vector<fs::path> files = frameFiles(options.inputs);
     checkFrames(files);
     const FileFrameStore store(files);
     summary = GIFEncoder::encodeCompressed(store, options.fps, options.loop, options.frameDiffing,
                                            options.dedup, *format, options.output, progressOn(bar),
-                                           scale, quality, interrupts.token(), tuning);
+                                           scale, quality, stop, tuning);
   }
   bar.finish();
   if (summary.frames == 0) {
@@ -227,7 +228,7 @@ int runEncode(const EncodeOptions& options, const Interrupts& interrupts) {
 
 }  // namespace
 
-Command addEncodeCommand(CLI::App& app, const Interrupts& interrupts) {
+Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
   auto options = std::make_shared<EncodeOptions>();
   CLI::App* command = app.add_subcommand(
       "encode",
@@ -283,8 +284,8 @@ Command addEncodeCommand(CLI::App& app, const Interrupts& interrupts) {
   return {command, [options, &interrupts] {
             try {
               return runEncode(*options, interrupts);
-            } catch (const Stop& stop) {
-              return stop.exitCode;
+            } catch (const Stop& failure) {
+              return failure.exitCode;
             } catch (const CancellationError&) {
               fmt::print(stderr, "brimble encode: interrupted; nothing was written\n");
               return Interrupts::kExitInterrupted;

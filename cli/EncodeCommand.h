@@ -6,6 +6,6 @@
 namespace brimble::cli {
 
 /// `brimble encode`: frames (a directory, files, a GIF or a test pattern) in, an animation out.
-Command addEncodeCommand(CLI::App& app, const Interrupts& interrupts);
+Command addEncodeCommand(CLI::App& app, Interrupts& interrupts);
 
 }  // namespace brimble::cli

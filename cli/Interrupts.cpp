@@ -19,7 +19,10 @@ sigset_t interruptSignals() {
 
 }  // namespace
 
-Interrupts::Interrupts() {
+std::stop_token Interrupts::watch() {
+  if (watcher_.joinable()) {
+    return source_.get_token();
+  }
   const sigset_t signals = interruptSignals();
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   watcher_ = std::jthread([this, signals](std::stop_token stop) {
@@ -36,6 +39,7 @@ Interrupts::Interrupts() {
       source_.request_stop();
     }
   });
+  return source_.get_token();
 }
 
 Interrupts::~Interrupts() = default;

@@ -6,17 +6,18 @@
 namespace brimble::cli {
 
 /// Turns Ctrl-C (SIGINT) and SIGTERM into a stop request that long work polls, so an interrupted
-/// encode cleans up after itself. A second signal exits at once. Create it in `main` before any
-/// other thread starts: the signals are blocked for every thread and received by its own.
+/// encode cleans up after itself. A second signal exits at once. Commands that want this call
+/// `watch` before they start any thread: the signals are then blocked for every thread and
+/// received by the watcher's own. Commands that never call it keep the default signal handling.
 class Interrupts {
  public:
-  Interrupts();
+  Interrupts() = default;
   Interrupts(const Interrupts&) = delete;
   Interrupts& operator=(const Interrupts&) = delete;
   ~Interrupts();
 
-  std::stop_token token() const noexcept { return source_.get_token(); }
-  bool interrupted() const noexcept { return source_.stop_requested(); }
+  /// Starts watching (once) and returns the token that a signal stops.
+  std::stop_token watch();
 
   /// The exit code of a command that stopped because of a signal.
   static constexpr int kExitInterrupted = 130;

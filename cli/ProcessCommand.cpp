@@ -40,8 +40,9 @@ fs::path defaultOutput(const fs::path& input, OutputFormat format) {
   return output;
 }
 
-int runProcess(ProcessOptions options, const Interrupts& interrupts) {
+int runProcess(ProcessOptions options, Interrupts& interrupts) {
   const auto started = std::chrono::steady_clock::now();
+  const std::stop_token stop = interrupts.watch();
   const auto palette = paletteStrategyFromArgument(options.palette);
   if (!palette) {
     fmt::print(stderr, "brimble process: unknown palette \"{}\" (use auto, global or perFrame)\n",
@@ -76,7 +77,7 @@ int runProcess(ProcessOptions options, const Interrupts& interrupts) {
   // Written beside the destination and renamed over it, so processing a file in place is safe.
   const EncodeSummary summary =
       GIFEncoder::encode(frames, decoder.loopCount(), *palette, options.frameDiffing, *format,
-                         options.output, progressOn(bar), interrupts.token());
+                         options.output, progressOn(bar), stop);
   bar.finish();
   printSummary(options.output, summary, started);
   return kExitSuccess;
@@ -84,7 +85,7 @@ int runProcess(ProcessOptions options, const Interrupts& interrupts) {
 
 }  // namespace
 
-Command addProcessCommand(CLI::App& app, const Interrupts& interrupts) {
+Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
   auto options = std::make_shared<ProcessOptions>();
   CLI::App* command =
       app.add_subcommand("process", "Resize, change the speed of, and re-encode an animated GIF");

@@ -6,6 +6,6 @@
 namespace brimble::cli {
 
 /// `brimble process`: an existing GIF resized, sped up or slowed down, and re-encoded.
-Command addProcessCommand(CLI::App& app, const Interrupts& interrupts);
+Command addProcessCommand(CLI::App& app, Interrupts& interrupts);
 
 }  // namespace brimble::cli

@@ -9,19 +9,24 @@
 #include "cli/Command.h"
 #include "cli/EncodeCommand.h"
 #include "cli/Interrupts.h"
+#include "cli/MCPInstallCommands.h"
+#include "cli/MCPServerCommand.h"
 #include "cli/ProcessCommand.h"
 
 int main(int argc, char** argv) {
   using namespace brimble::cli;
-  const Interrupts interrupts;  // first: blocks the signals before any thread starts
+  Interrupts interrupts;  // watches Ctrl-C for the commands that ask it to
 
   CLI::App app{"Brimble turns screen activity into animated GIFs, WebP and APNG.", "brimble"};
   app.set_version_flag("--version", std::string("brimble ") + BRIMBLE_VERSION);
   app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::help);
 
-  const std::vector<Command> commands = {addEncodeCommand(app, interrupts),
-                                         addProcessCommand(app, interrupts)};
+  const std::vector<Command> commands = {
+      addEncodeCommand(app, interrupts), addProcessCommand(app, interrupts),
+      addMCPServerCommand(app),          addMCPInstallCommand(app),
+      addMCPUninstallCommand(app),       addMCPStatusCommand(app),
+  };
 
   try {
     app.parse(argc, argv);

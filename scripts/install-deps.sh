@@ -10,6 +10,8 @@ packages=(
   libgif-dev libturbojpeg0-dev libpng-dev zlib1g-dev libwebp-dev nlohmann-json3-dev libcli11-dev libfmt-dev
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick webp giflib-tools time
+  # MCP tests: the SDK client runs on node; the shim's install-help responder on python3
+  nodejs python3
 )
 
 missing=()
@@ -17,6 +19,10 @@ for package in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
   [[ "$status" == "install ok installed" ]] || missing+=("$package")
 done
+# Some nodejs builds bundle npm (and conflict with Debian's npm package): ask only when it is absent.
+if ! command -v npm >/dev/null; then
+  missing+=(npm)
+fi
 
 if ((${#missing[@]} == 0)); then
   exit 0

@@ -1,12 +1,15 @@
 // The `brimble` binary run the way a user runs it.
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
@@ -229,6 +232,30 @@ TEST(BrimbleProcess, ChangesSpeedAndSizeAndWritesBesideTheInput) {
   EXPECT_EQ(missing.exitCode, 1);
   EXPECT_EQ(missing.output, "brimble process: cannot read " + (directory / "nope.gif").string() +
                                 ": No such file or directory\n");
+}
+
+TEST(BrimbleEncode, CtrlCStopsCleanlyAndKeepsTheOldFile) {
+  TempDirectory directory;
+  const auto out = directory / "big.gif";
+  std::ofstream(out) << "yesterday's recording";
+  testing::ChildProcess encode(
+      {BRIMBLE_BINARY, "encode", "--test-pattern", "--frames", "100000", "-o", out.string()});
+  // Wait until the partial file shows the encode is under way.
+  for (int i = 0; i < 200 && std::distance(std::filesystem::directory_iterator(directory.path()),
+                                           std::filesystem::directory_iterator()) < 2;
+       ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  encode.signal(SIGINT);
+  EXPECT_EQ(encode.wait(std::chrono::seconds(10)), 130);
+  EXPECT_EQ(encode.errorOutput(), "brimble encode: interrupted; nothing was written\n");
+  std::ifstream in(out);
+  std::string contents;
+  std::getline(in, contents);
+  EXPECT_EQ(contents, "yesterday's recording");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()),
+                          std::filesystem::directory_iterator()),
+            1);
 }
 
 TEST(Brimble, HelpAndVersionSucceed) {

@@ -1,0 +1,317 @@
+#include "BrimbleCore/MCP/MCPInstaller.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <system_error>
+
+#include <fcntl.h>
+#include <nlohmann/json.hpp>
+#include <pwd.h>
+#include <unistd.h>
+
+#include "BrimbleCore/MCP/JSONValue.h"
+#include "BrimbleCore/Support/AtomicFile.h"
+#include "BrimbleCore/Support/FileIO.h"
+#include "BrimbleCore/Support/SystemError.h"
+#include "BrimbleCore/Support/UniqueFd.h"
+
+namespace brimble {
+namespace {
+
+// Hosts' files keep their key order through an edit.
+using Document = nlohmann::ordered_json;
+
+constexpr const char* kEntryName = "brimble";
+
+/// A host's file that must not be rewritten; the message says why.
+struct ConfigProblem {
+  std::string message;
+};
+
+/// A host's configuration as read, with what it takes to write it back in the same layout.
+struct ConfigFile {
+  Document root = Document::object();
+  int indent = 2;  // -1: the file was on one line
+  char indentChar = ' ';
+  bool endsWithNewline = true;
+};
+
+// Keep the file's own indentation (the first indented line decides) so an edit changes only
+// the lines it must.
+void takeLayout(const std::string& text, ConfigFile& config) {
+  config.endsWithNewline = text.ends_with('\n');
+  const auto newline = text.find('\n');
+  if (newline == std::string::npos || newline + 1 == text.size()) {
+    config.indent = -1;
+    return;
+  }
+  for (auto at = newline; at != std::string::npos; at = text.find('\n', at + 1)) {
+    const char first = at + 1 < text.size() ? text[at + 1] : '\n';
+    if (first == '\t' || first == ' ') {
+      const auto end = text.find_first_not_of(first, at + 1);
+      const auto width = (end == std::string::npos ? text.size() : end) - (at + 1);
+      config.indentChar = first;
+      config.indent = static_cast<int>(std::min<std::size_t>(width, 8));
+      return;
+    }
+  }
+}
+
+/// The file's bytes; no value when it does not exist.
+std::optional<std::string> readFileBytes(const std::filesystem::path& file) {
+  const UniqueFd fd(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!fd) {
+    if (errno == ENOENT) {
+      return std::nullopt;
+    }
+    throw systemError(errno, "could not read", file);
+  }
+  std::string text;
+  std::array<std::uint8_t, 65536> chunk{};
+  while (const std::size_t got = readAt(fd.get(), chunk, text.size(), file)) {
+    text.append(reinterpret_cast<const char*>(chunk.data()), got);
+  }
+  return text;
+}
+
+ConfigFile readConfig(const std::filesystem::path& file) {
+  ConfigFile config;
+  const std::optional<std::string> bytes = readFileBytes(file);
+  if (!bytes) {
+    return config;
+  }
+  const std::string& text = *bytes;
+  // An empty file holds nothing to lose, so it counts as an empty object.
+  if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
+    return config;
+  }
+  try {
+    config.root = Document::parse(text);
+  } catch (const Document::exception& error) {
+    throw ConfigProblem{file.string() + " is not valid JSON (" +
+                        describeJSONParseError(error.what()) + "); left it unchanged"};
+  }
+  if (!config.root.is_object()) {
+    throw ConfigProblem{file.string() + " does not hold a JSON object; left it unchanged"};
+  }
+  takeLayout(text, config);
+  return config;
+}
+
+void writeConfig(const std::filesystem::path& file, const ConfigFile& config) {
+  std::string text = config.root.dump(config.indent, config.indentChar);
+  if (config.endsWithNewline) {
+    text += '\n';
+  }
+  // New files may later hold a host's secrets (server environments), so only the user reads them.
+  writeFileAtomically(file, text, 0600);
+}
+
+Document entryFor(MCPClient client, const std::string& shimPath) {
+  Document entry = Document::object();
+  if (client.entryNeedsType()) {
+    entry["type"] = "stdio";
+  }
+  entry["command"] = shimPath;
+  entry["args"] = Document::array();
+  return entry;
+}
+
+bool isExecutableFile(const std::filesystem::path& path) {
+  std::error_code error;
+  return std::filesystem::is_regular_file(path, error) && ::access(path.c_str(), X_OK) == 0;
+}
+
+}  // namespace
+
+MCPInstallError MCPInstallError::shimFailed(std::string_view description) {
+  return {Code::shimFailed, "Failed to install MCP shim: " + std::string(description)};
+}
+
+MCPInstaller::MCPInstaller(std::filesystem::path homeDirectory, std::string toolVersion)
+    : homeDirectory_(std::move(homeDirectory)), shim_(homeDirectory_, std::move(toolVersion)) {}
+
+std::filesystem::path MCPInstaller::userHomeDirectory() {
+  if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') {
+    return home;
+  }
+  passwd entry{};
+  passwd* found = nullptr;
+  std::string buffer(16384, '\0');
+  if (::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found) == 0 &&
+      found != nullptr && found->pw_dir != nullptr) {
+    return found->pw_dir;
+  }
+  throw std::runtime_error("cannot tell the home directory: HOME is not set");
+}
+
+std::vector<MCPClientStatus> MCPInstaller::detectClients() const {
+  std::vector<MCPClientStatus> statuses;
+  for (const MCPClient client : MCPClient::all()) {
+    std::error_code error;
+    statuses.push_back(
+        {client, std::filesystem::is_directory(client.parentDirectory(homeDirectory_), error),
+         isRegistered(client)});
+  }
+  return statuses;
+}
+
+std::vector<MCPInstallResult> MCPInstaller::install(
+    const std::vector<MCPClient>& clients, const std::optional<std::filesystem::path>& binaryPath) {
+  try {
+    shim_.install(binaryPath);
+  } catch (const std::exception& error) {
+    throw MCPInstallError::shimFailed(error.what());
+  }
+  std::vector<MCPInstallResult> results;
+  for (const MCPClient client : clients) {
+    results.push_back(registerClient(client));
+  }
+  return results;
+}
+
+std::vector<MCPInstallResult> MCPInstaller::uninstall(const std::vector<MCPClient>& clients) {
+  std::vector<MCPInstallResult> results;
+  for (const MCPClient client : clients) {
+    results.push_back(unregisterClient(client));
+  }
+  const std::string shimPath = shim_.path().string();
+  bool shimInUse = false;
+  for (const MCPClient client : MCPClient::all()) {
+    shimInUse = shimInUse || registeredCommand(client) == shimPath;
+  }
+  if (!shimInUse) {
+    try {
+      shim_.uninstall();
+    } catch (const std::exception&) {
+      // A shim left behind is harmless; the hosts' results are what the user asked about.
+    }
+  }
+  return results;
+}
+
+MCPInstallResult MCPInstaller::registerClient(MCPClient client) const {
+  const std::filesystem::path file = client.configFile(homeDirectory_);
+  const std::string prefix = std::string(client.displayName()) + ": ";
+  try {
+    ConfigFile config = readConfig(file);
+    const std::string key(client.serversKey());
+    Document& root = config.root;
+    if (!root.contains(key)) {
+      root[key] = Document::object();
+    }
+    Document& servers = root[key];
+    if (!servers.is_object()) {
+      throw ConfigProblem{"\"" + key + "\" in " + file.string() +
+                          " is not an object; left the file unchanged"};
+    }
+    const std::string shimPath = shim_.path().string();
+    const Document entry = entryFor(client, shimPath);
+    bool upgraded = false;
+    if (const auto existing = servers.find(kEntryName); existing != servers.end()) {
+      if (*existing == entry) {
+        return MCPInstallResult::registered(client);
+      }
+      const auto command = existing->is_object() ? existing->find("command") : existing->end();
+      upgraded = !(existing->is_object() && command != existing->end() && *command == shimPath);
+    }
+    servers[kEntryName] = entry;
+    std::error_code error;
+    std::filesystem::create_directories(file.parent_path(), error);
+    if (error) {
+      throw systemError(error.value(), "could not create", file.parent_path());
+    }
+    writeConfig(file, config);
+    return upgraded ? MCPInstallResult::upgraded(client) : MCPInstallResult::registered(client);
+  } catch (const ConfigProblem& problem) {
+    return MCPInstallResult::error(client, prefix + problem.message);
+  } catch (const std::exception& error) {
+    return MCPInstallResult::error(client, prefix + error.what());
+  }
+}
+
+MCPInstallResult MCPInstaller::unregisterClient(MCPClient client) const {
+  const std::filesystem::path file = client.configFile(homeDirectory_);
+  try {
+    ConfigFile config = readConfig(file);
+    const auto servers = config.root.find(std::string(client.serversKey()));
+    if (servers == config.root.end() || !servers->is_object() || !servers->contains(kEntryName)) {
+      return MCPInstallResult::unregistered(client);
+    }
+    servers->erase(kEntryName);
+    writeConfig(file, config);
+    return MCPInstallResult::unregistered(client);
+  } catch (const ConfigProblem& problem) {
+    return MCPInstallResult::error(client,
+                                   std::string(client.displayName()) + ": " + problem.message);
+  } catch (const std::exception& error) {
+    return MCPInstallResult::error(client, std::string(client.displayName()) + ": " + error.what());
+  }
+}
+
+std::optional<std::string> MCPInstaller::registeredCommand(MCPClient client) const {
+  try {
+    const ConfigFile config = readConfig(client.configFile(homeDirectory_));
+    const auto servers = config.root.find(std::string(client.serversKey()));
+    if (servers == config.root.end() || !servers->is_object()) {
+      return std::nullopt;
+    }
+    const auto entry = servers->find(kEntryName);
+    if (entry == servers->end() || !entry->is_object()) {
+      return std::nullopt;
+    }
+    const auto command = entry->find("command");
+    if (command == entry->end() || !command->is_string()) {
+      return std::nullopt;
+    }
+    return command->get<std::string>();
+  } catch (const ConfigProblem&) {
+    return std::nullopt;
+  } catch (const std::exception&) {
+    return std::nullopt;
+  }
+}
+
+bool MCPInstaller::isRegistered(MCPClient client) const {
+  try {
+    const ConfigFile config = readConfig(client.configFile(homeDirectory_));
+    const auto servers = config.root.find(std::string(client.serversKey()));
+    return servers != config.root.end() && servers->is_object() && servers->contains(kEntryName);
+  } catch (const ConfigProblem&) {
+    return false;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+std::optional<std::filesystem::path> MCPInstaller::resolveBinaryPath() const {
+  const char* path = std::getenv("PATH");
+  return resolveBinaryPath(path != nullptr ? path : "");
+}
+
+std::optional<std::filesystem::path> MCPInstaller::resolveBinaryPath(
+    std::string_view searchPath) const {
+  // The shim's order: the package-manager location last, then whatever PATH finds.
+  for (const std::filesystem::path& candidate :
+       {std::filesystem::path("/usr/local/bin/brimble"), homeDirectory_ / ".local/bin/brimble",
+        std::filesystem::path("/opt/homebrew/bin/brimble")}) {
+    if (isExecutableFile(candidate)) {
+      return candidate;
+    }
+  }
+  while (!searchPath.empty()) {
+    const auto colon = searchPath.find(':');
+    const std::string_view directory = searchPath.substr(0, colon);
+    searchPath =
+        colon == std::string_view::npos ? std::string_view() : searchPath.substr(colon + 1);
+    if (!directory.empty() && isExecutableFile(std::filesystem::path(directory) / "brimble")) {
+      return std::filesystem::path(directory) / "brimble";
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace brimble

@@ -1,0 +1,238 @@
+#include "BrimbleCore/MCP/MCPServer.h"
+
+#include <algorithm>
+#include <exception>
+#include <variant>
+
+#include "BrimbleCore/MCP/MCPError.h"
+#include "BrimbleCore/MCP/MCPToolError.h"
+#include "BrimbleCore/Support/Log.h"
+
+namespace brimble {
+namespace {
+
+constexpr std::string_view kProtocolVersion = "2024-11-05";
+
+JSONValue textContent(std::string text, bool isError) {
+  JSONValue::Object result{{"content", JSONValue::Array{JSONValue::Object{
+                                           {"type", "text"}, {"text", std::move(text)}}}}};
+  if (isError) {
+    result.emplace("isError", true);
+  }
+  return result;
+}
+
+// The structured result travels as one pretty-printed JSON text block, never as structured
+// content, so every host shows it the same way.
+std::string resultText(const JSONValue& result) {
+  try {
+    return result.encode(JSONValue::Style::pretty);
+  } catch (const JSONCodingError&) {
+    logLine("BrimbleCore: MCP jsonEncode failed; returning empty object");
+    return "{}";
+  }
+}
+
+}  // namespace
+
+MCPServer::MCPServer(MCPTransport& transport, std::string serverName, std::string serverVersion,
+                     MCPServerCapabilities capabilities)
+    : transport_(transport),
+      serverName_(std::move(serverName)),
+      serverVersion_(std::move(serverVersion)),
+      capabilities_(capabilities) {}
+
+void MCPServer::registerTool(MCPToolDefinition definition, MCPToolHandler handler) {
+  std::scoped_lock guard(lock_);
+  const auto existing = std::find_if(tools_.begin(), tools_.end(), [&](const ToolEntry& entry) {
+    return entry.definition.name == definition.name;
+  });
+  if (existing != tools_.end()) {
+    *existing = {std::move(definition), std::move(handler)};
+  } else {
+    tools_.push_back({std::move(definition), std::move(handler)});
+  }
+}
+
+void MCPServer::registerResource(MCPResourceDefinition definition, MCPResourceHandler handler) {
+  std::scoped_lock guard(lock_);
+  const auto existing = std::find_if(
+      resources_.begin(), resources_.end(),
+      [&](const ResourceEntry& entry) { return entry.definition.uri == definition.uri; });
+  if (existing != resources_.end()) {
+    *existing = {std::move(definition), std::move(handler)};
+  } else {
+    resources_.push_back({std::move(definition), std::move(handler)});
+  }
+}
+
+std::vector<MCPToolDefinition> MCPServer::toolDefinitions() const {
+  std::scoped_lock guard(lock_);
+  std::vector<MCPToolDefinition> definitions;
+  definitions.reserve(tools_.size());
+  for (const ToolEntry& entry : tools_) {
+    definitions.push_back(entry.definition);
+  }
+  return definitions;
+}
+
+std::vector<MCPResourceDefinition> MCPServer::resourceDefinitions() const {
+  std::scoped_lock guard(lock_);
+  std::vector<MCPResourceDefinition> definitions;
+  definitions.reserve(resources_.size());
+  for (const ResourceEntry& entry : resources_) {
+    definitions.push_back(entry.definition);
+  }
+  return definitions;
+}
+
+void MCPServer::run() {
+  transport_.log("Server starting (" + serverName_ + " v" + serverVersion_ + ")");
+  while (true) {
+    MCPTransport::Incoming incoming = transport_.readNextRequest();
+    if (std::holds_alternative<MCPTransport::EndOfInput>(incoming)) {
+      transport_.log("EOF on stdin, shutting down");
+      return;
+    }
+    if (const MCPError* error = std::get_if<MCPError>(&incoming)) {
+      transport_.sendError(std::nullopt, *error);
+      continue;
+    }
+    handle(std::get<MCPRequest>(incoming));
+  }
+}
+
+void MCPServer::handle(const MCPRequest& request) {
+  const std::string& method = request.method;
+  if (method == "notifications/initialized") {
+    transport_.log("Client initialized");
+    return;
+  }
+  // JSON-RPC forbids answering a notification; hosts send "notifications/cancelled" and others
+  // routinely and treat a reply as an error.
+  if (request.isNotification()) {
+    transport_.log("Ignoring notification: " + method);
+    return;
+  }
+  const JSONValue noParams;
+  const JSONValue& params = request.params ? *request.params : noParams;
+  try {
+    JSONValue result;
+    if (method == "initialize") {
+      result = initializeResult();
+    } else if (method == "tools/list") {
+      JSONValue::Array tools;
+      for (const MCPToolDefinition& definition : toolDefinitions()) {
+        tools.push_back(definition.toJSONValue());
+      }
+      result = JSONValue::Object{{"tools", std::move(tools)}};
+    } else if (method == "tools/call") {
+      result = callTool(params);
+    } else if (method == "resources/list") {
+      JSONValue::Array resources;
+      for (const MCPResourceDefinition& definition : resourceDefinitions()) {
+        resources.push_back(definition.toJSONValue());
+      }
+      result = JSONValue::Object{{"resources", std::move(resources)}};
+    } else if (method == "resources/read") {
+      result = readResource(params);
+    } else if (method == "ping") {
+      result = JSONValue::Object{};
+    } else {
+      throw MCPError::methodNotFound("Unknown method: " + method);
+    }
+    transport_.sendResult(request.id, std::move(result));
+  } catch (const MCPError& error) {
+    transport_.sendError(request.id, error);
+  } catch (const std::exception& error) {
+    // Only the server's own failures (memory) get here: handlers' errors are caught below.
+    transport_.sendError(request.id,
+                         MCPError::internalError(std::string("Internal error: ") + error.what()));
+  }
+}
+
+JSONValue MCPServer::initializeResult() const {
+  // The client's protocol version is not examined: this server speaks one version.
+  return JSONValue::Object{
+      {"protocolVersion", kProtocolVersion},
+      {"capabilities", capabilities_.toJSONValue()},
+      {"serverInfo", JSONValue::Object{{"name", serverName_}, {"version", serverVersion_}}},
+  };
+}
+
+JSONValue MCPServer::callTool(const JSONValue& params) {
+  const std::string* name = params["name"].stringValue();
+  if (name == nullptr) {
+    throw MCPError::invalidParams("tools/call requires 'name' parameter");
+  }
+  const JSONValue& given = params["arguments"];
+  const JSONValue arguments = given.isNull() ? JSONValue(JSONValue::Object{}) : given;
+  const std::optional<MCPToolHandler> handler = findTool(*name);
+  if (!handler) {
+    throw MCPError::methodNotFound("Unknown tool: " + *name);
+  }
+  // Tool failures are results the assistant reads, not protocol errors.
+  try {
+    return textContent(resultText((*handler)(arguments)), false);
+  } catch (const MCPToolError& error) {
+    return textContent(error.what(), true);
+  } catch (const std::exception& error) {
+    return textContent(std::string("Internal error: ") + error.what(), true);
+  } catch (...) {
+    return textContent("Internal error: unknown error", true);
+  }
+}
+
+JSONValue MCPServer::readResource(const JSONValue& params) {
+  const std::string* uri = params["uri"].stringValue();
+  if (uri == nullptr) {
+    throw MCPError::invalidParams("resources/read requires 'uri' parameter");
+  }
+  const std::optional<MCPResourceHandler> handler = findResource(*uri);
+  if (!handler) {
+    throw MCPError::invalidParams("Unknown resource: " + *uri);
+  }
+  std::string text;
+  try {
+    text = (*handler)(*uri);
+  } catch (const std::exception& error) {
+    throw MCPError::internalError(std::string("Resource read error: ") + error.what());
+  } catch (...) {
+    throw MCPError::internalError("Resource read error: unknown error");
+  }
+  // The read always says "text/plain", whatever the listing declares.
+  return JSONValue::Object{{"contents", JSONValue::Array{JSONValue::Object{
+                                            {"uri", *uri},
+                                            {"mimeType", "text/plain"},
+                                            {"text", std::move(text)},
+                                        }}}};
+}
+
+std::optional<MCPToolHandler> MCPServer::findTool(const std::string& name) const {
+  std::scoped_lock guard(lock_);
+  for (const ToolEntry& entry : tools_) {
+    if (entry.definition.name == name) {
+      return entry.handler;
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<MCPResourceHandler> MCPServer::findResource(const std::string& uri) const {
+  std::scoped_lock guard(lock_);
+  for (const ResourceEntry& entry : resources_) {
+    if (entry.definition.uri == uri) {
+      return entry.handler;
+    }
+  }
+  for (const ResourceEntry& entry : resources_) {
+    const std::string& pattern = entry.definition.uri;
+    const auto brace = pattern.find('{');
+    if (brace != std::string::npos && uri.starts_with(std::string_view(pattern).substr(0, brace))) {
+      return entry.handler;
+    }
+  }
+  return std::nullopt;
+}
+
+}  // namespace brimble

@@ -8,6 +8,8 @@
 
 #include "cli/Command.h"
 #include "cli/EncodeCommand.h"
+#include "cli/ReferenceCommands.h"
+#include "cli/ValidateCommand.h"
 
 int main(int argc, char** argv) {
   using namespace brimble::cli;
@@ -17,7 +19,8 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   app.failure_message(CLI::FailureMessage::help);
 
-  const std::vector<Command> commands = {addEncodeCommand(app)};
+  const std::vector<Command> commands = {addEncodeCommand(app), addValidateCommand(app),
+                                         addCommandsCommand(app), addSettingsCommand(app)};
 
   try {
     app.parse(argc, argv);

@@ -1,7 +1,10 @@
 #include "BrimbleCore/Scripting/ScriptError.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
+
+#include "BrimbleCore/Scripting/ScriptNumber.h"
 
 namespace brimble {
 namespace {
@@ -105,12 +108,13 @@ ScriptError ScriptError::commandFailed(int line, const std::string& command, std
 }
 
 ScriptError ScriptError::commandTimeout(int line, const std::string& command, double seconds) {
-  // Truncation, as promised: a 2.9 second limit reads "2s".
-  const long long whole = static_cast<long long>(seconds);
-  return {Code::commandTimeout,
-          line,
-          "Command '" + command + "' timed out after " + std::to_string(whole) + "s",
-          {}};
+  // Truncation, as promised: a 2.9 second limit reads "2s". Formatting the truncated double
+  // keeps limits beyond the range of an integer type defined.
+  return {
+      Code::commandTimeout,
+      line,
+      "Command '" + command + "' timed out after " + formatScriptNumber(std::trunc(seconds)) + "s",
+      {}};
 }
 
 ScriptError ScriptError::annotated(const ScriptError& inner, int column,

@@ -61,6 +61,8 @@ TEST(ScriptError, TimeOutShowsWholeSecondsTruncated) {
                "Line 4: Command 'sleep 5' timed out after 2s");
   EXPECT_STREQ(ScriptError::commandTimeout(4, "sleep 5", 0.5).what(),
                "Line 4: Command 'sleep 5' timed out after 0s");
+  EXPECT_STREQ(ScriptError::commandTimeout(4, "sleep 5", 1e20).what(),
+               "Line 4: Command 'sleep 5' timed out after 100000000000000000000s");
 }
 
 TEST(ScriptError, AnnotatedShowsTheLineAndACaretUnderTheColumn) {

@@ -9,6 +9,7 @@
 #include <sys/resource.h>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Support/ChildProcessGroup.h"
 #include "tests/Support/ProcessGroups.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -99,10 +100,23 @@ TEST(ShellProcessRunner, NoTimeOutMeansNoLimit) {
 
 // Runs in a forked child: with no descriptor left, not even the pipes can be made.
 [[noreturn]] void runWithoutDescriptors() {
+  // UBSan checks each dynamic type once and needs a pipe to do so, so every type met below is
+  // met once first, while descriptors are left.
+  ShellProcessRunner runner;
+  runner.runShellCommand("true", 1, 4);
+  try {
+    ChildProcessGroup::spawn({"/nonexistent/program"});
+  } catch (const std::system_error& error) {
+    static_cast<void>(error.code().message());
+  }
+  try {
+    throw ScriptError::runtimeError(1, "first");
+  } catch (const ScriptError& error) {
+    static_cast<void>(error.what());
+  }
   const rlimit none{0, 0};
   ::setrlimit(RLIMIT_NOFILE, &none);
   try {
-    ShellProcessRunner runner;
     runner.runShellCommand("true", 1, 4);
   } catch (const ScriptError& error) {
     std::fprintf(stderr, "%s\n", error.what());

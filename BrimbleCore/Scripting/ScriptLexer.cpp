@@ -78,6 +78,8 @@ LexResult ScriptLexer::tokenizeLocated(std::string_view source) {
     source.remove_prefix(kByteOrderMark.size());
   }
   LexResult result;
+  // Scripts average well over six bytes a token; growing the vector would move every token.
+  result.tokens.reserve(source.size() / 6 + 1);
   int lineNumber = 1;
   std::size_t lineStart = 0;
   for (std::size_t i = 0;; ++i) {

@@ -97,7 +97,7 @@ std::string ScriptLibrary::read(const std::string& name) const {
     throw ScriptLibraryError::readFailed(name, std::generic_category().message(error));
   }
   std::string text;
-  std::array<char, 64 * 1024> buffer;
+  std::array<char, std::size_t{64} * 1024> buffer;
   for (;;) {
     const ssize_t got = ::read(fd.get(), buffer.data(), buffer.size());
     if (got == 0) {

@@ -227,7 +227,7 @@ SpotlightInstruction spotlightFromTokens(Tokens tokens, int lineNumber) {
   return spotlight;
 }
 
-// The elements of a `<target>` command that are common to all of them.
+// The element target that fill, move-to, wait-for, highlight and zoom begin with.
 ScriptValue takeTarget(LineCursor& cursor) {
   return cursor.takeRequired("<target>");
 }

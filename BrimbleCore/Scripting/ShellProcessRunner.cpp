@@ -19,7 +19,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kReadChunk = 64 * 1024;
+constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
 // Without a pidfd the child's exit is noticed by polling at this interval.
 constexpr int kExitPollMilliseconds = 10;
 

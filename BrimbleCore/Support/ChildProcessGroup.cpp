@@ -34,6 +34,8 @@ class SpawnSetup {
   }
   SpawnSetup(const SpawnSetup&) = delete;
   SpawnSetup& operator=(const SpawnSetup&) = delete;
+  SpawnSetup(SpawnSetup&&) = delete;
+  SpawnSetup& operator=(SpawnSetup&&) = delete;
   ~SpawnSetup() {
     posix_spawn_file_actions_destroy(&actions_);
     posix_spawnattr_destroy(&attributes_);

@@ -38,6 +38,8 @@ class ScopedEnvironment {
   }
   ScopedEnvironment(const ScopedEnvironment&) = delete;
   ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+  ScopedEnvironment(ScopedEnvironment&&) = delete;
+  ScopedEnvironment& operator=(ScopedEnvironment&&) = delete;
   ~ScopedEnvironment() {
     if (old_) {
       ::setenv(name_, old_->c_str(), 1);

@@ -12,6 +12,8 @@
 #include "cli/MCPInstallCommands.h"
 #include "cli/MCPServerCommand.h"
 #include "cli/ProcessCommand.h"
+#include "cli/ReferenceCommands.h"
+#include "cli/ValidateCommand.h"
 
 int main(int argc, char** argv) {
   using namespace brimble::cli;
@@ -24,8 +26,10 @@ int main(int argc, char** argv) {
 
   const std::vector<Command> commands = {
       addEncodeCommand(app, interrupts), addProcessCommand(app, interrupts),
-      addMCPServerCommand(app),          addMCPInstallCommand(app),
-      addMCPUninstallCommand(app),       addMCPStatusCommand(app),
+      addValidateCommand(app),           addCommandsCommand(app),
+      addSettingsCommand(app),           addMCPServerCommand(app),
+      addMCPInstallCommand(app),         addMCPUninstallCommand(app),
+      addMCPStatusCommand(app),
   };
 
   try {

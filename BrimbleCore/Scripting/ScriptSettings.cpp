@@ -1,0 +1,181 @@
+#include "BrimbleCore/Scripting/ScriptSettings.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include <nlohmann/json.hpp>
+
+#include "BrimbleCore/Scripting/ScriptNumber.h"
+
+namespace brimble {
+namespace {
+
+std::string_view trimmed(std::string_view text) {
+  const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+  while (!text.empty() && blank(text.front())) {
+    text.remove_prefix(1);
+  }
+  while (!text.empty() && blank(text.back())) {
+    text.remove_suffix(1);
+  }
+  return text;
+}
+
+std::string lowercased(std::string_view text) {
+  std::string result(text);
+  std::transform(result.begin(), result.end(), result.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  return result;
+}
+
+nlohmann::ordered_json typedValue(const std::string& type, const std::string& text) {
+  if (type == "integer") {
+    return *intFromSettingText(text);
+  }
+  if (type == "number") {
+    // Whole numbers are written without a fraction, as everywhere in Brimble's JSON.
+    const double value = *doubleFromSettingText(text);
+    if (const auto whole = intFromSettingText(formatScriptNumber(value))) {
+      return *whole;
+    }
+    return value;
+  }
+  if (type == "boolean") {
+    return *boolFromSettingText(text);
+  }
+  return text;
+}
+
+}  // namespace
+
+const std::vector<ScriptSettingSpec>& scriptSettingsTable() {
+  static const std::vector<ScriptSettingSpec> table = {
+      {"fps", "integer", "30", {"12", "24", "30", "60"}, "capture and output frame rate"},
+      {"output", "string", "output.gif", {}, "output file path"},
+      {"max-width", "integer", "800", {}, "maximum output width in pixels"},
+      {"loop-count", "integer", "0", {}, "0 loops forever, 1 plays once"},
+      {"transition", "number", "0.3", {}, "crossfade between recorded segments, seconds"},
+      {"show-cursor", "boolean", "true", {}, "show the system cursor"},
+      {"cursor-smoothing", "boolean", "false", {}, "smooth cursor paths"},
+      {"click-indicators", "boolean", "false", {}, "draw click overlays"},
+      {"type-smoothing", "boolean", "false", {}, "even out typing speed"},
+      {"keystroke-badges", "boolean", "false", {}, "show key-combination badges"},
+      {"include-title-bar", "boolean", "true", {}, "keep the window title bar"},
+      {"idle-strategy",
+       "string",
+       std::nullopt,
+       {"fade", "cut", "ramp"},
+       "treatment of idle stretches"},
+      {"idle-threshold", "number", "2.0", {}, "seconds without change that count as idle"},
+      {"palette-strategy",
+       "string",
+       "auto",
+       {"auto", "global", "perFrame"},
+       "colour palette choice for the encoder"},
+      {"cleanup", "boolean", "true", {}, "close windows the script opened, after render"},
+      {"strict", "boolean", "true", {}, "fail on non-zero exit codes of `run`"},
+      {"run-timeout", "number", "30", {}, "seconds before a `run` command is stopped"},
+      {"pace", "string", std::nullopt, {"tutorial", "demo", "cinematic"}, "pace preset"},
+      {"typing-delay", "number", "0.05", {}, "seconds between typed characters"},
+      {"auto-pace", "boolean", "false", {}, "insert pauses between actions"},
+      {"auto-pace-delay", "number", "0.8", {}, "length of an inserted pause, seconds"},
+  };
+  return table;
+}
+
+const ScriptSettingSpec* findScriptSetting(std::string_view name) {
+  for (const ScriptSettingSpec& spec : scriptSettingsTable()) {
+    if (spec.name == name) {
+      return &spec;
+    }
+  }
+  return nullptr;
+}
+
+bool isKnownSetting(std::string_view name) {
+  return findScriptSetting(name) != nullptr || name == "intro-bg" || name == "intro-fg";
+}
+
+const std::vector<std::pair<std::string, std::string>>& initialSettings() {
+  static const std::vector<std::pair<std::string, std::string>> settings = {
+      {"fps", "30"},
+      {"output", "output.gif"},
+      {"max-width", "800"},
+      {"loop-count", "0"},
+      {"transition", "0.3"}};
+  return settings;
+}
+
+std::string settingsDocumentJSON(int indent) {
+  nlohmann::ordered_json list = nlohmann::ordered_json::array();
+  for (const ScriptSettingSpec& spec : scriptSettingsTable()) {
+    nlohmann::ordered_json entry;
+    entry["name"] = spec.name;
+    entry["type"] = spec.type;
+    entry["default"] = spec.defaultValue ? typedValue(spec.type, *spec.defaultValue) : nullptr;
+    if (!spec.allowedValues.empty()) {
+      nlohmann::ordered_json values = nlohmann::ordered_json::array();
+      for (const std::string& value : spec.allowedValues) {
+        values.push_back(typedValue(spec.type, value));
+      }
+      entry["enum"] = std::move(values);
+    }
+    list.push_back(std::move(entry));
+  }
+  nlohmann::ordered_json document;
+  document["settings"] = std::move(list);
+  return document.dump(indent);
+}
+
+std::optional<bool> boolFromSettingText(std::string_view text) {
+  const std::string word = lowercased(trimmed(text));
+  if (word == "true" || word == "yes" || word == "on" || word == "1") {
+    return true;
+  }
+  if (word == "false" || word == "no" || word == "off" || word == "0") {
+    return false;
+  }
+  return std::nullopt;
+}
+
+std::optional<int> intFromSettingText(std::string_view text) {
+  text = trimmed(text);
+  if (text.size() > 1 && text.front() == '+' && text[1] != '-') {
+    text.remove_prefix(1);
+  }
+  int value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
+    return std::nullopt;
+  }
+  return value;
+}
+
+std::optional<double> doubleFromSettingText(std::string_view text) {
+  return parseScriptNumber(trimmed(text));
+}
+
+bool isAcceptedSettingValue(const ScriptSettingSpec& spec, std::string_view text) {
+  if (!spec.allowedValues.empty()) {
+    const auto matches = [&](const std::string& allowed) {
+      if (spec.type == "integer") {
+        return intFromSettingText(text) == intFromSettingText(allowed);
+      }
+      return text == allowed;
+    };
+    return std::any_of(spec.allowedValues.begin(), spec.allowedValues.end(), matches);
+  }
+  if (spec.type == "integer") {
+    return intFromSettingText(text).has_value();
+  }
+  if (spec.type == "number") {
+    return doubleFromSettingText(text).has_value();
+  }
+  if (spec.type == "boolean") {
+    return boolFromSettingText(text).has_value();
+  }
+  return true;
+}
+
+}  // namespace brimble

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "BrimbleCore/Scripting/ProcessRunner.h"
+#include "BrimbleCore/Scripting/ScriptContext.h"
+#include "BrimbleCore/Scripting/ScriptInstruction.h"
+
+namespace brimble {
+
+/// Receives one progress line of a running script, without its line end. An empty function
+/// means the script runs quiet.
+using ScriptOutput = std::function<void(std::string_view line)>;
+
+/// The seconds a `run` may take when `run-timeout` is not set.
+inline constexpr double kDefaultRunTimeout = 30;
+
+/// Executes `run <command> [as $v]` on script line `line`:
+/// - resolves the command and runs it through `runner`, limited to the `run-timeout` setting
+///   (zero or less: no limit);
+/// - stores the exit status in `_exitcode`;
+/// - with `as $v`, stores the standard output's lines in `v` and a non-empty standard error in
+///   `v_stderr` (removing an older one), and prints "     N line(s) captured to $v" to `output`;
+/// - with the `strict` setting on (the default), a non-zero status throws commandFailed.
+/// Also throws what resolving and the runner throw (time-outs whatever `strict` says).
+void executeRun(const RunInstruction& run, int line, ScriptContext& context, ProcessRunner& runner,
+                const ScriptOutput& output);
+
+/// Command output as lines: split at line feeds, a carriage return before one dropped. Empty
+/// text has no lines.
+std::vector<std::string> outputLines(const std::string& text);
+
+}  // namespace brimble

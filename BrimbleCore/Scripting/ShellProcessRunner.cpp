@@ -1,0 +1,123 @@
+#include "BrimbleCore/Scripting/ShellProcessRunner.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Support/ChildProcessGroup.h"
+#include "BrimbleCore/Support/SystemError.h"
+
+namespace brimble {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
+// Without a pidfd the child's exit is noticed by polling at this interval.
+constexpr int kExitPollMilliseconds = 10;
+
+std::string trimmed(const std::string& text) {
+  constexpr std::string_view kBlank = " \t\n\r\v\f";
+  const std::size_t first = text.find_first_not_of(kBlank);
+  if (first == std::string::npos) {
+    return {};
+  }
+  const std::size_t last = text.find_last_not_of(kBlank);
+  return text.substr(first, last - first + 1);
+}
+
+// Appends what is available; closes `fd` at end of file.
+void drain(UniqueFd& fd, std::string& into, std::array<char, kReadChunk>& buffer) {
+  const ssize_t got = ::read(fd.get(), buffer.data(), buffer.size());
+  if (got > 0) {
+    into.append(buffer.data(), static_cast<std::size_t>(got));
+  } else if (got == 0 || (errno != EINTR && errno != EAGAIN)) {
+    fd.reset();
+  }
+}
+
+}  // namespace
+
+ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
+                                                std::optional<double> timeout, int line) {
+  // Beyond this a limit is no limit, and the clock arithmetic would overflow.
+  constexpr double kLongestTimeout = 1e9;
+  std::optional<Clock::time_point> deadline;
+  if (timeout && *timeout < kLongestTimeout) {
+    deadline = Clock::now() +
+               std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*timeout));
+  }
+
+  std::optional<ChildProcessGroup> child;
+  try {
+    child.emplace(ChildProcessGroup::spawn({"/bin/sh", "-c", command}));
+  } catch (const std::system_error& error) {
+    throw ScriptError::runtimeError(line, "Failed to run command: " + error.code().message());
+  }
+
+  std::string output;
+  std::string errorOutput;
+  std::array<char, kReadChunk> buffer;
+  bool exited = false;
+  for (;;) {
+    if (!exited && child->exitNotifier() < 0) {
+      exited = child->hasExited();
+    }
+    if (exited && !child->output() && !child->errorOutput()) {
+      break;
+    }
+    int waitMilliseconds = -1;
+    if (deadline) {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
+      if (left.count() <= 0) {
+        child->terminateGroup(grace_);
+        throw ScriptError::commandTimeout(line, command, *timeout);
+      }
+      waitMilliseconds = static_cast<int>(std::min<long long>(left.count(), 60'000));
+    }
+    std::vector<pollfd> fds;
+    if (child->output()) {
+      fds.push_back({child->output().get(), POLLIN, 0});
+    }
+    if (child->errorOutput()) {
+      fds.push_back({child->errorOutput().get(), POLLIN, 0});
+    }
+    if (!exited) {
+      if (child->exitNotifier() >= 0) {
+        fds.push_back({child->exitNotifier(), POLLIN, 0});
+      } else if (waitMilliseconds < 0 || waitMilliseconds > kExitPollMilliseconds) {
+        waitMilliseconds = kExitPollMilliseconds;
+      }
+    }
+    const int ready = ::poll(fds.data(), fds.size(), waitMilliseconds);
+    if (ready < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      throw systemError(errno, "wait for the output of", "/bin/sh");
+    }
+    for (const pollfd& entry : fds) {
+      if (entry.revents == 0) {
+        continue;
+      }
+      if (entry.fd == child->exitNotifier()) {
+        exited = true;
+      } else if (entry.fd == child->output().get()) {
+        drain(child->output(), output, buffer);
+      } else {
+        drain(child->errorOutput(), errorOutput, buffer);
+      }
+    }
+  }
+  const int status = child->wait();
+  return {trimmed(output), trimmed(errorOutput), static_cast<std::int32_t>(status)};
+}
+
+}  // namespace brimble

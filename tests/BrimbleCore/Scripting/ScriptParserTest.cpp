@@ -1,0 +1,404 @@
+#include "BrimbleCore/Scripting/ScriptParser.h"
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace brimble {
+namespace {
+
+using V = ScriptValue;
+
+V num(double value) {
+  return V::number(value);
+}
+V str(std::string text) {
+  return V::string(std::move(text));
+}
+V var(std::string name) {
+  return V::variable(std::move(name));
+}
+
+ScriptInstruction only(const std::string& source) {
+  const std::vector<LocatedInstruction> parsed = ScriptParser::parse(source);
+  if (parsed.size() != 1) {
+    ADD_FAILURE() << source << " gave " << parsed.size() << " instructions";
+    return ClearInstruction{};
+  }
+  return parsed.front().instruction;
+}
+
+std::string parseError(const std::string& source) {
+  try {
+    ScriptParser::parse(source);
+  } catch (const ScriptError& error) {
+    return error.what();
+  }
+  ADD_FAILURE() << "no error for " << source;
+  return {};
+}
+
+// "Line L, Col C: message", then the source line and a caret under column C.
+std::string located(int line, int column, const std::string& message, const std::string& text) {
+  return "Line " + std::to_string(line) + ", Col " + std::to_string(column) + ": " + message +
+         "\n  " + text + "\n  " + std::string(static_cast<std::size_t>(column - 1), ' ') + "^";
+}
+
+struct GrammarCase {
+  std::string source;
+  ScriptInstruction expected;
+};
+
+void expectGrammar(const std::vector<GrammarCase>& cases) {
+  for (const GrammarCase& c : cases) {
+    EXPECT_TRUE(only(c.source) == c.expected)
+        << c.source << " parsed as alternative " << only(c.source).index() << ", expected "
+        << c.expected.index();
+  }
+}
+
+ScriptRect rect(double x, double y, double w, double h) {
+  return {num(x), num(y), num(w), num(h)};
+}
+
+TEST(ScriptParser, SettingsAndApplications) {
+  expectGrammar({
+      {"set fps 30", SetInstruction{"fps", num(30)}},
+      {"SET Output \"demo.gif\"", SetInstruction{"output", str("demo.gif")}},
+      {"set intro-bg \"#1a1a2e\"", SetInstruction{"intro-bg", str("#1a1a2e")}},
+      {"set cleanup Off", SetInstruction{"cleanup", str("Off")}},
+      {"set run-timeout $limit", SetInstruction{"run-timeout", var("limit")}},
+      {"open \"Terminal\"", OpenInstruction{str("Terminal")}},
+      {"open Terminal", OpenInstruction{str("Terminal")}},
+      {"focus $app", FocusInstruction{var("app")}},
+      {"resize 800 600", ResizeInstruction{num(800), num(600)}},
+      {"capture-window app \"Terminal\" as $term",
+       CaptureWindowInstruction{{WindowReference::Kind::appName, str("Terminal")}, "term"}},
+      {"Capture-Window ID 1234 AS $w",
+       CaptureWindowInstruction{{WindowReference::Kind::windowID, num(1234)}, "w"}},
+      {"capture-window app Terminal",
+       CaptureWindowInstruction{{WindowReference::Kind::appName, str("Terminal")}, std::nullopt}},
+      {"target window \"Inbox\" as $mail",
+       TargetInstruction{TargetInstruction::Kind::window, str("Inbox"), "mail"}},
+      {"target APP \"TextEdit\"",
+       TargetInstruction{TargetInstruction::Kind::app, str("TextEdit"), std::nullopt}},
+  });
+}
+
+TEST(ScriptParser, RecordingCommandsTakeTheirOptionsInAnyOrder) {
+  const RecordInstruction window{
+      {RecordTarget::Kind::window, "term", std::nullopt}, num(3), true, false};
+  expectGrammar({
+      {"record $term duration 3.0 continue", window},
+      {"record $term continue duration 3", window},
+      {"Record $term CONTINUE Duration 3", window},
+      {"record $w",
+       RecordInstruction{
+           {RecordTarget::Kind::window, "w", std::nullopt}, std::nullopt, false, false}},
+      {"record $w crop 0 10 400 300 audio",
+       RecordInstruction{{RecordTarget::Kind::windowCrop, "w", rect(0, 10, 400, 300)},
+                         std::nullopt,
+                         false,
+                         true}},
+      {"record region 10 20 300 200 duration $d",
+       RecordInstruction{
+           {RecordTarget::Kind::region, "", rect(10, 20, 300, 200)}, var("d"), false, false}},
+      {"record simulator duration 5",
+       RecordInstruction{{RecordTarget::Kind::simulator, "", std::nullopt}, num(5), false, false}},
+      {"stop", StopInstruction{}},
+      {"remain", RemainInstruction{}},
+      {"RENDER", RenderInstruction{}},
+      {"clear", ClearInstruction{}},
+      {"clear-fx", ClearFxInstruction{}},
+  });
+}
+
+TEST(ScriptParser, TypingKeysAndPointer) {
+  expectGrammar({
+      {"type \"hello\"", TypeInstruction{str("hello"), false, std::nullopt}},
+      {"type \"ls -la\" enter", TypeInstruction{str("ls -la"), true, std::nullopt}},
+      {"type \"x\" DELAY 0.1 Enter", TypeInstruction{str("x"), true, num(0.1)}},
+      {"type $out[1]", TypeInstruction{V::variableIndex("out", 1), false, std::nullopt}},
+      {"type 42", TypeInstruction{num(42), false, std::nullopt}},
+      {"key cmd+c", KeyInstruction{str("cmd+c")}},
+      {"key 5", KeyInstruction{num(5)}},
+      {"click", ClickInstruction{std::nullopt, std::nullopt, false}},
+      {"click right", ClickInstruction{std::nullopt, std::nullopt, true}},
+      {"click 10 20", ClickInstruction{num(10), num(20), false}},
+      {"click 10 20 right", ClickInstruction{num(10), num(20), true}},
+      {"click RIGHT 10 20", ClickInstruction{num(10), num(20), true}},
+      {"click $x $y", ClickInstruction{var("x"), var("y"), false}},
+      {"click text:Save", ClickTargetInstruction{str("text:Save"), false}},
+      {"click \"text:Save As\" Right", ClickTargetInstruction{str("text:Save As"), true}},
+      {"click $button", ClickTargetInstruction{var("button"), false}},
+      {"tap 100 200", TapInstruction{num(100), num(200)}},
+      {"move 100 200", MoveInstruction{num(100), num(200), num(0.3)}},
+      {"move 1 2 duration 0.5", MoveInstruction{num(1), num(2), num(0.5)}},
+      {"cursor 5 6", CursorInstruction{num(5), num(6)}},
+      {"scroll down", ScrollInstruction{ScrollDirection::down, num(3)}},
+      {"scroll UP 5", ScrollInstruction{ScrollDirection::up, num(5)}},
+      {"scroll \"left\" $n", ScrollInstruction{ScrollDirection::left, var("n")}},
+      {"scroll right 1", ScrollInstruction{ScrollDirection::right, num(1)}},
+  });
+}
+
+TEST(ScriptParser, NumbersMayBeQuotedOrComeFromVariables) {
+  expectGrammar({
+      {"wait 2", WaitInstruction{num(2)}},
+      {"wait .5", WaitInstruction{num(0.5)}},
+      {"wait \"1.5\"", WaitInstruction{num(1.5)}},
+      {"wait $delay", WaitInstruction{var("delay")}},
+      {"wait \"$base\"", WaitInstruction{str("$base")}},
+      {"wait-for-idle 2.0", WaitForIdleInstruction{num(2)}},
+      {"resize \"800\" $h", ResizeInstruction{num(800), var("h")}},
+  });
+}
+
+TEST(ScriptParser, ShellCommandsAndSpotlights) {
+  const SpotlightTarget line{SpotlightTarget::Kind::stdout, "out", 1, std::nullopt};
+  const SpotlightTarget region{SpotlightTarget::Kind::region, "", 0, rect(0, 0, 100, 50)};
+  expectGrammar({
+      {"run \"ls\" as $out", RunInstruction{str("ls"), "out"}},
+      {"run \"false\"", RunInstruction{str("false"), std::nullopt}},
+      {"run ls AS $x", RunInstruction{str("ls"), "x"}},
+      {"spotlight stdout $out[1] duration 2", SpotlightInstruction{line, num(2)}},
+      {"spotlight region 0 0 100 50", SpotlightInstruction{region, num(2)}},
+      {"spotlight-shift STDOUT $out[1] Duration 1.5", SpotlightShiftInstruction{line, num(1.5)}},
+      {"spotlight-shift region 0 0 100 50", SpotlightShiftInstruction{region, num(2)}},
+  });
+}
+
+TEST(ScriptParser, TitleCardsDialogsAndBackground) {
+  expectGrammar({
+      {"intro \"Title\"", IntroInstruction{str("Title"), std::nullopt, std::nullopt}},
+      {"intro \"T\" subtitle \"S\" duration 3", IntroInstruction{str("T"), str("S"), num(3)}},
+      {"outro \"Bye\" DURATION 2 Subtitle $who", OutroInstruction{str("Bye"), var("who"), num(2)}},
+      {"dismiss-dialog", DismissDialogInstruction{}},
+      {"dismiss-dialog button OK app Finder", DismissDialogInstruction{str("Finder"), str("OK")}},
+      {"dismiss-dialog APP \"Finder\"", DismissDialogInstruction{str("Finder"), std::nullopt}},
+      {"click-button-in-dialog button \"Allow\"",
+       ClickButtonInDialogInstruction{str("Allow"), std::nullopt}},
+      {"click-button-in-dialog app X Button Y", ClickButtonInDialogInstruction{str("Y"), str("X")}},
+      {"set-background color 001122", SetBackgroundInstruction{str("001122")}},
+      {"set-background color 7", SetBackgroundInstruction{str("000007")}},
+      {"set-background COLOR ff0000", SetBackgroundInstruction{str("ff0000")}},
+      {"set-background color \"#FF0000\"", SetBackgroundInstruction{str("#FF0000")}},
+      {"set-background color $brand", SetBackgroundInstruction{var("brand")}},
+  });
+}
+
+TEST(ScriptParser, ElementTargetsAndBrowser) {
+  expectGrammar({
+      {"fill text:Name \"Ada\" enter", FillInstruction{str("text:Name"), str("Ada"), true}},
+      {"fill \"#email\" $address", FillInstruction{str("#email"), var("address"), false}},
+      {"move-to text:Save", MoveToInstruction{str("text:Save")}},
+      {"wait-for text:Done", WaitForInstruction{str("text:Done"), num(10)}},
+      {"wait-for \"#x\" TIMEOUT 3", WaitForInstruction{str("#x"), num(3)}},
+      {"browser chrome \"https://example.com\"",
+       BrowserInstruction{BrowserEngine::chrome, str("https://example.com"), std::nullopt}},
+      {"browser Safari \"u\" as $b", BrowserInstruction{BrowserEngine::safari, str("u"), "b"}},
+      {"navigate \"https://x.test\"", NavigateInstruction{str("https://x.test"), false}},
+      {"navigate \"u\" Show-Typing", NavigateInstruction{str("u"), true}},
+      {"highlight text:Save",
+       HighlightInstruction{str("text:Save"), num(2), HighlightStyle::outline}},
+      {"highlight \"#a\" style GLOW duration 1",
+       HighlightInstruction{str("#a"), num(1), HighlightStyle::glow}},
+      {"highlight x style box", HighlightInstruction{str("x"), num(2), HighlightStyle::box}},
+      {"zoom \"#login\"", ZoomInstruction{str("#login"), num(2), num(0.6), std::nullopt}},
+      {"zoom x mode page scale 3 duration 1",
+       ZoomInstruction{str("x"), num(3), num(1), ZoomMode::page}},
+      {"zoom x MODE Digital", ZoomInstruction{str("x"), num(2), num(0.6), ZoomMode::digital}},
+      {"zoom-out", ZoomOutInstruction{num(0.5)}},
+      {"zoom-out duration 1", ZoomOutInstruction{num(1)}},
+  });
+}
+
+TEST(ScriptParser, InstructionsKeepTheirLineNumberAndStrippedText) {
+  const std::vector<LocatedInstruction> parsed =
+      ScriptParser::parse("# demo\r\nset fps 24   # slower\r\n\r\n  wait 1\r\n");
+  ASSERT_EQ(parsed.size(), 2u);
+  EXPECT_EQ(parsed[0], (LocatedInstruction{SetInstruction{"fps", num(24)}, 3, "set fps 24"}));
+  EXPECT_EQ(parsed[1], (LocatedInstruction{WaitInstruction{num(1)}, 7, "wait 1"}));
+  EXPECT_TRUE(ScriptParser::parse("# nothing\n\n").empty());
+}
+
+TEST(ScriptParser, CommandNamesReadAsScriptsSpellThem) {
+  EXPECT_EQ(commandName(only("capture-window app T")), "capture-window");
+  EXPECT_EQ(commandName(only("click text:X")), "click");
+  EXPECT_EQ(commandName(only("click")), "click");
+  EXPECT_EQ(commandName(only("spotlight-shift region 1 2 3 4")), "spotlight-shift");
+  EXPECT_EQ(commandName(only("click-button-in-dialog button OK")), "click-button-in-dialog");
+  EXPECT_EQ(commandName(only("zoom-out")), "zoom-out");
+}
+
+struct ErrorCase {
+  std::string source;
+  int column;
+  std::string message;
+};
+
+void expectErrors(const std::vector<ErrorCase>& cases) {
+  for (const ErrorCase& c : cases) {
+    EXPECT_EQ(parseError(c.source), located(1, c.column, c.message, c.source)) << c.source;
+  }
+}
+
+TEST(ScriptParser, CommandsAndTheEndOfTheLine) {
+  expectErrors({
+      {"\"hello\" world", 1, "Expected command"},
+      {"$x", 1, "Expected command"},
+      {"42", 1, "Expected command"},
+      {"frobnicate 1", 1, "Unknown command 'frobnicate'"},
+      {"BOGUS", 1, "Unknown command 'BOGUS'"},
+      {"wait", 1, "Unexpected end of line"},
+      {"open", 1, "Unexpected end of line"},
+      {"move 10", 1, "Unexpected end of line"},
+      {"record $w duration", 1, "Unexpected end of line"},
+      {"highlight x style", 1, "Unexpected end of line"},
+      {"intro \"T\" subtitle", 1, "Unexpected end of line"},
+      {"wait 1 2", 8, "Unexpected '2' in wait"},
+      {"stop now", 6, "Unexpected 'now' in stop"},
+      {"type hello world", 12, "Unexpected 'world' in type\n  expected enter or delay"},
+      {"run ls -la", 8, "Unexpected '-la' in run\n  expected as $variable"},
+      {"record $w duration 3 loop", 22,
+       "Unexpected 'loop' in record\n  expected duration, continue or audio"},
+      {"click 10 20 30", 13, "Unexpected '30' in click\n  expected <x> <y>, <target> or right"},
+  });
+}
+
+TEST(ScriptParser, MissingArguments) {
+  expectErrors({
+      {"type", 1, "'type' requires text"},
+      {"intro", 1, "'intro' requires title text"},
+      {"outro", 1, "'outro' requires title text"},
+      {"key", 1, "'key' requires key name"},
+      {"run", 1, "'run' requires command"},
+      {"scroll", 1, "'scroll' requires direction"},
+      {"tap 1", 1, "'tap' requires x y (device framebuffer pixels)"},
+      {"tap 1 a", 7, "'tap' requires x y (device framebuffer pixels)"},
+      {"record", 1, "'record' requires window variable or 'region'"},
+      {"record window", 8, "'record' requires window variable or 'region'"},
+      {"record region 1 2 3", 1, "'record' requires x y w h"},
+      {"record $w crop 1 2 3 duration 3", 22, "'record' requires x y w h"},
+      {"capture-window", 1, "'capture-window' requires target specification"},
+      {"spotlight", 1, "'spotlight' requires spotlight target"},
+      {"spotlight region 1 2 3", 1, "'spotlight' requires x y width height"},
+      {"spotlight-shift region 1 2 x 4", 28, "'spotlight-shift' requires x y width height"},
+      {"dismiss-dialog app", 1, "'dismiss-dialog' requires app name"},
+      {"dismiss-dialog button", 1, "'dismiss-dialog' requires button label"},
+      {"click-button-in-dialog app Finder", 1, "'click-button-in-dialog' requires button label"},
+      {"set-background", 1, "'set-background' requires hex color"},
+      {"set-background color", 1, "'set-background' requires hex color"},
+      {"browser", 1, "'browser' requires <chrome|safari> \"url\""},
+      {"browser chrome", 1, "'browser' requires <chrome|safari> \"url\""},
+      {"browser firefox \"u\"", 9, "'browser' requires browser engine"},
+      {"navigate", 1, "'navigate' requires \"url\""},
+      {"fill", 1, "'fill' requires <target>"},
+      {"fill text:Name", 1, "'fill' requires text"},
+      {"move-to", 1, "'move-to' requires <target>"},
+      {"wait-for", 1, "'wait-for' requires <target>"},
+      {"highlight", 1, "'highlight' requires <target>"},
+      {"zoom", 1, "'zoom' requires <target>"},
+      {"set fps", 1, "'set' requires key and value"},
+      {"target", 1, "'target' requires window \"Match\" or app \"Name\""},
+      {"target app", 1, "'target' requires app \"Name\""},
+      {"target window", 1, "'target' requires window \"Match\""},
+      {"click 10", 1, "'click' requires x y"},
+  });
+}
+
+TEST(ScriptParser, InvalidValuesNameTheValueAndWhatItWasFor) {
+  expectErrors({
+      {"wait-for text:Done timeout soon", 28,
+       "Invalid value 'soon' for 'wait-for timeout'\n  expected a number"},
+      {"highlight x duration long", 22,
+       "Invalid value 'long' for 'highlight duration'\n  expected a number"},
+      {"highlight x style dotted", 19,
+       "Invalid value 'dotted' for 'highlight style'\n  expected outline|glow|box"},
+      {"zoom x scale big", 14, "Invalid value 'big' for 'zoom scale'\n  expected a number"},
+      {"zoom x duration slow", 17, "Invalid value 'slow' for 'zoom duration'\n  expected a number"},
+      {"zoom \"#login\" mode tilt", 20,
+       "Invalid value 'tilt' for 'zoom mode'\n  expected digital|page"},
+      {"wait two", 6, "Invalid value 'two' for 'wait seconds'\n  expected a number"},
+      {"wait \"soon\"", 6, "Invalid value 'soon' for 'wait seconds'\n  expected a number"},
+      {"move 10px 20", 6, "Invalid value '10px' for 'move x'\n  expected a number"},
+      {"click 10 abc", 10, "Invalid value 'abc' for 'click y'\n  expected a number"},
+      {"record $w duration 3s", 20,
+       "Invalid value '3s' for 'record duration'\n  expected a number"},
+      {"capture-window id main", 19,
+       "Invalid value 'main' for 'capture-window id'\n  expected a number"},
+      {"scroll sideways", 8,
+       "Invalid value 'sideways' for 'scroll direction'\n  expected up|down|left|right"},
+      {"spotlight line 3", 11,
+       "Invalid value 'line' for 'spotlight target'\n  expected stdout|region"},
+  });
+}
+
+TEST(ScriptParser, KeywordAndVariableClauses) {
+  expectErrors({
+      {"record simulator audio", 18,
+       "simctl captures no audio, so 'audio' cannot be used with 'record simulator'."},
+      {"record simulator duration 5 AUDIO", 29,
+       "simctl captures no audio, so 'audio' cannot be used with 'record simulator'."},
+      {"capture-window window \"x\"", 16, "Expected 'app' or 'id', got 'window'"},
+      {"capture-window app \"T\" as term", 27, "'as' must be followed by $variable"},
+      {"capture-window app \"T\" as", 24, "'as' must be followed by $variable"},
+      {"run \"ls\" as $out[0]", 13, "'as' must be followed by $variable"},
+      {"target tab \"x\"", 8, "Expected 'window' or 'app', got 'tab'"},
+      {"spotlight stdout $out", 18, "Expected $variable[N] for stdout target"},
+      {"spotlight stdout", 11, "Expected $variable[N] for stdout target"},
+      {"dismiss-dialog button OK button Cancel", 26,
+       "Duplicate 'button' keyword in dismiss-dialog"},
+      {"click-button-in-dialog app A APP B", 30,
+       "Duplicate 'app' keyword in click-button-in-dialog"},
+      {"dismiss-dialog cancel", 16,
+       "Unexpected keyword 'cancel' in dismiss-dialog (expected 'app' or 'button')"},
+      {"click-button-in-dialog", 1, "Expected 'app' or 'button' keyword in click-button-in-dialog"},
+      {"record $w duration 1 duration 2", 22, "Duplicate 'duration' keyword in record"},
+      {"type \"a\" enter enter", 16, "Duplicate 'enter' keyword in type"},
+      {"set-background red", 16, "Expected 'color', got 'red'"},
+      {"set", 1, "Expected setting name"},
+      {"set 5 x", 5, "Expected setting name"},
+  });
+}
+
+TEST(ScriptParser, ErrorsReportTheirSourceLineInCRLFFiles) {
+  EXPECT_EQ(parseError("wait 1\r\nwait 2\r\n  bogus  # typo\r\n"),
+            located(5, 1, "Unknown command 'bogus'", "bogus"));
+  EXPECT_EQ(parseError("stop\n# x\nwait 1 2 # extra"),
+            located(3, 8, "Unexpected '2' in wait", "wait 1 2"));
+  // Lexical errors come through parse unchanged.
+  EXPECT_EQ(parseError("stop\ntype \"abc"), located(2, 6, "Unterminated string", "type \"abc"));
+}
+
+TEST(ScriptParser, AnnotatedErrorsKeepTheInnerError) {
+  try {
+    ScriptParser::parse("stop\nzoom x scale big");
+    FAIL() << "no error";
+  } catch (const ScriptError& error) {
+    EXPECT_EQ(error.code(), ScriptError::Code::annotated);
+    EXPECT_EQ(error.line(), 2);
+    EXPECT_EQ(error.column(), 14);
+    EXPECT_EQ(error.sourceLine(), "zoom x scale big");
+    ASSERT_NE(error.inner(), nullptr);
+    EXPECT_EQ(error.inner()->code(), ScriptError::Code::invalidValue);
+    EXPECT_EQ(std::string(error.inner()->what()),
+              "Line 2: Invalid value 'big' for 'zoom scale'\n  expected a number");
+  }
+}
+
+TEST(ScriptParser, AnchorColumnFallsBackToTheFirstToken) {
+  const LexResult lexed = ScriptLexer::tokenizeLocated("  zoom x scale big");
+  const ScriptParser::Tokens line(lexed.tokens.data() + 1, lexed.tokens.size() - 1);
+  EXPECT_EQ(ScriptParser::anchorColumn(ScriptError::invalidValue(1, "big", "zoom scale"), line),
+            14);
+  EXPECT_EQ(ScriptParser::anchorColumn(ScriptError::parseError(1, "Unexpected end of line"), line),
+            1);
+  EXPECT_EQ(ScriptParser::anchorColumn(ScriptError::invalidValue(1, "absent", "zoom scale"), line),
+            1);
+  EXPECT_EQ(ScriptParser::anchorColumn(ScriptError::parseError(1, "x"), {}), 1);
+}
+
+}  // namespace
+}  // namespace brimble

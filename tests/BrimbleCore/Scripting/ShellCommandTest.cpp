@@ -1,0 +1,136 @@
+#include "BrimbleCore/Scripting/ShellCommand.h"
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Scripting/ScriptParser.h"
+#include "BrimbleCore/Scripting/ShellProcessRunner.h"
+#include "tests/Support/LogCapture.h"
+
+namespace brimble {
+namespace {
+
+// Runs one `run` line of a script the way the engine will: parsed, then executed against the
+// context with a real shell.
+class RunLine {
+ public:
+  void operator()(const std::string& source) {
+    const std::vector<LocatedInstruction> parsed = ScriptParser::parse(source);
+    ASSERT_EQ(parsed.size(), 1u);
+    const auto& run = std::get<RunInstruction>(parsed.front().instruction);
+    executeRun(run, parsed.front().line, context, runner,
+               [this](std::string_view line) { printed.emplace_back(line); });
+  }
+
+  std::string error(const std::string& source) {
+    try {
+      (*this)(source);
+    } catch (const ScriptError& failure) {
+      return failure.what();
+    }
+    return "no error";
+  }
+
+  std::string variable(const std::string& name) const {
+    const ScriptVariableValue* value = context.variable(name);
+    return value == nullptr ? "(undefined)" : value->stringValue();
+  }
+
+  ScriptContext context;
+  ShellProcessRunner runner;
+  std::vector<std::string> printed;
+};
+
+TEST(ShellCommand, CapturesLinesAndReportsTheCount) {
+  RunLine run;
+  run(R"(run "printf 'a\nb\n'" as $out)");
+  EXPECT_EQ(run.context.resolve(ScriptValue::variableIndex("out", 0), 1), "a");
+  EXPECT_EQ(run.context.resolve(ScriptValue::variableIndex("out", 1), 1), "b");
+  EXPECT_EQ(*run.context.variable("out"), ScriptVariableValue::lines({"a", "b"}));
+  EXPECT_EQ(run.variable("_exitcode"), "0");
+  EXPECT_EQ(run.variable("out_stderr"), "(undefined)");
+  EXPECT_EQ(run.printed, (std::vector<std::string>{"     2 line(s) captured to $out"}));
+}
+
+TEST(ShellCommand, EmptyOutputIsNoLinesAndCRLFLinesLoseTheirCR) {
+  RunLine run;
+  run(R"(run "true" as $none)");
+  // The script's own escapes apply first, so the shell's backslashes are doubled.
+  run(R"(run "printf 'x\\r\\ny\\r\\n\\r\\nz'" as $dos)");
+  EXPECT_EQ(*run.context.variable("none"), ScriptVariableValue::lines({}));
+  EXPECT_EQ(*run.context.variable("dos"), ScriptVariableValue::lines({"x", "y", "", "z"}));
+  EXPECT_EQ(run.printed, (std::vector<std::string>{"     0 line(s) captured to $none",
+                                                   "     4 line(s) captured to $dos"}));
+}
+
+TEST(ShellCommand, StandardErrorGoesToTheStderrVariable) {
+  RunLine run;
+  run(R"(run "echo out; echo warn >&2" as $v)");
+  EXPECT_EQ(run.variable("v"), "out");
+  EXPECT_EQ(run.variable("v_stderr"), "warn");
+  // A later run without standard error leaves no stale text behind.
+  run(R"(run "echo again" as $v)");
+  EXPECT_EQ(run.variable("v_stderr"), "(undefined)");
+}
+
+TEST(ShellCommand, StrictModeStopsOnAFailureAndReportsIt) {
+  RunLine run;
+  EXPECT_EQ(run.error("\n\nrun \"false\""), "Line 3: Command 'false' failed (exit 1): exit code 1");
+  EXPECT_EQ(run.variable("_exitcode"), "1");
+  EXPECT_EQ(run.error(R"(run "echo boom >&2; exit 4" as $r)"),
+            "Line 1: Command 'echo boom >&2; exit 4' failed (exit 4): boom");
+  EXPECT_EQ(run.variable("r_stderr"), "boom");
+}
+
+TEST(ShellCommand, WithStrictOffTheStatusStaysReadable) {
+  RunLine run;
+  run.context.setSetting("strict", "false");
+  run(R"(run "exit 3" as $r)");
+  EXPECT_EQ(run.variable("_exitcode"), "3");
+  EXPECT_EQ(run.printed, (std::vector<std::string>{"     0 line(s) captured to $r"}));
+  run(R"(run "true")");
+  EXPECT_EQ(run.variable("_exitcode"), "0");
+}
+
+TEST(ShellCommand, TheRunTimeoutSettingLimitsTheCommandWhateverStrictSays) {
+  RunLine run;
+  run.context.setSetting("run-timeout", "1");
+  run.context.setSetting("strict", "off");
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(run.error("run \"sleep 5\""), "Line 1: Command 'sleep 5' timed out after 1s");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+}
+
+TEST(ShellCommand, ZeroTimeoutMeansNone) {
+  RunLine run;
+  run.context.setSetting("run-timeout", "0");
+  run(R"(run "sleep 0.1; echo ok" as $v)");
+  EXPECT_EQ(run.variable("v"), "ok");
+}
+
+TEST(ShellCommand, ScriptVariablesAreExpandedAndShellOnesPassThrough) {
+  RunLine run;
+  run.context.setVariable("greeting", ScriptVariableValue::string("hello"));
+  testing::LogCapture log;
+  run(R"(run "echo $greeting $HOME" as $v)");
+  EXPECT_EQ(run.variable("v"), std::string("hello ") + std::getenv("HOME"));
+  EXPECT_EQ(log.lines(),
+            (std::vector<std::string>{"BrimbleCore: Warning: line 1: undefined variable '$HOME'"}));
+  run.context.setVariable("cmd", ScriptVariableValue::lines({"echo from-variable"}));
+  run("run $cmd as $w");
+  EXPECT_EQ(run.variable("w"), "from-variable");
+  EXPECT_EQ(run.error("run $nothing"), "Line 1: Undefined variable '$nothing'");
+}
+
+TEST(ShellCommand, QuietRunsPrintNothing) {
+  ScriptContext context;
+  ShellProcessRunner runner;
+  executeRun(RunInstruction{ScriptValue::string("echo x"), "v"}, 1, context, runner, {});
+  EXPECT_EQ(context.variable("v")->stringValue(), "x");
+}
+
+}  // namespace
+}  // namespace brimble

@@ -1,0 +1,96 @@
+// `brimble validate`, `brimble commands` and `brimble settings`, run the way a user runs them.
+
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/Support/RunCommand.h"
+#include "tests/Support/TempDirectory.h"
+
+namespace brimble {
+namespace {
+
+using testing::runCommand;
+using testing::shellQuote;
+using testing::TempDirectory;
+
+std::string brimble(const std::string& arguments) {
+  return shellQuote(BRIMBLE_BINARY) + " " + arguments;
+}
+
+TEST(BrimbleValidate, AValidScriptPrintsWarningsAndTheSummary) {
+  TempDirectory directory;
+  const auto script = directory / "demo.brim";
+  std::ofstream(script) << "set pace fast\ncapture-window app Terminal as $t\n"
+                           "record $t duration 2\nrender\n";
+  const auto result = runCommand(brimble("validate " + shellQuote(script.string()) + " 2>&1"));
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output,
+            "Warning: line 1: unknown pace preset 'fast' (expected: tutorial, demo, cinematic)\n"
+            "Valid: 4 instructions\n"
+            "  Explicit render: yes\n");
+}
+
+TEST(BrimbleValidate, AnErrorIsLocatedWithTheLineAndACaret) {
+  const auto result = runCommand("printf 'record $w\\r\\nwait 1\\r\\nzoom x mode tilt\\r\\n' | " +
+                                 brimble("validate - 2>&1 >/dev/null"));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_EQ(result.output,
+            "Line 5, Col 13: Invalid value 'tilt' for 'zoom mode'\n"
+            "  expected digital|page\n"
+            "  zoom x mode tilt\n"
+            "              ^\n");
+}
+
+TEST(BrimbleValidate, StandardInputAndMissingFiles) {
+  const auto ok = runCommand("printf 'wait 1' | " + brimble("validate - 2>&1"));
+  EXPECT_EQ(ok.exitCode, 0);
+  EXPECT_EQ(ok.output, "Warning: script has no 'record' commands\nValid: 1 instructions\n");
+
+  const auto missing = runCommand(brimble("validate /nonexistent/demo.brim 2>&1"));
+  EXPECT_EQ(missing.exitCode, 1);
+  EXPECT_EQ(missing.output, "brimble validate: Script file not found: /nonexistent/demo.brim\n");
+
+  const auto usage = runCommand(brimble("validate 2>&1"));
+  EXPECT_EQ(usage.exitCode, 2);
+}
+
+TEST(BrimbleCommands, JSONIsTheManifest) {
+  const auto result = runCommand(brimble("commands --json"));
+  ASSERT_EQ(result.exitCode, 0);
+  const nlohmann::json manifest = nlohmann::json::parse(result.output);
+  EXPECT_EQ(manifest.at("version"), 1);
+  EXPECT_EQ(manifest.at("commands").size(), 37u);
+  EXPECT_EQ(manifest.at("keywords").front(), "set");
+  EXPECT_EQ(manifest.at("commands").at(21).at("description"),
+            "Send Ctrl+L to clear the target window");
+}
+
+TEST(BrimbleCommands, TextListsEachCommandWithAnExample) {
+  const auto result = runCommand(brimble("commands"));
+  ASSERT_EQ(result.exitCode, 0);
+  EXPECT_NE(result.output.find("record                  Record a window, screen region"),
+            std::string::npos);
+  EXPECT_NE(result.output.find("e.g. record $win duration 3.0 continue\n"), std::string::npos);
+  EXPECT_NE(result.output.find("e.g. scroll up|down|left|right 3\n"), std::string::npos);
+}
+
+TEST(BrimbleSettings, JSONIsTheSettingsDocumentAndTextIsATable) {
+  const auto json = runCommand(brimble("settings --json"));
+  ASSERT_EQ(json.exitCode, 0);
+  const nlohmann::json document = nlohmann::json::parse(json.output);
+  EXPECT_EQ(document.at("settings").size(), 21u);
+  EXPECT_EQ(document.at("settings").at(0).at("enum"), nlohmann::json::parse("[12, 24, 30, 60]"));
+
+  const auto text = runCommand(brimble("settings"));
+  ASSERT_EQ(text.exitCode, 0);
+  EXPECT_EQ(text.output.substr(0, text.output.find('\n')),
+            "NAME                TYPE     DEFAULT     VALUES                    MEANING");
+  EXPECT_NE(text.output.find("idle-strategy       string   (none)      fade, cut, ramp"),
+            std::string::npos);
+}
+
+}  // namespace
+}  // namespace brimble

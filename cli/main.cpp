@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "cli/Command.h"
+#include "cli/DisplayCommand.h"
 #include "cli/EncodeCommand.h"
 #include "cli/Interrupts.h"
 #include "cli/MCPInstallCommands.h"
@@ -29,7 +30,7 @@ int main(int argc, char** argv) {
       addValidateCommand(app),           addCommandsCommand(app),
       addSettingsCommand(app),           addMCPServerCommand(app),
       addMCPInstallCommand(app),         addMCPUninstallCommand(app),
-      addMCPStatusCommand(app),
+      addMCPStatusCommand(app),          addDisplayCommand(app),
   };
 
   try {

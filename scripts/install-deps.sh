@@ -8,6 +8,9 @@ packages=(
   g++ make cmake ninja-build ccache pkg-config clang-14 libclang-rt-14-dev
   # libraries
   libgif-dev libturbojpeg0-dev libpng-dev zlib1g-dev libwebp-dev nlohmann-json3-dev libcli11-dev libfmt-dev
+  # X11: capture, input and windows, and the embedded display
+  libx11-dev libxext-dev libxtst-dev libxfixes-dev libxcomposite-dev libxrandr-dev libxi-dev
+  libxres-dev xvfb openbox dbus-daemon xterm x11-utils
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick webp giflib-tools time
   # MCP tests: the SDK client runs on node; the shim's install-help responder on python3

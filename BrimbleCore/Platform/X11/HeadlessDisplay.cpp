@@ -1,0 +1,260 @@
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+
+#include <cerrno>
+#include <chrono>
+#include <fstream>
+#include <system_error>
+#include <thread>
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include "BrimbleCore/Platform/X11/XDisplay.h"
+#include "BrimbleCore/Support/FileIO.h"
+#include "BrimbleCore/Support/UniqueFd.h"
+
+namespace brimble::x11 {
+namespace {
+
+constexpr int kDisplaysToTry = 100;
+constexpr auto kStartTimeout = std::chrono::seconds(10);
+
+// No root-window menu (a stray right click would open it in a recording), click to focus and
+// raise, new windows focused.
+constexpr const char* kOpenboxConfiguration = R"(<?xml version="1.0" encoding="UTF-8"?>
+<openbox_config xmlns="http://openbox.org/3.4/rc">
+  <focus><focusNew>yes</focusNew><followMouse>no</followMouse></focus>
+  <placement><policy>Smart</policy><center>yes</center></placement>
+  <desktops><number>1</number></desktops>
+  <keyboard></keyboard>
+  <mouse>
+    <context name="Frame">
+      <mousebind button="Left" action="Press"><action name="Focus"/><action name="Raise"/></mousebind>
+    </context>
+    <context name="Client">
+      <mousebind button="Left" action="Press"><action name="Focus"/><action name="Raise"/></mousebind>
+      <mousebind button="Right" action="Press"><action name="Focus"/><action name="Raise"/></mousebind>
+    </context>
+    <context name="Titlebar">
+      <mousebind button="Left" action="Drag"><action name="Move"/></mousebind>
+    </context>
+  </mouse>
+</openbox_config>
+)";
+
+std::optional<std::string> environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+}
+
+void restoreEnvironment(const char* name, const std::optional<std::string>& value) {
+  if (value) {
+    ::setenv(name, value->c_str(), 1);
+  } else {
+    ::unsetenv(name);
+  }
+}
+
+/// A pipe whose write end a child inherits to report one line (a display number, a bus address).
+struct ReportPipe {
+  UniqueFd read;
+  UniqueFd write;
+
+  ReportPipe() {
+    int fds[2];
+    if (::pipe2(fds, O_CLOEXEC) != 0) {
+      throw std::system_error(errno, std::generic_category(), "pipe");
+    }
+    read.reset(fds[0]);
+    write.reset(fds[1]);
+  }
+
+  bool timedOut = false;
+
+  /// The first line written, without its newline; no value when the writer closed the pipe
+  /// (it exited) or the time ran out first (`timedOut`).
+  std::optional<std::string> readLine(std::chrono::milliseconds timeout) {
+    write.reset();  // only the child holds it now, so its exit shows as end of file
+    std::string line;
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (true) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+          deadline - std::chrono::steady_clock::now());
+      if (left.count() <= 0) {
+        timedOut = true;
+        return std::nullopt;
+      }
+      pollfd wait{read.get(), POLLIN, 0};
+      if (::poll(&wait, 1, static_cast<int>(left.count())) <= 0) {
+        continue;
+      }
+      char c = 0;
+      const ssize_t got = ::read(read.get(), &c, 1);
+      if (got == 1 && c != '\n') {
+        line += c;
+      } else if (got == 1 || (got == 0 && !line.empty())) {
+        return line;
+      } else if (got == 0 || errno != EINTR) {
+        return std::nullopt;
+      }
+    }
+  }
+};
+
+bool windowManagerIsUp(Display* display) {
+  const Atom check = XInternAtom(display, "_NET_SUPPORTING_WM_CHECK", False);
+  Atom type = None;
+  int format = 0;
+  unsigned long count = 0;
+  unsigned long remaining = 0;
+  unsigned char* data = nullptr;
+  const int status = XGetWindowProperty(display, DefaultRootWindow(display), check, 0, 1, False,
+                                        XA_WINDOW, &type, &format, &count, &remaining, &data);
+  const bool present = status == Success && type == XA_WINDOW && count == 1;
+  if (data != nullptr) {
+    XFree(data);
+  }
+  return present;
+}
+
+}  // namespace
+
+HeadlessDisplayError HeadlessDisplayError::missingProgram(const std::string& program,
+                                                          const std::string& package) {
+  return {Code::missingProgram, "cannot start the embedded display: " + program +
+                                    " is not installed (Debian package " + package + ")"};
+}
+
+HeadlessDisplayError HeadlessDisplayError::noFreeDisplay(int first, int last) {
+  return {Code::noFreeDisplay,
+          "cannot start the embedded display: displays :" + std::to_string(first) +
+              " to :" + std::to_string(last) + " are all taken"};
+}
+
+HeadlessDisplayError HeadlessDisplayError::serverFailed(const std::string& reason) {
+  return {Code::serverFailed, "cannot start the embedded display: Xvfb " + reason};
+}
+
+HeadlessDisplayError HeadlessDisplayError::sessionBusFailed(const std::string& reason) {
+  return {Code::sessionBusFailed, "cannot start the embedded display's session bus: " + reason};
+}
+
+HeadlessDisplayError HeadlessDisplayError::windowManagerFailed(const std::string& reason) {
+  return {Code::windowManagerFailed,
+          "cannot start the embedded display's window manager: " + reason};
+}
+
+std::unique_ptr<HeadlessDisplay> HeadlessDisplay::start(const Options& options) {
+  for (const auto& [program, package] :
+       {std::pair{"Xvfb", "xvfb"}, std::pair{"dbus-daemon", "dbus-daemon"},
+        std::pair{"openbox", "openbox"}}) {
+    const bool needed = std::string(program) == "Xvfb" ||
+                        (std::string(program) == "dbus-daemon" && options.sessionBus) ||
+                        (std::string(program) == "openbox" && options.windowManager);
+    if (needed && !programAvailable(program)) {
+      throw HeadlessDisplayError::missingProgram(program, package);
+    }
+  }
+  std::unique_ptr<HeadlessDisplay> display(new HeadlessDisplay());
+  display->previousDisplay_ = environment("DISPLAY");
+  display->previousBusAddress_ = environment("DBUS_SESSION_BUS_ADDRESS");
+  display->startServer(options);
+  if (options.sessionBus) {
+    display->startSessionBus();
+  }
+  if (options.windowManager) {
+    display->startWindowManager();
+  }
+  return display;
+}
+
+HeadlessDisplay::~HeadlessDisplay() {
+  windowManager_.stop();
+  bus_.stop();
+  server_.stop();
+  if (!configDirectory_.empty()) {
+    std::error_code ignored;
+    std::filesystem::remove_all(configDirectory_, ignored);
+  }
+  restoreEnvironment("DISPLAY", previousDisplay_);
+  restoreEnvironment("DBUS_SESSION_BUS_ADDRESS", previousBusAddress_);
+}
+
+void HeadlessDisplay::startServer(const Options& options) {
+  const std::string screen =
+      std::to_string(options.width) + "x" + std::to_string(options.height) + "x24";
+  for (int number = options.firstDisplay; number < options.firstDisplay + kDisplaysToTry;
+       ++number) {
+    ReportPipe ready;
+    // Xvfb writes the display number to -displayfd once it accepts connections; if the number is
+    // taken it exits instead, and the pipe ends empty.
+    DaemonProcess server =
+        DaemonProcess::start({"Xvfb", ":" + std::to_string(number), "-screen", "0", screen,
+                              "-nolisten", "tcp", "-displayfd", std::to_string(ready.write.get())},
+                             ready.write.get());
+    const auto reported = ready.readLine(kStartTimeout);
+    if (reported && !reported->empty()) {
+      displayName_ = ":" + *reported;
+      server_ = std::move(server);
+      ::setenv("DISPLAY", displayName_.c_str(), 1);
+      return;
+    }
+    // The pipe ends a moment before the process does; stop() reaps it either way.
+    server.stop();
+    if (ready.timedOut) {
+      throw HeadlessDisplayError::serverFailed("did not become ready within 10 seconds");
+    }
+  }
+  throw HeadlessDisplayError::noFreeDisplay(options.firstDisplay,
+                                            options.firstDisplay + kDisplaysToTry - 1);
+}
+
+void HeadlessDisplay::startSessionBus() {
+  // Without a bus of our own, toolkits and accessibility would autolaunch stray daemons that
+  // outlive us.
+  ReportPipe address;
+  bus_ = DaemonProcess::start({"dbus-daemon", "--session", "--nofork",
+                               "--print-address=" + std::to_string(address.write.get())},
+                              address.write.get());
+  const auto reported = address.readLine(kStartTimeout);
+  if (!reported || reported->empty()) {
+    bus_.stop();
+    throw HeadlessDisplayError::sessionBusFailed("dbus-daemon reported no address");
+  }
+  busAddress_ = *reported;
+  ::setenv("DBUS_SESSION_BUS_ADDRESS", busAddress_.c_str(), 1);
+}
+
+void HeadlessDisplay::startWindowManager() {
+  std::string pattern = (temporaryDirectory() / "brimble-openbox-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr) {
+    throw HeadlessDisplayError::windowManagerFailed("cannot create its configuration directory");
+  }
+  configDirectory_ = pattern;
+  const auto configuration = configDirectory_ / "rc.xml";
+  std::ofstream(configuration) << kOpenboxConfiguration;
+  windowManager_ =
+      DaemonProcess::start({"openbox", "--sm-disable", "--config-file", configuration.string()});
+
+  // openbox is ready once it has published _NET_SUPPORTING_WM_CHECK on the root window.
+  XDisplayPtr connection = openDisplay(displayName_);
+  if (!connection) {
+    throw HeadlessDisplayError::windowManagerFailed("cannot connect to " + displayName_);
+  }
+  const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
+  while (!windowManagerIsUp(connection.get())) {
+    if (windowManager_.hasExited()) {
+      throw HeadlessDisplayError::windowManagerFailed("openbox exited");
+    }
+    if (std::chrono::steady_clock::now() > deadline) {
+      throw HeadlessDisplayError::windowManagerFailed("openbox did not start within 10 seconds");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+}  // namespace brimble::x11

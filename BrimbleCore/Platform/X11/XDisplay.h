@@ -1,0 +1,52 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+struct _XDisplay;  // Xlib's Display, declared here so that headers need no Xlib
+
+namespace brimble::x11 {
+
+struct XDisplayCloser {
+  void operator()(_XDisplay* display) const noexcept;  // XCloseDisplay
+};
+
+/// One connection to an X server. Xlib connections must not be shared between threads without
+/// XInitThreads; each thread that talks to X opens its own.
+using XDisplayPtr = std::unique_ptr<_XDisplay, XDisplayCloser>;
+
+/// Connects to `name` (empty: $DISPLAY). No value's pointer (null) when the server cannot be
+/// reached. Installs, once per process, an X error handler that records errors instead of
+/// exiting the process (Xlib's default).
+XDisplayPtr openDisplay(const std::string& name = {});
+
+/// Runs `body` and reports whether the server answered it with an error: XSync is called before
+/// and after, so errors of earlier requests are not counted and this request's are. For requests
+/// that may legitimately fail (a window that vanished, a name that is not mapped).
+template <typename Body>
+bool succeeds(_XDisplay* display, Body body);
+
+struct ScreenSize {
+  int width = 0;
+  int height = 0;
+  bool operator==(const ScreenSize&) const = default;
+};
+
+/// The size of the display's default screen in pixels.
+ScreenSize screenSize(_XDisplay* display) noexcept;
+
+/// The X error code of the last error recorded on this thread since `resetErrors`, or 0.
+int lastError() noexcept;
+void resetErrors() noexcept;
+void syncDisplay(_XDisplay* display) noexcept;  // XSync(display, False)
+
+template <typename Body>
+bool succeeds(_XDisplay* display, Body body) {
+  syncDisplay(display);
+  resetErrors();
+  body();
+  syncDisplay(display);
+  return lastError() == 0;
+}
+
+}  // namespace brimble::x11

@@ -1,0 +1,138 @@
+#include "BrimbleCore/Support/DaemonProcess.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "BrimbleCore/Support/SystemError.h"
+
+namespace brimble {
+
+DaemonProcess DaemonProcess::start(const std::vector<std::string>& arguments,
+                                   std::optional<int> inheritedFd) {
+  std::vector<char*> argv;
+  for (const std::string& argument : arguments) {
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  }
+  argv.push_back(nullptr);
+  // A pipe that closes on a successful exec tells the parent whether the program started.
+  int status[2];
+  if (::pipe2(status, O_CLOEXEC) != 0) {
+    throw systemError(errno, "pipe for", arguments.front());
+  }
+  const pid_t parent = ::getpid();
+  const pid_t pid = ::fork();
+  if (pid < 0) {
+    const int error = errno;
+    ::close(status[0]);
+    ::close(status[1]);
+    throw systemError(error, "fork for", arguments.front());
+  }
+  if (pid == 0) {
+    // Only async-signal-safe calls from here to exec.
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != parent) {
+      ::_exit(127);  // the parent is already gone
+    }
+    ::setpgid(0, 0);
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    const int null = ::open("/dev/null", O_RDWR);
+    if (null >= 0) {
+      ::dup2(null, 0);
+      ::dup2(null, 1);
+      ::dup2(null, 2);
+    }
+    if (inheritedFd) {
+      const int flags = ::fcntl(*inheritedFd, F_GETFD);
+      ::fcntl(*inheritedFd, F_SETFD, flags & ~FD_CLOEXEC);
+    }
+    ::execvp(argv[0], argv.data());
+    const int error = errno;
+    [[maybe_unused]] const ssize_t written = ::write(status[1], &error, sizeof error);
+    ::_exit(127);
+  }
+  ::close(status[1]);
+  int error = 0;
+  ssize_t got = 0;
+  do {
+    got = ::read(status[0], &error, sizeof error);
+  } while (got < 0 && errno == EINTR);
+  ::close(status[0]);
+  if (got == sizeof error) {
+    ::waitpid(pid, nullptr, 0);
+    throw systemError(error, "start", arguments.front());
+  }
+  return DaemonProcess(pid);
+}
+
+DaemonProcess::DaemonProcess(DaemonProcess&& other) noexcept
+    : pid_(std::exchange(other.pid_, -1)) {}
+
+DaemonProcess& DaemonProcess::operator=(DaemonProcess&& other) noexcept {
+  if (this != &other) {
+    stop();
+    pid_ = std::exchange(other.pid_, -1);
+  }
+  return *this;
+}
+
+DaemonProcess::~DaemonProcess() {
+  stop();
+}
+
+bool DaemonProcess::hasExited() {
+  if (pid_ <= 0) {
+    return true;
+  }
+  if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
+    pid_ = -1;
+    return true;
+  }
+  return false;
+}
+
+void DaemonProcess::stop(std::chrono::milliseconds grace) noexcept {
+  if (pid_ <= 0) {
+    return;
+  }
+  ::kill(pid_, SIGTERM);
+  const auto deadline = std::chrono::steady_clock::now() + grace;
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
+      pid_ = -1;
+      return;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  ::kill(pid_, SIGKILL);
+  ::waitpid(pid_, nullptr, 0);
+  pid_ = -1;
+}
+
+bool programAvailable(const std::string& program) {
+  if (program.find('/') != std::string::npos) {
+    return ::access(program.c_str(), X_OK) == 0;
+  }
+  const char* path = std::getenv("PATH");
+  std::stringstream directories(path != nullptr ? path : "/usr/bin:/bin");
+  std::string directory;
+  while (std::getline(directories, directory, ':')) {
+    if (!directory.empty() && ::access((directory + "/" + program).c_str(), X_OK) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace brimble

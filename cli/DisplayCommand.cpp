@@ -1,0 +1,92 @@
+#include "cli/DisplayCommand.h"
+
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+
+namespace brimble::cli {
+namespace {
+
+struct DisplayOptions {
+  std::vector<std::string> command;
+};
+
+/// Runs `command` in the foreground and returns its exit status as a shell would.
+int runInside(const std::vector<std::string>& command) {
+  std::vector<char*> argv;
+  for (const std::string& argument : command) {
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  }
+  argv.push_back(nullptr);
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::execvp(argv[0], argv.data());
+    fmt::print(stderr, "brimble display: cannot run {}: {}\n", command.front(),
+               std::strerror(errno));
+    ::_exit(127);
+  }
+  // The child gets the terminal's Ctrl-C itself; we only wait for it, then tear down.
+  ::signal(SIGINT, SIG_IGN);
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+/// Waits until standard input ends or a terminating signal arrives.
+void waitForTheEnd() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  sigaddset(&signals, SIGHUP);
+  ::sigprocmask(SIG_BLOCK, &signals, nullptr);
+  const timespec tick{0, 100'000'000};
+  pollfd input{0, POLLIN, 0};
+  while (::sigtimedwait(&signals, nullptr, &tick) < 0) {
+    if (::poll(&input, 1, 0) > 0) {
+      char buffer[256];
+      if (::read(0, buffer, sizeof buffer) <= 0) {
+        return;
+      }
+    }
+  }
+}
+
+int runDisplay(const DisplayOptions& options) {
+  const auto display = x11::HeadlessDisplay::start();
+  if (!options.command.empty()) {
+    return runInside(options.command);
+  }
+  fmt::print("DISPLAY={}\nDBUS_SESSION_BUS_ADDRESS={}\nBRIMBLE_DISPLAY_PIDS={} {} {}\n",
+             display->displayName(), display->busAddress(), display->serverPid(), display->busPid(),
+             display->windowManagerPid());
+  std::fflush(stdout);
+  waitForTheEnd();
+  return kExitSuccess;
+}
+
+}  // namespace
+
+Command addDisplayCommand(CLI::App& app) {
+  auto options = std::make_shared<DisplayOptions>();
+  CLI::App* command = app.add_subcommand(
+      "display",
+      "Start Brimble's embedded X display (Xvfb, a session bus, openbox) and run a "
+      "command in it, or keep it up until standard input closes or Ctrl-C");
+  command->add_option("command", options->command, "The command to run inside, after --");
+  command->prefix_command();
+  return {command, [options] { return runDisplay(*options); }};
+}
+
+}  // namespace brimble::cli

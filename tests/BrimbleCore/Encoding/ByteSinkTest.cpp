@@ -101,13 +101,5 @@ TEST(MemoryByteSink, PatchesInPlaceAndRejectsRangesPastTheEnd) {
   EXPECT_EQ(sink.data, bytesOf("XYcdZZ"));
 }
 
-TEST(MuxError, EqualityComparesCaseAndPayload) {
-  EXPECT_EQ(MuxError::unexpectedLayout("a"), MuxError::unexpectedLayout("a"));
-  EXPECT_FALSE(MuxError::unexpectedLayout("a") == MuxError::unexpectedLayout("b"));
-  EXPECT_EQ(MuxError::unsupportedColorType(3), MuxError::unsupportedColorType(3));
-  EXPECT_FALSE(MuxError::unsupportedColorType(3) == MuxError::unsupportedColorType(4));
-  EXPECT_FALSE(MuxError::inconsistentCanvas() == MuxError::noFramesAppended());
-}
-
 }  // namespace
 }  // namespace brimble

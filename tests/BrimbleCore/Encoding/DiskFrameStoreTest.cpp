@@ -203,33 +203,6 @@ TEST(DiskFrameWriter, CountIsConsistentWhileAnotherThreadAppends) {
   }
 }
 
-TEST(DiskFrameStore, ConcurrentReadersGetTheirOwnFrames) {
-  TempDirectory directory;
-  DiskFrameWriter writer(directory.path());
-  for (int i = 0; i < 200; ++i) {
-    writer.append(
-        bytesOf(std::string(static_cast<std::size_t>(100 + i), static_cast<char>('a' + i % 26))));
-  }
-  const auto store = writer.finalize();
-  std::atomic<int> mismatches = 0;
-  std::vector<std::thread> readers;
-  for (int t = 0; t < 4; ++t) {
-    readers.emplace_back([&, t] {
-      for (int i = t; i < 200; i += 4) {
-        const auto data = store->data(i);
-        if (data.size() != static_cast<std::size_t>(100 + i) ||
-            data.front() != static_cast<std::uint8_t>('a' + i % 26)) {
-          ++mismatches;
-        }
-      }
-    });
-  }
-  for (auto& reader : readers) {
-    reader.join();
-  }
-  EXPECT_EQ(mismatches, 0);
-}
-
 void ageFile(const std::filesystem::path& file, std::chrono::seconds age) {
   std::filesystem::last_write_time(file, std::filesystem::file_time_type::clock::now() - age);
 }
@@ -256,16 +229,12 @@ TEST(DiskFrameWriter, SweepDeletesOnlyOldFrameFilesAndLogsTheCount) {
   EXPECT_TRUE(std::filesystem::exists(oldOther));
   EXPECT_EQ(log.lines(), std::vector<std::string>{
                              "Brimble: swept 2 orphaned frame-store file(s) from a prior session"});
-}
 
-TEST(DiskFrameWriter, SweepThatDeletesNothingLogsNothing) {
-  TempDirectory directory;
-  std::ofstream(directory / "brimble-frames-YOUNG") << "data";
-  LogCapture log;
+  // Nothing left to delete, or nowhere to look: nothing is logged.
   DiskFrameWriter::sweepOrphans(directory.path(), 3600);
   DiskFrameWriter::sweepOrphans(directory / "does-not-exist", 3600);
-  EXPECT_TRUE(log.lines().empty());
-  EXPECT_TRUE(std::filesystem::exists(directory / "brimble-frames-YOUNG"));
+  EXPECT_EQ(log.lines().size(), 1u);
+  EXPECT_TRUE(std::filesystem::exists(youngFrames));
 }
 
 TEST(InMemoryFrameStore, ServesItsFramesAndRejectsOtherIndexes) {

@@ -64,16 +64,6 @@ TEST(FrameRateEstimator, ActiveRateIgnoresTheLongDelaysOfMergedFrames) {
   EXPECT_EQ(FrameRateEstimator::activeFrameFPS(std::vector<ProcessedFrame>{}, 7), 7);
 }
 
-TEST(FrameRate, RawValuesAndOrder) {
-  std::vector<int> raw;
-  for (const FrameRate rate : kAllFrameRates) {
-    raw.push_back(rawValue(rate));
-  }
-  EXPECT_EQ(raw, (std::vector<int>{12, 24, 30, 60}));
-  EXPECT_EQ(frameRateFromRawValue(24), FrameRate::twentyFour);
-  EXPECT_FALSE(frameRateFromRawValue(25).has_value());
-}
-
 TEST(LoopCount, OnlyZeroOneAndThreeAreLoopCounts) {
   EXPECT_EQ(loopCountFromRawValue(0), LoopCount::infinite);
   EXPECT_EQ(loopCountFromRawValue(1), LoopCount::once);
@@ -81,15 +71,6 @@ TEST(LoopCount, OnlyZeroOneAndThreeAreLoopCounts) {
   for (const int raw : {2, 4, 100, -1, std::numeric_limits<int>::min()}) {
     EXPECT_FALSE(loopCountFromRawValue(raw).has_value()) << raw;
   }
-}
-
-TEST(TimestampedFrame, SourceTimestampDefaultsToTheTimestamp) {
-  const TimestampedFrame plain(Image(), 1.5);
-  EXPECT_EQ(plain.sourceTimestamp, 1.5);
-  EXPECT_FALSE(plain.duration.has_value());
-  const TimestampedFrame remapped(Image(), 1.5, 4.0, 0.25);
-  EXPECT_EQ(remapped.sourceTimestamp, 4.0);
-  EXPECT_EQ(remapped.duration, 0.25);
 }
 
 }  // namespace

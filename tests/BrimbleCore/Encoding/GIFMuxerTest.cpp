@@ -11,6 +11,7 @@
 #include "BrimbleCore/Encoding/MuxError.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "tests/Support/GifReader.h"
+#include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -53,21 +54,6 @@ std::vector<Image> movingSquareFrames(int count, int width, int height) {
     frames.push_back(Image::indexed8(width, height, indices, palette).toBGRA8());
   }
   return frames;
-}
-
-double psnr(const Image& a, const Image& b) {
-  const Image left = a.toBGRA8();
-  const Image right = b.toBGRA8();
-  double squared = 0;
-  for (int y = 0; y < left.height(); ++y) {
-    for (std::size_t i = 0; i < left.row(y).size(); ++i) {
-      if (i % 4 != 3) {
-        squared += std::pow(left.row(y)[i] - right.row(y)[i], 2);
-      }
-    }
-  }
-  const double mean = squared / (3.0 * left.width() * left.height());
-  return mean == 0 ? 99 : 10 * std::log10(255.0 * 255.0 / mean);
 }
 
 std::size_t find(const Bytes& haystack, const std::string& needle) {
@@ -160,7 +146,7 @@ TEST(GIFMuxer, FullColourFramesStayFaithfulAndDiffingShrinksTheFile) {
     ASSERT_TRUE(decoded);
     ASSERT_EQ(decoded->frames.size(), frames.size());
     for (std::size_t i = 0; i < frames.size(); ++i) {
-      EXPECT_GT(psnr(decoded->frames[i], frames[i]), 36.0) << "frame " << i;
+      EXPECT_GT(testing::psnr(decoded->frames[i], frames[i]), 36.0) << "frame " << i;
     }
   }
 }

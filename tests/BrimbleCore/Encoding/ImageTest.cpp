@@ -46,13 +46,5 @@ TEST(Image, IndexedImagesConvertToOpaqueBGRA) {
   EXPECT_TRUE(indexed.hasSamePixels(bgra));
 }
 
-TEST(Image, CopiesShareThePixels) {
-  const Image image = Image::bgra8(1, 1, {1, 2, 3, 4});
-  const Image copy = image;  // NOLINT(performance-unnecessary-copy-initialization)
-  EXPECT_EQ(copy.bytes().data(), image.bytes().data());
-  EXPECT_TRUE(Image().empty());
-  EXPECT_TRUE(Image().bytes().empty());
-}
-
 }  // namespace
 }  // namespace brimble

@@ -1,31 +1,18 @@
 #include "BrimbleCore/Encoding/IndexedFrame.h"
 
-#include <cmath>
-#include <functional>
 #include <set>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Encoding/TestPattern.h"
+#include "tests/Support/Images.h"
 
 namespace brimble {
 namespace {
 
-struct Pixel {
-  std::uint8_t r, g, b, a;
-};
-
-Image imageOf(int width, int height, const std::function<Pixel(int x, int y)>& pixelAt) {
-  PixelBuffer bytes;
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) {
-      const Pixel p = pixelAt(x, y);
-      bytes.insert(bytes.end(), {p.b, p.g, p.r, p.a});
-    }
-  }
-  return Image::bgra8(width, height, bytes);
-}
+using testing::imageOf;
+using testing::Pixel;
 
 /// The colour the indexed frame shows at image position (x, y), or no value when transparent or
 /// outside the frame.
@@ -43,19 +30,13 @@ std::optional<RGBColor> shownAt(const IndexedFrame& frame, int x, int y) {
   return frame.palette[index];
 }
 
-/// Peak signal-to-noise ratio of the indexed frame against the opaque source, over RGB.
+/// How faithful the indexed frame is to the opaque source (PSNR over RGB).
 double psnr(const IndexedFrame& frame, const Image& source) {
-  double squared = 0;
-  for (int y = 0; y < source.height(); ++y) {
-    for (int x = 0; x < source.width(); ++x) {
-      const std::uint8_t* p = source.row(y).data() + static_cast<std::size_t>(x) * 4;
-      const RGBColor shown = shownAt(frame, x, y).value_or(RGBColor{});
-      squared +=
-          std::pow(shown.r - p[2], 2) + std::pow(shown.g - p[1], 2) + std::pow(shown.b - p[0], 2);
-    }
-  }
-  const double mean = squared / (3.0 * source.width() * source.height());
-  return mean == 0 ? 99 : 10 * std::log10(255.0 * 255.0 / mean);
+  const Image shown = imageOf(source.width(), source.height(), [&](int x, int y) {
+    const RGBColor color = shownAt(frame, x, y).value_or(RGBColor{});
+    return Pixel{color.r, color.g, color.b};
+  });
+  return testing::psnr(shown, source);
 }
 
 TEST(IndexedFrame, KeepsUpTo256ColoursExactly) {

@@ -9,6 +9,7 @@
 #include "cli/Command.h"
 #include "cli/DisplayCommand.h"
 #include "cli/EncodeCommand.h"
+#include "cli/InspectCommand.h"
 #include "cli/Interrupts.h"
 #include "cli/MCPInstallCommands.h"
 #include "cli/MCPServerCommand.h"
@@ -26,11 +27,17 @@ int main(int argc, char** argv) {
   app.failure_message(CLI::FailureMessage::help);
 
   const std::vector<Command> commands = {
-      addEncodeCommand(app, interrupts), addProcessCommand(app, interrupts),
-      addValidateCommand(app),           addCommandsCommand(app),
-      addSettingsCommand(app),           addMCPServerCommand(app),
-      addMCPInstallCommand(app),         addMCPUninstallCommand(app),
-      addMCPStatusCommand(app),          addDisplayCommand(app),
+      addEncodeCommand(app, interrupts),
+      addProcessCommand(app, interrupts),
+      addValidateCommand(app),
+      addCommandsCommand(app),
+      addSettingsCommand(app),
+      addMCPServerCommand(app),
+      addMCPInstallCommand(app),
+      addMCPUninstallCommand(app),
+      addMCPStatusCommand(app),
+      addDisplayCommand(app),
+      addInspectCommand(app),
   };
 
   try {

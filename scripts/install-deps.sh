@@ -11,6 +11,8 @@ packages=(
   # X11: capture, input and windows, and the embedded display
   libx11-dev libxext-dev libxtst-dev libxfixes-dev libxcomposite-dev libxrandr-dev libxi-dev
   libxres-dev xvfb openbox dbus-daemon xterm x11-utils
+  # the browser driver: Chromium over the DevTools protocol, Boost.Beast, fonts for pages
+  chromium libboost-dev fonts-dejavu-core fonts-liberation
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick webp giflib-tools time
   # MCP tests: the SDK client runs on node; the shim's install-help responder on python3

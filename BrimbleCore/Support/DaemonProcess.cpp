@@ -106,17 +106,21 @@ void DaemonProcess::stop(std::chrono::milliseconds grace) noexcept {
   if (pid_ <= 0) {
     return;
   }
-  ::kill(pid_, SIGTERM);
+  // The whole group: a browser's renderers and helpers must go with it.
+  ::kill(-pid_, SIGTERM);
   const auto deadline = std::chrono::steady_clock::now() + grace;
-  while (std::chrono::steady_clock::now() < deadline) {
-    if (::waitpid(pid_, nullptr, WNOHANG) == pid_) {
-      pid_ = -1;
-      return;
+  bool exited = false;
+  while (!exited && std::chrono::steady_clock::now() < deadline) {
+    exited = ::waitpid(pid_, nullptr, WNOHANG) == pid_;
+    if (!exited) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
-  ::kill(pid_, SIGKILL);
-  ::waitpid(pid_, nullptr, 0);
+  // Whatever of the group is still there (the leader too, if it ignored SIGTERM) is killed.
+  ::kill(-pid_, SIGKILL);
+  if (!exited) {
+    ::waitpid(pid_, nullptr, 0);
+  }
   pid_ = -1;
 }
 

@@ -35,7 +35,8 @@ class DaemonProcess {
   /// Whether the process has ended (it is reaped then).
   bool hasExited();
 
-  /// SIGTERM, up to `grace` to exit, then SIGKILL; reaps it. Does nothing when not running.
+  /// SIGTERM to its process group, up to `grace` for it to exit, then SIGKILL to whatever of the
+  /// group is left; reaps it. Does nothing when not running.
   void stop(std::chrono::milliseconds grace = std::chrono::milliseconds(2000)) noexcept;
 
  private:

@@ -1,0 +1,298 @@
+#include "BrimbleCore/Automation/CDPDriver.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "BrimbleCore/Automation/CDPError.h"
+#include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Automation/WebSocketCDPTransport.h"
+
+namespace brimble {
+namespace {
+
+constexpr auto kPollInterval = std::chrono::milliseconds(100);
+constexpr double kMinimumZoom = 0.1;
+
+constexpr const char* kCalibration =
+    "(function(){return "
+    "{x:window.screenX,y:window.screenY+(window.outerHeight-window.innerHeight),\n"
+    "w:window.innerWidth,h:window.innerHeight};})()";
+
+/// The page program that finds an element for a selector (in the variable `target`) and returns
+/// its viewport rectangle, or null. "text=" looks at controls first, then at plain containers.
+constexpr const char* kLocate = R"(
+  var element = null;
+  if (target.indexOf('text=') === 0) {
+    var text = target.slice(5);
+    var find = function(selector) {
+      var all = document.querySelectorAll(selector);
+      for (var i = 0; i < all.length; i++) {
+        var shown = ((all[i].innerText || all[i].value || '') + '').trim();
+        if (shown.indexOf(text) !== -1) { return all[i]; }
+      }
+      return null;
+    };
+    element = find('a,button,input,[role],label') || find('span,div,li');
+  } else {
+    element = document.querySelector(target);
+  })";
+
+std::string locateProgram(const std::string& selector, const std::string& body) {
+  return "(function(){var target = " + CDPDriver::javaScriptString(selector) + ";" + kLocate +
+         body + "})()";
+}
+
+}  // namespace
+
+CDPDriver::CDPDriver(std::unique_ptr<CDPConnection> connection)
+    : connection_(std::move(connection)) {
+  connection_->send("Page.enable");
+  connection_->send("Runtime.enable");
+}
+
+CDPDriver CDPDriver::connect(const ChromeLauncher::Session& session) {
+  return CDPDriver(std::make_unique<CDPConnection>(
+      std::make_unique<WebSocketCDPTransport>(session.webSocketDebuggerURL())));
+}
+
+std::string CDPDriver::javaScriptString(const std::string& text) {
+  std::string literal = "'";
+  for (const char c : text) {
+    switch (c) {
+      case '\\':
+        literal += "\\\\";
+        break;
+      case '\'':
+        literal += "\\'";
+        break;
+      case '\n':
+        literal += "\\n";
+        break;
+      case '\r':
+        literal += "\\r";
+        break;
+      default:
+        literal += c;
+    }
+  }
+  return literal + "'";
+}
+
+std::string CDPDriver::pageSelector(const std::string& target) {
+  const auto value = [&](std::size_t prefix) {
+    std::string rest = target.substr(prefix);
+    if (rest.empty()) {
+      throw DemoDriverError::invalidTarget(target.substr(0, prefix) + " requires a value");
+    }
+    return rest;
+  };
+  if (target.rfind("role:", 0) == 0) {
+    throw DemoDriverError::invalidTarget(
+        "role: targets are AX-only; use css: or text: in a browser session");
+  }
+  if (target.rfind("text:", 0) == 0) {
+    return "text=" + value(5);
+  }
+  if (target.rfind("css:", 0) == 0) {
+    return value(4);
+  }
+  if (target.empty()) {
+    throw DemoDriverError::invalidTarget("empty target");
+  }
+  return target;
+}
+
+nlohmann::json CDPDriver::evaluate(const std::string& expression) {
+  const nlohmann::json answer = connection_->send(
+      "Runtime.evaluate",
+      {{"expression", expression}, {"returnByValue", true}, {"awaitPromise", true}});
+  if (const auto exception = answer.find("exceptionDetails"); exception != answer.end()) {
+    std::string text = exception->value("text", "JavaScript exception");
+    if (const auto thrown = exception->find("exception"); thrown != exception->end()) {
+      text += " " + thrown->value("description", "");
+    }
+    throw DemoDriverError::actionFailed(text);
+  }
+  const auto result = answer.find("result");
+  if (result == answer.end() || !result->is_object()) {
+    throw CDPError::malformedMessage();
+  }
+  return result->value("value", nlohmann::json());
+}
+
+void CDPDriver::navigate(const std::string& url, std::chrono::milliseconds timeout) {
+  // Page.navigate answers before the old document is gone, and the old one is "complete": mark
+  // it, and wait for a complete document without the mark.
+  evaluate("window.__brimbleLeaving = true;");
+  const nlohmann::json answer = connection_->send("Page.navigate", {{"url", url}});
+  if (const auto error = answer.find("errorText"); error != answer.end() && error->is_string()) {
+    throw DemoDriverError::actionFailed("navigate to " + url + ": " + error->get<std::string>());
+  }
+  geometry_.reset();
+  const std::string arrived =
+      "(!window.__brimbleLeaving || location.href === " + javaScriptString(url) +
+      ") && document.readyState === 'complete'";
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (evaluate(arrived) != true) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      throw DemoDriverError::actionFailed("page " + url + " did not finish loading");
+    }
+    std::this_thread::sleep_for(kPollInterval);
+  }
+}
+
+void CDPDriver::waitForLoad(std::chrono::milliseconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (evaluate("document.readyState") != "complete") {
+    if (std::chrono::steady_clock::now() > deadline) {
+      throw DemoDriverError::actionFailed("the page did not finish loading");
+    }
+    std::this_thread::sleep_for(kPollInterval);
+  }
+}
+
+void CDPDriver::setViewport(int width, int height) {
+  connection_->send(
+      "Emulation.setDeviceMetricsOverride",
+      {{"width", width}, {"height", height}, {"deviceScaleFactor", 1}, {"mobile", false}});
+  geometry_.reset();
+}
+
+CDPCalibration CDPDriver::calibrate() {
+  const nlohmann::json area = evaluate(kCalibration);
+  if (!area.is_object()) {
+    throw DemoDriverError::actionFailed("the page did not report its window");
+  }
+  const CDPCalibration calibration{area.value("x", 0.0), area.value("y", 0.0), area.value("w", 0.0),
+                                   area.value("h", 0.0)};
+  if (!(calibration.w > 0) || !(calibration.h > 0)) {
+    throw DemoDriverError::actionFailed("the page reported an empty content area");
+  }
+  geometry_ = CDPGeometry{calibration, 1};
+  return calibration;
+}
+
+CDPGeometry CDPDriver::geometry() {
+  if (!geometry_) {
+    calibrate();
+  }
+  return *geometry_;
+}
+
+std::optional<ElementRect> CDPDriver::locate(const std::string& target) {
+  const nlohmann::json rect =
+      evaluate(locateProgram(pageSelector(target),
+                             "if (!element) { return null; }"
+                             "var r = element.getBoundingClientRect();"
+                             "return {x: r.x, y: r.y, w: r.width, h: r.height};"));
+  if (!rect.is_object()) {
+    return std::nullopt;
+  }
+  return ElementRect{rect.value("x", 0.0), rect.value("y", 0.0), rect.value("w", 0.0),
+                     rect.value("h", 0.0)};
+}
+
+ScreenRect CDPDriver::screenRect(const std::string& target) {
+  const auto rect = locate(target);
+  if (!rect) {
+    throw DemoDriverError::elementNotFound(target);
+  }
+  return geometry().toScreen(*rect);
+}
+
+void CDPDriver::click(const std::string& target) {
+  const auto rect = locate(target);
+  if (!rect) {
+    throw DemoDriverError::elementNotFound(target);
+  }
+  const double x = rect->x + rect->w * 0.5;
+  const double y = rect->y + rect->h * 0.5;
+  const CDPCalibration area = geometry().calibration;
+  if (x < 0 || y < 0 || x >= area.w || y >= area.h) {
+    throw DemoDriverError::elementNotFound(target + " (element not found or not visible)");
+  }
+  for (const char* type : {"mousePressed", "mouseReleased"}) {
+    connection_->send("Input.dispatchMouseEvent",
+                      {{"type", type}, {"x", x}, {"y", y}, {"button", "left"}, {"clickCount", 1}});
+  }
+}
+
+void CDPDriver::fill(const std::string& target, const std::string& text) {
+  const nlohmann::json filled =
+      evaluate(locateProgram(pageSelector(target),
+                             "if (!element) { return false; }"
+                             "element.focus();"
+                             "element.value = " +
+                                 javaScriptString(text) +
+                                 ";"
+                                 "element.dispatchEvent(new Event('input', {bubbles: true}));"
+                                 "element.dispatchEvent(new Event('change', {bubbles: true}));"
+                                 "return true;"));
+  if (filled != true) {
+    throw DemoDriverError::elementNotFound(target);
+  }
+}
+
+ElementRect CDPDriver::waitFor(const std::string& target, std::chrono::milliseconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (true) {
+    if (const auto rect = locate(target)) {
+      return *rect;
+    }
+    if (std::chrono::steady_clock::now() > deadline) {
+      throw DemoDriverError::elementNotFound(target);
+    }
+    std::this_thread::sleep_for(kPollInterval);
+  }
+}
+
+void CDPDriver::setRealZoom(double scale, const std::optional<std::string>& focus) {
+  scale = std::max(scale, kMinimumZoom);
+  if (scale <= 1) {
+    evaluate("document.body.style.zoom='1';");
+    return;
+  }
+  std::string program = "document.body.style.zoom='" + std::to_string(scale) + "';";
+  if (focus) {
+    program = locateProgram(
+        pageSelector(*focus),
+        program +
+            "if (element) { element.scrollIntoView({block:'center',inline:'center'}); }"
+            "return true;");
+  }
+  evaluate(program);
+}
+
+std::vector<DiscoveredElement> CDPDriver::listElements(int limit) {
+  const nlohmann::json found =
+      evaluate("(function(){var limit = " + std::to_string(std::max(limit, 0)) +
+               ";"
+               R"(var elements = [];
+      var all = document.querySelectorAll('a,button,input,textarea,select,[role],[onclick]');
+      for (var i = 0; i < all.length && elements.length < limit; i++) {
+        var e = all[i];
+        var r = e.getBoundingClientRect();
+        if (r.width === 0 || r.height === 0) { continue; }
+        var text = ((e.innerText || e.value || e.getAttribute('aria-label') || '') + '').trim();
+        var tag = e.tagName.toLowerCase();
+        elements.push({role: tag, text: text.slice(0, 80),
+                       selector: e.id ? 'css:#' + e.id : 'css:' + tag,
+                       x: r.x, y: r.y, w: r.width, h: r.height});
+      }
+      return {elements: elements};
+    })())");
+  std::vector<DiscoveredElement> elements;
+  if (!found.is_object() || !found.contains("elements") || !found["elements"].is_array()) {
+    return elements;
+  }
+  const CDPGeometry mapping = geometry();
+  for (const nlohmann::json& element : found["elements"]) {
+    elements.push_back({element.value("role", ""), element.value("text", ""),
+                        element.value("selector", ""),
+                        mapping.toScreen({element.value("x", 0.0), element.value("y", 0.0),
+                                          element.value("w", 0.0), element.value("h", 0.0)})});
+  }
+  return elements;
+}
+
+}  // namespace brimble

@@ -1,0 +1,125 @@
+#include "BrimbleCore/Automation/ChromeLauncher.h"
+
+#include <fstream>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include "BrimbleCore/Automation/CDPError.h"
+#include "BrimbleCore/Automation/WebSocketCDPTransport.h"
+#include "BrimbleCore/Support/FileIO.h"
+
+namespace brimble {
+namespace {
+
+constexpr auto kPollInterval = std::chrono::milliseconds(50);
+
+/// The port Chrome chose for --remote-debugging-port=0: the first line of DevToolsActivePort in
+/// the profile, once written.
+std::optional<int> activePort(const std::filesystem::path& profile) {
+  std::ifstream file(profile / "DevToolsActivePort");
+  int port = 0;
+  if (file >> port && port > 0) {
+    return port;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+ChromeLauncher::Session::~Session() {
+  process_.stop();
+  if (!userDataDirectory_.empty()) {
+    std::error_code ignored;
+    std::filesystem::remove_all(userDataDirectory_, ignored);
+  }
+}
+
+std::string ChromeLauncher::findBrowser() {
+  for (const char* program :
+       {"google-chrome", "google-chrome-stable", "chromium", "chromium-browser"}) {
+    if (programAvailable(program)) {
+      return program;
+    }
+  }
+  return {};
+}
+
+std::string ChromeLauncher::pageTargetURL(const std::string& targetList) {
+  const nlohmann::json targets = nlohmann::json::parse(targetList, nullptr, false);
+  if (!targets.is_array()) {
+    throw CDPError::malformedTargetList();
+  }
+  for (const nlohmann::json& target : targets) {
+    // Chromium also lists "browser_ui" and other targets; only a page can be driven.
+    if (target.is_object() && target.value("type", "") == "page" &&
+        target.contains("webSocketDebuggerUrl") && target["webSocketDebuggerUrl"].is_string()) {
+      return target["webSocketDebuggerUrl"].get<std::string>();
+    }
+  }
+  throw CDPError::noPageTarget();
+}
+
+ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
+                                               std::chrono::milliseconds timeout) {
+  const std::string browser = findBrowser();
+  if (browser.empty()) {
+    throw CDPError::browserNotInstalled();
+  }
+  Session session;
+  std::string pattern = (temporaryDirectory() / "brimble-chrome-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr) {
+    throw std::system_error(errno, std::generic_category(), "create " + pattern);
+  }
+  session.userDataDirectory_ = pattern;
+  std::vector<std::string> arguments = {
+      browser,
+      "--remote-debugging-port=" + std::to_string(port),
+      "--user-data-dir=" + session.userDataDirectory_.string(),
+      "--no-first-run",
+      "--no-default-browser-check",
+      "--disable-backgrounding-occluded-windows",
+      "--disable-renderer-backgrounding",
+      "--hide-crash-restore-bubble",
+      "--no-restore-session-state",
+      "--new-window",
+      // Loopback only, and no background traffic: on a closed network it fails noisily.
+      "--remote-debugging-address=127.0.0.1",
+      "--disable-background-networking",
+      "--disable-component-update",
+      "--disable-sync",
+      "--disable-default-apps",
+      "--password-store=basic",
+  };
+  if (::geteuid() == 0) {
+    // Chromium refuses to run as root with its sandbox; --test-type hides the warning bar that
+    // --no-sandbox would otherwise show across the top of every recording.
+    arguments.insert(arguments.end(), {"--no-sandbox", "--test-type"});
+  }
+  arguments.push_back(url);
+  session.process_ = DaemonProcess::start(arguments);
+
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (std::chrono::steady_clock::now() < deadline && !session.process_.hasExited()) {
+    if (session.port_ == 0) {
+      session.port_ = port != 0 ? port : activePort(session.userDataDirectory_).value_or(0);
+    }
+    if (const auto list =
+            session.port_ != 0 ? loopbackHTTPGet(session.port_, "/json/list") : std::nullopt) {
+      try {
+        session.webSocketDebuggerURL_ = pageTargetURL(*list);
+        return session;
+      } catch (const CDPError&) {
+        // The page target appears a moment after the endpoint does; keep polling.
+      }
+    }
+    std::this_thread::sleep_for(kPollInterval);
+  }
+  throw CDPError::noDebuggablePage(session.port_ != 0 ? session.port_ : port);
+}
+
+}  // namespace brimble

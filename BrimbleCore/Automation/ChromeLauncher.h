@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "BrimbleCore/Support/DaemonProcess.h"
+
+namespace brimble {
+
+/// Starts Chrome or Chromium with a DevTools port, for scripts and assistants to drive.
+class ChromeLauncher {
+ public:
+  /// A running browser. Ending it (destruction) stops the browser with all its processes and
+  /// deletes its profile directory. Move-only; one thread at a time.
+  class Session {
+   public:
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+    Session(Session&&) noexcept = default;
+    Session& operator=(Session&&) noexcept = default;
+    ~Session();
+
+    int port() const noexcept { return port_; }
+    const std::filesystem::path& userDataDirectory() const noexcept { return userDataDirectory_; }
+    const std::string& webSocketDebuggerURL() const noexcept { return webSocketDebuggerURL_; }
+    pid_t pid() const noexcept { return process_.pid(); }
+
+   private:
+    friend class ChromeLauncher;
+    Session() = default;
+
+    DaemonProcess process_;
+    int port_ = 0;
+    std::filesystem::path userDataDirectory_;
+    std::string webSocketDebuggerURL_;
+  };
+
+  /// The browser program: the first found of google-chrome, google-chrome-stable, chromium,
+  /// chromium-browser; empty when there is none.
+  static std::string findBrowser();
+
+  /// Starts the browser on `url` with the DevTools endpoint on `port` (0: a free one, read back
+  /// from the profile), in a fresh profile directory "brimble-chrome-…" in the temporary
+  /// directory, and polls /json/list (up to `timeout`) for a page target. Throws CDPError:
+  /// browserNotInstalled, or noDebuggablePage when no page target appeared in time.
+  static Session launch(int port, const std::string& url,
+                        std::chrono::milliseconds timeout = std::chrono::seconds(20));
+
+  /// The WebSocket URL of the first "page" target in a /json/list body. Throws CDPError:
+  /// malformedTargetList when the body is not a JSON array, noPageTarget when no entry is a page
+  /// with a webSocketDebuggerUrl.
+  static std::string pageTargetURL(const std::string& targetList);
+};
+
+}  // namespace brimble

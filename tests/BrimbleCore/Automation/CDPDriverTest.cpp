@@ -1,0 +1,162 @@
+// The browser driver against a real Chromium in Brimble's embedded display.
+
+#include "BrimbleCore/Automation/CDPDriver.h"
+
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <memory>
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "BrimbleCore/Automation/CDPError.h"
+#include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "tests/Support/ProcessGroups.h"
+#include "tests/Support/TempDirectory.h"
+
+namespace brimble {
+namespace {
+
+constexpr const char* kPage = R"(<!doctype html>
+<html><head><style>body { margin: 0; font: 16px sans-serif } div, button, a { display: block; margin: 8px }</style></head>
+<body>
+<div id="plain">Save changes</div>
+<button id="save" onclick="document.title = 'saved'">Save changes</button>
+<div id="quoted" data-name="it's">quoted</div>
+<input id="name">
+<a id="docs" href="#docs">Docs</a>
+<button id="hidden" style="display: none">Hidden</button>
+<div style="position: absolute; top: 4000px"><button id="far">Far below</button></div>
+<script>
+  var log = [];
+  var field = document.getElementById('name');
+  field.addEventListener('input', function () { log.push('input:' + field.value); });
+  field.addEventListener('change', function () { log.push('change:' + field.value); });
+  document.body.addEventListener('input', function () { log.push('bubbled'); });
+  function addLater() {
+    setTimeout(function () {
+      var late = document.createElement('button');
+      late.id = 'late';
+      late.textContent = 'Late';
+      document.body.appendChild(late);
+    }, 500);
+  }
+</script>
+</body></html>
+)";
+
+class CDPDriverTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    display_ = x11::HeadlessDisplay::start();
+    std::ofstream(directory_ / "page.html") << kPage;
+    session_ = std::make_unique<ChromeLauncher::Session>(ChromeLauncher::launch(0, "about:blank"));
+    driver_ = std::make_unique<CDPDriver>(CDPDriver::connect(*session_));
+    driver_->navigate("file://" + (directory_ / "page.html").string());
+  }
+
+  void TearDown() override {
+    driver_.reset();
+    session_.reset();
+  }
+
+  template <typename Body>
+  static std::string failure(Body body) {
+    try {
+      body();
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+    return "(no error)";
+  }
+
+  std::unique_ptr<x11::HeadlessDisplay> display_;
+  testing::TempDirectory directory_;
+  std::unique_ptr<ChromeLauncher::Session> session_;
+  std::unique_ptr<CDPDriver> driver_;
+};
+
+TEST_F(CDPDriverTest, FindsTextInControlsFirstAndSelectorsThroughCSS) {
+  const auto save = driver_->locate("css:#save");
+  ASSERT_TRUE(save);
+  EXPECT_GT(save->w, 0);
+  EXPECT_EQ(driver_->locate("text:Save"), save) << "the button comes before the div";
+  EXPECT_EQ(driver_->locate("text=Save"), save);
+  EXPECT_TRUE(driver_->locate(R"(css:[data-name="it's"])"));
+  EXPECT_TRUE(driver_->locate(R"(css:div[data-name='it\'s'])")) << "backslash and quote escaped";
+  EXPECT_FALSE(driver_->locate("css:#nowhere"));
+  EXPECT_EQ(failure([&] { driver_->screenRect("css:#nowhere"); }),
+            "Element not found: css:#nowhere");
+  EXPECT_EQ(failure([&] { driver_->locate("role:AXButton/OK"); }),
+            "Invalid target: role: targets are AX-only; use css: or text: in a browser session");
+  EXPECT_EQ(failure([&] { driver_->locate("text:"); }), "Invalid target: text: requires a value");
+}
+
+TEST_F(CDPDriverTest, ClicksAndFillsLikeAUser) {
+  driver_->click("text:Save");
+  EXPECT_EQ(driver_->evaluate("document.title"), "saved");
+  driver_->fill("css:#name", "Ada 'Byron'");
+  EXPECT_EQ(driver_->evaluate("document.getElementById('name').value"), "Ada 'Byron'");
+  EXPECT_EQ(driver_->evaluate("log"),
+            (nlohmann::json{"input:Ada 'Byron'", "bubbled", "change:Ada 'Byron'"}));
+  EXPECT_EQ(failure([&] { driver_->fill("css:#missing", "x"); }),
+            "Element not found: css:#missing");
+  EXPECT_EQ(failure([&] { driver_->click("css:#far"); }),
+            "Element not found: css:#far (element not found or not visible)");
+  EXPECT_EQ(failure([&] { driver_->evaluate("notDefined()"); }).rfind("Action failed: Uncaught", 0),
+            0u);
+}
+
+TEST_F(CDPDriverTest, WaitsForElementsAndZooms) {
+  driver_->evaluate("addLater()");
+  EXPECT_GT(driver_->waitFor("css:#late", std::chrono::seconds(5)).w, 0);
+  EXPECT_EQ(failure([&] { driver_->waitFor("css:#never", std::chrono::milliseconds(300)); }),
+            "Element not found: css:#never");
+
+  driver_->setRealZoom(2, "css:#far");
+  EXPECT_EQ(driver_->evaluate("parseFloat(document.body.style.zoom)"), 2);
+  EXPECT_GT(driver_->evaluate("window.scrollY").get<double>(), 1000)
+      << "the focus was scrolled into view";
+  driver_->setRealZoom(0.05);
+  EXPECT_EQ(driver_->evaluate("document.body.style.zoom"), "1");
+}
+
+TEST_F(CDPDriverTest, ListsVisibleClickableElementsWithScreenRectangles) {
+  const auto elements = driver_->listElements(50);
+  std::vector<std::string> selectors;
+  for (const auto& element : elements) {
+    selectors.push_back(element.selector);
+  }
+  EXPECT_EQ(selectors,
+            (std::vector<std::string>{"css:#save", "css:#name", "css:#docs", "css:#far"}));
+  EXPECT_EQ(elements[0].role, "button");
+  EXPECT_EQ(elements[0].text, "Save changes");
+  EXPECT_EQ(elements[2].role, "a");
+  const CDPGeometry geometry = driver_->geometry();
+  const auto save = driver_->locate("css:#save");
+  EXPECT_EQ(elements[0].rect, geometry.toScreen(*save));
+  EXPECT_GT(geometry.calibration.w, 100);
+  EXPECT_GT(geometry.calibration.y, geometry.calibration.x)
+      << "the browser's own bars are above the page";
+  EXPECT_EQ(driver_->listElements(2).size(), 2u);
+}
+
+TEST_F(CDPDriverTest, AClosingBrowserFailsTheCallInFlightAndLeavesNothing) {
+  const pid_t browser = session_->pid();
+  const auto profile = session_->userDataDirectory();
+  ASSERT_TRUE(std::filesystem::exists(profile));
+  auto hanging = std::async(std::launch::async,
+                            [&] { return driver_->evaluate("new Promise(function () {})"); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  ::kill(-browser, SIGKILL);
+  EXPECT_EQ(failure([&] { hanging.get(); }), "CDP connection closed");
+  driver_.reset();
+  session_.reset();
+  EXPECT_FALSE(std::filesystem::exists(profile));
+  EXPECT_EQ(testing::runningProcessesInGroup(browser), 0);
+}
+
+}  // namespace
+}  // namespace brimble

@@ -6,6 +6,7 @@
 #include <unordered_set>
 
 #include "BrimbleCore/Encoding/MedianCutQuantizer.h"
+#include "BrimbleCore/Encoding/SampledDifference.h"
 #include "BrimbleCore/Support/ParallelFor.h"
 
 namespace brimble::ColorPaletteOptimizer {
@@ -69,33 +70,12 @@ bool isSceneChange(const Image& a, const Image& b) {
     return true;
   }
   const std::size_t pixelCount = static_cast<std::size_t>(a.width()) * a.height();
+  // About 200 samples, a change once more than 50 of them moved by more than 30; tiny images
+  // are compared pixel by pixel and change once more than a quarter of them did.
   const bool small = pixelCount < 200;
   const std::size_t stride = small ? 1 : pixelCount / 200;
-  const auto width = static_cast<std::size_t>(a.width());
-  const std::size_t bppA = static_cast<std::size_t>(a.bitsPerPixel()) / 8;
-  const std::size_t bppB = static_cast<std::size_t>(b.bitsPerPixel()) / 8;
-  std::size_t differing = 0;
-  for (std::size_t index = 0; index < pixelCount; index += stride) {
-    const std::size_t row = index / width;
-    const std::size_t column = index % width;
-    const std::size_t offsetA = row * a.bytesPerRow() + column * bppA;
-    const std::size_t offsetB = row * b.bytesPerRow() + column * bppB;
-    if (offsetA + 2 >= first.size() || offsetB + 2 >= second.size()) {
-      return false;
-    }
-    bool differs = false;
-    for (std::size_t c = 0; c < 3; ++c) {
-      differs = differs || std::abs(first[offsetA + c] - second[offsetB + c]) > 30;
-    }
-    if (differs) {
-      ++differing;
-      const bool changed = small ? differing * 4 > pixelCount : differing > 50;
-      if (changed) {
-        return true;
-      }
-    }
-  }
-  return false;
+  const std::size_t enough = small ? pixelCount / 4 + 1 : 51;
+  return countDifferingSamples(a, b, stride, 30, enough) >= enough;
 }
 
 std::optional<std::vector<RGBColor>> sharedPalette(std::size_t count,

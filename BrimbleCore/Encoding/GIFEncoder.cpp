@@ -17,6 +17,7 @@
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/MedianCutQuantizer.h"
 #include "BrimbleCore/Encoding/MuxError.h"
+#include "BrimbleCore/Encoding/SampledDifference.h"
 #include "BrimbleCore/Encoding/WebPMuxer.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/FileIO.h"
@@ -621,27 +622,7 @@ bool GIFEncoder::compressedFramesAreSimilar(const Image& a, const Image& b) {
   const std::size_t stride = small ? 1 : pixelCount / 100;
   // Up to 5 of about 100 samples may differ; for tiny images the same share, 205/4096.
   const std::size_t allowed = small ? pixelCount * 205 / 4096 : 5;
-  const auto width = static_cast<std::size_t>(a.width());
-  const std::size_t bppA = static_cast<std::size_t>(a.bitsPerPixel()) / 8;
-  const std::size_t bppB = static_cast<std::size_t>(b.bitsPerPixel()) / 8;
-  std::size_t differing = 0;
-  for (std::size_t index = 0; index < pixelCount; index += stride) {
-    const std::size_t row = index / width;
-    const std::size_t column = index % width;
-    const std::size_t offsetA = row * a.bytesPerRow() + column * bppA;
-    const std::size_t offsetB = row * b.bytesPerRow() + column * bppB;
-    if (offsetA + 2 >= first.size() || offsetB + 2 >= second.size()) {
-      break;
-    }
-    if (std::abs(first[offsetA] - second[offsetB]) > 10 ||
-        std::abs(first[offsetA + 1] - second[offsetB + 1]) > 10 ||
-        std::abs(first[offsetA + 2] - second[offsetB + 2]) > 10) {
-      if (++differing > allowed) {
-        return false;
-      }
-    }
-  }
-  return true;
+  return countDifferingSamples(a, b, stride, 10, allowed + 1) <= allowed;
 }
 
 }  // namespace brimble

@@ -5,12 +5,12 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include "BrimbleCore/MCP/JSONValue.h"
@@ -18,8 +18,6 @@
 #include "BrimbleCore/MCP/MCPStandardStreams.h"
 #include "BrimbleCore/MCP/MCPToolError.h"
 #include "BrimbleCore/MCP/MCPTransport.h"
-
-extern char** environ;
 
 namespace brimble {
 namespace {
@@ -33,24 +31,10 @@ JSONValue numberProperty(const char* description) {
   return JSONValue::Object{{"type", "number"}, {"description", description}};
 }
 
-// Runs a shell that writes to its standard output and error and reads its standard input, the
-// way a careless helper program would while a tool call is in progress.
-int runNoisyChild() {
-  const char* argv[] = {"/bin/sh", "-c",
-                        "echo 'child on stdout'; echo 'child on stderr' >&2; "
-                        "if read line; then echo \"child read: $line\"; else echo 'child read "
-                        "nothing'; fi",
-                        nullptr};
-  pid_t pid = 0;
-  if (::posix_spawn(&pid, argv[0], nullptr, nullptr, const_cast<char**>(argv), environ) != 0) {
-    throw std::runtime_error("could not start /bin/sh");
-  }
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 void registerTestCatalogue(MCPServer& server) {
+  // Registered again below: the second "add" replaces this one in its place.
+  server.registerTool({"add", "Placeholder.", objectSchema({}, {})},
+                      [](const JSONValue&) { return JSONValue(); });
   server.registerTool(
       {"add", "Add two numbers.",
        objectSchema({{"a", numberProperty("First addend")}, {"b", numberProperty("Second addend")}},
@@ -73,7 +57,12 @@ void registerTestCatalogue(MCPServer& server) {
         std::printf("printf from the server\n");
         std::fflush(stdout);
         std::cout << "std::cout from the server" << std::endl;
-        return JSONValue::Object{{"childExitStatus", runNoisyChild()}};
+        // A shell that writes to its standard output and error and reads its standard input, the
+        // way a careless helper program would.
+        const int status = std::system(
+            "echo 'child on stdout'; echo 'child on stderr' >&2; "
+            "if read line; then echo \"child read: $line\"; else echo 'child read nothing'; fi");
+        return JSONValue::Object{{"childExitStatus", WEXITSTATUS(status)}};
       });
   server.registerTool(
       {"sleep", "Sleep for some seconds.", objectSchema({{"seconds", numberProperty("")}}, {})},
@@ -82,17 +71,24 @@ void registerTestCatalogue(MCPServer& server) {
         std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
         return JSONValue::Object{{"slept", seconds}};
       });
+  server.registerTool({"echo", "Return the arguments.", objectSchema({}, {})},
+                      [](const JSONValue& arguments) { return arguments; });
+  server.registerTool({"throw_int", "Throw something that is no exception.", objectSchema({}, {})},
+                      [](const JSONValue&) -> JSONValue { throw 42; });
   server.registerTool(
       {"not_a_number", "Return NaN, which JSON cannot carry.", objectSchema({}, {})},
-      [](const JSONValue&) -> JSONValue { return std::nan(""); });
+      [](const JSONValue&) {
+        return JSONValue::Object{{"v", std::nan("")}};
+      });
 
+  // Exact URIs are found before the template, which would match them too.
   server.registerResource(
       {"test://notes/readme", "Readme", "A fixed Markdown note.", "text/markdown"},
       [](const std::string&) { return std::string("# Notes\n\nHello."); });
-  server.registerResource({"test://files/{name}", "Files", "Any file by name.", "application/json"},
+  server.registerResource({"test://{path}", "Files", "Any file by path.", "application/json"},
                           [](const std::string& uri) {
-                            return "{\"file\": \"" +
-                                   uri.substr(std::string("test://files/").size()) + "\"}";
+                            return "{\"file\": \"" + uri.substr(std::string("test://").size()) +
+                                   "\"}";
                           });
   server.registerResource(
       {"test://broken", "Broken", "Always fails.", "text/plain"},

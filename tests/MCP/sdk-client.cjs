@@ -44,8 +44,8 @@ async function main() {
     seen.noisy = await client.callTool({ name: "noisy" });
     seen.unknownTool = await failure(client.callTool({ name: "missing", arguments: {} }));
     seen.readme = await client.readResource({ uri: "test://notes/readme" });
-    seen.file = await client.readResource({ uri: "test://files/reports/q3.json" });
-    seen.unknownResource = await failure(client.readResource({ uri: "test://elsewhere" }));
+    seen.file = await client.readResource({ uri: "test://reports/q3.json" });
+    seen.unknownResource = await failure(client.readResource({ uri: "elsewhere://notes" }));
     seen.brokenResource = await failure(client.readResource({ uri: "test://broken" }));
   }
   seen.ping = await client.ping();
@@ -53,11 +53,8 @@ async function main() {
   const child = transport._process;
   const started = Date.now();
   await client.close();
-  seen.close = {
-    milliseconds: Date.now() - started,
-    exitCode: child.exitCode,
-    signal: child.signalCode,
-  };
+  seen.closeMilliseconds = Date.now() - started;
+  seen.close = { exitCode: child.exitCode, signal: child.signalCode };
   await new Promise((resolve) => setImmediate(resolve));
   seen.stderr = stderr;
   seen.transportErrors = transportErrors;

@@ -1,9 +1,14 @@
 #include "BrimbleCore/Scripting/ScriptParser.h"
 
+#include <algorithm>
+#include <cctype>
+#include <set>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "BrimbleCore/Scripting/ScriptCommandManifest.h"
 
 namespace brimble {
 namespace {
@@ -19,14 +24,8 @@ V str(std::string text) {
 V var(std::string name) {
   return V::variable(std::move(name));
 }
-
-ScriptInstruction only(const std::string& source) {
-  const std::vector<LocatedInstruction> parsed = ScriptParser::parse(source);
-  if (parsed.size() != 1) {
-    ADD_FAILURE() << source << " gave " << parsed.size() << " instructions";
-    return ClearInstruction{};
-  }
-  return parsed.front().instruction;
+ScriptRect rect(double x, double y, double w, double h) {
+  return {num(x), num(y), num(w), num(h)};
 }
 
 std::string parseError(const std::string& source) {
@@ -35,8 +34,7 @@ std::string parseError(const std::string& source) {
   } catch (const ScriptError& error) {
     return error.what();
   }
-  ADD_FAILURE() << "no error for " << source;
-  return {};
+  return "no error";
 }
 
 // "Line L, Col C: message", then the source line and a caret under column C.
@@ -45,34 +43,23 @@ std::string located(int line, int column, const std::string& message, const std:
          "\n  " + text + "\n  " + std::string(static_cast<std::size_t>(column - 1), ' ') + "^";
 }
 
-struct GrammarCase {
-  std::string source;
-  ScriptInstruction expected;
-};
-
-void expectGrammar(const std::vector<GrammarCase>& cases) {
-  for (const GrammarCase& c : cases) {
-    EXPECT_TRUE(only(c.source) == c.expected)
-        << c.source << " parsed as alternative " << only(c.source).index() << ", expected "
-        << c.expected.index();
-  }
-}
-
-ScriptRect rect(double x, double y, double w, double h) {
-  return {num(x), num(y), num(w), num(h)};
-}
-
-TEST(ScriptParser, SettingsAndApplications) {
-  expectGrammar({
+TEST(ScriptParser, EveryCommandParsesWhateverTheCaseAndTheOptionOrder) {
+  const RecordInstruction window{
+      {RecordTarget::Kind::window, "term", std::nullopt}, num(3), true, false};
+  const SpotlightTarget line{SpotlightTarget::Kind::stdout, "out", 1, std::nullopt};
+  const SpotlightTarget region{SpotlightTarget::Kind::region, "", 0, rect(0, 0, 100, 50)};
+  const struct {
+    std::string source;
+    ScriptInstruction expected;
+  } cases[] = {
+      // Settings, applications and windows; command words and keywords in any case.
       {"set fps 30", SetInstruction{"fps", num(30)}},
       {"SET Output \"demo.gif\"", SetInstruction{"output", str("demo.gif")}},
       {"set intro-bg \"#1a1a2e\"", SetInstruction{"intro-bg", str("#1a1a2e")}},
       {"set cleanup Off", SetInstruction{"cleanup", str("Off")}},
       {"set run-timeout $limit", SetInstruction{"run-timeout", var("limit")}},
-      {"open \"Terminal\"", OpenInstruction{str("Terminal")}},
       {"open Terminal", OpenInstruction{str("Terminal")}},
       {"focus $app", FocusInstruction{var("app")}},
-      {"resize 800 600", ResizeInstruction{num(800), num(600)}},
       {"capture-window app \"Terminal\" as $term",
        CaptureWindowInstruction{{WindowReference::Kind::appName, str("Terminal")}, "term"}},
       {"Capture-Window ID 1234 AS $w",
@@ -83,13 +70,7 @@ TEST(ScriptParser, SettingsAndApplications) {
        TargetInstruction{TargetInstruction::Kind::window, str("Inbox"), "mail"}},
       {"target APP \"TextEdit\"",
        TargetInstruction{TargetInstruction::Kind::app, str("TextEdit"), std::nullopt}},
-  });
-}
-
-TEST(ScriptParser, RecordingCommandsTakeTheirOptionsInAnyOrder) {
-  const RecordInstruction window{
-      {RecordTarget::Kind::window, "term", std::nullopt}, num(3), true, false};
-  expectGrammar({
+      // Recording: options after the target in any order.
       {"record $term duration 3.0 continue", window},
       {"record $term continue duration 3", window},
       {"Record $term CONTINUE Duration 3", window},
@@ -111,12 +92,7 @@ TEST(ScriptParser, RecordingCommandsTakeTheirOptionsInAnyOrder) {
       {"RENDER", RenderInstruction{}},
       {"clear", ClearInstruction{}},
       {"clear-fx", ClearFxInstruction{}},
-  });
-}
-
-TEST(ScriptParser, TypingKeysAndPointer) {
-  expectGrammar({
-      {"type \"hello\"", TypeInstruction{str("hello"), false, std::nullopt}},
+      // Typing, keys and the pointer.
       {"type \"ls -la\" enter", TypeInstruction{str("ls -la"), true, std::nullopt}},
       {"type \"x\" DELAY 0.1 Enter", TypeInstruction{str("x"), true, num(0.1)}},
       {"type $out[1]", TypeInstruction{V::variableIndex("out", 1), false, std::nullopt}},
@@ -139,38 +115,21 @@ TEST(ScriptParser, TypingKeysAndPointer) {
       {"scroll down", ScrollInstruction{ScrollDirection::down, num(3)}},
       {"scroll UP 5", ScrollInstruction{ScrollDirection::up, num(5)}},
       {"scroll \"left\" $n", ScrollInstruction{ScrollDirection::left, var("n")}},
-      {"scroll right 1", ScrollInstruction{ScrollDirection::right, num(1)}},
-  });
-}
-
-TEST(ScriptParser, NumbersMayBeQuotedOrComeFromVariables) {
-  expectGrammar({
-      {"wait 2", WaitInstruction{num(2)}},
+      // Numbers may be quoted or come from variables; a string that names one stays a string.
       {"wait .5", WaitInstruction{num(0.5)}},
       {"wait \"1.5\"", WaitInstruction{num(1.5)}},
       {"wait $delay", WaitInstruction{var("delay")}},
       {"wait \"$base\"", WaitInstruction{str("$base")}},
       {"wait-for-idle 2.0", WaitForIdleInstruction{num(2)}},
       {"resize \"800\" $h", ResizeInstruction{num(800), var("h")}},
-  });
-}
-
-TEST(ScriptParser, ShellCommandsAndSpotlights) {
-  const SpotlightTarget line{SpotlightTarget::Kind::stdout, "out", 1, std::nullopt};
-  const SpotlightTarget region{SpotlightTarget::Kind::region, "", 0, rect(0, 0, 100, 50)};
-  expectGrammar({
+      // Shell commands and spotlights.
       {"run \"ls\" as $out", RunInstruction{str("ls"), "out"}},
       {"run \"false\"", RunInstruction{str("false"), std::nullopt}},
       {"run ls AS $x", RunInstruction{str("ls"), "x"}},
       {"spotlight stdout $out[1] duration 2", SpotlightInstruction{line, num(2)}},
       {"spotlight region 0 0 100 50", SpotlightInstruction{region, num(2)}},
       {"spotlight-shift STDOUT $out[1] Duration 1.5", SpotlightShiftInstruction{line, num(1.5)}},
-      {"spotlight-shift region 0 0 100 50", SpotlightShiftInstruction{region, num(2)}},
-  });
-}
-
-TEST(ScriptParser, TitleCardsDialogsAndBackground) {
-  expectGrammar({
+      // Title cards, dialogs and the background (a colour that lexes as a number keeps six digits).
       {"intro \"Title\"", IntroInstruction{str("Title"), std::nullopt, std::nullopt}},
       {"intro \"T\" subtitle \"S\" duration 3", IntroInstruction{str("T"), str("S"), num(3)}},
       {"outro \"Bye\" DURATION 2 Subtitle $who", OutroInstruction{str("Bye"), var("who"), num(2)}},
@@ -185,11 +144,7 @@ TEST(ScriptParser, TitleCardsDialogsAndBackground) {
       {"set-background COLOR ff0000", SetBackgroundInstruction{str("ff0000")}},
       {"set-background color \"#FF0000\"", SetBackgroundInstruction{str("#FF0000")}},
       {"set-background color $brand", SetBackgroundInstruction{var("brand")}},
-  });
-}
-
-TEST(ScriptParser, ElementTargetsAndBrowser) {
-  expectGrammar({
+      // Element targets and the browser.
       {"fill text:Name \"Ada\" enter", FillInstruction{str("text:Name"), str("Ada"), true}},
       {"fill \"#email\" $address", FillInstruction{str("#email"), var("address"), false}},
       {"move-to text:Save", MoveToInstruction{str("text:Save")}},
@@ -211,64 +166,47 @@ TEST(ScriptParser, ElementTargetsAndBrowser) {
       {"zoom x MODE Digital", ZoomInstruction{str("x"), num(2), num(0.6), ZoomMode::digital}},
       {"zoom-out", ZoomOutInstruction{num(0.5)}},
       {"zoom-out duration 1", ZoomOutInstruction{num(1)}},
-  });
-}
-
-TEST(ScriptParser, InstructionsKeepTheirLineNumberAndStrippedText) {
-  const std::vector<LocatedInstruction> parsed =
-      ScriptParser::parse("# demo\r\nset fps 24   # slower\r\n\r\n  wait 1\r\n");
-  ASSERT_EQ(parsed.size(), 2u);
-  EXPECT_EQ(parsed[0], (LocatedInstruction{SetInstruction{"fps", num(24)}, 3, "set fps 24"}));
-  EXPECT_EQ(parsed[1], (LocatedInstruction{WaitInstruction{num(1)}, 7, "wait 1"}));
-  EXPECT_TRUE(ScriptParser::parse("# nothing\n\n").empty());
-}
-
-TEST(ScriptParser, CommandNamesReadAsScriptsSpellThem) {
-  EXPECT_EQ(commandName(only("capture-window app T")), "capture-window");
-  EXPECT_EQ(commandName(only("click text:X")), "click");
-  EXPECT_EQ(commandName(only("click")), "click");
-  EXPECT_EQ(commandName(only("spotlight-shift region 1 2 3 4")), "spotlight-shift");
-  EXPECT_EQ(commandName(only("click-button-in-dialog button OK")), "click-button-in-dialog");
-  EXPECT_EQ(commandName(only("zoom-out")), "zoom-out");
-}
-
-struct ErrorCase {
-  std::string source;
-  int column;
-  std::string message;
-};
-
-void expectErrors(const std::vector<ErrorCase>& cases) {
-  for (const ErrorCase& c : cases) {
-    EXPECT_EQ(parseError(c.source), located(1, c.column, c.message, c.source)) << c.source;
+  };
+  std::set<std::string> commands;
+  for (const auto& [source, expected] : cases) {
+    const std::vector<LocatedInstruction> parsed = ScriptParser::parse(source);
+    ASSERT_EQ(parsed.size(), 1u) << source;
+    EXPECT_TRUE(parsed[0].instruction == expected)
+        << source << " parsed as alternative " << parsed[0].instruction.index() << ", expected "
+        << expected.index();
+    std::string word = source.substr(0, source.find(' '));
+    std::transform(word.begin(), word.end(), word.begin(), ::tolower);
+    EXPECT_EQ(commandName(parsed[0].instruction), word);
+    commands.insert(word);
   }
+  // Every command of the manifest has a case here.
+  EXPECT_EQ(commands, std::set<std::string>(commandKeywords().begin(), commandKeywords().end()));
 }
 
-TEST(ScriptParser, CommandsAndTheEndOfTheLine) {
-  expectErrors({
+TEST(ScriptParser, EachErrorNamesTheProblemAndPointsAtItsToken) {
+  const struct {
+    std::string source;
+    int column;
+    std::string message;
+  } cases[] = {
+      // Commands and the end of the line.
       {"\"hello\" world", 1, "Expected command"},
-      {"$x", 1, "Expected command"},
       {"42", 1, "Expected command"},
-      {"frobnicate 1", 1, "Unknown command 'frobnicate'"},
       {"BOGUS", 1, "Unknown command 'BOGUS'"},
       {"wait", 1, "Unexpected end of line"},
-      {"open", 1, "Unexpected end of line"},
       {"move 10", 1, "Unexpected end of line"},
       {"record $w duration", 1, "Unexpected end of line"},
       {"highlight x style", 1, "Unexpected end of line"},
       {"intro \"T\" subtitle", 1, "Unexpected end of line"},
       {"wait 1 2", 8, "Unexpected '2' in wait"},
+      {"wait 1 $x[2]", 8, "Unexpected '$x[2]' in wait"},
       {"stop now", 6, "Unexpected 'now' in stop"},
       {"type hello world", 12, "Unexpected 'world' in type\n  expected enter or delay"},
       {"run ls -la", 8, "Unexpected '-la' in run\n  expected as $variable"},
       {"record $w duration 3 loop", 22,
        "Unexpected 'loop' in record\n  expected duration, continue or audio"},
       {"click 10 20 30", 13, "Unexpected '30' in click\n  expected <x> <y>, <target> or right"},
-  });
-}
-
-TEST(ScriptParser, MissingArguments) {
-  expectErrors({
+      // Missing arguments.
       {"type", 1, "'type' requires text"},
       {"intro", 1, "'intro' requires title text"},
       {"outro", 1, "'outro' requires title text"},
@@ -305,11 +243,7 @@ TEST(ScriptParser, MissingArguments) {
       {"target app", 1, "'target' requires app \"Name\""},
       {"target window", 1, "'target' requires window \"Match\""},
       {"click 10", 1, "'click' requires x y"},
-  });
-}
-
-TEST(ScriptParser, InvalidValuesNameTheValueAndWhatItWasFor) {
-  expectErrors({
+      // Invalid values name the value and what it was for.
       {"wait-for text:Done timeout soon", 28,
        "Invalid value 'soon' for 'wait-for timeout'\n  expected a number"},
       {"highlight x duration long", 22,
@@ -332,13 +266,7 @@ TEST(ScriptParser, InvalidValuesNameTheValueAndWhatItWasFor) {
        "Invalid value 'sideways' for 'scroll direction'\n  expected up|down|left|right"},
       {"spotlight line 3", 11,
        "Invalid value 'line' for 'spotlight target'\n  expected stdout|region"},
-  });
-}
-
-TEST(ScriptParser, KeywordAndVariableClauses) {
-  expectErrors({
-      {"record simulator audio", 18,
-       "simctl captures no audio, so 'audio' cannot be used with 'record simulator'."},
+      // Keyword and variable clauses.
       {"record simulator duration 5 AUDIO", 29,
        "simctl captures no audio, so 'audio' cannot be used with 'record simulator'."},
       {"capture-window window \"x\"", 16, "Expected 'app' or 'id', got 'window'"},
@@ -360,44 +288,21 @@ TEST(ScriptParser, KeywordAndVariableClauses) {
       {"set-background red", 16, "Expected 'color', got 'red'"},
       {"set", 1, "Expected setting name"},
       {"set 5 x", 5, "Expected setting name"},
-  });
-}
-
-TEST(ScriptParser, ErrorsReportTheirSourceLineInCRLFFiles) {
-  EXPECT_EQ(parseError("wait 1\r\nwait 2\r\n  bogus  # typo\r\n"),
-            located(5, 1, "Unknown command 'bogus'", "bogus"));
-  EXPECT_EQ(parseError("stop\n# x\nwait 1 2 # extra"),
-            located(3, 8, "Unexpected '2' in wait", "wait 1 2"));
-  // Lexical errors come through parse unchanged.
-  EXPECT_EQ(parseError("stop\ntype \"abc"), located(2, 6, "Unterminated string", "type \"abc"));
-}
-
-TEST(ScriptParser, AnnotatedErrorsKeepTheInnerError) {
-  try {
-    ScriptParser::parse("stop\nzoom x scale big");
-    FAIL() << "no error";
-  } catch (const ScriptError& error) {
-    EXPECT_EQ(error.code(), ScriptError::Code::annotated);
-    EXPECT_EQ(error.line(), 2);
-    EXPECT_EQ(error.column(), 14);
-    EXPECT_EQ(error.sourceLine(), "zoom x scale big");
-    ASSERT_NE(error.inner(), nullptr);
-    EXPECT_EQ(error.inner()->code(), ScriptError::Code::invalidValue);
-    EXPECT_EQ(std::string(error.inner()->what()),
-              "Line 2: Invalid value 'big' for 'zoom scale'\n  expected a number");
+  };
+  for (const auto& [source, column, message] : cases) {
+    EXPECT_EQ(parseError(source), located(1, column, message, source)) << source;
   }
 }
 
-TEST(ScriptParser, AnchorColumnFallsBackToTheFirstToken) {
-  const LexResult lexed = ScriptLexer::tokenizeLocated("  zoom x scale big");
-  const ScriptParser::Tokens line(lexed.tokens.data() + 1, lexed.tokens.size() - 1);
-  EXPECT_EQ(ScriptParser::anchorColumn(ScriptError::invalidValue(1, "big", "zoom scale"), line),
-            14);
-  EXPECT_EQ(ScriptParser::anchorColumn(ScriptError::parseError(1, "Unexpected end of line"), line),
-            1);
-  EXPECT_EQ(ScriptParser::anchorColumn(ScriptError::invalidValue(1, "absent", "zoom scale"), line),
-            1);
-  EXPECT_EQ(ScriptParser::anchorColumn(ScriptError::parseError(1, "x"), {}), 1);
+TEST(ScriptParser, LinesAreNumberedAsTheLexerCountsThemEvenInCRLFFiles) {
+  EXPECT_EQ(ScriptParser::parse("# demo\r\nset fps 24   # slower\r\n\r\n  wait 1\r\n"),
+            (std::vector<LocatedInstruction>{{SetInstruction{"fps", num(24)}, 3, "set fps 24"},
+                                             {WaitInstruction{num(1)}, 7, "wait 1"}}));
+  EXPECT_TRUE(ScriptParser::parse("# nothing\n\n").empty());
+  EXPECT_EQ(parseError("wait 1\r\nwait 2\r\n  bogus  # typo\r\n"),
+            located(5, 1, "Unknown command 'bogus'", "bogus"));
+  // Lexical errors come through unchanged.
+  EXPECT_EQ(parseError("stop\ntype \"abc"), located(2, 6, "Unterminated string", "type \"abc"));
 }
 
 }  // namespace

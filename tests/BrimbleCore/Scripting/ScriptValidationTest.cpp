@@ -1,11 +1,12 @@
+// A parse error, located, is checked through `brimble validate` in
+// tests/cli/ScriptCommandsTest.cpp.
+
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-
-#include "BrimbleCore/Scripting/ScriptError.h"
 
 namespace brimble {
 namespace {
@@ -18,6 +19,8 @@ TEST(ScriptValidation, AScriptWithoutRecordWarnsAndSummarises) {
   EXPECT_FALSE(result.explicitRender);
   EXPECT_EQ(result.lines(),
             (Lines{"Warning: script has no 'record' commands", "Valid: 3 instructions"}));
+  EXPECT_EQ(validate("").lines(),
+            (Lines{"Warning: script has no 'record' commands", "Valid: 0 instructions"}));
 }
 
 TEST(ScriptValidation, InstructionsAfterRenderAreUnreachable) {
@@ -51,7 +54,11 @@ TEST(ScriptValidation, SettingsTheEngineWouldIgnoreAreReported) {
       "set fps \"$rate\"\n"
       "set intro-bg \"#1a1a2e\"\n"
       "set cleanup Off\n"
-      "set show-cursor 1\n");
+      "set show-cursor 1\n"
+      "set fps 24\n"
+      "set transition .5\n"
+      "set palette-strategy perFrame\n"
+      "set fps \"+24\"\n");
   const std::string fps =
       "Warning: line 3: invalid value '25' for setting 'fps' (expected: 12, 24, 30, 60)";
   const std::string cleanup =
@@ -76,22 +83,6 @@ TEST(ScriptValidation, CommandsThisPlatformCannotRunAreReported) {
           .warnings,
       (Lines{"Warning: line 1: Simulator capture is not available on this platform.",
              "Warning: line 2: Simulator capture is not available on this platform.", safari}));
-}
-
-TEST(ScriptValidation, ParseErrorsAreThrownLocated) {
-  try {
-    validate("record $w\nwait soon");
-    FAIL() << "validated";
-  } catch (const ScriptError& error) {
-    EXPECT_STREQ(error.what(),
-                 "Line 2, Col 6: Invalid value 'soon' for 'wait seconds'\n  expected a number\n"
-                 "  wait soon\n       ^");
-  }
-}
-
-TEST(ScriptValidation, AnEmptyScriptIsValidWithAWarning) {
-  EXPECT_EQ(validate("").lines(),
-            (Lines{"Warning: script has no 'record' commands", "Valid: 0 instructions"}));
 }
 
 }  // namespace

@@ -76,8 +76,15 @@ TEST(X11ScreenSource, CapturesADisplayARegionAndACoveredWindowPixelForPixel) {
   ASSERT_EQ(redFrame.width, 400);
   const ScreenRect overlap = redFrame.intersection(blueFrame);
   ASSERT_FALSE(overlap.empty()) << "the blue window must cover part of the red one";
+  // Settled: the blue window is up, and the window manager has finished redrawing frames
+  // (focus changes repaint title bars), so both ways of grabbing see the same screen.
+  Image previous;
+  int unchanged = 0;
   ASSERT_TRUE(eventually([&] {
-    return colorAt(grabOnce(source, CaptureTarget::screenAreaOf(overlap)), 0, 0) == kBlue;
+    const Image now = grabOnce(source, CaptureTarget::screenAreaOf(displays[0].frame));
+    unchanged = now.hasSamePixels(previous) ? unchanged + 1 : 0;
+    previous = now;
+    return colorAt(now, overlap.x, overlap.y) == kBlue && unchanged >= 5;
   }));
 
   Image shared[3];

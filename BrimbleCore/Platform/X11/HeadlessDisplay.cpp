@@ -199,11 +199,12 @@ void HeadlessDisplay::startServer(const Options& options) {
        ++number) {
     ReportPipe ready;
     // Xvfb writes the display number to -displayfd once it accepts connections; if the number is
-    // taken it exits instead, and the pipe ends empty.
-    DaemonProcess server =
-        DaemonProcess::start({"Xvfb", ":" + std::to_string(number), "-screen", "0", screen,
-                              "-nolisten", "tcp", "-displayfd", std::to_string(ready.write.get())},
-                             ready.write.get());
+    // taken it exits instead, and the pipe ends empty. -noreset: an X server resets when its last
+    // client leaves, and connections made meanwhile fail (16 of 300 without a window manager).
+    DaemonProcess server = DaemonProcess::start(
+        {"Xvfb", ":" + std::to_string(number), "-screen", "0", screen, "-nolisten", "tcp",
+         "-noreset", "-displayfd", std::to_string(ready.write.get())},
+        ready.write.get());
     const auto reported = ready.readLine(kStartTimeout);
     if (reported && !reported->empty()) {
       displayName_ = ":" + *reported;

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "cli/CaptureCommands.h"
 #include "cli/Command.h"
 #include "cli/DisplayCommand.h"
 #include "cli/EncodeCommand.h"
@@ -31,6 +32,7 @@ int main(int argc, char** argv) {
       addSettingsCommand(app),           addMCPServerCommand(app),
       addMCPInstallCommand(app),         addMCPUninstallCommand(app),
       addMCPStatusCommand(app),          addDisplayCommand(app),
+      addRecordCommand(app, interrupts), addStillCommand(app),
   };
 
   try {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <mutex>
 #include <stop_token>
 #include <thread>
 
@@ -19,10 +20,16 @@ class Interrupts {
   /// Starts watching (once) and returns the token that a signal stops.
   std::stop_token watch();
 
+  /// For commands whose first signal ends one stage and starts another (a recording, then its
+  /// encode): a fresh token that the next signal stops, instead of exiting at once. Call after
+  /// `watch`.
+  std::stop_token watchAgain();
+
   /// The exit code of a command that stopped because of a signal.
   static constexpr int kExitInterrupted = 130;
 
  private:
+  std::mutex sourceMutex_;  // guards source_
   std::stop_source source_;
   std::jthread watcher_;
 };

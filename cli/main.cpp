@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "cli/CaptureCommands.h"
 #include "cli/Command.h"
 #include "cli/DisplayCommand.h"
 #include "cli/EncodeCommand.h"
@@ -38,6 +39,8 @@ int main(int argc, char** argv) {
       addMCPStatusCommand(app),
       addDisplayCommand(app),
       addInspectCommand(app),
+      addRecordCommand(app, interrupts),
+      addStillCommand(app),
   };
 
   try {

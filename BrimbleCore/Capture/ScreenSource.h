@@ -1,0 +1,111 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "BrimbleCore/Encoding/Image.h"
+
+namespace brimble {
+
+/// A rectangle of the screen in pixels, origin at the top left of the whole screen (the X root
+/// window). Points and pixels coincide: Linux displays have a scale factor of 1.
+struct ScreenRect {
+  int x = 0;
+  int y = 0;
+  int width = 0;
+  int height = 0;
+
+  bool empty() const noexcept { return width <= 0 || height <= 0; }
+  /// The part of this rectangle that also lies in `other`; empty when they do not overlap.
+  ScreenRect intersection(const ScreenRect& other) const noexcept;
+  bool operator==(const ScreenRect&) const = default;
+};
+
+/// One display (monitor) of the screen.
+struct ScreenDisplay {
+  /// The display identifier: the RandR output id on X11.
+  std::uint32_t displayID = 0;
+  std::string name;
+  ScreenRect frame;
+  double scaleFactor = 1;
+  bool primary = false;
+};
+
+/// A top-level window that can be recorded.
+struct ScreenWindow {
+  /// The X window id of the application's own (client) window.
+  std::uint32_t windowID = 0;
+  /// Its content area in screen coordinates, without the window manager's frame.
+  ScreenRect frame;
+};
+
+/// What a stream records: a rectangle of the screen (a region or a whole display), or one window
+/// wherever it is and whatever covers it.
+struct CaptureTarget {
+  enum class Kind { screenArea, window };
+
+  Kind kind = Kind::screenArea;
+  ScreenRect area;             // screenArea
+  std::uint32_t windowID = 0;  // window
+
+  static CaptureTarget screenAreaOf(const ScreenRect& rect) { return {Kind::screenArea, rect, 0}; }
+  static CaptureTarget windowOf(std::uint32_t id) { return {Kind::window, {}, id}; }
+};
+
+class ScreenCaptureError : public std::runtime_error {
+ public:
+  enum class Code { displayUnreachable, windowNotFound, windowClosed, unsupportedPixelFormat };
+
+  static ScreenCaptureError displayUnreachable(const std::string& displayName);
+  static ScreenCaptureError windowNotFound(std::uint32_t windowID);
+  static ScreenCaptureError windowClosed(std::uint32_t windowID);
+  static ScreenCaptureError unsupportedPixelFormat(int depth, int bitsPerPixel);
+
+  Code code() const noexcept { return code_; }
+
+ private:
+  ScreenCaptureError(Code code, const std::string& description)
+      : std::runtime_error(description), code_(code) {}
+
+  Code code_;
+};
+
+/// The frames of one capture target, grabbed on demand. A stream belongs to the thread that
+/// opened it: it holds that thread's own connection to the display server.
+class ScreenStream {
+ public:
+  virtual ~ScreenStream() = default;
+
+  /// The target's current pixels as an opaque bgra8 image (alpha 255 everywhere), with the
+  /// pointer drawn in when the stream was opened with the cursor on. A window is grabbed at its
+  /// current size, which may change between grabs. No value when there is nothing to grab at the
+  /// moment (a window that is unmapped). Throws ScreenCaptureError::windowClosed when the window
+  /// is gone for good.
+  virtual std::optional<Image> grab() = 0;
+};
+
+/// The screen as a source of raw frames: its displays, its windows, and streams of pixels.
+/// Implementations are thread-safe; each stream is confined to the thread that opened it.
+class ScreenSource {
+ public:
+  virtual ~ScreenSource() = default;
+
+  /// The displays, primary or not, in the order the display server lists them. Throws
+  /// ScreenCaptureError::displayUnreachable.
+  virtual std::vector<ScreenDisplay> displays() = 0;
+
+  /// The window `windowID` with its current frame; no value when there is no such window.
+  /// Throws ScreenCaptureError::displayUnreachable.
+  virtual std::optional<ScreenWindow> window(std::uint32_t windowID) = 0;
+
+  /// Opens a stream of `target` for the calling thread, with the pointer drawn in when
+  /// `showCursor` is set. Throws ScreenCaptureError.
+  virtual std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target,
+                                                   bool showCursor) = 0;
+};
+
+}  // namespace brimble

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "BrimbleCore/Capture/ScreenSource.h"
+
+namespace brimble::x11 {
+
+/// The screen of one X display as a ScreenSource. Displays are XRandR monitors, identified by
+/// their first RandR output id; a server without RandR monitors is one display of id 0. Every
+/// query opens a connection of its own and closes it, and every stream holds its own, so the
+/// source is thread-safe and one connection is never shared between threads.
+class X11ScreenSource final : public ScreenSource {
+ public:
+  struct Options {
+    /// Grab through MIT-SHM where the server allows it; false always uses XGetImage.
+    bool sharedMemory = true;
+  };
+
+  /// The display `displayName` (":99"; empty means $DISPLAY). Nothing connects until used.
+  explicit X11ScreenSource(std::string displayName) : X11ScreenSource(std::move(displayName), {}) {}
+  X11ScreenSource(std::string displayName, Options options)
+      : displayName_(std::move(displayName)), options_(options) {}
+
+  std::vector<ScreenDisplay> displays() override;
+  std::optional<ScreenWindow> window(std::uint32_t windowID) override;
+  std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target, bool showCursor) override;
+
+  /// The topmost managed window whose WM_CLASS class names `applicationName`: an exact
+  /// (case-insensitive) match first, else a class that contains the name. No value when none
+  /// matches. A stop-gap lookup for `record --app` until window management lands.
+  std::optional<ScreenWindow> windowOfApplication(const std::string& applicationName);
+
+  /// The pointer position in screen coordinates; no value when it cannot be read.
+  std::optional<std::pair<int, int>> pointerPosition();
+
+ private:
+  const std::string displayName_;
+  const Options options_;
+};
+
+}  // namespace brimble::x11

@@ -1,0 +1,413 @@
+#include "cli/CaptureCommands.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include "BrimbleCore/Capture/ScreenRecorder.h"
+#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+#include "BrimbleCore/Support/AtomicFile.h"
+#include "BrimbleCore/Support/Cancellation.h"
+#include "BrimbleCore/Support/Clock.h"
+#include "cli/AnimationOutput.h"
+#include "cli/DisplaySession.h"
+#include "cli/ProgressBar.h"
+
+namespace brimble::cli {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kMaxRegionSide = 7680;
+
+struct CaptureOptions {
+  std::string region;
+  std::string display;  // "" with --display alone: the display under the pointer
+  std::string window;
+  std::string app;
+  bool headless = false;
+  fs::path output;
+  // record only
+  double duration = 0;
+  int fps = 30;
+  bool noCursor = false;
+  // which target options were given
+  CLI::Option* regionOption = nullptr;
+  CLI::Option* displayOption = nullptr;
+  CLI::Option* windowOption = nullptr;
+  CLI::Option* appOption = nullptr;
+};
+
+/// A failure already explained to the user; carries the exit code.
+struct Stop {
+  int exitCode;
+};
+
+template <typename... Args>
+[[noreturn]] void fail(const char* command, int exitCode, fmt::format_string<Args...> format,
+                       Args&&... args) {
+  fmt::print(stderr, "brimble {}: {}\n", command, fmt::format(format, std::forward<Args>(args)...));
+  throw Stop{exitCode};
+}
+
+/// What the command line asked to capture, found on the screen.
+struct Target {
+  enum class Kind { region, display, window };
+  Kind kind = Kind::display;
+  ScreenRect region;
+  ScreenDisplay display;  // region and display
+  ScreenWindow window;
+  std::string description;
+
+  CaptureTarget captureTarget() const {
+    switch (kind) {
+      case Kind::region:
+        return CaptureTarget::screenAreaOf(region.intersection(display.frame));
+      case Kind::display:
+        return CaptureTarget::screenAreaOf(display.frame);
+      case Kind::window:
+        break;
+    }
+    return CaptureTarget::windowOf(window.windowID);
+  }
+};
+
+void checkOneTarget(const char* command, const CaptureOptions& options) {
+  const int given = static_cast<int>(options.regionOption->count() > 0) +
+                    static_cast<int>(options.displayOption->count() > 0) +
+                    static_cast<int>(options.windowOption->count() > 0) +
+                    static_cast<int>(options.appOption->count() > 0);
+  if (given != 1) {
+    fail(command, kExitUsage, "give exactly one of --region, --display, --window or --app");
+  }
+}
+
+ScreenRect parseRegion(const char* command, const std::string& text) {
+  ScreenRect rect;
+  int* fields[4] = {&rect.x, &rect.y, &rect.width, &rect.height};
+  std::size_t position = 0;
+  try {
+    for (int i = 0; i < 4; ++i) {
+      std::size_t used = 0;
+      *fields[i] = std::stoi(text.substr(position), &used);
+      position += used;
+      if (i < 3) {
+        if (position >= text.size() || text[position] != ',') {
+          throw std::invalid_argument("comma");
+        }
+        ++position;
+      }
+    }
+  } catch (const std::exception&) {
+    fail(command, kExitUsage, "--region must be X,Y,WIDTH,HEIGHT in pixels (got \"{}\")", text);
+  }
+  if (position != text.size() || rect.width < 1 || rect.height < 1) {
+    fail(command, kExitUsage, "--region must be X,Y,WIDTH,HEIGHT with a positive size (got \"{}\")",
+         text);
+  }
+  if (rect.width > kMaxRegionSide || rect.height > kMaxRegionSide) {
+    fail(command, kExitUsage,
+         "Region dimensions must not exceed 7680 pixels per axis (got {}\u00d7{})", rect.width,
+         rect.height);
+  }
+  return rect;
+}
+
+std::string describe(const ScreenDisplay& display) {
+  return fmt::format("{} ({}x{} at {},{})", display.displayID, display.frame.width,
+                     display.frame.height, display.frame.x, display.frame.y);
+}
+
+/// `--display N`: the display whose id is N, else the N-th (from 0); without N the display under
+/// the pointer, else the primary one, else the first.
+ScreenDisplay chooseDisplay(const char* command, const std::string& wanted,
+                            x11::X11ScreenSource& source) {
+  const std::vector<ScreenDisplay> displays = source.displays();
+  if (wanted.empty()) {
+    if (const auto pointer = source.pointerPosition()) {
+      for (const ScreenDisplay& display : displays) {
+        if (!display.frame.intersection({pointer->first, pointer->second, 1, 1}).empty()) {
+          return display;
+        }
+      }
+    }
+    const auto primary = std::find_if(displays.begin(), displays.end(),
+                                      [](const ScreenDisplay& display) { return display.primary; });
+    return primary != displays.end() ? *primary : displays.front();
+  }
+  std::optional<unsigned long> number;
+  try {
+    std::size_t used = 0;
+    number = std::stoul(wanted, &used, 0);
+    if (used != wanted.size()) {
+      number.reset();
+    }
+  } catch (const std::exception&) {
+  }
+  if (number) {
+    for (const ScreenDisplay& display : displays) {
+      if (display.displayID == *number) {
+        return display;
+      }
+    }
+    if (*number < displays.size()) {
+      return displays[*number];
+    }
+  }
+  std::vector<std::string> known;
+  for (const ScreenDisplay& display : displays) {
+    known.push_back(describe(display));
+  }
+  fail(command, kExitFailure, "no display \"{}\"; the displays are {}", wanted,
+       fmt::join(known, ", "));
+}
+
+Target resolveTarget(const char* command, const CaptureOptions& options,
+                     x11::X11ScreenSource& source) {
+  Target target;
+  if (options.regionOption->count() > 0) {
+    target.kind = Target::Kind::region;
+    target.region = parseRegion(command, options.region);
+    // The display that holds most of the region.
+    int best = 0;
+    for (const ScreenDisplay& display : source.displays()) {
+      const ScreenRect common = target.region.intersection(display.frame);
+      if (common.width * common.height > best) {
+        best = common.width * common.height;
+        target.display = display;
+      }
+    }
+    if (best == 0) {
+      throw RecordingError::noDisplay();
+    }
+    target.description = fmt::format("region {},{} {}x{}", target.region.x, target.region.y,
+                                     target.region.width, target.region.height);
+  } else if (options.displayOption->count() > 0) {
+    target.kind = Target::Kind::display;
+    target.display = chooseDisplay(command, options.display, source);
+    target.description = "display " + describe(target.display);
+  } else {
+    target.kind = Target::Kind::window;
+    std::optional<ScreenWindow> window;
+    if (options.windowOption->count() > 0) {
+      std::uint32_t id = 0;
+      try {
+        std::size_t used = 0;
+        const unsigned long parsed = std::stoul(options.window, &used, 0);
+        if (used != options.window.size() || parsed > 0xffffffffUL) {
+          throw std::out_of_range("window id");
+        }
+        id = static_cast<std::uint32_t>(parsed);
+      } catch (const std::exception&) {
+        fail(command, kExitUsage, "--window must be an X window id (got \"{}\")", options.window);
+      }
+      window = source.window(id);
+      if (!window) {
+        throw ScreenCaptureError::windowNotFound(id);
+      }
+    } else {
+      window = source.windowOfApplication(options.app);
+      if (!window) {
+        fail(command, kExitFailure, "no window of an application named \"{}\"", options.app);
+      }
+    }
+    target.window = *window;
+    target.description = fmt::format("window {:#x} ({}x{})", window->windowID, window->frame.width,
+                                     window->frame.height);
+  }
+  return target;
+}
+
+void addTargetOptions(CLI::App& command, CaptureOptions& options) {
+  options.regionOption =
+      command.add_option("--region", options.region, "A region of the screen, in pixels")
+          ->type_name("X,Y,W,H");
+  options.displayOption =
+      command
+          .add_option("--display", options.display,
+                      "A whole display: N is its id (the RandR output) or its number from 0; "
+                      "without N, the display under the pointer")
+          ->expected(0, 1)
+          ->type_name("[N]");
+  options.windowOption =
+      command
+          .add_option("--window", options.window,
+                      "A window by its X id (decimal or 0x...), even where others cover it")
+          ->type_name("ID");
+  options.appOption =
+      command
+          .add_option("--app", options.app,
+                      "The topmost window of the application whose WM_CLASS class names NAME")
+          ->type_name("NAME");
+  command.add_flag("--headless", options.headless,
+                   "Use Brimble's own embedded display even when $DISPLAY is set");
+}
+
+int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
+  const char* command = "record";
+  const std::stop_token stop = interrupts.watch();
+  checkOneTarget(command, options);
+  const auto format = resolveOutputFormat(command, "", options.output);
+  if (!format) {
+    throw Stop{kExitUsage};
+  }
+  const DisplaySession session(options.headless);
+  x11::X11ScreenSource source(session.name());
+  const Target target = resolveTarget(command, options, source);
+
+  ScreenRecorder recorder(source, steadyClock());
+  const bool showCursor = !options.noCursor;
+  switch (target.kind) {
+    case Target::Kind::region:
+      recorder.start(target.region, target.display, options.fps, showCursor);
+      break;
+    case Target::Kind::display:
+      recorder.start(target.display, options.fps, showCursor);
+      break;
+    case Target::Kind::window:
+      recorder.start(target.window, options.fps, showCursor);
+      break;
+  }
+  const auto started = Clock::now();
+  const ImageSize size = recorder.outputSize();
+  fmt::print(stderr, "brimble record: recording {} at {}x{}, {} fps; {}\n", target.description,
+             size.width, size.height, options.fps,
+             options.duration > 0 ? fmt::format("{} s or Ctrl-C", options.duration)
+                                  : std::string("Ctrl-C stops"));
+  const auto deadline = started + std::chrono::duration_cast<Clock::duration>(
+                                      std::chrono::duration<double>(options.duration));
+  while (!stop.stop_requested() && !recorder.hasStreamEnded()) {
+    if (options.duration > 0 && Clock::now() >= deadline) {
+      break;
+    }
+    if (recorder.isDiskCritical()) {
+      fmt::print(
+          stderr,
+          "Recording stopped: your disk is almost full. Frames captured so far were kept.\n");
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  const double recorded = std::chrono::duration<double>(Clock::now() - started).count();
+  const std::unique_ptr<CompressedFrameStore> store = recorder.stopAndCollectFrameStore();
+  if (recorder.lostFrameCount() > 0) {
+    fmt::print(stderr, "Some frames were lost while recording because the disk filled up.\n");
+  }
+  if (!store || store->count() == 0) {
+    fail(command, stop.stop_requested() ? Interrupts::kExitInterrupted : kExitFailure,
+         "no frame was recorded; nothing was written");
+  }
+
+  fmt::print(stderr, "brimble record: {} frames in {:.1f} s; encoding\n", store->count(), recorded);
+  // Ctrl-C ended the recording; the next one cancels the encode, and only a third exits at once.
+  const std::stop_token encodeStop = interrupts.watchAgain();
+  // Ticks skipped on a busy machine (or frames dropped for disk space) leave fewer frames than
+  // the frame rate promised: play them at the rate they were taken, so the animation lasts as
+  // long as the recording did.
+  const int encodeFPS = std::clamp(
+      static_cast<int>(std::lround(store->count() / std::max(recorded, 1e-3))), 1, options.fps);
+  EncoderTuning tuning;
+  tuning.dedupRule = DedupRule::everyPixel;
+  tuning.paletteBuilder = PaletteBuilder::histogram;
+  tuning.paletteStrategy = PaletteStrategy::automatic;
+  const auto encodeStarted = Clock::now();
+  ProgressBar bar;
+  const EncodeSummary summary =
+      GIFEncoder::encodeCompressed(*store, encodeFPS, 0, true, true, *format, options.output,
+                                   progressOn(bar), {}, 75, encodeStop, tuning);
+  bar.finish();
+  if (summary.frames == 0) {
+    fail(command, kExitFailure, "no frame could be decoded; nothing was written");
+  }
+  printSummary(options.output, summary, encodeStarted);
+  return kExitSuccess;
+}
+
+int runStill(const CaptureOptions& options) {
+  const char* command = "still";
+  checkOneTarget(command, options);
+  if (options.output.extension() != ".png" && options.output.extension() != ".PNG") {
+    fail(command, kExitUsage, "the output must be a .png file (got \"{}\")",
+         options.output.string());
+  }
+  const DisplaySession session(options.headless);
+  x11::X11ScreenSource source(session.name());
+  const Target target = resolveTarget(command, options, source);
+  const auto frame = source.openStream(target.captureTarget(), false)->grab();
+  if (!frame) {
+    fail(command, kExitFailure, "{} is not on screen; nothing was written", target.description);
+  }
+  const std::vector<std::uint8_t> png = encodePNG(*frame);
+  writeFileAtomically(options.output,
+                      std::string_view(reinterpret_cast<const char*>(png.data()), png.size()),
+                      0644);
+  fmt::print("{}: {} bytes, {}x{}\n", options.output.string(), png.size(), frame->width(),
+             frame->height());
+  return kExitSuccess;
+}
+
+}  // namespace
+
+Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
+  auto options = std::make_shared<CaptureOptions>();
+  CLI::App* command = app.add_subcommand(
+      "record",
+      "Record a region, a display or a window until the duration ends or Ctrl-C, then encode "
+      "it into an animated GIF, WebP or APNG");
+  addTargetOptions(*command, *options);
+  command->add_option("--duration", options->duration, "Seconds to record (default: until Ctrl-C)")
+      ->check(CLI::NonNegativeNumber)
+      ->type_name("S");
+  command->add_option("--fps", options->fps, "Frames per second, 1 to 120")
+      ->check(CLI::Range(1, 120))
+      ->type_name("N")
+      ->capture_default_str();
+  command->add_flag("--no-cursor", options->noCursor, "Leave the pointer out");
+  command
+      ->add_option("-o,--output", options->output,
+                   "The file to write; its extension picks the format (.gif, .webp, .png)")
+      ->type_name("OUT")
+      ->required();
+  return {command, [options, &interrupts] {
+            try {
+              return runRecord(*options, interrupts);
+            } catch (const Stop& failure) {
+              return failure.exitCode;
+            } catch (const CancellationError&) {
+              fmt::print(stderr, "brimble record: interrupted; nothing was written\n");
+              return Interrupts::kExitInterrupted;
+            }
+          }};
+}
+
+Command addStillCommand(CLI::App& app) {
+  auto options = std::make_shared<CaptureOptions>();
+  CLI::App* command =
+      app.add_subcommand("still", "Capture a region, a display or a window once, as a PNG");
+  addTargetOptions(*command, *options);
+  command->add_option("-o,--output", options->output, "The PNG file to write")
+      ->type_name("OUT.png")
+      ->required();
+  return {command, [options] {
+            try {
+              return runStill(*options);
+            } catch (const Stop& failure) {
+              return failure.exitCode;
+            }
+          }};
+}
+
+}  // namespace brimble::cli

@@ -1,0 +1,223 @@
+#include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Platform/X11/X11ScreenStream.h"
+#include "tests/Support/Images.h"
+#include "tests/Support/X11Helpers.h"
+
+namespace brimble::x11 {
+namespace {
+
+using testing::Pixel;
+using testing::pixelAt;
+using testing::TestWindow;
+
+const std::string kRed = "ff0000ff";
+const std::string kBlue = "0000ffff";
+
+/// "rrggbbaa", so that failures show the colour.
+std::string colorAt(const Image& image, int x, int y) {
+  const Pixel p = pixelAt(image, x, y);
+  char text[9];
+  std::snprintf(text, sizeof text, "%02x%02x%02x%02x", p.r, p.g, p.b, p.a);
+  return text;
+}
+
+/// Pixels of `image` that are not `color`.
+int pixelsOtherThan(const Image& image, const std::string& color) {
+  int count = 0;
+  for (int y = 0; y < image.height(); ++y) {
+    for (int x = 0; x < image.width(); ++x) {
+      count += colorAt(image, x, y) == color ? 0 : 1;
+    }
+  }
+  return count;
+}
+
+/// Polls `condition` for up to 5 seconds: windows appear and change asynchronously.
+bool eventually(const std::function<bool()>& condition) {
+  for (int i = 0; i < 250; ++i) {
+    if (condition()) {
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return false;
+}
+
+Image grabOnce(ScreenSource& source, const CaptureTarget& target, bool cursor = false) {
+  const auto frame = source.openStream(target, cursor)->grab();
+  return frame ? *frame : Image();
+}
+
+TEST(X11ScreenSource, CapturesADisplayARegionAndACoveredWindowPixelForPixel) {
+  const auto display = HeadlessDisplay::start();
+  const TestWindow red({"--color", "ff0000", "--size", "400x300", "--position", "100,100"});
+  const TestWindow blue({"--color", "0000ff", "--size", "400x300", "--position", "300,150"});
+  X11ScreenSource source(display->displayName());
+  const auto displays = source.displays();
+  ASSERT_EQ(displays.size(), 1u);
+  EXPECT_NE(displays[0].displayID, 0u) << "the RandR output id";
+  EXPECT_EQ(displays[0].frame, (ScreenRect{0, 0, 1920, 1080}));
+  const ScreenRect redFrame = source.window(red.id())->frame;
+  const ScreenRect blueFrame = source.window(blue.id())->frame;
+  ASSERT_EQ(redFrame.width, 400);
+  const ScreenRect overlap = redFrame.intersection(blueFrame);
+  ASSERT_FALSE(overlap.empty()) << "the blue window must cover part of the red one";
+  // Settled: the blue window is up, and the window manager has finished redrawing frames
+  // (focus changes repaint title bars), so both ways of grabbing see the same screen.
+  Image previous;
+  int unchanged = 0;
+  ASSERT_TRUE(eventually([&] {
+    const Image now = grabOnce(source, CaptureTarget::screenAreaOf(displays[0].frame));
+    unchanged = now.hasSamePixels(previous) ? unchanged + 1 : 0;
+    previous = now;
+    return colorAt(now, overlap.x, overlap.y) == kBlue && unchanged >= 5;
+  }));
+
+  Image shared[3];
+  for (const bool sharedMemory : {true, false}) {
+    SCOPED_TRACE(sharedMemory ? "MIT-SHM" : "XGetImage");
+    X11ScreenSource grabber(display->displayName(), {.sharedMemory = sharedMemory});
+    X11ScreenStream stream(display->displayName(), CaptureTarget::screenAreaOf(displays[0].frame),
+                           false, sharedMemory);
+    const Image screen = *stream.grab();
+    EXPECT_EQ(stream.usesSharedMemory(), sharedMemory);
+    ASSERT_EQ(screen.width(), 1920);
+    EXPECT_EQ(colorAt(screen, redFrame.x + 5, redFrame.y + redFrame.height - 5), kRed);
+    EXPECT_EQ(colorAt(screen, overlap.x + 5, overlap.y + 5), kBlue);
+
+    const Image region = grabOnce(grabber, CaptureTarget::screenAreaOf(redFrame));
+    ASSERT_EQ(region.width(), 400);
+    ASSERT_EQ(region.height(), 300);
+    // The blue window shows where it covers the red one; the red one's far corner stays red.
+    const Image covered = grabOnce(grabber, CaptureTarget::screenAreaOf(overlap));
+    EXPECT_EQ(pixelsOtherThan(covered, kBlue), 0);
+    EXPECT_EQ(colorAt(region, overlap.x - redFrame.x, overlap.y - redFrame.y), kBlue);
+    EXPECT_EQ(colorAt(region, 0, redFrame.height - 1), kRed);
+    EXPECT_GE(pixelsOtherThan(region, kRed), overlap.width * overlap.height);
+
+    // The window alone, the covered part included.
+    const Image window = grabOnce(grabber, CaptureTarget::windowOf(red.id()));
+    ASSERT_EQ(window.width(), 400);
+    ASSERT_EQ(window.height(), 300);
+    EXPECT_EQ(pixelsOtherThan(window, kRed), 0);
+
+    const Image images[3] = {screen, region, window};
+    for (int i = 0; i < 3; ++i) {
+      if (sharedMemory) {
+        shared[i] = images[i];
+      } else {
+        EXPECT_TRUE(images[i].hasSamePixels(shared[i])) << "image " << i;
+      }
+    }
+  }
+}
+
+TEST(X11ScreenSource, AWindowStreamFollowsResizesAndEndsWhenTheWindowCloses) {
+  const auto display = HeadlessDisplay::start();
+  TestWindow red({"--color", "ff0000", "--size", "400x300"});
+  X11ScreenSource source(display->displayName());
+  const auto stream = source.openStream(CaptureTarget::windowOf(red.id()), false);
+  ASSERT_EQ(stream->grab()->width(), 400);
+  testing::resizeWindow(red.id(), 240, 120);
+  EXPECT_TRUE(eventually([&] {
+    const auto frame = stream->grab();
+    return frame && frame->width() == 240 && frame->height() == 120 &&
+           pixelsOtherThan(*frame, kRed) == 0;
+  }));
+  red.close();
+  bool closed = false;
+  eventually([&] {
+    try {
+      stream->grab();
+    } catch (const ScreenCaptureError& error) {
+      closed = error.code() == ScreenCaptureError::Code::windowClosed;
+    }
+    return closed;
+  });
+  EXPECT_TRUE(closed);
+  EXPECT_FALSE(source.window(red.id()));
+  try {
+    source.openStream(CaptureTarget::windowOf(red.id()), false);
+    ADD_FAILURE() << "a closed window was opened";
+  } catch (const ScreenCaptureError& error) {
+    EXPECT_EQ(error.code(), ScreenCaptureError::Code::windowNotFound);
+  }
+}
+
+TEST(X11ScreenSource, ThePointerIsDrawnWhereItIsOnlyWhenAsked) {
+  const auto display = HeadlessDisplay::start();
+  const TestWindow red({"--color", "ff0000", "--size", "400x300", "--position", "200,200"});
+  X11ScreenSource source(display->displayName());
+  const ScreenRect frame = source.window(red.id())->frame;
+  const int pointerX = frame.x + 150;
+  const int pointerY = frame.y + 100;
+  testing::warpPointer(pointerX, pointerY);
+  for (const auto& target :
+       {CaptureTarget::screenAreaOf(frame), CaptureTarget::windowOf(red.id())}) {
+    ASSERT_TRUE(eventually([&] { return pixelsOtherThan(grabOnce(source, target), kRed) == 0; }));
+    const Image withCursor = grabOnce(source, target, true);
+    int changed = 0;
+    int farAway = 0;
+    for (int y = 0; y < withCursor.height(); ++y) {
+      for (int x = 0; x < withCursor.width(); ++x) {
+        if (colorAt(withCursor, x, y) != kRed) {
+          ++changed;
+          farAway += std::abs(x - 150) > 32 || std::abs(y - 100) > 32 ? 1 : 0;
+        }
+      }
+    }
+    EXPECT_GE(changed, 20) << "no pointer drawn";
+    EXPECT_EQ(farAway, 0) << "pointer drawn away from its position";
+    EXPECT_EQ(pixelAt(withCursor, 0, 0).a, 255);
+  }
+}
+
+/// The System V segments this process created: (marked for removal, id) from the kernel's list.
+std::vector<bool> ourSegmentsMarkedForRemoval() {
+  std::ifstream list("/proc/sysvipc/shm");
+  std::string line;
+  std::getline(list, line);  // header
+  std::vector<bool> marked;
+  while (std::getline(list, line)) {
+    std::istringstream fields(line);
+    long key = 0;
+    long id = 0;
+    std::string mode;
+    long size = 0;
+    long creator = 0;
+    fields >> key >> id >> mode >> size >> creator;
+    if (creator == ::getpid()) {
+      marked.push_back((std::stol(mode, nullptr, 8) & 01000) != 0);  // SHM_DEST
+    }
+  }
+  return marked;
+}
+
+TEST(X11ScreenSource, SharedMemoryIsMarkedForRemovalWhileInUseAndGoneAfter) {
+  const auto display = HeadlessDisplay::start({.sessionBus = false, .windowManager = false});
+  {
+    X11ScreenStream stream(display->displayName(), CaptureTarget::screenAreaOf({0, 0, 64, 64}),
+                           false, true);
+    ASSERT_TRUE(stream.grab());
+    ASSERT_TRUE(stream.usesSharedMemory());
+    EXPECT_EQ(ourSegmentsMarkedForRemoval(), std::vector<bool>{true});
+  }
+  EXPECT_EQ(ourSegmentsMarkedForRemoval(), std::vector<bool>{});
+}
+
+}  // namespace
+}  // namespace brimble::x11

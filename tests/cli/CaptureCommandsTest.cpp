@@ -1,0 +1,181 @@
+// `brimble record` and `brimble still` run the way a user runs them, on a real X display.
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/GifReader.h"
+#include "tests/Support/Images.h"
+#include "tests/Support/RunCommand.h"
+#include "tests/Support/TempDirectory.h"
+#include "tests/Support/X11Helpers.h"
+
+extern char** environ;
+
+namespace brimble {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::runCommand;
+using testing::shellQuote;
+using testing::TempDirectory;
+using testing::TestWindow;
+
+std::string brimble(const std::string& arguments) {
+  return shellQuote(BRIMBLE_BINARY) + " " + arguments + " 2>&1";
+}
+
+/// Pixels of `image` whose colour is not red, within `tolerance` per channel (JPEG frames shift
+/// pure colours slightly).
+int notRed(const Image& image, int tolerance = 0) {
+  int count = 0;
+  for (int y = 0; y < image.height(); ++y) {
+    for (int x = 0; x < image.width(); ++x) {
+      const testing::Pixel p = testing::pixelAt(image, x, y);
+      count += p.r >= 255 - tolerance && p.g <= tolerance && p.b <= tolerance ? 0 : 1;
+    }
+  }
+  return count;
+}
+
+Image readPNG(const fs::path& file) {
+  const auto image = decodeImage(readFileBytes(file));
+  return image ? *image : Image();
+}
+
+TEST(BrimbleStill, CapturesAnApplicationsWindowARegionAndADisplay) {
+  const auto display = x11::HeadlessDisplay::start();
+  const TestWindow red({"--color", "ff0000", "--size", "320x200", "--class", "BrimbleCapture"});
+  const TestWindow cover(
+      {"--color", "00ff00", "--size", "640x480", "--class", "Other", "--position", "0,0"});
+  TempDirectory directory;
+
+  const auto app = directory / "app.png";
+  auto result = runCommand(brimble("still --app brimblecapture -o " + shellQuote(app.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const Image window = readPNG(app);
+  EXPECT_EQ(window.width(), 320);
+  EXPECT_EQ(window.height(), 200);
+  EXPECT_EQ(notRed(window), 0) << "the covered window, captured whole";
+
+  const auto region = directory / "region.png";
+  result = runCommand(brimble("still --region 10,20,64,32 -o " + shellQuote(region.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_EQ(readPNG(region).width(), 64);
+  EXPECT_EQ(readPNG(region).height(), 32);
+
+  const auto screen = directory / "screen.png";
+  result = runCommand(brimble("still --display 0 -o " + shellQuote(screen.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_EQ(readPNG(screen).width(), 1920);
+
+  for (const auto& [arguments, exitCode] :
+       std::vector<std::pair<std::string, int>>{{"still --display -o screen.gif", 2},
+                                                {"still -o none.png", 2},
+                                                {"still --display --app x -o none.png", 2},
+                                                {"still --region 1,2,3 -o none.png", 2},
+                                                {"still --display 77 -o none.png", 1},
+                                                {"still --app no-such-app -o none.png", 1},
+                                                {"record --fps 0 --display -o none.gif", 2}}) {
+    result =
+        runCommand("cd " + shellQuote(directory.path().string()) + " && " + brimble(arguments));
+    EXPECT_EQ(result.exitCode, exitCode) << arguments << ": " << result.output;
+  }
+  EXPECT_FALSE(fs::exists(directory / "none.png"));
+  EXPECT_FALSE(fs::exists(directory / "screen.gif"));
+}
+
+TEST(BrimbleRecord, RecordsAWindowForTheDurationIntoAnAnimation) {
+  const auto display = x11::HeadlessDisplay::start();
+  const TestWindow red({"--color", "ff0000", "--size", "320x200"});
+  TempDirectory directory;
+  const auto out = directory / "window.gif";
+  const auto result =
+      runCommand(brimble("record --window " + std::to_string(red.id()) +
+                         " --duration 2 --fps 10 --no-cursor -o " + shellQuote(out.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_NE(result.output.find(out.string() + ": "), std::string::npos) << result.output;
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->width, 320);
+  EXPECT_EQ(decoded->height, 200);
+  int centiseconds = 0;
+  for (std::size_t i = 0; i < decoded->frames.size(); ++i) {
+    centiseconds += decoded->delaysCentiseconds[i];
+    EXPECT_EQ(notRed(decoded->frames[i], 8), 0);
+  }
+  EXPECT_GE(centiseconds, 170);
+  EXPECT_LE(centiseconds, 230);
+}
+
+bool processAlive(pid_t pid) {
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string pidText, name, state;
+  return stat >> pidText >> name >> state && state != "Z";
+}
+
+std::vector<pid_t> childrenOf(pid_t parent) {
+  std::vector<pid_t> children;
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    std::ifstream stat(entry.path() / "stat");
+    std::string pidText, name, state;
+    pid_t parentPid = 0;
+    if (stat >> pidText >> name >> state >> parentPid && parentPid == parent) {
+      children.push_back(std::stoi(pidText));
+    }
+  }
+  return children;
+}
+
+TEST(BrimbleRecord, CtrlCLeavesAValidAnimationOrNoneAndNothingElse) {
+  TempDirectory directory;
+  const auto out = directory / "interrupted.gif";
+  std::vector<std::string> environment{"TMPDIR=" + directory.path().string()};
+  for (char** variable = environ; *variable != nullptr; ++variable) {
+    if (std::string(*variable).rfind("TMPDIR=", 0) != 0) {
+      environment.emplace_back(*variable);
+    }
+  }
+  testing::ChildProcess recording(
+      {BRIMBLE_BINARY, "record", "--headless", "--display", "--fps", "20", "-o", out.string()},
+      environment);
+  bool started = false;
+  for (int i = 0; i < 500 && !started; ++i) {
+    started = recording.errorOutput().find("recording display") != std::string::npos;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ASSERT_TRUE(started) << recording.errorOutput();
+  const std::vector<pid_t> helpers = childrenOf(recording.pid());
+  EXPECT_EQ(helpers.size(), 3u) << "Xvfb, the session bus and openbox";
+  std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  recording.signal(SIGINT);
+  const auto exitCode = recording.wait(std::chrono::seconds(60));
+  ASSERT_TRUE(exitCode) << recording.errorOutput();
+  if (*exitCode == 0) {
+    const auto decoded = testing::decodeGIFFile(out);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->width, 1920);
+  } else {
+    EXPECT_EQ(*exitCode, 130) << recording.errorOutput();
+    EXPECT_FALSE(fs::exists(out));
+  }
+  for (const pid_t pid : helpers) {
+    EXPECT_FALSE(processAlive(pid)) << pid;
+  }
+  for (const auto& entry : fs::directory_iterator(directory.path())) {
+    EXPECT_EQ(entry.path(), out) << "left behind";
+  }
+}
+
+}  // namespace
+}  // namespace brimble

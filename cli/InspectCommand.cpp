@@ -37,8 +37,7 @@ int runInspect(const InspectOptions& options) {
       fmt::print("{}\n",
                  nlohmann::json{{"target", options.target}, {"rect", rectJSON(rect)}}.dump());
     } else {
-      fmt::print("{}: {:.0f},{:.0f} {:.0f}x{:.0f}\n", options.target, rect.x, rect.y, rect.width,
-                 rect.height);
+      fmt::print("{}: {},{} {}x{}\n", options.target, rect.x, rect.y, rect.width, rect.height);
     }
     return kExitSuccess;
   }
@@ -55,7 +54,7 @@ int runInspect(const InspectOptions& options) {
     return kExitSuccess;
   }
   for (const DiscoveredElement& element : elements) {
-    fmt::print("{:<10} {:<40} {:<24} {:.0f},{:.0f} {:.0f}x{:.0f}\n", element.role,
+    fmt::print("{:<10} {:<40} {:<24} {},{} {}x{}\n", element.role,
                nlohmann::json(element.text).dump(), element.selector, element.rect.x,
                element.rect.y, element.rect.width, element.rect.height);
   }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cmath>
+
 #include "BrimbleCore/Automation/DiscoveredElement.h"
 
 namespace brimble {
@@ -26,9 +28,12 @@ struct CDPGeometry {
   CDPCalibration calibration;
   double scale = 1;  // screen pixels per CSS pixel
 
+  /// The rectangle in whole screen pixels, rounded to the nearest.
   ScreenRect toScreen(const ElementRect& rect) const {
-    return {calibration.x + rect.x * scale, calibration.y + rect.y * scale, rect.w * scale,
-            rect.h * scale};
+    return {static_cast<int>(std::lround(calibration.x + rect.x * scale)),
+            static_cast<int>(std::lround(calibration.y + rect.y * scale)),
+            static_cast<int>(std::lround(rect.w * scale)),
+            static_cast<int>(std::lround(rect.h * scale))};
   }
 };
 

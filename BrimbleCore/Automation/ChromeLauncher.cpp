@@ -76,6 +76,11 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
     throw std::system_error(errno, std::generic_category(), "create " + pattern);
   }
   session.userDataDirectory_ = pattern;
+  // The window manager's frame instead of Chromium's own: Chromium's frame draws a shadow inside
+  // its window, which window.screenX/Y count and the page's position does not.
+  std::filesystem::create_directories(session.userDataDirectory_ / "Default");
+  std::ofstream(session.userDataDirectory_ / "Default" / "Preferences")
+      << R"({"browser":{"custom_chrome_frame":false}})";
   std::vector<std::string> arguments = {
       browser,
       "--remote-debugging-port=" + std::to_string(port),

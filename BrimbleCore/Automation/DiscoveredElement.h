@@ -2,16 +2,9 @@
 
 #include <string>
 
-namespace brimble {
+#include "BrimbleCore/Capture/ScreenRect.h"
 
-/// A rectangle on screen, in pixels, top-left origin.
-struct ScreenRect {
-  double x = 0;
-  double y = 0;
-  double width = 0;
-  double height = 0;
-  bool operator==(const ScreenRect&) const = default;
-};
+namespace brimble {
 
 /// One element that discovery found: what it is, what it says, a target string that finds it
 /// again ("css:#save", "text:Save"), and where it is on screen.

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <future>
 #include <memory>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -13,13 +14,15 @@
 #include "BrimbleCore/Automation/CDPError.h"
 #include "BrimbleCore/Automation/DemoDriverError.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+#include "tests/Support/Images.h"
 #include "tests/Support/ProcessGroups.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
 namespace {
 
-constexpr const char* kPage = R"(<!doctype html>
+constexpr const char* kPage = R"HTML(<!doctype html>
 <html><head><style>body { margin: 0; font: 16px sans-serif } div, button, a { display: block; margin: 8px }</style></head>
 <body>
 <div id="plain">Save changes</div>
@@ -29,6 +32,7 @@ constexpr const char* kPage = R"(<!doctype html>
 <a id="docs" href="#docs">Docs</a>
 <button id="hidden" style="display: none">Hidden</button>
 <div style="position: absolute; top: 4000px"><button id="far">Far below</button></div>
+<div id="swatch" style="position: absolute; left: 300px; top: 150px; width: 160px; height: 90px; background: rgb(0, 200, 80)"></div>
 <script>
   var log = [];
   var field = document.getElementById('name');
@@ -45,7 +49,7 @@ constexpr const char* kPage = R"(<!doctype html>
   }
 </script>
 </body></html>
-)";
+)HTML";
 
 class CDPDriverTest : public ::testing::Test {
  protected:
@@ -141,6 +145,40 @@ TEST_F(CDPDriverTest, ListsVisibleClickableElementsWithScreenRectangles) {
   EXPECT_GT(geometry.calibration.y, geometry.calibration.x)
       << "the browser's own bars are above the page";
   EXPECT_EQ(driver_->listElements(2).size(), 2u);
+}
+
+TEST_F(CDPDriverTest, CalibrationPutsAnElementWhereTheScreenShowsIt) {
+  const ScreenRect swatch = driver_->screenRect("css:#swatch");
+  ASSERT_EQ(swatch.width, 160);
+  ASSERT_EQ(swatch.height, 90);
+  x11::X11ScreenSource screen(display_->displayName());
+  // Chromium may still be painting its first frame of the page.
+  std::optional<Image> grab;
+  for (int attempt = 0; attempt < 50; ++attempt) {
+    grab = screen
+               .openStream(CaptureTarget::screenAreaOf(
+                               {swatch.x - 4, swatch.y - 4, swatch.width + 8, swatch.height + 8}),
+                           false)
+               ->grab();
+    if (grab && testing::pixelAt(*grab, 4, 4).g == 200) {
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  ASSERT_TRUE(grab);
+  const auto isSwatch = [&](int x, int y) {
+    const testing::Pixel p = testing::pixelAt(*grab, x, y);
+    return p.r == 0 && p.g == 200 && p.b == 80;
+  };
+  // Every corner of the reported rectangle is the swatch; two pixels outside it is not.
+  for (const auto& [x, y] :
+       {std::pair{4, 4}, std::pair{163, 4}, std::pair{4, 93}, std::pair{163, 93}}) {
+    EXPECT_TRUE(isSwatch(x, y)) << x << "," << y;
+  }
+  for (const auto& [x, y] :
+       {std::pair{1, 40}, std::pair{166, 40}, std::pair{80, 1}, std::pair{80, 96}}) {
+    EXPECT_FALSE(isSwatch(x, y)) << x << "," << y;
+  }
 }
 
 TEST_F(CDPDriverTest, AClosingBrowserFailsTheCallInFlightAndLeavesNothing) {

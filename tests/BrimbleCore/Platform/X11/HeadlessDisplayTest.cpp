@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -52,6 +53,17 @@ TEST(HeadlessDisplay, StartsAServerABusAndAWindowManagerAndStopsThemAll) {
   }
   const char* after = std::getenv("DISPLAY");
   EXPECT_EQ(after != nullptr ? after : "", previous);
+}
+
+TEST(HeadlessDisplay, ItsFirstWindowIsManagedAndFocused) {
+  // A window mapped the moment the display is ready: openbox frames it and focuses it.
+  const auto display = HeadlessDisplay::start();
+  testing::ChildProcess client({BRIMBLE_X11_TEST_CLIENT});
+  std::optional<std::string> line;
+  do {
+    line = client.readLine(std::chrono::seconds(5));
+  } while (line && *line != "focus in");
+  EXPECT_EQ(line, "focus in") << client.errorOutput();
 }
 
 TEST(HeadlessDisplay, TwoDisplaysGetDifferentNumbers) {

@@ -242,10 +242,12 @@ void InputSimulator::typeCharacter(char32_t character) {
     logLine(std::string("BrimbleCore: No spare key to type ") + code);
     return;
   }
-  // Programs apply a new keyboard map only after reading the change notice; a key pressed
-  // before that types whatever the key meant before (measured: 2 lines in 10 garbled).
+  // Programs apply a new keyboard map as soon as they read the change notice, whatever events
+  // came before it: a key pressed before the binding is read, or read together with the
+  // restoring notice, types what the key means then (measured: 2 lines in 10 garbled).
   sleepSeconds(kKeymapSettle);
   holdAndRelease(*spare);
+  sleepSeconds(kKeymapSettle);
   backend_.restoreSpareKey();
   sleepSeconds(kKeymapSettle);
 }

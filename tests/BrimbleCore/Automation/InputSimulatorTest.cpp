@@ -65,8 +65,8 @@ TEST(InputSimulator, TypingUsesTheKeymapShiftAndASpareKeyForTheRest) {
                           "16 key b up", "16 key shift up", "16 key shift down", "16 key 1 down",
                           "24 key 1 up", "24 key shift up", "24 key tab down", "32 key tab up",
                           "32 bind spare U+00E9", "42 key spare down", "50 key spare up",
-                          "50 restore spare",  // and 10 ms more before the next character
-                          "60 key return down", "68 key return up"));
+                          "60 restore spare",  // and 10 ms more before the next character
+                          "70 key return down", "78 key return up"));
 }
 
 TEST(InputSimulator, TypingWithoutASpareKeySkipsTheCharacterAndMalformedUTF8IsReplaced) {

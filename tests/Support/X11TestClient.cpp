@@ -105,6 +105,10 @@ int main(int argc, char** argv) {
         case MotionNotify:
           say("motion " + std::to_string(event.xmotion.x) + " " + std::to_string(event.xmotion.y));
           break;
+        case MappingNotify:
+          // Keys bound for one keystroke must be read with the new map.
+          XRefreshKeyboardMapping(&event.xmapping);
+          break;
         case FocusIn:
           say("focus in");
           break;

@@ -24,7 +24,8 @@ constexpr int kDisplaysToTry = 100;
 constexpr auto kStartTimeout = std::chrono::seconds(10);
 
 // No root-window menu (a stray right click would open it in a recording), click to focus and
-// raise, new windows focused.
+// raise, new windows focused. Nothing is bound in the "Frame" context: openbox keeps a press
+// bound there from the application, so left clicks would never reach it.
 constexpr const char* kOpenboxConfiguration = R"(<?xml version="1.0" encoding="UTF-8"?>
 <openbox_config xmlns="http://openbox.org/3.4/rc">
   <focus><focusNew>yes</focusNew><followMouse>no</followMouse></focus>
@@ -32,14 +33,12 @@ constexpr const char* kOpenboxConfiguration = R"(<?xml version="1.0" encoding="U
   <desktops><number>1</number></desktops>
   <keyboard></keyboard>
   <mouse>
-    <context name="Frame">
-      <mousebind button="Left" action="Press"><action name="Focus"/><action name="Raise"/></mousebind>
-    </context>
     <context name="Client">
       <mousebind button="Left" action="Press"><action name="Focus"/><action name="Raise"/></mousebind>
       <mousebind button="Right" action="Press"><action name="Focus"/><action name="Raise"/></mousebind>
     </context>
     <context name="Titlebar">
+      <mousebind button="Left" action="Press"><action name="Focus"/><action name="Raise"/></mousebind>
       <mousebind button="Left" action="Drag"><action name="Move"/></mousebind>
     </context>
   </mouse>

@@ -1,8 +1,12 @@
 #include "BrimbleCore/Platform/X11/X11InputBackend.h"
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -10,7 +14,10 @@
 
 #include "BrimbleCore/Automation/InputSimulator.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/RunCommand.h"
+#include "tests/Support/TempDirectory.h"
 
 namespace brimble::x11 {
 namespace {
@@ -113,6 +120,40 @@ TEST_F(X11Input, ClicksScrollsAndSmoothMovesArriveAsSent) {
   EXPECT_EQ(moves[7], at("motion", 329, 279));       // t = 8/15: 200 × 0.5935 past the start
   EXPECT_EQ(moves.back(), at("motion", 410, 360));
   EXPECT_EQ(input_.cursorPosition(), (ScreenPoint{410, 360}));
+}
+
+TEST(X11Typing, ARealTerminalGetsExactlyTheTextTyped) {
+  const auto display = HeadlessDisplay::start();
+  testing::TempDirectory directory;
+  const auto file = directory / "typed.txt";
+  testing::ChildProcess terminal({"env", "LC_ALL=C.UTF-8", "xterm", "-u8", "-e", "sh", "-c",
+                                  "cat > " + testing::shellQuote(file.string())});
+  X11WindowSystem windows(display->displayName());
+  const auto terminalFocused = [&] {
+    const auto active = windows.activeWindow();
+    for (const WindowInfo& window : windows.windows()) {
+      if (active == window.id && window.pid == terminal.pid()) {
+        return true;
+      }
+    }
+    return false;
+  };
+  for (int i = 0; i < 500 && !(terminalFocused() && std::filesystem::exists(file)); ++i) {
+    std::this_thread::sleep_for(10ms);
+  }
+  ASSERT_TRUE(terminalFocused()) << terminal.errorOutput();
+
+  X11InputBackend backend(display->displayName());
+  InputSimulator input(backend, steadyClock());
+  // Plain and shifted ASCII, Latin-1 and characters no key of the US map has.
+  const std::string text =
+      "Hello, World! ~`|\\\"'<>{}[]()_+=-*&^%$#@\n"
+      "héllo ✓ 日本 Ω ½ €\n";
+  input.typeText(text, 0.005, false);
+  input.pressKey("d", {Modifier::control});  // end of input: cat exits, and xterm with it
+  ASSERT_EQ(terminal.wait(10s), 0);
+  std::ifstream typed(file, std::ios::binary);
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(typed), {}), text);
 }
 
 }  // namespace

@@ -81,12 +81,14 @@ class InputBackend {
   virtual std::optional<KeyNumber> keyForVirtualCode(int virtualKeyCode) = 0;
   /// The key that sets `modifier`; no value when the map has none.
   virtual std::optional<KeyNumber> keyForModifier(Modifier modifier) = 0;
-  /// Binds an unused key to `character`, with or without Shift, until `restoreSpareKey`. Other
-  /// programs apply a new map only once they have read the change, so callers let them settle
-  /// before pressing it. No value when every key is in use.
+  /// Binds an unused key to `character`, with or without Shift, until `restoreSpareKeys`;
+  /// `strokeFor` finds it from then on. Spare keys are used in turn, so a program that reads a
+  /// keystroke late still finds its key bound as it was. Other programs apply a new map only once
+  /// they have read the change, so callers let them settle before pressing the key. No value
+  /// when every key is in use.
   virtual std::optional<KeyNumber> bindSpareKey(char32_t character) = 0;
-  /// Returns the key bound by `bindSpareKey` to its previous meaning; nothing when none is bound.
-  virtual void restoreSpareKey() = 0;
+  /// Gives every key `bindSpareKey` bound its previous meaning back.
+  virtual void restoreSpareKeys() = 0;
 
   virtual KeyboardState keyboardState() = 0;
 };

@@ -18,6 +18,7 @@ namespace {
 constexpr double kKeyHold = 0.008;
 constexpr double kClickHold = 0.050;
 constexpr double kKeymapSettle = 0.010;
+constexpr double kRestoreGrace = 0.100;
 constexpr double kScrollPause = 0.020;
 constexpr double kIdlePoll = 0.020;
 constexpr double kMoveStepsPerSecond = 60;
@@ -212,17 +213,17 @@ void InputSimulator::pressVirtualKey(int virtualKeyCode, ModifierFlags modifiers
   }
 }
 
-void InputSimulator::typeCharacter(char32_t character) {
+bool InputSimulator::typeCharacter(char32_t character) {
   if (character == U'\n') {
     pressVirtualKey(kReturnKey, {});
-    return;
+    return false;
   }
   if (character == U'\t') {
     pressVirtualKey(kTabKey, {});
-    return;
+    return false;
   }
   if (character < 0x20 || character == 0x7F) {
-    return;
+    return false;
   }
   if (const auto stroke = backend_.strokeFor(character)) {
     const auto shift = stroke->shift ? backend_.keyForModifier(Modifier::shift) : std::nullopt;
@@ -233,23 +234,20 @@ void InputSimulator::typeCharacter(char32_t character) {
     if (shift) {
       backend_.keyUp(*shift);
     }
-    return;
+    return false;
   }
   const auto spare = backend_.bindSpareKey(character);
   if (!spare) {
     char code[16];
     std::snprintf(code, sizeof code, "U+%04X", static_cast<unsigned>(character));
     logLine(std::string("BrimbleCore: No spare key to type ") + code);
-    return;
+    return false;
   }
-  // Programs apply a new keyboard map as soon as they read the change notice, whatever events
-  // came before it: a key pressed before the binding is read, or read together with the
-  // restoring notice, types what the key means then (measured: 2 lines in 10 garbled).
+  // Programs apply a new keyboard map once they have read the change notice; a key pressed
+  // before that types what the key meant before (measured: 2 lines in 10 garbled).
   sleepSeconds(kKeymapSettle);
   holdAndRelease(*spare);
-  sleepSeconds(kKeymapSettle);
-  backend_.restoreSpareKey();
-  sleepSeconds(kKeymapSettle);
+  return true;
 }
 
 void InputSimulator::typeText(std::string_view text, double charDelay, bool pressEnter,
@@ -257,18 +255,27 @@ void InputSimulator::typeText(std::string_view text, double charDelay, bool pres
   if (!checkAvailable()) {
     return;
   }
+  const auto cancelled = [&] { return isCancelled && isCancelled(); };
   std::uniform_real_distribution<double> unit(0.0, 1.0);
+  bool boundSpareKeys = false;
   for (const char32_t character : decodeUTF8(text)) {
-    if (isCancelled && isCancelled()) {
-      return;
+    if (cancelled()) {
+      break;
     }
-    typeCharacter(character);
+    boundSpareKeys = typeCharacter(character) || boundSpareKeys;
     // ±30 % around the delay, so the caret does not tick like a metronome.
     sleepSeconds(charDelay * (0.7 + 0.6 * unit(random_)));
   }
-  if (pressEnter && !(isCancelled && isCancelled())) {
+  if (pressEnter && !cancelled()) {
     sleepSeconds(charDelay / 2);
     pressVirtualKey(kReturnKey, {});
+  }
+  if (boundSpareKeys) {
+    // A program reads a key with the map as it is when it gets to it: a busy one that is still
+    // behind would find the last bound keys meaning nothing.
+    sleepSeconds(kRestoreGrace);
+    backend_.restoreSpareKeys();
+    sleepSeconds(kKeymapSettle);
   }
 }
 

@@ -43,7 +43,8 @@ class InputSimulator {
   static KeyChord parseKeyChord(std::string_view spec);
 
   /// Types UTF-8 `text` one character at a time, waiting `charDelay` seconds ±30 % after each.
-  /// Characters the keyboard map lacks are typed through a spare key bound for the keystroke.
+  /// Characters the keyboard map lacks are typed through spare keys bound to them, which get
+  /// their old meaning back 100 ms after the text.
   /// A line feed presses Return and a tab Tab; other control characters are skipped.
   /// `isCancelled` is asked before each character; once it says true, typing stops with no key
   /// left down. With `pressEnter`, Return follows half a delay after the last character.
@@ -72,7 +73,8 @@ class InputSimulator {
 
  private:
   bool checkAvailable();
-  void typeCharacter(char32_t character);
+  /// True when it bound a spare key.
+  bool typeCharacter(char32_t character);
   void pressVirtualKey(int virtualKeyCode, ModifierFlags modifiers);
   void holdAndRelease(KeyNumber key);
   void sleepSeconds(double seconds);

@@ -15,7 +15,7 @@ namespace brimble::testing {
 /// An input backend that records what it is asked to do as readable lines ("key a down",
 /// "move 10,20", "bind spare U+00E9"), each also stamped with the clock's time in milliseconds.
 /// Its keyboard map has ASCII letters, digits, space and a few punctuation marks ('A' is 'a' with
-/// Shift, '!' is '1' with Shift); everything else needs the spare key. Virtual key codes name
+/// Shift, '!' is '1' with Shift); everything else needs its one spare key. Virtual key codes name
 /// a key "vk<code>" except the few named below.
 class FakeInputBackend final : public InputBackend {
  public:
@@ -44,6 +44,9 @@ class FakeInputBackend final : public InputBackend {
     if (c == U'!') {
       return KeyStroke{static_cast<KeyNumber>(U'1'), true};
     }
+    if (bound_ == c) {
+      return KeyStroke{kSpareKey, false};
+    }
     return std::nullopt;
   }
   std::optional<KeyNumber> keyForVirtualCode(int code) override {
@@ -56,9 +59,16 @@ class FakeInputBackend final : public InputBackend {
     char code[16];
     std::snprintf(code, sizeof code, "U+%04X", static_cast<unsigned>(c));
     record(std::string("bind spare ") + code);
-    return spareKeys_ ? std::optional<KeyNumber>(kSpareKey) : std::nullopt;
+    if (!spareKeys_) {
+      return std::nullopt;
+    }
+    bound_ = c;
+    return kSpareKey;
   }
-  void restoreSpareKey() override { record("restore spare"); }
+  void restoreSpareKeys() override {
+    record("restore spares");
+    bound_.reset();
+  }
 
   /// Each poll takes the next queued state; the last one stays.
   KeyboardState keyboardState() override {
@@ -105,6 +115,7 @@ class FakeInputBackend final : public InputBackend {
   const Clock::TimePoint start_;
   bool available_ = true;
   bool spareKeys_ = true;
+  std::optional<char32_t> bound_;  // one spare key is enough here
   ScreenPoint cursor_;
   std::deque<KeyboardState> states_;
   int statePolls_ = 0;

@@ -14,6 +14,9 @@
 namespace brimble::x11 {
 namespace {
 
+// Enough that a program must fall 16 bound characters behind to read a key rebound since.
+constexpr std::size_t kMaxSpareKeys = 16;
+
 struct XFreeDeleter {
   void operator()(void* data) const noexcept { XFree(data); }
 };
@@ -140,7 +143,7 @@ X11InputBackend::~X11InputBackend() {
   for (const int button : buttonsDown_) {
     XTestFakeButtonEvent(display_.get(), static_cast<unsigned>(button), False, CurrentTime);
   }
-  restoreSpareKey();
+  restoreSpareKeys();
   sync();
 }
 
@@ -242,38 +245,48 @@ std::optional<KeyNumber> X11InputBackend::keyForModifier(Modifier modifier) {
 }
 
 std::optional<KeyNumber> X11InputBackend::bindSpareKey(char32_t character) {
-  restoreSpareKey();
-  const Keymap keymap(display_.get());
-  for (int keycode = keymap.maxKeycode(); keycode >= keymap.minKeycode(); --keycode) {
-    if (!keymap.unused(keycode)) {
-      continue;
+  std::optional<KeyNumber> key;
+  if (spareKeys_.size() < kMaxSpareKeys) {
+    const Keymap keymap(display_.get());
+    for (int keycode = keymap.maxKeycode(); keycode >= keymap.minKeycode() && !key; --keycode) {
+      if (keymap.unused(keycode)) {
+        SpareKey spare{static_cast<KeyNumber>(keycode), {}};
+        for (int column = 0; column < keymap.perKeycode(); ++column) {
+          spare.original.push_back(keymap.at(keycode, column));
+        }
+        spareKeys_.push_back(std::move(spare));
+        key = static_cast<KeyNumber>(keycode);
+      }
     }
-    spareKeyOriginal_.clear();
-    for (int column = 0; column < keymap.perKeycode(); ++column) {
-      spareKeyOriginal_.push_back(keymap.at(keycode, column));
-    }
-    // The same keysym with and without Shift, so a held Shift cannot change the character.
-    KeySym symbols[2] = {keysymFor(character), keysymFor(character)};
-    XChangeKeyboardMapping(display_.get(), keycode, 2, symbols, 1);
-    sync();
-    spareKey_ = static_cast<KeyNumber>(keycode);
-    return spareKey_;
   }
-  return std::nullopt;
+  if (!key && !spareKeys_.empty()) {
+    // All taken: the one bound longest ago goes again.
+    std::rotate(spareKeys_.begin(), spareKeys_.begin() + 1, spareKeys_.end());
+    key = spareKeys_.back().key;
+  }
+  if (!key) {
+    return std::nullopt;
+  }
+  // The same keysym with and without Shift, so a held Shift cannot change the character.
+  KeySym symbols[2] = {keysymFor(character), keysymFor(character)};
+  XChangeKeyboardMapping(display_.get(), static_cast<int>(*key), 2, symbols, 1);
+  sync();
+  return key;
 }
 
-void X11InputBackend::restoreSpareKey() {
-  if (!spareKey_) {
-    return;
+void X11InputBackend::restoreSpareKeys() {
+  for (const SpareKey& spare : spareKeys_) {
+    std::vector<KeySym> symbols(spare.original.begin(), spare.original.end());
+    if (symbols.empty()) {
+      symbols.push_back(NoSymbol);
+    }
+    XChangeKeyboardMapping(display_.get(), static_cast<int>(spare.key),
+                           static_cast<int>(symbols.size()), symbols.data(), 1);
   }
-  std::vector<KeySym> symbols(spareKeyOriginal_.begin(), spareKeyOriginal_.end());
-  if (symbols.empty()) {
-    symbols.push_back(NoSymbol);
+  if (!spareKeys_.empty()) {
+    sync();
   }
-  XChangeKeyboardMapping(display_.get(), static_cast<int>(*spareKey_),
-                         static_cast<int>(symbols.size()), symbols.data(), 1);
-  sync();
-  spareKey_.reset();
+  spareKeys_.clear();
 }
 
 KeyboardState X11InputBackend::keyboardState() {

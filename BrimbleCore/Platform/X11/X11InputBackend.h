@@ -10,9 +10,10 @@
 namespace brimble::x11 {
 
 /// Input through the XTest extension, on a connection of its own. Virtual key codes become the
-/// X keysyms of the same keys; a character the keyboard map lacks is bound to an unused keycode
-/// for its keystroke. Every event is synchronised with the server before a call returns, so a
-/// caller that then asks another connection what happened sees it. One thread at a time.
+/// X keysyms of the same keys; a character the keyboard map lacks is bound to one of up to 16
+/// unused keycodes, taken in turn. Every event is synchronised with the server before a call
+/// returns, so a caller that then asks another connection what happened sees it. One thread at a
+/// time.
 class X11InputBackend final : public InputBackend {
  public:
   /// Connects to `displayName` (empty: $DISPLAY). Never throws: without a reachable display or
@@ -34,7 +35,7 @@ class X11InputBackend final : public InputBackend {
   std::optional<KeyNumber> keyForVirtualCode(int virtualKeyCode) override;
   std::optional<KeyNumber> keyForModifier(Modifier modifier) override;
   std::optional<KeyNumber> bindSpareKey(char32_t character) override;
-  void restoreSpareKey() override;
+  void restoreSpareKeys() override;
   KeyboardState keyboardState() override;
 
  private:
@@ -42,8 +43,11 @@ class X11InputBackend final : public InputBackend {
 
   XDisplayPtr display_;
   bool available_ = false;
-  std::optional<KeyNumber> spareKey_;
-  std::vector<unsigned long> spareKeyOriginal_;  // the spare key's keysyms before binding
+  struct SpareKey {
+    KeyNumber key = 0;
+    std::vector<unsigned long> original;  // its keysyms before we bound it
+  };
+  std::vector<SpareKey> spareKeys_;  // in the order they were bound, oldest first
   std::vector<KeyNumber> keysDown_;
   std::vector<int> buttonsDown_;
 };

@@ -60,10 +60,12 @@ TEST(HeadlessDisplay, ItsFirstWindowIsManagedAndFocused) {
   const auto display = HeadlessDisplay::start();
   testing::ChildProcess client({BRIMBLE_X11_TEST_CLIENT});
   std::optional<std::string> line;
+  std::string seen;
   do {
     line = client.readLine(std::chrono::seconds(5));
+    seen += line.value_or("(nothing)") + "|";
   } while (line && *line != "focus in");
-  EXPECT_EQ(line, "focus in") << client.errorOutput();
+  EXPECT_EQ(line, "focus in") << client.errorOutput() << seen;
 }
 
 TEST(HeadlessDisplay, TwoDisplaysGetDifferentNumbers) {

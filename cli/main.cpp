@@ -9,12 +9,14 @@
 #include "cli/Command.h"
 #include "cli/DisplayCommand.h"
 #include "cli/EncodeCommand.h"
+#include "cli/InputCommand.h"
 #include "cli/Interrupts.h"
 #include "cli/MCPInstallCommands.h"
 #include "cli/MCPServerCommand.h"
 #include "cli/ProcessCommand.h"
 #include "cli/ReferenceCommands.h"
 #include "cli/ValidateCommand.h"
+#include "cli/WindowCommands.h"
 
 int main(int argc, char** argv) {
   using namespace brimble::cli;
@@ -31,6 +33,8 @@ int main(int argc, char** argv) {
       addSettingsCommand(app),           addMCPServerCommand(app),
       addMCPInstallCommand(app),         addMCPUninstallCommand(app),
       addMCPStatusCommand(app),          addDisplayCommand(app),
+      addWindowsCommand(app),            addWindowCommand(app),
+      addInputCommand(app, interrupts),
   };
 
   try {

@@ -74,7 +74,7 @@ std::vector<WindowInfo> WindowManager::windows() {
   return windowSystem_.windows();
 }
 
-std::vector<WindowInfo> WindowManager::matchingWindows(std::string_view appName) {
+std::vector<WindowInfo> WindowManager::windows(std::string_view appName) {
   const std::string request = lowercase(appName);
   const std::vector<std::string> programs = programsFor(appName);
   std::vector<std::pair<int, WindowInfo>> ranked;
@@ -94,7 +94,7 @@ std::vector<WindowInfo> WindowManager::matchingWindows(std::string_view appName)
 }
 
 std::optional<WindowMatch> WindowManager::find(std::string_view appName) {
-  std::vector<WindowInfo> matches = matchingWindows(appName);
+  std::vector<WindowInfo> matches = windows(appName);
   if (matches.empty()) {
     return std::nullopt;
   }
@@ -154,7 +154,7 @@ std::uint32_t WindowManager::openApp(std::string_view name) {
 
   std::set<std::uint32_t> before;
   try {
-    for (const WindowInfo& window : matchingWindows(name)) {
+    for (const WindowInfo& window : windows(name)) {
       before.insert(window.id);
     }
   } catch (const std::exception&) {
@@ -171,7 +171,7 @@ std::uint32_t WindowManager::openApp(std::string_view name) {
   while (true) {
     std::vector<WindowInfo> matches;
     try {
-      matches = matchingWindows(name);
+      matches = windows(name);
     } catch (const WindowManagerError&) {
       // The list can be missing for a moment while the window manager restarts; keep polling.
     }

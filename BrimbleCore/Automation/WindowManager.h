@@ -41,6 +41,9 @@ class WindowManager {
 
   /// The windows on screen, frontmost first. Throws WindowManagerError.
   std::vector<WindowInfo> windows();
+  /// The windows of an application, best match first (as `find` ranks them). Throws
+  /// WindowManagerError.
+  std::vector<WindowInfo> windows(std::string_view appName);
 
   /// The window of an application: windows whose application name equals the request (or one
   /// of its programs) come before those that merely contain it, then the frontmost wins.
@@ -66,7 +69,6 @@ class WindowManager {
   void cleanupScriptWindows();
 
  private:
-  std::vector<WindowInfo> matchingWindows(std::string_view appName);
   void focusWindow(std::uint32_t id);
   void sleepFor(double seconds);
 

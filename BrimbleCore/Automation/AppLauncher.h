@@ -7,6 +7,11 @@ namespace brimble {
 /// Starts applications for the window manager. One thread at a time.
 class AppLauncher {
  public:
+  AppLauncher() = default;
+  AppLauncher(const AppLauncher&) = delete;
+  AppLauncher& operator=(const AppLauncher&) = delete;
+  AppLauncher(AppLauncher&&) = delete;
+  AppLauncher& operator=(AppLauncher&&) = delete;
   virtual ~AppLauncher() = default;
 
   /// Whether `program` can be found on PATH.

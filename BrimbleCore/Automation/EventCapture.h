@@ -33,6 +33,11 @@ struct InputEvent {
 /// stop it from one thread; it gathers events on a thread of its own.
 class EventCapture {
  public:
+  EventCapture() = default;
+  EventCapture(const EventCapture&) = delete;
+  EventCapture& operator=(const EventCapture&) = delete;
+  EventCapture(EventCapture&&) = delete;
+  EventCapture& operator=(EventCapture&&) = delete;
   virtual ~EventCapture() = default;
 
   /// Starts listening; input from the moment it returns is captured. False, with the reason

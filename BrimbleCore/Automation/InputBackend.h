@@ -59,6 +59,11 @@ struct KeyboardState {
 /// One thread at a time.
 class InputBackend {
  public:
+  InputBackend() = default;
+  InputBackend(const InputBackend&) = delete;
+  InputBackend& operator=(const InputBackend&) = delete;
+  InputBackend(InputBackend&&) = delete;
+  InputBackend& operator=(InputBackend&&) = delete;
   virtual ~InputBackend() = default;
 
   /// Whether events can be sent at all (on X11: a connection with the XTest extension).

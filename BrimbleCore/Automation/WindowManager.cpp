@@ -87,6 +87,7 @@ std::vector<WindowInfo> WindowManager::windows(std::string_view appName) {
   std::stable_sort(ranked.begin(), ranked.end(),
                    [](const auto& a, const auto& b) { return a.first > b.first; });
   std::vector<WindowInfo> matches;
+  matches.reserve(ranked.size());
   for (auto& [rank, window] : ranked) {
     matches.push_back(std::move(window));
   }

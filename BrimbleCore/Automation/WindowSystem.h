@@ -36,6 +36,11 @@ struct WindowInfo {
 /// window manager carries them out soon after. One thread at a time.
 class WindowSystem {
  public:
+  WindowSystem() = default;
+  WindowSystem(const WindowSystem&) = delete;
+  WindowSystem& operator=(const WindowSystem&) = delete;
+  WindowSystem(WindowSystem&&) = delete;
+  WindowSystem& operator=(WindowSystem&&) = delete;
   virtual ~WindowSystem() = default;
 
   /// The windows on screen, frontmost first. Throws WindowManagerError when the display or its

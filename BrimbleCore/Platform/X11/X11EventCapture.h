@@ -24,6 +24,8 @@ class X11EventCapture final : public EventCapture {
   X11EventCapture(std::string displayName, const Clock& clock);
   X11EventCapture(const X11EventCapture&) = delete;
   X11EventCapture& operator=(const X11EventCapture&) = delete;
+  X11EventCapture(X11EventCapture&&) = delete;
+  X11EventCapture& operator=(X11EventCapture&&) = delete;
   ~X11EventCapture() override = default;  // the jthread stops and joins
 
   bool start() override;

@@ -21,6 +21,8 @@ class X11InputBackend final : public InputBackend {
   explicit X11InputBackend(const std::string& displayName = {});
   X11InputBackend(const X11InputBackend&) = delete;
   X11InputBackend& operator=(const X11InputBackend&) = delete;
+  X11InputBackend(X11InputBackend&&) = delete;
+  X11InputBackend& operator=(X11InputBackend&&) = delete;
   /// Releases keys and buttons it still holds and gives the spare key its old meaning back.
   ~X11InputBackend() override;
 

@@ -20,7 +20,7 @@ struct InputOptions {
   std::string text;
   bool enter = false;
   double delay = 0.05;
-  std::string keySpec;
+  std::string keyChord;
   std::vector<int> point;
   bool right = false;
   int x = 0;
@@ -64,7 +64,7 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
       ->capture_default_str();
   CLI::App* key = command->add_subcommand(
       "key", "Press a key with modifiers: cmd+c, shift+tab, ctrl+alt+delete, f5 (cmd is Ctrl)");
-  key->add_option("spec", options->keySpec, "Modifiers and a key joined by +")->required();
+  key->add_option("chord", options->keyChord, "Modifiers and a key joined by +")->required();
   CLI::App* click = command->add_subcommand("click", "Click at a point, or where the pointer is");
   click->add_option("point", options->point, "X Y in screen pixels")->expected(2);
   click->add_flag("--right", options->right, "Click the right button");
@@ -92,9 +92,9 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
                      options->direction);
           return kExitUsage;
         }
-        const KeyChord chord = InputSimulator::parseKeyChord(options->keySpec);
+        const KeyChord chord = InputSimulator::parseKeyChord(options->keyChord);
         if (key->parsed() && !InputSimulator::keyCodeForName(chord.key)) {
-          fmt::print(stderr, "{}: Unknown key '{}' in '{}'\n", name, chord.key, options->keySpec);
+          fmt::print(stderr, "{}: Unknown key '{}' in '{}'\n", name, chord.key, options->keyChord);
           return kExitUsage;
         }
         const std::stop_token stop = interrupts.watch();

@@ -145,8 +145,8 @@ std::optional<Modifier> InputSimulator::modifierForName(std::string_view name) {
   return std::nullopt;
 }
 
-KeyChord InputSimulator::parseKeyChord(std::string_view spec) {
-  const std::string lower = lowercase(spec);
+KeyChord InputSimulator::parseKeyChord(std::string_view text) {
+  const std::string lower = lowercase(text);
   KeyChord chord;
   std::size_t start = 0;
   while (true) {

@@ -40,7 +40,7 @@ class InputSimulator {
   static std::optional<Modifier> modifierForName(std::string_view name);
   /// Splits "ctrl+alt+delete" at "+" into modifiers and the final key name, lower-cased.
   /// Unknown modifier words are ignored.
-  static KeyChord parseKeyChord(std::string_view spec);
+  static KeyChord parseKeyChord(std::string_view text);
 
   /// Types UTF-8 `text` one character at a time, waiting `charDelay` seconds ±30 % after each.
   /// Characters the keyboard map lacks are typed through spare keys bound to them, which get

@@ -11,12 +11,14 @@
 #include "cli/DisplayCommand.h"
 #include "cli/EncodeCommand.h"
 #include "cli/InspectCommand.h"
+#include "cli/InputCommand.h"
 #include "cli/Interrupts.h"
 #include "cli/MCPInstallCommands.h"
 #include "cli/MCPServerCommand.h"
 #include "cli/ProcessCommand.h"
 #include "cli/ReferenceCommands.h"
 #include "cli/ValidateCommand.h"
+#include "cli/WindowCommands.h"
 
 int main(int argc, char** argv) {
   using namespace brimble::cli;
@@ -41,6 +43,9 @@ int main(int argc, char** argv) {
       addInspectCommand(app),
       addRecordCommand(app, interrupts),
       addStillCommand(app),
+      addWindowsCommand(app),
+      addWindowCommand(app),
+      addInputCommand(app, interrupts),
   };
 
   try {

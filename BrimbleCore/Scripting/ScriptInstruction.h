@@ -5,6 +5,7 @@
 #include <string_view>
 #include <variant>
 
+#include "BrimbleCore/Automation/InputSimulator.h"
 #include "BrimbleCore/Scripting/ScriptValue.h"
 
 namespace brimble {
@@ -12,9 +13,6 @@ namespace brimble {
 // The instruction set of `.brim` scripts: one struct per command, with the arguments its grammar
 // names. Numeric arguments stay ScriptValues so that variables can supply them; the engine
 // resolves them when the instruction runs. Plain values: copy them freely between threads.
-
-/// The wheel directions, in this order.
-enum class ScrollDirection { up, down, left, right };
 
 /// A rectangle in screen points (or device pixels for the simulator).
 struct ScriptRect {

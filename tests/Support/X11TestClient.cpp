@@ -5,7 +5,9 @@
 //   button press <n> <x> <y>           window coordinates (and "button release")
 //   motion <x> <y>
 //   focus in | focus out | closed
-// It ends when standard input closes or the window manager asks it to close.
+// It ends when standard input closes or the window manager asks it to close. A line
+// "warp <x> <y>" on standard input moves the pointer there the way a program does
+// (XWarpPointer), not as a device would.
 //
 //   BrimbleX11TestClient [--title T] [--class C] [--size WxH] [--position X,Y] [--color RRGGBB]
 
@@ -105,6 +107,10 @@ int main(int argc, char** argv) {
         case MotionNotify:
           say("motion " + std::to_string(event.xmotion.x) + " " + std::to_string(event.xmotion.y));
           break;
+        case MappingNotify:
+          // Keys bound for one keystroke must be read with the new map.
+          XRefreshKeyboardMapping(&event.xmapping);
+          break;
         case FocusIn:
           say("focus in");
           break;
@@ -124,8 +130,16 @@ int main(int argc, char** argv) {
     }
     if (poll(waits, 2, 1000) > 0 && (waits[1].revents & (POLLIN | POLLHUP)) != 0) {
       char buffer[256];
-      if (read(0, buffer, sizeof buffer) <= 0) {
+      const ssize_t got = read(0, buffer, sizeof buffer - 1);
+      if (got <= 0) {
         break;
+      }
+      buffer[got] = '\0';
+      int warpX = 0;
+      int warpY = 0;
+      if (std::sscanf(buffer, "warp %d %d", &warpX, &warpY) == 2) {
+        XWarpPointer(display, None, RootWindow(display, screen), 0, 0, 0, 0, warpX, warpY);
+        XFlush(display);
       }
     }
   }

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+namespace brimble {
+
+/// Starts applications for the window manager. One thread at a time.
+class AppLauncher {
+ public:
+  AppLauncher() = default;
+  AppLauncher(const AppLauncher&) = delete;
+  AppLauncher& operator=(const AppLauncher&) = delete;
+  AppLauncher(AppLauncher&&) = delete;
+  AppLauncher& operator=(AppLauncher&&) = delete;
+  virtual ~AppLauncher() = default;
+
+  /// Whether `program` can be found on PATH.
+  virtual bool isInstalled(const std::string& program) const = 0;
+  /// Starts `program` with no arguments, detached from us; returns its process id. Throws
+  /// std::system_error when it cannot be started.
+  virtual int launch(const std::string& program) = 0;
+};
+
+/// Starts programs the way a desktop launcher does: in a session of their own, with standard
+/// streams on /dev/null, not our children (so they outlive us and never linger as zombies), and
+/// in our environment, so on our display.
+class DetachedAppLauncher final : public AppLauncher {
+ public:
+  bool isInstalled(const std::string& program) const override;
+  int launch(const std::string& program) override;
+};
+
+}  // namespace brimble

@@ -1,0 +1,266 @@
+#include "BrimbleCore/Automation/WindowManager.h"
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "BrimbleCore/Support/Log.h"
+
+namespace brimble {
+namespace {
+
+constexpr double kNewWindowTimeout = 10;
+constexpr double kNewWindowPoll = 0.050;
+constexpr double kSettleTimeout = 1;
+constexpr double kSettlePoll = 0.010;
+
+std::string lowercase(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
+}
+
+/// How well a window's application name answers a request: 2 when it equals the request or one
+/// of its programs, 1 when it contains one of them, 0 when it does not match.
+int matchRank(const WindowInfo& window, const std::string& request,
+              const std::vector<std::string>& programs) {
+  if (window.appName.empty()) {
+    return 0;
+  }
+  const std::string name = lowercase(window.appName);
+  if (name == request || std::find(programs.begin(), programs.end(), name) != programs.end()) {
+    return 2;
+  }
+  if (name.find(request) != std::string::npos) {
+    return 1;
+  }
+  for (const std::string& program : programs) {
+    if (name.find(program) != std::string::npos) {
+      return 1;
+    }
+  }
+  return 0;
+}
+
+}  // namespace
+
+WindowManager::WindowManager(WindowSystem& windowSystem, AppLauncher& launcher, Clock& clock)
+    : windowSystem_(windowSystem), launcher_(launcher), clock_(clock) {}
+
+std::vector<std::string> WindowManager::programsFor(std::string_view appName) {
+  const std::string name = lowercase(appName);
+  if (name == "terminal") {
+    return {"x-terminal-emulator", "gnome-terminal", "konsole", "xfce4-terminal", "xterm"};
+  }
+  if (name == "textedit" || name == "text edit") {
+    return {"gedit", "mousepad", "gnome-text-editor"};
+  }
+  if (name == "finder") {
+    return {"nautilus", "thunar", "pcmanfm"};
+  }
+  return {name};
+}
+
+void WindowManager::sleepFor(double seconds) {
+  clock_.sleepFor(
+      std::chrono::duration_cast<Clock::Duration>(std::chrono::duration<double>(seconds)));
+}
+
+std::vector<WindowInfo> WindowManager::windows() {
+  return windowSystem_.windows();
+}
+
+std::vector<WindowInfo> WindowManager::windows(std::string_view appName) {
+  const std::string request = lowercase(appName);
+  const std::vector<std::string> programs = programsFor(appName);
+  std::vector<std::pair<int, WindowInfo>> ranked;
+  for (WindowInfo& window : windowSystem_.windows()) {
+    if (const int rank = matchRank(window, request, programs); rank > 0) {
+      ranked.emplace_back(rank, std::move(window));
+    }
+  }
+  // Stable, so among equals the frontmost stays first.
+  std::stable_sort(ranked.begin(), ranked.end(),
+                   [](const auto& a, const auto& b) { return a.first > b.first; });
+  std::vector<WindowInfo> matches;
+  matches.reserve(ranked.size());
+  for (auto& [rank, window] : ranked) {
+    matches.push_back(std::move(window));
+  }
+  return matches;
+}
+
+std::optional<WindowMatch> WindowManager::find(std::string_view appName) {
+  std::vector<WindowInfo> matches = windows(appName);
+  if (matches.empty()) {
+    return std::nullopt;
+  }
+  return WindowMatch{std::move(matches.front()), static_cast<int>(matches.size()) - 1};
+}
+
+std::optional<WindowInfo> WindowManager::find(std::uint32_t id) {
+  for (WindowInfo& window : windowSystem_.windows()) {
+    if (window.id == id) {
+      return std::move(window);
+    }
+  }
+  return std::nullopt;
+}
+
+std::optional<WindowInfo> WindowManager::find(OwnerPID ownerPID) {
+  for (WindowInfo& window : windowSystem_.windows()) {
+    if (window.pid == ownerPID.value && window.frame.width > 0 && window.frame.height > 0) {
+      return std::move(window);
+    }
+  }
+  return std::nullopt;
+}
+
+void WindowManager::focusWindow(std::uint32_t id) {
+  if (!windowSystem_.activate(id)) {
+    return;
+  }
+  // Activation is a request; keys sent before the window manager grants it would land in the
+  // window that had the focus.
+  const auto deadline = clock_.now() + std::chrono::duration_cast<Clock::Duration>(
+                                           std::chrono::duration<double>(kSettleTimeout));
+  while (windowSystem_.activeWindow() != id) {
+    if (clock_.now() >= deadline) {
+      logLine("BrimbleCore: WindowManager: Window " + std::to_string(id) +
+              " did not become active");
+      return;
+    }
+    sleepFor(kSettlePoll);
+  }
+}
+
+std::uint32_t WindowManager::openApp(std::string_view name) {
+  const std::string requested(name);
+  const std::vector<std::string> programs = programsFor(name);
+  const auto program = std::find_if(programs.begin(), programs.end(),
+                                    [&](const std::string& p) { return launcher_.isInstalled(p); });
+  if (program == programs.end()) {
+    std::string names;
+    for (const std::string& candidate : programs) {
+      names += (names.empty() ? "" : ", ") + candidate;
+    }
+    throw WindowManagerError::launchFailed(requested, programs.size() == 1
+                                                          ? names + " is not installed"
+                                                          : "none of " + names + " is installed");
+  }
+
+  std::set<std::uint32_t> before;
+  try {
+    for (const WindowInfo& window : windows(name)) {
+      before.insert(window.id);
+    }
+  } catch (const std::exception&) {
+    logLine("BrimbleCore: WindowManager: Failed to snapshot window IDs for " + requested);
+  }
+  try {
+    launcher_.launch(*program);
+  } catch (const std::system_error& error) {
+    throw WindowManagerError::launchFailed(requested, error.what());
+  }
+
+  const auto deadline = clock_.now() + std::chrono::duration_cast<Clock::Duration>(
+                                           std::chrono::duration<double>(kNewWindowTimeout));
+  while (true) {
+    std::vector<WindowInfo> matches;
+    try {
+      matches = windows(name);
+    } catch (const WindowManagerError&) {
+      // The list can be missing for a moment while the window manager restarts; keep polling.
+    }
+    for (const WindowInfo& window : matches) {
+      if (before.count(window.id) == 0) {
+        scriptWindows_.emplace_back(window.id, requested);
+        focusWindow(window.id);
+        return window.id;
+      }
+    }
+    if (clock_.now() >= deadline) {
+      break;
+    }
+    sleepFor(kNewWindowPoll);
+  }
+
+  const auto frontmost = find(name);
+  if (!frontmost) {
+    throw WindowManagerError::noWindow(requested);
+  }
+  const std::uint32_t id = frontmost->window.id;
+  logLine("BrimbleCore: WindowManager: No new window detected for " + requested +
+          ", using frontmost (ID: " + std::to_string(id) + ")");
+  focusWindow(id);
+  return id;
+}
+
+void WindowManager::focusApp(std::string_view name) {
+  const auto match = find(name);
+  if (!match) {
+    throw WindowManagerError::windowNotFound(std::string(name));
+  }
+  focusWindow(match->window.id);
+}
+
+void WindowManager::resize(std::string_view appName, int width, int height) {
+  const auto match = find(appName);
+  if (!match) {
+    throw WindowManagerError::windowNotFound(std::string(appName));
+  }
+  const std::uint32_t id = match->window.id;
+  const WindowFrame before = match->window.contentFrame;
+  if (!windowSystem_.moveResize(id, {0, 0, width, height})) {
+    return;
+  }
+  // Wait until the window manager has done it, so what comes next (a recording) sees the new
+  // geometry. A terminal may round the size, so any change of size counts.
+  const auto deadline = clock_.now() + std::chrono::duration_cast<Clock::Duration>(
+                                           std::chrono::duration<double>(kSettleTimeout));
+  while (clock_.now() < deadline) {
+    const auto current = find(id);
+    if (!current) {
+      return;
+    }
+    const WindowFrame& content = current->contentFrame;
+    const bool sized = (content.width == width && content.height == height) ||
+                       content.width != before.width || content.height != before.height;
+    if (current->frame.x == 0 && current->frame.y == 0 && sized) {
+      return;
+    }
+    sleepFor(kSettlePoll);
+  }
+}
+
+void WindowManager::close(std::string_view appName, std::uint32_t windowID) {
+  std::erase_if(scriptWindows_, [&](const auto& entry) { return entry.first == windowID; });
+  if (!windowSystem_.close(windowID)) {
+    logLine("BrimbleCore: WindowManager: Failed to close window " + std::to_string(windowID) +
+            " for " + std::string(appName));
+  }
+}
+
+void WindowManager::cleanupScriptWindows() {
+  const auto opened = std::exchange(scriptWindows_, {});
+  std::vector<WindowInfo> present;
+  try {
+    present = windowSystem_.windows();
+  } catch (const WindowManagerError&) {
+    return;
+  }
+  for (auto it = opened.rbegin(); it != opened.rend(); ++it) {
+    const bool there = std::any_of(present.begin(), present.end(), [&](const WindowInfo& window) {
+      return window.id == it->first;
+    });
+    if (there) {
+      close(it->second, it->first);
+    }
+  }
+}
+
+}  // namespace brimble

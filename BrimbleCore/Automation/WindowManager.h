@@ -1,0 +1,81 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "BrimbleCore/Automation/AppLauncher.h"
+#include "BrimbleCore/Automation/WindowManagerError.h"
+#include "BrimbleCore/Automation/WindowSystem.h"
+#include "BrimbleCore/Support/Clock.h"
+
+namespace brimble {
+
+/// The window an application name resolved to, and how many other windows matched it.
+struct WindowMatch {
+  WindowInfo window;
+  int otherMatches = 0;
+};
+
+/// A process id, to look a window up by its owner.
+struct OwnerPID {
+  int value = 0;
+};
+
+/// Finds, opens, focuses, resizes and closes application windows for scripts and assistants.
+/// Application names go through one alias table ("Terminal", "TextEdit", "Finder" name the
+/// Linux programs that play those parts); any other name is a program name, and a window belongs
+/// to an application when its name contains the requested one, ignoring case. The window system,
+/// launcher and clock are borrowed and must outlive it. One thread at a time.
+class WindowManager {
+ public:
+  WindowManager(WindowSystem& windowSystem, AppLauncher& launcher, Clock& clock);
+
+  /// The programs an application name stands for, in order of preference: "Terminal" is the
+  /// first installed of x-terminal-emulator, gnome-terminal, konsole, xfce4-terminal and xterm;
+  /// any other name not in the table is its own program, lower-cased.
+  static std::vector<std::string> programsFor(std::string_view appName);
+
+  /// The windows on screen, frontmost first. Throws WindowManagerError.
+  std::vector<WindowInfo> windows();
+  /// The windows of an application, best match first (as `find` ranks them). Throws
+  /// WindowManagerError.
+  std::vector<WindowInfo> windows(std::string_view appName);
+
+  /// The window of an application: windows whose application name equals the request (or one
+  /// of its programs) come before those that merely contain it, then the frontmost wins.
+  /// Throws WindowManagerError when there is no window list.
+  std::optional<WindowMatch> find(std::string_view appName);
+  std::optional<WindowInfo> find(std::uint32_t id);
+  /// The frontmost window of a process, ignoring windows without width or height.
+  std::optional<WindowInfo> find(OwnerPID ownerPID);
+
+  /// Starts the application and returns its new window, focused: the first window of the
+  /// application that was not there before the launch (up to 10 seconds later), else its
+  /// frontmost window. A program that hands the request to a running instance still counts,
+  /// since the window, not the process, is watched. Throws WindowManagerError.
+  std::uint32_t openApp(std::string_view name);
+  /// Raises and focuses the application's window. Throws WindowManagerError.
+  void focusApp(std::string_view name);
+  /// Moves the application's window to the top-left corner and sizes its content. Terminals
+  /// size in character cells, so they may end a few pixels smaller. Throws WindowManagerError.
+  void resize(std::string_view appName, int width, int height);
+  /// Asks a window to close; a failure is logged.
+  void close(std::string_view appName, std::uint32_t windowID);
+  /// Closes the windows `openApp` opened that are still there.
+  void cleanupScriptWindows();
+
+ private:
+  void focusWindow(std::uint32_t id);
+  void sleepFor(double seconds);
+
+  WindowSystem& windowSystem_;
+  AppLauncher& launcher_;
+  Clock& clock_;
+  std::vector<std::pair<std::uint32_t, std::string>> scriptWindows_;  // id, requested name
+};
+
+}  // namespace brimble

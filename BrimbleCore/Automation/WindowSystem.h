@@ -1,0 +1,61 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace brimble {
+
+/// A rectangle on screen in pixels, from the top-left corner of the whole screen.
+struct WindowFrame {
+  int x = 0;
+  int y = 0;
+  int width = 0;
+  int height = 0;
+  bool operator==(const WindowFrame&) const = default;
+};
+
+/// One application window on screen.
+struct WindowInfo {
+  std::uint32_t id = 0;
+  std::string title;
+  /// The owning application's name; empty when nothing names it.
+  std::string appName;
+  /// The owning process; 0 when unknown.
+  int pid = 0;
+  /// The whole window, with the window manager's decorations.
+  WindowFrame frame;
+  /// The application's own area inside the decorations.
+  WindowFrame contentFrame;
+  bool operator==(const WindowInfo&) const = default;
+};
+
+/// What window management needs from a platform: the list of windows and requests to the
+/// window manager. Requests are asynchronous: they are delivered when the call returns, and the
+/// window manager carries them out soon after. One thread at a time.
+class WindowSystem {
+ public:
+  WindowSystem() = default;
+  WindowSystem(const WindowSystem&) = delete;
+  WindowSystem& operator=(const WindowSystem&) = delete;
+  WindowSystem(WindowSystem&&) = delete;
+  WindowSystem& operator=(WindowSystem&&) = delete;
+  virtual ~WindowSystem() = default;
+
+  /// The windows on screen, frontmost first. Throws WindowManagerError when the display or its
+  /// window manager keeps no list.
+  virtual std::vector<WindowInfo> windows() = 0;
+  /// The window that has the keyboard focus, if any.
+  virtual std::optional<std::uint32_t> activeWindow() = 0;
+
+  /// Asks for the window to be raised and focused. False when there is no such window.
+  virtual bool activate(std::uint32_t id) = 0;
+  /// Asks for the window's top-left corner, decorations included, to go to `frame`'s x and y
+  /// and for its content to take `frame`'s width and height. False when there is no such window.
+  virtual bool moveResize(std::uint32_t id, const WindowFrame& frame) = 0;
+  /// Asks the window to close, as its close button would. False when there is no such window.
+  virtual bool close(std::uint32_t id) = 0;
+};
+
+}  // namespace brimble

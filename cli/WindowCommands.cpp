@@ -1,0 +1,150 @@
+#include "cli/WindowCommands.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "BrimbleCore/Automation/WindowManager.h"
+#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
+#include "cli/DisplaySession.h"
+
+namespace brimble::cli {
+namespace {
+
+constexpr int kJSONIndent = 2;
+
+/// A window manager on the session's display, for one command.
+struct Windows {
+  explicit Windows(bool headless) : session(headless), system(session.name()) {}
+  DisplaySession session;
+  x11::X11WindowSystem system;
+  DetachedAppLauncher launcher;
+  WindowManager manager{system, launcher, steadyClock()};
+};
+
+struct WindowsOptions {
+  std::string app;
+  bool json = false;
+  bool headless = false;
+};
+
+int runWindows(const WindowsOptions& options) {
+  Windows windows(options.headless);
+  const auto listed =
+      options.app.empty() ? windows.manager.windows() : windows.manager.windows(options.app);
+  if (options.json) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const WindowInfo& window : listed) {
+      list.push_back({{"id", window.id},
+                      {"app", window.appName.empty() ? "Unknown" : window.appName},
+                      {"title", window.title},
+                      {"x", window.frame.x},
+                      {"y", window.frame.y},
+                      {"width", window.frame.width},
+                      {"height", window.frame.height}});
+    }
+    fmt::print("{}\n", nlohmann::json{{"windows", list}}.dump(kJSONIndent));
+    return kExitSuccess;
+  }
+  if (!listed.empty()) {
+    fmt::print("{:<11}{:<21}{:<8}{:<20}{}\n", "ID", "APP", "PID", "FRAME", "TITLE");
+  }
+  for (const WindowInfo& window : listed) {
+    const std::string frame = fmt::format("{},{} {}x{}", window.frame.x, window.frame.y,
+                                          window.frame.width, window.frame.height);
+    fmt::print("{:<11}{:<21}{:<8}{:<20}{}\n", window.id,
+               window.appName.empty() ? "Unknown" : window.appName, window.pid, frame,
+               window.title);
+  }
+  return kExitSuccess;
+}
+
+struct WindowOptions {
+  std::string app;
+  int width = 0;
+  int height = 0;
+  std::optional<std::uint32_t> id;
+  bool headless = false;
+};
+
+}  // namespace
+
+Command addWindowsCommand(CLI::App& app) {
+  auto options = std::make_shared<WindowsOptions>();
+  CLI::App* command =
+      app.add_subcommand("windows",
+                         "List the windows on screen, frontmost first (an embedded display without "
+                         "$DISPLAY or with --headless)");
+  command->add_option("--app", options->app,
+                      "Only this application's windows (a case-insensitive part of its name; "
+                      "Terminal, TextEdit and Finder name their Linux counterparts)");
+  command->add_flag("--json", options->json, "Print {\"windows\": [...]} as JSON");
+  command->add_flag("--headless", options->headless, "Use Brimble's embedded display");
+  return {command, [options] { return runWindows(*options); }};
+}
+
+Command addWindowCommand(CLI::App& app) {
+  auto options = std::make_shared<WindowOptions>();
+  CLI::App* command =
+      app.add_subcommand("window", "Open, focus, resize or close an application's window");
+  command->require_subcommand(1);
+  command->add_flag("--headless", options->headless, "Use Brimble's embedded display");
+
+  CLI::App* open = command->add_subcommand(
+      "open", "Start the application and print its new window's id (the window is focused)");
+  open->add_option("app", options->app, "Application name, e.g. Terminal or gedit")->required();
+  CLI::App* focus = command->add_subcommand("focus", "Raise and focus the application's window");
+  focus->add_option("app", options->app, "Application name")->required();
+  CLI::App* resize = command->add_subcommand(
+      "resize", "Move the application's window to the top-left corner and size its content");
+  resize->add_option("app", options->app, "Application name")->required();
+  resize->add_option("width", options->width, "Content width in pixels")
+      ->required()
+      ->check(CLI::Range(1, 65535));
+  resize->add_option("height", options->height, "Content height in pixels")
+      ->required()
+      ->check(CLI::Range(1, 65535));
+  CLI::App* close = command->add_subcommand(
+      "close", "Ask the application's window (or the window --id names) to close");
+  close->add_option("app", options->app, "Application name");
+  close->add_option("--id", options->id, "The window's id, as `brimble windows` lists it");
+  for (CLI::App* action : {open, focus, resize, close}) {
+    action->fallthrough();  // --headless after the action too
+  }
+
+  return {command, [=] {
+            if (close->parsed() && options->app.empty() && !options->id) {
+              fmt::print(stderr, "brimble window close: give an application name or --id\n");
+              return kExitUsage;
+            }
+            Windows windows(options->headless);
+            WindowManager& manager = windows.manager;
+            if (open->parsed()) {
+              fmt::print("{}\n", manager.openApp(options->app));
+            } else if (focus->parsed()) {
+              manager.focusApp(options->app);
+            } else if (resize->parsed()) {
+              manager.resize(options->app, options->width, options->height);
+            } else if (options->id) {
+              if (!manager.find(*options->id)) {
+                fmt::print(stderr, "brimble window close: Window ID {} not found\n", *options->id);
+                return kExitFailure;
+              }
+              manager.close(options->app, *options->id);
+            } else {
+              const auto match = manager.find(options->app);
+              if (!match) {
+                throw WindowManagerError::windowNotFound(options->app);
+              }
+              manager.close(options->app, match->window.id);
+            }
+            return kExitSuccess;
+          }};
+}
+
+}  // namespace brimble::cli

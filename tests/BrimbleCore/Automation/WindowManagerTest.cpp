@@ -1,0 +1,159 @@
+#include "BrimbleCore/Automation/WindowManager.h"
+
+#include <chrono>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/Support/FakeAppLauncher.h"
+#include "tests/Support/FakeClock.h"
+#include "tests/Support/FakeWindowSystem.h"
+#include "tests/Support/LogCapture.h"
+
+namespace brimble {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+WindowInfo window(std::uint32_t id, std::string app, int pid = 0,
+                  WindowFrame frame = {10, 10, 100, 80}) {
+  return {id, "title " + std::to_string(id), std::move(app), pid, frame, frame};
+}
+
+struct Rig {
+  explicit Rig(std::set<std::string> installed = {"xterm"}) : launcher(std::move(installed)) {}
+  testing::FakeClock clock;
+  testing::FakeWindowSystem system{clock};
+  testing::FakeAppLauncher launcher;
+  WindowManager manager{system, launcher, clock};
+};
+
+template <typename Body>
+std::string errorText(WindowManagerError::Code code, Body body) {
+  try {
+    body();
+  } catch (const WindowManagerError& error) {
+    EXPECT_EQ(error.code(), code) << error.what();
+    return error.what();
+  }
+  ADD_FAILURE() << "no WindowManagerError";
+  return "";
+}
+
+TEST(WindowManager, AnExactNameWinsThenTheFrontmostAndTheOthersAreCounted) {
+  Rig rig;
+  rig.system.add(window(1, "Terminal Helper"));
+  rig.system.add(window(2, "Terminal"));
+  rig.system.add(window(3, "XTerm"));
+  rig.system.add(window(4, "Gedit"));
+  rig.system.add(window(5, ""));
+
+  const auto terminal = rig.manager.find("terminal");
+  ASSERT_TRUE(terminal);
+  EXPECT_EQ(terminal->window.id, 2u);
+  EXPECT_EQ(terminal->otherMatches, 2);  // the helper, and XTerm, a terminal program
+  const auto term = rig.manager.find("term");
+  ASSERT_TRUE(term);
+  EXPECT_EQ(term->window.id, 1u);
+  EXPECT_EQ(term->otherMatches, 2);
+  EXPECT_EQ(rig.manager.find("XTERM")->window.id, 3u);
+  EXPECT_EQ(rig.manager.find("XTERM")->otherMatches, 0);
+  EXPECT_EQ(rig.manager.find("TextEdit")->window.id, 4u);
+  EXPECT_FALSE(rig.manager.find("Safari"));
+}
+
+TEST(WindowManager, WindowsByIDAndByOwnerIgnoringEmptyOnes) {
+  Rig rig;
+  rig.system.add(window(7, "tool", 50, {0, 0, 0, 30}));
+  rig.system.add(window(8, "tool", 50));
+  EXPECT_EQ(rig.manager.find(OwnerPID{50})->id, 8u);
+  EXPECT_FALSE(rig.manager.find(OwnerPID{51}));
+  EXPECT_EQ(rig.manager.find(7u)->id, 7u);
+  EXPECT_FALSE(rig.manager.find(9u));
+}
+
+TEST(WindowManager, OpenAppReturnsTheNewWindowFocusedAndCleanupClosesOnlyIt) {
+  Rig rig({"konsole", "xterm"});
+  rig.system.add(window(1, "XTerm"));
+  rig.launcher.onLaunch = [&] { rig.system.addAt(rig.clock.now() + 120ms, window(2, "konsole")); };
+  EXPECT_EQ(rig.manager.openApp("Terminal"), 2u);
+  EXPECT_THAT(rig.launcher.launches(), ElementsAre("launch konsole"));
+  EXPECT_THAT(rig.clock.sleeps(), ElementsAre(50ms, 50ms, 50ms));
+  rig.manager.cleanupScriptWindows();
+  rig.manager.cleanupScriptWindows();
+  EXPECT_THAT(rig.system.lines(), ElementsAre("activate 2", "close 2"));
+}
+
+TEST(WindowManager, OpenAppFallsBackToTheFrontmostWindowAfterTenSeconds) {
+  Rig rig;
+  rig.system.add(window(1, "XTerm"));
+  testing::LogCapture log;
+  const auto start = rig.clock.now();
+  EXPECT_EQ(rig.manager.openApp("Terminal"), 1u);
+  EXPECT_EQ(rig.clock.now() - start, 10s);
+  EXPECT_THAT(log.lines(), ElementsAre("BrimbleCore: WindowManager: No new window detected for "
+                                       "Terminal, using frontmost (ID: 1)"));
+  rig.manager.cleanupScriptWindows();
+  EXPECT_THAT(rig.system.lines(), ElementsAre("activate 1"));  // not ours to close
+
+  Rig empty({"gedit"});
+  EXPECT_EQ(errorText(WindowManagerError::Code::noWindow, [&] { empty.manager.openApp("gedit"); }),
+            "gedit is running but has no window to target. Open a window in gedit (e.g. File > "
+            "New, or click its Dock icon), then re-run.");
+}
+
+TEST(WindowManager, OpenAppFailures) {
+  Rig nothing(std::set<std::string>{});
+  EXPECT_EQ(errorText(WindowManagerError::Code::launchFailed,
+                      [&] { nothing.manager.openApp("Terminal"); }),
+            "Failed to open Terminal: none of x-terminal-emulator, gnome-terminal, konsole, "
+            "xfce4-terminal, xterm is installed");
+  EXPECT_EQ(
+      errorText(WindowManagerError::Code::launchFailed, [&] { nothing.manager.openApp("Gimp"); }),
+      "Failed to open Gimp: gimp is not installed");
+
+  Rig broken({"gimp"});
+  broken.launcher.setFailLaunch(true);
+  EXPECT_EQ(
+      errorText(WindowManagerError::Code::launchFailed, [&] { broken.manager.openApp("Gimp"); }),
+      "Failed to open Gimp: start gimp: Exec format error");
+
+  Rig unlisted({"gimp"});
+  unlisted.system.setFailListing(true);
+  testing::LogCapture log;
+  errorText(WindowManagerError::Code::windowListUnavailable,
+            [&] { unlisted.manager.openApp("Gimp"); });
+  EXPECT_THAT(log.lines(),
+              ElementsAre("BrimbleCore: WindowManager: Failed to snapshot window IDs for Gimp"));
+  EXPECT_THAT(unlisted.launcher.launches(), ElementsAre("launch gimp"));
+}
+
+TEST(WindowManager, FocusResizeAndClose) {
+  Rig rig;
+  rig.system.add(window(2, "XTerm", 0, {50, 60, 400, 300}));
+  rig.system.add(window(3, "Gedit"));
+  rig.manager.focusApp("Terminal");
+  rig.manager.resize("terminal", 800, 600);
+  EXPECT_THAT(rig.system.lines(), ElementsAre("activate 2", "move-resize 2 0,0 800x600"));
+  EXPECT_THAT(rig.clock.sleeps(), IsEmpty());  // both were done at once
+  EXPECT_EQ(
+      errorText(WindowManagerError::Code::windowNotFound, [&] { rig.manager.focusApp("Safari"); }),
+      "No window found for app 'Safari'");
+  errorText(WindowManagerError::Code::windowNotFound,
+            [&] { rig.manager.resize("Safari", 10, 10); });
+
+  testing::LogCapture log;
+  rig.system.setRefusesFocus(true);
+  rig.manager.focusApp("gedit");
+  EXPECT_EQ(rig.clock.sleeps().size(), 100u);  // up to a second, every 10 ms
+  rig.manager.close("Terminal", 99);
+  EXPECT_THAT(log.lines(),
+              ElementsAre("BrimbleCore: WindowManager: Window 3 did not become active",
+                          "BrimbleCore: WindowManager: Failed to close window 99 for Terminal"));
+}
+
+}  // namespace
+}  // namespace brimble

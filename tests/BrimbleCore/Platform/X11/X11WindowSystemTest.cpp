@@ -1,0 +1,132 @@
+#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "BrimbleCore/Automation/WindowManager.h"
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "tests/Support/ChildProcess.h"
+
+namespace brimble::x11 {
+namespace {
+
+using namespace std::chrono_literals;
+
+bool eventually(const std::function<bool()>& condition) {
+  for (int i = 0; i < 500; ++i) {
+    if (condition()) {
+      return true;
+    }
+    std::this_thread::sleep_for(10ms);
+  }
+  return false;
+}
+
+bool processAlive(int pid) {
+  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+  std::string pidText, name, state;
+  return stat >> pidText >> name >> state && state != "Z";
+}
+
+/// Our test client with a window of the given class; `windowID` once it is mapped.
+struct Client {
+  Client(const std::string& windowClass, const std::string& size)
+      : process({BRIMBLE_X11_TEST_CLIENT, "--class", windowClass, "--title",
+                 windowClass + " window", "--size", size}) {
+    const std::string line = process.readLine(5s).value_or("");
+    windowID = line.rfind("window ", 0) == 0 ? std::stoul(line.substr(7)) : 0;
+  }
+  testing::ChildProcess process;
+  std::uint32_t windowID = 0;
+};
+
+class X11Windows : public ::testing::Test {
+ protected:
+  std::optional<WindowInfo> listed(std::uint32_t id) {
+    for (const WindowInfo& window : windows_.windows()) {
+      if (window.id == id) {
+        return window;
+      }
+    }
+    return std::nullopt;
+  }
+
+  std::unique_ptr<HeadlessDisplay> display_ = HeadlessDisplay::start();
+  X11WindowSystem windows_{display_->displayName()};
+  DetachedAppLauncher launcher_;
+  WindowManager manager_{windows_, launcher_, steadyClock()};
+};
+
+TEST_F(X11Windows, ListsTitleClassPidAndFrameFrontmostFirst) {
+  Client back("Terminal", "300x200");
+  Client front("Terminal Helper", "320x240");
+  ASSERT_NE(back.windowID, 0u) << back.process.errorOutput();
+  ASSERT_NE(front.windowID, 0u) << front.process.errorOutput();
+  // openbox focuses and raises each new window.
+  ASSERT_TRUE(eventually([&] { return windows_.activeWindow() == front.windowID; }));
+
+  const std::vector<WindowInfo> listing = windows_.windows();
+  EXPECT_EQ(listing[0].id, front.windowID);
+  EXPECT_EQ(listing[1].id, back.windowID);
+  const WindowInfo& window = listing[0];
+  EXPECT_EQ(window.title, "Terminal Helper window");
+  EXPECT_EQ(window.appName, "Terminal Helper");
+  EXPECT_EQ(window.pid, front.process.pid());
+  EXPECT_EQ(window.contentFrame.width, 320);
+  EXPECT_EQ(window.contentFrame.height, 240);
+  // openbox's decorations surround the content, with the title bar above it.
+  const WindowFrame& outer = window.frame;
+  const WindowFrame& inner = window.contentFrame;
+  EXPECT_LE(outer.x, inner.x);
+  EXPECT_LT(outer.y + 10, inner.y);
+  EXPECT_GE(outer.x + outer.width, inner.x + inner.width);
+  EXPECT_GE(outer.y + outer.height, inner.y + inner.height);
+
+  // "terminal" prefers the application named exactly so, though the other is in front.
+  const auto terminal = manager_.find("terminal");
+  ASSERT_TRUE(terminal);
+  EXPECT_EQ(terminal->window.id, back.windowID);
+  EXPECT_EQ(terminal->otherMatches, 1);
+  EXPECT_EQ(manager_.find("term")->window.id, front.windowID);
+  EXPECT_EQ(manager_.find(OwnerPID{back.process.pid()})->id, back.windowID);
+}
+
+TEST_F(X11Windows, OpenResizeFocusAndCloseARealTerminal) {
+  const std::uint32_t terminal = manager_.openApp("Terminal");
+  const auto opened = listed(terminal);
+  ASSERT_TRUE(opened);
+  EXPECT_THAT(opened->appName, ::testing::HasSubstr("XTerm"));  // UXTerm through lxterm
+  EXPECT_EQ(windows_.activeWindow(), terminal);
+
+  manager_.resize("Terminal", 800, 600);
+  const auto resized = listed(terminal);
+  ASSERT_TRUE(resized);
+  EXPECT_EQ(resized->frame.x, 0);
+  EXPECT_EQ(resized->frame.y, 0);
+  // xterm keeps whole character cells: at most one cell (under 20 pixels) short.
+  EXPECT_LE(resized->contentFrame.width, 800);
+  EXPECT_GT(resized->contentFrame.width, 780);
+  EXPECT_LE(resized->contentFrame.height, 600);
+  EXPECT_GT(resized->contentFrame.height, 580);
+
+  Client other("Other", "200x100");
+  ASSERT_TRUE(eventually([&] { return windows_.activeWindow() == other.windowID; }));
+  manager_.focusApp("Terminal");
+  EXPECT_EQ(windows_.activeWindow(), terminal);
+
+  manager_.close("Terminal", terminal);
+  EXPECT_TRUE(eventually([&] { return !listed(terminal); }));
+  EXPECT_TRUE(eventually([&] { return !processAlive(opened->pid); })) << opened->pid;
+  EXPECT_TRUE(listed(other.windowID));
+}
+
+}  // namespace
+}  // namespace brimble::x11

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cerrno>
+#include <functional>
+#include <set>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "BrimbleCore/Automation/AppLauncher.h"
+
+namespace brimble::testing {
+
+/// A launcher that knows which programs are "installed" and records each launch as
+/// "launch <program>", calling `onLaunch` (which may schedule the new window).
+class FakeAppLauncher final : public AppLauncher {
+ public:
+  explicit FakeAppLauncher(std::set<std::string> installed) : installed_(std::move(installed)) {}
+
+  bool isInstalled(const std::string& program) const override {
+    return installed_.count(program) > 0;
+  }
+  int launch(const std::string& program) override {
+    launches_.push_back("launch " + program);
+    if (failLaunch_) {
+      throw std::system_error(ENOEXEC, std::generic_category(), "start " + program);
+    }
+    if (onLaunch) {
+      onLaunch();
+    }
+    return 4242;
+  }
+
+  void setFailLaunch(bool fail) { failLaunch_ = fail; }
+  const std::vector<std::string>& launches() const { return launches_; }
+
+  std::function<void()> onLaunch;
+
+ private:
+  std::set<std::string> installed_;
+  bool failLaunch_ = false;
+  std::vector<std::string> launches_;
+};
+
+}  // namespace brimble::testing

@@ -1,0 +1,111 @@
+// `brimble windows`, `brimble window` and `brimble input`, run the way a user runs them, against
+// our test client in an embedded display.
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/RunCommand.h"
+
+namespace brimble {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using testing::runCommand;
+using testing::shellQuote;
+
+std::string brimble(const std::string& arguments) {
+  return shellQuote(BRIMBLE_BINARY) + " " + arguments + " 2>&1";
+}
+
+class AutomationCommands : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    const std::string mapped = client_.readLine(5s).value_or("");
+    ASSERT_EQ(mapped.rfind("window ", 0), 0u) << client_.errorOutput();
+    id_ = mapped.substr(7);
+    std::optional<std::string> line;
+    do {
+      line = client_.readLine(5s);
+    } while (line && *line != "focus in");
+    ASSERT_TRUE(line);
+  }
+
+  std::vector<std::string> clientLines(std::size_t count) {
+    std::vector<std::string> lines;
+    while (lines.size() < count) {
+      const auto line = client_.readLine(5s);
+      if (!line) {
+        break;
+      }
+      lines.push_back(*line);
+    }
+    return lines;
+  }
+
+  // The display sets DISPLAY for the brimble commands these tests run.
+  std::unique_ptr<x11::HeadlessDisplay> display_ = x11::HeadlessDisplay::start();
+  testing::ChildProcess client_{
+      {BRIMBLE_X11_TEST_CLIENT, "--class", "DemoApp", "--title", "Demo", "--size", "300x200"}};
+  std::string id_;
+};
+
+TEST_F(AutomationCommands, WindowsAreListedResizedAndClosed) {
+  const auto listed = runCommand(brimble("windows --json --app demo"));
+  ASSERT_EQ(listed.exitCode, 0) << listed.output;
+  const auto windows = nlohmann::json::parse(listed.output).at("windows");
+  ASSERT_EQ(windows.size(), 1u);
+  EXPECT_EQ(std::to_string(windows[0].at("id").get<long>()), id_);
+  EXPECT_EQ(windows[0].at("app"), "DemoApp");
+  EXPECT_EQ(windows[0].at("title"), "Demo");
+  EXPECT_EQ(runCommand(brimble("windows --app nothing")).output, "");
+
+  EXPECT_EQ(runCommand(brimble("window resize demoapp 500 400")).exitCode, 0);
+  const auto text = runCommand(brimble("windows")).output;
+  EXPECT_THAT(text, ::testing::MatchesRegex("ID +APP +PID +FRAME +TITLE\n" + id_ +
+                                            " +DemoApp +[0-9]+ +0,0 [0-9]+x4[0-9][0-9] +Demo\n"));
+
+  const auto missing = runCommand(brimble("window focus Safari"));
+  EXPECT_EQ(missing.exitCode, 1);
+  EXPECT_EQ(missing.output, "brimble window: No window found for app 'Safari'\n");
+  EXPECT_EQ(runCommand(brimble("window close DemoApp")).exitCode, 0);
+  EXPECT_EQ(client_.readLine(5s), "closed");
+}
+
+TEST_F(AutomationCommands, InputReachesTheFocusedWindow) {
+  EXPECT_EQ(runCommand(brimble("input type 'A€' --delay 0")).output, "");
+  EXPECT_EQ(runCommand(brimble("input key cmd+c")).exitCode, 0);
+  const auto window =
+      nlohmann::json::parse(runCommand(brimble("windows --json")).output).at("windows").at(0);
+  const std::string inside = std::to_string(window.at("x").get<int>() + 100) + " " +
+                             std::to_string(window.at("y").get<int>() + 100);
+  EXPECT_EQ(runCommand(brimble("input click " + inside + " --right")).exitCode, 0);
+  EXPECT_EQ(runCommand(brimble("input scroll up 1")).exitCode, 0);
+  const std::vector<std::string> lines = clientLines(15);
+  EXPECT_THAT(std::vector<std::string>(lines.begin(), lines.begin() + 8),
+              ElementsAre("key press Shift_L 0", "key press a 1", "key release a 1",
+                          "key release Shift_L 1", "key press U20AC 0", "key release U20AC 0",
+                          "key press Control_L 0", "key press c 4"));
+  ASSERT_EQ(lines.size(), 15u) << ::testing::PrintToString(lines);
+  EXPECT_THAT(lines[11], ::testing::StartsWith("button press 3 "));
+  EXPECT_THAT(lines[13], ::testing::StartsWith("button press 4 "));
+
+  const auto direction = runCommand(brimble("input scroll sideways"));
+  EXPECT_EQ(direction.exitCode, 2);
+  EXPECT_EQ(direction.output,
+            "brimble input scroll: Invalid direction 'sideways'. Must be: up, down, left, right\n");
+  const auto key = runCommand(brimble("input key ctrl+hyper"));
+  EXPECT_EQ(key.exitCode, 2);
+  EXPECT_EQ(key.output, "brimble input key: Unknown key 'hyper' in 'ctrl+hyper'\n");
+}
+
+}  // namespace
+}  // namespace brimble

@@ -14,10 +14,13 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "BrimbleCore/Automation/AppLauncher.h"
+#include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Clock.h"
@@ -219,7 +222,12 @@ Target resolveTarget(const char* command, const CaptureOptions& options,
         throw ScreenCaptureError::windowNotFound(id);
       }
     } else {
-      window = source.windowOfApplication(options.app);
+      // The same lookup scripts use: the alias table, an exact name before a partial one.
+      x11::X11WindowSystem windowSystem(source.displayName());
+      DetachedAppLauncher launcher;
+      WindowManager windows(windowSystem, launcher, steadyClock());
+      const auto match = windows.find(std::string_view(options.app));
+      window = match ? source.window(match->window.id) : std::nullopt;
       if (!window) {
         fail(command, kExitFailure, "no window of an application named \"{}\"", options.app);
       }

@@ -30,55 +30,6 @@ XDisplayPtr connect(const std::string& displayName) {
   return display;
 }
 
-std::string lowercase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
-/// The window manager's client windows from bottom to top; without a window manager, the
-/// root's children in stacking order.
-std::vector<Window> topLevelWindows(Display* display) {
-  const Window root = DefaultRootWindow(display);
-  for (const char* name : {"_NET_CLIENT_LIST_STACKING", "_NET_CLIENT_LIST"}) {
-    Atom type = None;
-    int format = 0;
-    unsigned long count = 0;
-    unsigned long remaining = 0;
-    unsigned char* data = nullptr;
-    const int status =
-        XGetWindowProperty(display, root, XInternAtom(display, name, False), 0, 65536, False,
-                           XA_WINDOW, &type, &format, &count, &remaining, &data);
-    const XFreePtr<unsigned char> owned(data);
-    if (status == Success && type == XA_WINDOW && format == 32) {
-      // Format-32 properties arrive as longs, whatever the size of a long.
-      const auto* windows = reinterpret_cast<const unsigned long*>(data);
-      return {windows, windows + count};
-    }
-  }
-  Window rootReturn = 0;
-  Window parent = 0;
-  Window* children = nullptr;
-  unsigned int count = 0;
-  std::vector<Window> windows;
-  if (XQueryTree(display, root, &rootReturn, &parent, &children, &count) != 0) {
-    const XFreePtr<Window> owned(children);
-    windows.assign(children, children + count);
-  }
-  return windows;
-}
-
-std::optional<std::string> windowClass(Display* display, Window window) {
-  XClassHint hint{};
-  bool found = false;
-  if (!succeeds(display, [&] { found = XGetClassHint(display, window, &hint) != 0; }) || !found) {
-    return std::nullopt;
-  }
-  const XFreePtr<char> instanceName(hint.res_name);
-  const XFreePtr<char> className(hint.res_class);
-  return className ? std::optional<std::string>(className.get()) : std::nullopt;
-}
-
 }  // namespace
 
 std::vector<ScreenDisplay> X11ScreenSource::displays() {
@@ -137,32 +88,6 @@ std::optional<ScreenWindow> X11ScreenSource::window(std::uint32_t windowID) {
 std::unique_ptr<ScreenStream> X11ScreenSource::openStream(const CaptureTarget& target,
                                                           bool showCursor) {
   return std::make_unique<X11ScreenStream>(displayName_, target, showCursor, options_.sharedMemory);
-}
-
-std::optional<ScreenWindow> X11ScreenSource::windowOfApplication(
-    const std::string& applicationName) {
-  const std::string wanted = lowercase(applicationName);
-  std::optional<std::uint32_t> partial;
-  std::optional<std::uint32_t> exact;
-  {
-    const XDisplayPtr connection = connect(displayName_);
-    Display* display = connection.get();
-    const std::vector<Window> windows = topLevelWindows(display);
-    for (auto window = windows.rbegin(); window != windows.rend() && !exact; ++window) {
-      const auto found = windowClass(display, *window);
-      if (!found) {
-        continue;
-      }
-      const std::string name = lowercase(*found);
-      if (name == wanted) {
-        exact = static_cast<std::uint32_t>(*window);
-      } else if (!partial && name.find(wanted) != std::string::npos) {
-        partial = static_cast<std::uint32_t>(*window);
-      }
-    }
-  }
-  const auto chosen = exact ? exact : partial;
-  return chosen ? window(*chosen) : std::nullopt;
 }
 
 std::optional<std::pair<int, int>> X11ScreenSource::pointerPosition() {

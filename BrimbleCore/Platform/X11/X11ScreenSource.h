@@ -31,10 +31,8 @@ class X11ScreenSource final : public ScreenSource {
   std::optional<ScreenWindow> window(std::uint32_t windowID) override;
   std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target, bool showCursor) override;
 
-  /// The topmost managed window whose WM_CLASS class names `applicationName`: an exact
-  /// (case-insensitive) match first, else a class that contains the name. No value when none
-  /// matches. A stop-gap lookup for `record --app` until window management lands.
-  std::optional<ScreenWindow> windowOfApplication(const std::string& applicationName);
+  /// The display this source reads (":99"; empty means $DISPLAY).
+  const std::string& displayName() const noexcept { return displayName_; }
 
   /// The pointer position in screen coordinates; no value when it cannot be read.
   std::optional<std::pair<int, int>> pointerPosition();

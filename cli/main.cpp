@@ -10,7 +10,7 @@
 #include "cli/Command.h"
 #include "cli/DisplayCommand.h"
 #include "cli/EncodeCommand.h"
-#include "cli/InspectCommand.h"
+#include "cli/BrowserCommands.h"
 #include "cli/InputCommand.h"
 #include "cli/Interrupts.h"
 #include "cli/MCPInstallCommands.h"

@@ -85,9 +85,9 @@ const std::vector<ScriptSettingSpec>& scriptSettingsTable() {
 }
 
 const ScriptSettingSpec* findScriptSetting(std::string_view name) {
-  for (const ScriptSettingSpec& spec : scriptSettingsTable()) {
-    if (spec.name == name) {
-      return &spec;
+  for (const ScriptSettingSpec& setting : scriptSettingsTable()) {
+    if (setting.name == name) {
+      return &setting;
     }
   }
   return nullptr;
@@ -109,15 +109,15 @@ const std::vector<std::pair<std::string, std::string>>& initialSettings() {
 
 std::string settingsDocumentJSON(int indent) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
-  for (const ScriptSettingSpec& spec : scriptSettingsTable()) {
+  for (const ScriptSettingSpec& setting : scriptSettingsTable()) {
     nlohmann::ordered_json entry;
-    entry["name"] = spec.name;
-    entry["type"] = spec.type;
-    entry["default"] = spec.defaultValue ? typedValue(spec.type, *spec.defaultValue) : nullptr;
-    if (!spec.allowedValues.empty()) {
+    entry["name"] = setting.name;
+    entry["type"] = setting.type;
+    entry["default"] = setting.defaultValue ? typedValue(setting.type, *setting.defaultValue) : nullptr;
+    if (!setting.allowedValues.empty()) {
       nlohmann::ordered_json values = nlohmann::ordered_json::array();
-      for (const std::string& value : spec.allowedValues) {
-        values.push_back(typedValue(spec.type, value));
+      for (const std::string& value : setting.allowedValues) {
+        values.push_back(typedValue(setting.type, value));
       }
       entry["enum"] = std::move(values);
     }
@@ -156,23 +156,23 @@ std::optional<double> doubleFromSettingText(std::string_view text) {
   return parseScriptNumber(trimmed(text));
 }
 
-bool isAcceptedSettingValue(const ScriptSettingSpec& spec, std::string_view text) {
-  if (!spec.allowedValues.empty()) {
+bool isAcceptedSettingValue(const ScriptSettingSpec& setting, std::string_view text) {
+  if (!setting.allowedValues.empty()) {
     const auto matches = [&](const std::string& allowed) {
-      if (spec.type == "integer") {
+      if (setting.type == "integer") {
         return intFromSettingText(text) == intFromSettingText(allowed);
       }
       return text == allowed;
     };
-    return std::any_of(spec.allowedValues.begin(), spec.allowedValues.end(), matches);
+    return std::any_of(setting.allowedValues.begin(), setting.allowedValues.end(), matches);
   }
-  if (spec.type == "integer") {
+  if (setting.type == "integer") {
     return intFromSettingText(text).has_value();
   }
-  if (spec.type == "number") {
+  if (setting.type == "number") {
     return doubleFromSettingText(text).has_value();
   }
-  if (spec.type == "boolean") {
+  if (setting.type == "boolean") {
     return boolFromSettingText(text).has_value();
   }
   return true;

@@ -88,10 +88,10 @@ std::string className(Display* display, Window window) {
 /// The pid the X server knows for the client that created `window`: unlike _NET_WM_PID, which
 /// the client writes itself, it cannot be wrong.
 std::optional<int> serverKnownPid(Display* display, Window window) {
-  XResClientIdSpec spec{window, XRES_CLIENT_ID_PID_MASK};
+  XResClientIdSpec client{window, XRES_CLIENT_ID_PID_MASK};
   long count = 0;
   XResClientIdValue* values = nullptr;
-  if (XResQueryClientIds(display, 1, &spec, &count, &values) != Success) {
+  if (XResQueryClientIds(display, 1, &client, &count, &values) != Success) {
     return std::nullopt;
   }
   std::optional<int> pid;

@@ -1,4 +1,4 @@
-#include "cli/InspectCommand.h"
+#include "cli/BrowserCommands.h"
 
 #include <memory>
 #include <string>

@@ -101,9 +101,11 @@ WebSocketCDPTransport::~WebSocketCDPTransport() {
   close();
   if (thread_.joinable()) {
     thread_.join();
-  } else {
-    state_->io.run();  // never started: run what was queued (the close) so nothing is left pending
   }
+  // The thread ends by itself once the socket has died; whatever was posted after that (the
+  // close, late sends) holds the state that owns the io_context, so run it here or it leaks.
+  state_->io.restart();
+  state_->io.run();
 }
 
 void WebSocketCDPTransport::start(Receiver receiver) {

@@ -87,6 +87,11 @@ ProcessedFrame GIFDecoder::State::readImage() {
   const ColorMapObject* map = desc.ColorMap != nullptr ? desc.ColorMap : gif->SColorMap;
   const int screenWidth = gif->SWidth;
   const int screenHeight = gif->SHeight;
+  if (canvas.empty()) {
+    // Allocated only once an image is really there: a damaged header can claim a huge screen.
+    canvas.assign(
+        static_cast<std::size_t>(screenWidth) * static_cast<std::size_t>(screenHeight) * 4, 0);
+  }
   std::vector<GifPixelType> indices(static_cast<std::size_t>(std::max(desc.Width, 0)) *
                                     static_cast<std::size_t>(std::max(desc.Height, 0)));
   if (desc.Interlace) {
@@ -162,7 +167,6 @@ GIFDecoder::GIFDecoder(std::vector<std::uint8_t> bytes, std::filesystem::path na
   if (width == 0 || height == 0) {
     throw ImageCodecError::unreadableFile(state_->name, "the GIF has no pixels");
   }
-  state_->canvas.assign(width * height * 4, 0);
 }
 
 GIFDecoder::GIFDecoder(GIFDecoder&&) noexcept = default;

@@ -68,13 +68,13 @@ int runSettings(bool json) {
     return kExitSuccess;
   }
   fmt::print("{:<20}{:<9}{:<12}{:<26}{}\n", "NAME", "TYPE", "DEFAULT", "VALUES", "MEANING");
-  for (const ScriptSettingSpec& spec : scriptSettingsTable()) {
+  for (const ScriptSettingSpec& setting : scriptSettingsTable()) {
     std::string values;
-    for (const std::string& value : spec.allowedValues) {
+    for (const std::string& value : setting.allowedValues) {
       values += (values.empty() ? "" : ", ") + value;
     }
-    fmt::print("{:<20}{:<9}{:<12}{:<26}{}\n", spec.name, spec.type,
-               spec.defaultValue.value_or("(none)"), values, spec.meaning);
+    fmt::print("{:<20}{:<9}{:<12}{:<26}{}\n", setting.name, setting.type,
+               setting.defaultValue.value_or("(none)"), values, setting.meaning);
   }
   return kExitSuccess;
 }

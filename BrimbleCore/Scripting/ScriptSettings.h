@@ -44,8 +44,8 @@ std::optional<bool> boolFromSettingText(std::string_view text);
 std::optional<int> intFromSettingText(std::string_view text);
 std::optional<double> doubleFromSettingText(std::string_view text);
 
-/// Whether `text` is a value the engine will use for `spec` rather than falling back to the
+/// Whether `text` is a value the engine will use for `setting` rather than falling back to the
 /// default: it converts to the setting's type and, for restricted settings, is one of them.
-bool isAcceptedSettingValue(const ScriptSettingSpec& spec, std::string_view text);
+bool isAcceptedSettingValue(const ScriptSettingSpec& setting, std::string_view text);
 
 }  // namespace brimble

@@ -32,19 +32,19 @@ std::optional<std::string> literalText(const ScriptValue& value) {
   return std::nullopt;
 }
 
-std::string expectedValues(const ScriptSettingSpec& spec) {
-  if (!spec.allowedValues.empty()) {
+std::string expectedValues(const ScriptSettingSpec& setting) {
+  if (!setting.allowedValues.empty()) {
     std::string list;
-    for (const std::string& value : spec.allowedValues) {
+    for (const std::string& value : setting.allowedValues) {
       list += list.empty() ? "expected: " : ", ";
       list += value;
     }
     return list;
   }
-  if (spec.type == "integer") {
+  if (setting.type == "integer") {
     return "expected an integer";
   }
-  if (spec.type == "number") {
+  if (setting.type == "number") {
     return "expected a number";
   }
   return "expected true or false";
@@ -102,10 +102,10 @@ class Checker {
       }
       return;
     }
-    const ScriptSettingSpec* spec = findScriptSetting(set.name);
-    if (spec != nullptr && !isAcceptedSettingValue(*spec, *text)) {
+    const ScriptSettingSpec* known = findScriptSetting(set.name);
+    if (known != nullptr && !isAcceptedSettingValue(*known, *text)) {
       warnings_.push_back(prefix + "invalid value '" + *text + "' for setting '" + set.name +
-                          "' (" + expectedValues(*spec) + ")");
+                          "' (" + expectedValues(*known) + ")");
     }
   }
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -16,6 +17,37 @@
 #include "BrimbleCore/Support/SystemError.h"
 
 namespace brimble {
+namespace {
+
+/// Whether a process of `group` is still alive. Zombies do not count: they are gone but for
+/// their exit status, which whoever adopted them collects.
+bool groupHasLiveMembers(pid_t group) {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+    const std::string name = entry.path().filename().string();
+    if (name.empty() || name.find_first_not_of("0123456789") != std::string::npos) {
+      continue;
+    }
+    std::ifstream file(entry.path() / "stat");
+    std::string stat;
+    std::getline(file, stat);
+    // "pid (comm) state ppid pgrp ...": the name may hold spaces and parentheses.
+    const std::size_t end = stat.rfind(')');
+    if (end == std::string::npos) {
+      continue;
+    }
+    std::istringstream fields(stat.substr(end + 1));
+    char state = 0;
+    long parent = 0;
+    long processGroup = 0;
+    if (fields >> state >> parent >> processGroup && processGroup == group && state != 'Z') {
+      return true;
+    }
+  }
+  return false;
+}
+
+}  // namespace
 
 DaemonProcess DaemonProcess::start(const std::vector<std::string>& arguments,
                                    std::optional<int> inheritedFd) {
@@ -120,6 +152,12 @@ void DaemonProcess::stop(std::chrono::milliseconds grace) noexcept {
   ::kill(-pid_, SIGKILL);
   if (!exited) {
     ::waitpid(pid_, nullptr, 0);
+  }
+  // The rest of the group (a browser's renderers) are not our children and die in their own
+  // time; stopped means gone, so wait for them a little.
+  const auto killDeadline = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  while (groupHasLiveMembers(pid_) && std::chrono::steady_clock::now() < killDeadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
   pid_ = -1;
 }

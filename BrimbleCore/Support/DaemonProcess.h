@@ -36,7 +36,8 @@ class DaemonProcess {
   bool hasExited();
 
   /// SIGTERM to its process group, up to `grace` for it to exit, then SIGKILL to whatever of the
-  /// group is left; reaps it. Does nothing when not running.
+  /// group is left; reaps it and waits (up to a second) until no process of the group is alive.
+  /// Does nothing when not running.
   void stop(std::chrono::milliseconds grace = std::chrono::milliseconds(2000)) noexcept;
 
  private:

@@ -14,6 +14,8 @@
 #include <unistd.h>
 
 #include "BrimbleCore/Platform/X11/XDisplay.h"
+#include "BrimbleCore/Platform/X11/XHandles.h"
+#include "BrimbleCore/Platform/X11/XProperties.h"
 #include "BrimbleCore/Support/FileIO.h"
 #include "BrimbleCore/Support/UniqueFd.h"
 
@@ -105,19 +107,8 @@ struct ReportPipe {
 };
 
 bool rootHasWindowProperty(Display* display, const char* name, bool nonEmpty) {
-  const Atom property = XInternAtom(display, name, False);
-  Atom type = None;
-  int format = 0;
-  unsigned long count = 0;
-  unsigned long remaining = 0;
-  unsigned char* data = nullptr;
-  const int status = XGetWindowProperty(display, DefaultRootWindow(display), property, 0, 1, False,
-                                        XA_WINDOW, &type, &format, &count, &remaining, &data);
-  const bool present = status == Success && type == XA_WINDOW && (!nonEmpty || count == 1);
-  if (data != nullptr) {
-    XFree(data);
-  }
-  return present;
+  const auto windows = longProperty(display, DefaultRootWindow(display), name, XA_WINDOW);
+  return windows && (!nonEmpty || !windows->empty());
 }
 
 bool windowManagerIsUp(Display* display) {
@@ -129,19 +120,10 @@ bool windowManagerIsUp(Display* display) {
 }
 
 /// How many windows `_NET_CLIENT_LIST` names.
-unsigned long managedWindows(Display* display) {
-  const Atom list = XInternAtom(display, "_NET_CLIENT_LIST", False);
-  Atom type = None;
-  int format = 0;
-  unsigned long count = 0;
-  unsigned long remaining = 0;
-  unsigned char* data = nullptr;
-  XGetWindowProperty(display, DefaultRootWindow(display), list, 0, 1024, False, XA_WINDOW, &type,
-                     &format, &count, &remaining, &data);
-  if (data != nullptr) {
-    XFree(data);
-  }
-  return count;
+std::size_t managedWindows(Display* display) {
+  const auto windows =
+      longProperty(display, DefaultRootWindow(display), "_NET_CLIENT_LIST", XA_WINDOW);
+  return windows ? windows->size() : 0;
 }
 
 bool isFramed(Display* display, Window window) {
@@ -152,9 +134,7 @@ bool isFramed(Display* display, Window window) {
   if (XQueryTree(display, window, &root, &parent, &children, &count) == 0) {
     return false;
   }
-  if (children != nullptr) {
-    XFree(children);
-  }
+  const XFreePtr<Window> ownedChildren(children);
   return parent != root;
 }
 

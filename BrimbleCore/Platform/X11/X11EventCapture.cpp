@@ -11,6 +11,7 @@
 #include <X11/extensions/XInput2.h>
 #include <poll.h>
 
+#include "BrimbleCore/Platform/X11/XHandles.h"
 #include "BrimbleCore/Support/Log.h"
 
 namespace brimble::x11 {
@@ -19,28 +20,20 @@ namespace {
 constexpr int kPointerSampleMilliseconds = 16;
 
 ScreenPoint pointer(Display* display) {
-  Window root = 0;
-  Window child = 0;
-  int rootX = 0;
-  int rootY = 0;
-  int windowX = 0;
-  int windowY = 0;
-  unsigned mask = 0;
-  XQueryPointer(display, DefaultRootWindow(display), &root, &child, &rootX, &rootY, &windowX,
-                &windowY, &mask);
-  return {rootX, rootY};
+  const PointerState state = queryPointer(display);
+  return {state.x, state.y};
 }
 
 /// The keysym name of a key's first level in the current map, read from the server because
 /// the map may have changed since this connection last looked.
 std::string keyName(Display* display, int keycode) {
   int perKeycode = 0;
-  KeySym* symbols = XGetKeyboardMapping(display, static_cast<KeyCode>(keycode), 1, &perKeycode);
-  if (symbols == nullptr) {
+  const XFreePtr<KeySym> symbols(
+      XGetKeyboardMapping(display, static_cast<KeyCode>(keycode), 1, &perKeycode));
+  if (!symbols) {
     return {};
   }
-  const KeySym keysym = perKeycode > 0 ? symbols[0] : NoSymbol;
-  XFree(symbols);
+  const KeySym keysym = perKeycode > 0 ? symbols.get()[0] : NoSymbol;
   const char* name = keysym != NoSymbol ? XKeysymToString(keysym) : nullptr;
   return name != nullptr ? name : "";
 }

@@ -11,15 +11,13 @@
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
+#include "BrimbleCore/Platform/X11/XHandles.h"
+
 namespace brimble::x11 {
 namespace {
 
 // Enough that a program must fall 16 bound characters behind to read a key rebound since.
 constexpr std::size_t kMaxSpareKeys = 16;
-
-struct XFreeDeleter {
-  void operator()(void* data) const noexcept { XFree(data); }
-};
 
 /// One snapshot of the core keyboard map. Read afresh for each question, because Xlib's own
 /// cache only follows changes for connections that read their MappingNotify events.
@@ -72,7 +70,7 @@ class Keymap {
   int minKeycode_ = 0;
   int maxKeycode_ = 0;
   int perKeycode_ = 0;
-  std::unique_ptr<KeySym, XFreeDeleter> symbols_;
+  XFreePtr<KeySym> symbols_;
 };
 
 /// The keysym of a character: Latin-1 characters are their own keysyms, every other character
@@ -183,16 +181,8 @@ void X11InputBackend::moveTo(ScreenPoint point) {
 }
 
 ScreenPoint X11InputBackend::cursorPosition() {
-  Window root = 0;
-  Window child = 0;
-  int rootX = 0;
-  int rootY = 0;
-  int windowX = 0;
-  int windowY = 0;
-  unsigned mask = 0;
-  XQueryPointer(display_.get(), DefaultRootWindow(display_.get()), &root, &child, &rootX, &rootY,
-                &windowX, &windowY, &mask);
-  return {rootX, rootY};
+  const PointerState pointer = queryPointer(display_.get());
+  return {pointer.x, pointer.y};
 }
 
 std::optional<KeyStroke> X11InputBackend::strokeFor(char32_t character) {
@@ -300,15 +290,7 @@ KeyboardState X11InputBackend::keyboardState() {
       }
     }
   }
-  Window root = 0;
-  Window child = 0;
-  int rootX = 0;
-  int rootY = 0;
-  int windowX = 0;
-  int windowY = 0;
-  unsigned mask = 0;
-  XQueryPointer(display_.get(), DefaultRootWindow(display_.get()), &root, &child, &rootX, &rootY,
-                &windowX, &windowY, &mask);
+  const unsigned mask = queryPointer(display_.get()).mask;
   const std::pair<unsigned, Modifier> masks[] = {{ShiftMask, Modifier::shift},
                                                  {ControlMask, Modifier::control},
                                                  {Mod1Mask, Modifier::alt},

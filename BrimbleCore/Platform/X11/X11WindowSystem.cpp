@@ -9,50 +9,10 @@
 #include <X11/extensions/XRes.h>
 
 #include "BrimbleCore/Automation/WindowManagerError.h"
+#include "BrimbleCore/Platform/X11/XProperties.h"
 
 namespace brimble::x11 {
 namespace {
-
-struct XFreeDeleter {
-  void operator()(void* data) const noexcept { XFree(data); }
-};
-
-/// A property's items (32-bit formats arrive as longs), or no value when it is missing or of
-/// another type.
-std::optional<std::vector<unsigned long>> longProperty(Display* display, Window window,
-                                                       const char* name, Atom type) {
-  Atom actualType = None;
-  int format = 0;
-  unsigned long count = 0;
-  unsigned long remaining = 0;
-  unsigned char* data = nullptr;
-  const int status =
-      XGetWindowProperty(display, window, XInternAtom(display, name, False), 0, 65536, False, type,
-                         &actualType, &format, &count, &remaining, &data);
-  const std::unique_ptr<unsigned char, XFreeDeleter> owned(data);
-  if (status != Success || actualType != type || format != 32) {
-    return std::nullopt;
-  }
-  const auto* items = reinterpret_cast<const unsigned long*>(data);
-  return std::vector<unsigned long>(items, items + count);
-}
-
-std::optional<std::string> utf8Property(Display* display, Window window, const char* name) {
-  const Atom utf8 = XInternAtom(display, "UTF8_STRING", False);
-  Atom actualType = None;
-  int format = 0;
-  unsigned long count = 0;
-  unsigned long remaining = 0;
-  unsigned char* data = nullptr;
-  const int status =
-      XGetWindowProperty(display, window, XInternAtom(display, name, False), 0, 65536, False, utf8,
-                         &actualType, &format, &count, &remaining, &data);
-  const std::unique_ptr<unsigned char, XFreeDeleter> owned(data);
-  if (status != Success || actualType != utf8 || format != 8) {
-    return std::nullopt;
-  }
-  return std::string(reinterpret_cast<const char*>(data), count);
-}
 
 /// WM_NAME in whatever encoding it was stored (Latin-1 STRING, COMPOUND_TEXT), as UTF-8.
 std::string legacyName(Display* display, Window window) {
@@ -60,7 +20,7 @@ std::string legacyName(Display* display, Window window) {
   if (XGetWMName(display, window, &property) == 0 || property.value == nullptr) {
     return {};
   }
-  const std::unique_ptr<unsigned char, XFreeDeleter> owned(property.value);
+  const XFreePtr<unsigned char> owned(property.value);
   char** list = nullptr;
   int count = 0;
   std::string name;
@@ -79,10 +39,9 @@ std::string className(Display* display, Window window) {
   if (XGetClassHint(display, window, &hint) == 0) {
     return {};
   }
-  std::string name = hint.res_class != nullptr ? hint.res_class : "";
-  XFree(hint.res_name);
-  XFree(hint.res_class);
-  return name;
+  const XFreePtr<char> instance(hint.res_name);
+  const XFreePtr<char> windowClass(hint.res_class);
+  return windowClass ? windowClass.get() : "";
 }
 
 /// The pid the X server knows for the client that created `window`: unlike _NET_WM_PID, which

@@ -32,6 +32,17 @@ ScreenSize screenSize(_XDisplay* display) noexcept {
           DisplayHeight(display, DefaultScreen(display))};
 }
 
+PointerState queryPointer(_XDisplay* display) noexcept {
+  Window root = 0;
+  Window child = 0;
+  PointerState state;
+  int windowX = 0;
+  int windowY = 0;
+  XQueryPointer(display, DefaultRootWindow(display), &root, &child, &state.x, &state.y, &windowX,
+                &windowY, &state.mask);
+  return state;
+}
+
 int lastError() noexcept {
   return lastErrorCode;
 }

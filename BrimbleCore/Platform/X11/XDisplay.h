@@ -35,6 +35,15 @@ struct ScreenSize {
 /// The size of the display's default screen in pixels.
 ScreenSize screenSize(_XDisplay* display) noexcept;
 
+struct PointerState {
+  int x = 0;  // on the root window
+  int y = 0;
+  unsigned mask = 0;  // the modifier keys and buttons held, as Xlib's state masks
+};
+
+/// Where the pointer is and what is held, asked of the server.
+PointerState queryPointer(_XDisplay* display) noexcept;
+
 /// The X error code of the last error recorded on this thread since `resetErrors`, or 0.
 int lastError() noexcept;
 void resetErrors() noexcept;

@@ -35,4 +35,8 @@ std::string shellQuote(const std::string& text) {
   return quoted + "'";
 }
 
+std::string brimbleCommand(const std::string& arguments) {
+  return shellQuote(BRIMBLE_BINARY) + " " + arguments;
+}
+
 }  // namespace brimble::testing

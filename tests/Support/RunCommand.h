@@ -15,4 +15,7 @@ CommandResult runCommand(const std::string& command);
 /// `text` quoted for /bin/sh.
 std::string shellQuote(const std::string& text);
 
+/// A shell command line that runs the `brimble` this build made with `arguments` (shell syntax).
+std::string brimbleCommand(const std::string& arguments);
+
 }  // namespace brimble::testing

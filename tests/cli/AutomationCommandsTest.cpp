@@ -23,7 +23,7 @@ using testing::runCommand;
 using testing::shellQuote;
 
 std::string brimble(const std::string& arguments) {
-  return shellQuote(BRIMBLE_BINARY) + " " + arguments + " 2>&1";
+  return testing::brimbleCommand(arguments + " 2>&1");
 }
 
 class AutomationCommands : public ::testing::Test {

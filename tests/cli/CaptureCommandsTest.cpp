@@ -32,7 +32,7 @@ using testing::TempDirectory;
 using testing::TestWindow;
 
 std::string brimble(const std::string& arguments) {
-  return shellQuote(BRIMBLE_BINARY) + " " + arguments + " 2>&1";
+  return testing::brimbleCommand(arguments + " 2>&1");
 }
 
 /// Pixels of `image` whose colour is not red, within `tolerance` per channel (JPEG frames shift

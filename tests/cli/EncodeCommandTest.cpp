@@ -18,20 +18,17 @@
 namespace brimble {
 namespace {
 
+using testing::brimbleCommand;
 using testing::runCommand;
 using testing::shellQuote;
 using testing::TempDirectory;
-
-std::string brimble(const std::string& arguments) {
-  return shellQuote(BRIMBLE_BINARY) + " " + arguments;
-}
 
 TEST(BrimbleEncode, TestPatternBecomesAGIFAndASummaryLine) {
   TempDirectory directory;
   const auto out = directory / "demo.gif";
   const auto result = runCommand(
-      brimble("encode --test-pattern --no-dedup --frames 12 --size 160x100 --fps 20 -o " +
-              shellQuote(out.string()) + " 2>&1"));
+      brimbleCommand("encode --test-pattern --no-dedup --frames 12 --size 160x100 --fps 20 -o " +
+                     shellQuote(out.string()) + " 2>&1"));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   const std::string expectedStart = out.string() + ": " +
                                     std::to_string(std::filesystem::file_size(out)) +
@@ -55,8 +52,8 @@ TEST(BrimbleEncode, BadArgumentsAreUsageErrorsThatWriteNothing) {
   std::ofstream(out) << "the user's file";
   for (const std::string arguments : {"--test-pattern --size 0x10", "--test-pattern --size wide",
                                       "--test-pattern --frames 0", "--test-pattern --fps 0", ""}) {
-    const auto result =
-        runCommand(brimble("encode " + arguments + " -o " + shellQuote(out.string()) + " 2>&1"));
+    const auto result = runCommand(
+        brimbleCommand("encode " + arguments + " -o " + shellQuote(out.string()) + " 2>&1"));
     EXPECT_EQ(result.exitCode, 2) << arguments << ": " << result.output;
     EXPECT_FALSE(result.output.empty()) << arguments;
   }
@@ -73,7 +70,7 @@ TEST(BrimbleEncode, AnUnwritableDestinationFailsWithTheReason) {
   TempDirectory directory;
   const auto out = directory / "missing" / "demo.gif";
   const auto result = runCommand(
-      brimble("encode --test-pattern --frames 2 -o " + shellQuote(out.string()) + " 2>&1"));
+      brimbleCommand("encode --test-pattern --frames 2 -o " + shellQuote(out.string()) + " 2>&1"));
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_NE(result.output.find("could not create"), std::string::npos) << result.output;
 }
@@ -107,8 +104,8 @@ TEST(BrimbleEncode, ADirectoryOfFramesIsEncodedInNameOrder) {
   writeNumberedFrames(directory / "frames");
   const auto out = directory / "clip.gif";
   const auto result =
-      runCommand(brimble("encode --fps 10 " + shellQuote((directory / "frames").string()) + " -o " +
-                         shellQuote(out.string()) + " 2>&1"));
+      runCommand(brimbleCommand("encode --fps 10 " + shellQuote((directory / "frames").string()) +
+                                " -o " + shellQuote(out.string()) + " 2>&1"));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   const auto decoded = testing::decodeGIFFile(out);
   ASSERT_TRUE(decoded);
@@ -122,9 +119,9 @@ TEST(BrimbleEncode, FrameFilesAreEncodedInTheOrderGiven) {
   writeNumberedFrames(directory.path());
   const auto out = directory / "clip.gif";
   const auto result =
-      runCommand(brimble("encode " + shellQuote((directory / "frame-3.png").string()) + " " +
-                         shellQuote((directory / "frame-1.png").string()) + " -o " +
-                         shellQuote(out.string()) + " 2>&1"));
+      runCommand(brimbleCommand("encode " + shellQuote((directory / "frame-3.png").string()) + " " +
+                                shellQuote((directory / "frame-1.png").string()) + " -o " +
+                                shellQuote(out.string()) + " 2>&1"));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   const auto decoded = testing::decodeGIFFile(out);
   ASSERT_TRUE(decoded);
@@ -138,8 +135,8 @@ TEST(BrimbleEncode, BadFramesAreExplainedAndNothingIsWritten) {
   std::ofstream(directory / "c.png") << "not really a PNG";
   const auto out = directory / "clip.gif";
   const auto expectFailure = [&](const std::string& inputs, const std::string& message) {
-    const auto result =
-        runCommand(brimble("encode " + inputs + " -o " + shellQuote(out.string()) + " 2>&1"));
+    const auto result = runCommand(
+        brimbleCommand("encode " + inputs + " -o " + shellQuote(out.string()) + " 2>&1"));
     EXPECT_EQ(result.exitCode, 1) << result.output;
     EXPECT_EQ(result.output, "brimble encode: " + message + "\n");
     EXPECT_FALSE(std::filesystem::exists(out));
@@ -160,8 +157,8 @@ TEST(BrimbleEncode, BadFramesAreExplainedAndNothingIsWritten) {
 TEST(BrimbleEncode, TheOutputNameOrFormatOptionPicksTheFormat) {
   TempDirectory directory;
   const auto webp = directory / "clip.webp";
-  ASSERT_EQ(runCommand(brimble("encode --test-pattern --frames 4 --size 80x50 -o " +
-                               shellQuote(webp.string())))
+  ASSERT_EQ(runCommand(brimbleCommand("encode --test-pattern --frames 4 --size 80x50 -o " +
+                                      shellQuote(webp.string())))
                 .exitCode,
             0);
   EXPECT_NE(
@@ -169,8 +166,8 @@ TEST(BrimbleEncode, TheOutputNameOrFormatOptionPicksTheFormat) {
       std::string::npos);
 
   const auto png = directory / "clip.png";
-  ASSERT_EQ(runCommand(brimble("encode --test-pattern --frames 4 --size 80x50 -o " +
-                               shellQuote(png.string())))
+  ASSERT_EQ(runCommand(brimbleCommand("encode --test-pattern --frames 4 --size 80x50 -o " +
+                                      shellQuote(png.string())))
                 .exitCode,
             0);
   EXPECT_EQ(runCommand("ffprobe -v error -show_entries stream=codec_name -of csv=p=0 " +
@@ -179,21 +176,22 @@ TEST(BrimbleEncode, TheOutputNameOrFormatOptionPicksTheFormat) {
             "apng\n");
 
   const auto named = directory / "clip.anim";
-  ASSERT_EQ(runCommand(brimble("encode --test-pattern --frames 4 --size 80x50 --format apng -o " +
-                               shellQuote(named.string())))
-                .exitCode,
-            0);
+  ASSERT_EQ(
+      runCommand(brimbleCommand("encode --test-pattern --frames 4 --size 80x50 --format apng -o " +
+                                shellQuote(named.string())))
+          .exitCode,
+      0);
   EXPECT_EQ(runCommand("ffprobe -v error -show_entries stream=codec_name -of csv=p=0 " +
                        shellQuote(named.string()))
                 .output,
             "apng\n");
 
-  const auto bad = runCommand(brimble("encode --test-pattern --format tiff -o " +
-                                      shellQuote((directory / "x").string()) + " 2>&1"));
+  const auto bad = runCommand(brimbleCommand("encode --test-pattern --format tiff -o " +
+                                             shellQuote((directory / "x").string()) + " 2>&1"));
   EXPECT_EQ(bad.exitCode, 2);
   EXPECT_EQ(bad.output, "brimble encode: unknown format \"tiff\" (use gif, webp or apng)\n");
-  const auto video = runCommand(
-      brimble("encode --test-pattern -o " + shellQuote((directory / "x.mp4").string()) + " 2>&1"));
+  const auto video = runCommand(brimbleCommand(
+      "encode --test-pattern -o " + shellQuote((directory / "x.mp4").string()) + " 2>&1"));
   EXPECT_EQ(video.exitCode, 2);
 }
 
@@ -202,13 +200,13 @@ TEST(BrimbleProcess, ChangesSpeedAndSizeAndWritesBesideTheInput) {
   const auto in = directory / "clip.gif";
   ASSERT_EQ(
       runCommand(
-          brimble(
+          brimbleCommand(
               "encode --test-pattern --no-dedup --frames 6 --size 200x120 --fps 10 --loop 3 -o " +
               shellQuote(in.string())))
           .exitCode,
       0);
-  const auto result =
-      runCommand(brimble("process " + shellQuote(in.string()) + " --speed 2 --max-width 100 2>&1"));
+  const auto result = runCommand(
+      brimbleCommand("process " + shellQuote(in.string()) + " --speed 2 --max-width 100 2>&1"));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   const auto out = directory / "clip.processed.gif";
   EXPECT_EQ(result.output.rfind(out.string() + ": ", 0), 0u) << result.output;
@@ -220,15 +218,15 @@ TEST(BrimbleProcess, ChangesSpeedAndSizeAndWritesBesideTheInput) {
   EXPECT_EQ(decoded->plays, 3);
 
   // In place: the input is replaced only once the new file is complete.
-  const auto again = runCommand(brimble("process " + shellQuote(in.string()) + " -o " +
-                                        shellQuote(in.string()) + " --speed 0.5 2>&1"));
+  const auto again = runCommand(brimbleCommand("process " + shellQuote(in.string()) + " -o " +
+                                               shellQuote(in.string()) + " --speed 0.5 2>&1"));
   ASSERT_EQ(again.exitCode, 0) << again.output;
   const auto slower = testing::decodeGIFFile(in);
   ASSERT_TRUE(slower);
   EXPECT_EQ(slower->delaysCentiseconds, std::vector<int>(6, 20));
 
-  const auto missing =
-      runCommand(brimble("process " + shellQuote((directory / "nope.gif").string()) + " 2>&1"));
+  const auto missing = runCommand(
+      brimbleCommand("process " + shellQuote((directory / "nope.gif").string()) + " 2>&1"));
   EXPECT_EQ(missing.exitCode, 1);
   EXPECT_EQ(missing.output, "brimble process: cannot read " + (directory / "nope.gif").string() +
                                 ": No such file or directory\n");
@@ -259,13 +257,13 @@ TEST(BrimbleEncode, CtrlCStopsCleanlyAndKeepsTheOldFile) {
 }
 
 TEST(Brimble, HelpAndVersionSucceed) {
-  const auto version = runCommand(brimble("--version"));
+  const auto version = runCommand(brimbleCommand("--version"));
   EXPECT_EQ(version.exitCode, 0);
   EXPECT_EQ(version.output.rfind("brimble ", 0), 0u) << version.output;
-  const auto help = runCommand(brimble("--help"));
+  const auto help = runCommand(brimbleCommand("--help"));
   EXPECT_EQ(help.exitCode, 0);
   EXPECT_NE(help.output.find("encode"), std::string::npos);
-  const auto unknown = runCommand(brimble("frobnicate 2>&1"));
+  const auto unknown = runCommand(brimbleCommand("frobnicate 2>&1"));
   EXPECT_EQ(unknown.exitCode, 2);
 }
 

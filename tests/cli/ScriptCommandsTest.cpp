@@ -13,20 +13,18 @@
 namespace brimble {
 namespace {
 
+using testing::brimbleCommand;
 using testing::runCommand;
 using testing::shellQuote;
 using testing::TempDirectory;
-
-std::string brimble(const std::string& arguments) {
-  return shellQuote(BRIMBLE_BINARY) + " " + arguments;
-}
 
 TEST(BrimbleValidate, AValidScriptPrintsWarningsAndTheSummary) {
   TempDirectory directory;
   const auto script = directory / "demo.brim";
   std::ofstream(script) << "set pace fast\ncapture-window app Terminal as $t\n"
                            "record $t duration 2\nrender\n";
-  const auto result = runCommand(brimble("validate " + shellQuote(script.string()) + " 2>&1"));
+  const auto result =
+      runCommand(brimbleCommand("validate " + shellQuote(script.string()) + " 2>&1"));
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.output,
             "Warning: line 1: unknown pace preset 'fast' (expected: tutorial, demo, cinematic)\n"
@@ -36,7 +34,7 @@ TEST(BrimbleValidate, AValidScriptPrintsWarningsAndTheSummary) {
 
 TEST(BrimbleValidate, AnErrorIsLocatedWithTheLineAndACaret) {
   const auto result = runCommand("printf 'record $w\\r\\nwait 1\\r\\nzoom x mode tilt\\r\\n' | " +
-                                 brimble("validate - 2>&1 >/dev/null"));
+                                 brimbleCommand("validate - 2>&1 >/dev/null"));
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.output,
             "Line 5, Col 13: Invalid value 'tilt' for 'zoom mode'\n"
@@ -46,21 +44,22 @@ TEST(BrimbleValidate, AnErrorIsLocatedWithTheLineAndACaret) {
 }
 
 TEST(BrimbleValidate, StandardInputAndMissingFiles) {
-  const auto ok = runCommand("printf 'wait 1' | " + brimble("validate - 2>&1"));
+  const auto ok = runCommand("printf 'wait 1' | " + brimbleCommand("validate - 2>&1"));
   EXPECT_EQ(ok.exitCode, 0);
   EXPECT_EQ(ok.output, "Warning: script has no 'record' commands\nValid: 1 instructions\n");
 
-  const auto missing = runCommand(brimble("validate /nonexistent/demo.brim 2>&1"));
+  const auto missing = runCommand(brimbleCommand("validate /nonexistent/demo.brim 2>&1"));
   EXPECT_EQ(missing.exitCode, 1);
   EXPECT_EQ(missing.output, "brimble validate: Script file not found: /nonexistent/demo.brim\n");
 
-  const auto usage = runCommand(brimble("validate 2>&1"));
+  const auto usage = runCommand(brimbleCommand("validate 2>&1"));
   EXPECT_EQ(usage.exitCode, 2);
 }
 
 TEST(BrimbleCommands, PrintTheManifestAsJSONOrEachCommandWithAnExample) {
-  EXPECT_EQ(runCommand(brimble("commands --json")).output, commandManifest().encodeJSON(2) + "\n");
-  const auto result = runCommand(brimble("commands"));
+  EXPECT_EQ(runCommand(brimbleCommand("commands --json")).output,
+            commandManifest().encodeJSON(2) + "\n");
+  const auto result = runCommand(brimbleCommand("commands"));
   ASSERT_EQ(result.exitCode, 0);
   EXPECT_NE(result.output.find("record                  Record a window, screen region"),
             std::string::npos);
@@ -69,8 +68,8 @@ TEST(BrimbleCommands, PrintTheManifestAsJSONOrEachCommandWithAnExample) {
 }
 
 TEST(BrimbleSettings, PrintTheSettingsDocumentAsJSONOrATable) {
-  EXPECT_EQ(runCommand(brimble("settings --json")).output, settingsDocumentJSON(2) + "\n");
-  const auto text = runCommand(brimble("settings"));
+  EXPECT_EQ(runCommand(brimbleCommand("settings --json")).output, settingsDocumentJSON(2) + "\n");
+  const auto text = runCommand(brimbleCommand("settings"));
   ASSERT_EQ(text.exitCode, 0);
   EXPECT_EQ(text.output.substr(0, text.output.find('\n')),
             "NAME                TYPE     DEFAULT     VALUES                    MEANING");

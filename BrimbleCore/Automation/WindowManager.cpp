@@ -113,7 +113,7 @@ std::optional<WindowInfo> WindowManager::find(std::uint32_t id) {
 
 std::optional<WindowInfo> WindowManager::find(OwnerPID ownerPID) {
   for (WindowInfo& window : windowSystem_.windows()) {
-    if (window.pid == ownerPID.value && window.frame.width > 0 && window.frame.height > 0) {
+    if (window.pid == ownerPID.value && !window.frame.empty()) {
       return std::move(window);
     }
   }
@@ -214,7 +214,7 @@ void WindowManager::resize(std::string_view appName, int width, int height) {
     throw WindowManagerError::windowNotFound(std::string(appName));
   }
   const std::uint32_t id = match->window.id;
-  const WindowFrame before = match->window.contentFrame;
+  const ScreenRect before = match->window.contentFrame;
   if (!windowSystem_.moveResize(id, {0, 0, width, height})) {
     return;
   }
@@ -227,7 +227,7 @@ void WindowManager::resize(std::string_view appName, int width, int height) {
     if (!current) {
       return;
     }
-    const WindowFrame& content = current->contentFrame;
+    const ScreenRect& content = current->contentFrame;
     const bool sized = (content.width == width && content.height == height) ||
                        content.width != before.width || content.height != before.height;
     if (current->frame.x == 0 && current->frame.y == 0 && sized) {

@@ -5,16 +5,9 @@
 #include <string>
 #include <vector>
 
-namespace brimble {
+#include "BrimbleCore/Capture/ScreenRect.h"
 
-/// A rectangle on screen in pixels, from the top-left corner of the whole screen.
-struct WindowFrame {
-  int x = 0;
-  int y = 0;
-  int width = 0;
-  int height = 0;
-  bool operator==(const WindowFrame&) const = default;
-};
+namespace brimble {
 
 /// One application window on screen.
 struct WindowInfo {
@@ -25,9 +18,9 @@ struct WindowInfo {
   /// The owning process; 0 when unknown.
   int pid = 0;
   /// The whole window, with the window manager's decorations.
-  WindowFrame frame;
+  ScreenRect frame;
   /// The application's own area inside the decorations.
-  WindowFrame contentFrame;
+  ScreenRect contentFrame;
   bool operator==(const WindowInfo&) const = default;
 };
 
@@ -53,7 +46,7 @@ class WindowSystem {
   virtual bool activate(std::uint32_t id) = 0;
   /// Asks for the window's top-left corner, decorations included, to go to `frame`'s x and y
   /// and for its content to take `frame`'s width and height. False when there is no such window.
-  virtual bool moveResize(std::uint32_t id, const WindowFrame& frame) = 0;
+  virtual bool moveResize(std::uint32_t id, const ScreenRect& frame) = 0;
   /// Asks the window to close, as its close button would. False when there is no such window.
   virtual bool close(std::uint32_t id) = 0;
 };

@@ -46,7 +46,7 @@ class FakeWindowSystem final : public WindowSystem {
     }
     return true;
   }
-  bool moveResize(std::uint32_t id, const WindowFrame& frame) override {
+  bool moveResize(std::uint32_t id, const ScreenRect& frame) override {
     lines_.push_back("move-resize " + std::to_string(id) + " " + std::to_string(frame.x) + "," +
                      std::to_string(frame.y) + " " + std::to_string(frame.width) + "x" +
                      std::to_string(frame.height));

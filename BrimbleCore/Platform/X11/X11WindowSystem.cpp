@@ -198,7 +198,7 @@ bool X11WindowSystem::activate(std::uint32_t id) {
   return true;
 }
 
-bool X11WindowSystem::moveResize(std::uint32_t id, const WindowFrame& frame) {
+bool X11WindowSystem::moveResize(std::uint32_t id, const ScreenRect& frame) {
   if (!exists(id)) {
     return false;
   }

@@ -24,7 +24,7 @@ class X11WindowSystem final : public WindowSystem {
   std::vector<WindowInfo> windows() override;
   std::optional<std::uint32_t> activeWindow() override;
   bool activate(std::uint32_t id) override;
-  bool moveResize(std::uint32_t id, const WindowFrame& frame) override;
+  bool moveResize(std::uint32_t id, const ScreenRect& frame) override;
   bool close(std::uint32_t id) override;
 
  private:

@@ -19,7 +19,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 WindowInfo window(std::uint32_t id, std::string app, int pid = 0,
-                  WindowFrame frame = {10, 10, 100, 80}) {
+                  ScreenRect frame = {10, 10, 100, 80}) {
   return {id, "title " + std::to_string(id), std::move(app), pid, frame, frame};
 }
 

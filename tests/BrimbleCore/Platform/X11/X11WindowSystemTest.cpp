@@ -83,8 +83,8 @@ TEST_F(X11Windows, ListsTitleClassPidAndFrameFrontmostFirst) {
   EXPECT_EQ(window.contentFrame.width, 320);
   EXPECT_EQ(window.contentFrame.height, 240);
   // openbox's decorations surround the content, with the title bar above it.
-  const WindowFrame& outer = window.frame;
-  const WindowFrame& inner = window.contentFrame;
+  const ScreenRect& outer = window.frame;
+  const ScreenRect& inner = window.contentFrame;
   EXPECT_LE(outer.x, inner.x);
   EXPECT_LT(outer.y + 10, inner.y);
   EXPECT_GE(outer.x + outer.width, inner.x + inner.width);

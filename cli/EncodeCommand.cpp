@@ -1,7 +1,6 @@
 #include "cli/EncodeCommand.h"
 
 #include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -19,6 +18,7 @@
 #include "BrimbleCore/Encoding/ImageScaler.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "BrimbleCore/Support/Cancellation.h"
+#include "BrimbleCore/Support/Text.h"
 #include "cli/AnimationOutput.h"
 #include "cli/ProgressBar.h"
 
@@ -76,19 +76,13 @@ ImageSize parseSize(const std::string& text) {
   fail(kExitUsage, "--size must be WIDTHxHEIGHT, each 1 to 65535 (got \"{}\")", text);
 }
 
-std::string lowercase(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
 bool isFrameFile(const fs::path& path) {
-  const std::string extension = lowercase(path.extension().string());
+  const std::string extension = lowercased(path.extension().string());
   return extension == ".png" || extension == ".jpg" || extension == ".jpeg";
 }
 
 bool isGIFFile(const fs::path& path) {
-  return lowercase(path.extension().string()) == ".gif";
+  return lowercased(path.extension().string()) == ".gif";
 }
 
 /// The frame files the inputs name: a directory's PNG and JPEG files in name order, or the files

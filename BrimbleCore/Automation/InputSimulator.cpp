@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "BrimbleCore/Support/Log.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 namespace {
@@ -31,58 +31,6 @@ constexpr std::array<int, 28> kIdleKeys = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9
 
 constexpr std::string_view kUnavailable =
     "BrimbleCore: Failed to create CGEventSource for typing — input simulation unavailable";
-
-std::string lowercase(std::string_view text) {
-  std::string lower(text);
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower;
-}
-
-/// The code points of UTF-8 `text`; each byte of a malformed sequence becomes U+FFFD.
-std::vector<char32_t> decodeUTF8(std::string_view text) {
-  constexpr char32_t kReplacement = 0xFFFD;
-  std::vector<char32_t> characters;
-  std::size_t i = 0;
-  while (i < text.size()) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    int length = 0;
-    char32_t value = 0;
-    char32_t minimum = 0;
-    if (lead < 0x80) {
-      length = 1;
-      value = lead;
-    } else if ((lead & 0xE0) == 0xC0) {
-      length = 2;
-      value = lead & 0x1F;
-      minimum = 0x80;
-    } else if ((lead & 0xF0) == 0xE0) {
-      length = 3;
-      value = lead & 0x0F;
-      minimum = 0x800;
-    } else if ((lead & 0xF8) == 0xF0) {
-      length = 4;
-      value = lead & 0x07;
-      minimum = 0x10000;
-    }
-    bool valid = length > 0 && i + static_cast<std::size_t>(length) <= text.size();
-    for (int k = 1; valid && k < length; ++k) {
-      const auto next = static_cast<unsigned char>(text[i + static_cast<std::size_t>(k)]);
-      valid = (next & 0xC0) == 0x80;
-      value = (value << 6) | (next & 0x3F);
-    }
-    // Overlong forms, surrogates and values past U+10FFFF are not characters.
-    valid = valid && value >= minimum && value <= 0x10FFFF && (value < 0xD800 || value > 0xDFFF);
-    if (valid) {
-      characters.push_back(value);
-      i += static_cast<std::size_t>(length);
-    } else {
-      characters.push_back(kReplacement);
-      ++i;
-    }
-  }
-  return characters;
-}
 
 int buttonNumber(MouseButton button) {
   return button == MouseButton::left ? 1 : 3;
@@ -146,7 +94,7 @@ std::optional<Modifier> InputSimulator::modifierForName(std::string_view name) {
 }
 
 KeyChord InputSimulator::parseKeyChord(std::string_view text) {
-  const std::string lower = lowercase(text);
+  const std::string lower = lowercased(text);
   KeyChord chord;
   std::size_t start = 0;
   while (true) {

@@ -1,13 +1,13 @@
 #include "BrimbleCore/Automation/WindowManager.h"
 
 #include <algorithm>
-#include <cctype>
 #include <chrono>
 #include <set>
 #include <system_error>
 #include <utility>
 
 #include "BrimbleCore/Support/Log.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 namespace {
@@ -17,13 +17,6 @@ constexpr double kNewWindowPoll = 0.050;
 constexpr double kSettleTimeout = 1;
 constexpr double kSettlePoll = 0.010;
 
-std::string lowercase(std::string_view text) {
-  std::string lower(text);
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower;
-}
-
 /// How well a window's application name answers a request: 2 when it equals the request or one
 /// of its programs, 1 when it contains one of them, 0 when it does not match.
 int matchRank(const WindowInfo& window, const std::string& request,
@@ -31,7 +24,7 @@ int matchRank(const WindowInfo& window, const std::string& request,
   if (window.appName.empty()) {
     return 0;
   }
-  const std::string name = lowercase(window.appName);
+  const std::string name = lowercased(window.appName);
   if (name == request || std::find(programs.begin(), programs.end(), name) != programs.end()) {
     return 2;
   }
@@ -52,7 +45,7 @@ WindowManager::WindowManager(WindowSystem& windowSystem, AppLauncher& launcher, 
     : windowSystem_(windowSystem), launcher_(launcher), clock_(clock) {}
 
 std::vector<std::string> WindowManager::programsFor(std::string_view appName) {
-  const std::string name = lowercase(appName);
+  const std::string name = lowercased(appName);
   if (name == "terminal") {
     return {"x-terminal-emulator", "gnome-terminal", "konsole", "xfce4-terminal", "xterm"};
   }
@@ -75,7 +68,7 @@ std::vector<WindowInfo> WindowManager::windows() {
 }
 
 std::vector<WindowInfo> WindowManager::windows(std::string_view appName) {
-  const std::string request = lowercase(appName);
+  const std::string request = lowercased(appName);
   const std::vector<std::string> programs = programsFor(appName);
   std::vector<std::pair<int, WindowInfo>> ranked;
   for (WindowInfo& window : windowSystem_.windows()) {

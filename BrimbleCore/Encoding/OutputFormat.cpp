@@ -1,7 +1,8 @@
 #include "BrimbleCore/Encoding/OutputFormat.h"
 
-#include <cctype>
 #include <string>
+
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 
@@ -65,10 +66,7 @@ std::optional<OutputFormat> outputFormatFromRawValue(std::string_view text) noex
 }
 
 std::optional<OutputFormat> outputFormatFromExtension(std::string_view extension) noexcept {
-  std::string lower;
-  for (const char c : extension) {
-    lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  }
+  std::string lower = lowercased(extension);
   if (!lower.empty() && lower.front() == '.') {
     lower.erase(0, 1);
   }

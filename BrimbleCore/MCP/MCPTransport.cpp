@@ -6,6 +6,7 @@
 #include <ostream>
 
 #include "BrimbleCore/Support/Log.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 namespace {
@@ -48,52 +49,6 @@ std::size_t trailingWhitespace(std::string_view text) noexcept {
 }
 
 }  // namespace
-
-bool isValidUTF8(std::string_view bytes) noexcept {
-  std::size_t i = 0;
-  const std::size_t size = bytes.size();
-  while (i < size) {
-    const auto lead = static_cast<std::uint8_t>(bytes[i]);
-    if (lead < 0x80) {
-      ++i;
-      continue;
-    }
-    std::size_t length = 0;
-    std::uint32_t codePoint = 0;
-    std::uint32_t minimum = 0;
-    if ((lead & 0xE0) == 0xC0) {
-      length = 2;
-      codePoint = lead & 0x1F;
-      minimum = 0x80;
-    } else if ((lead & 0xF0) == 0xE0) {
-      length = 3;
-      codePoint = lead & 0x0F;
-      minimum = 0x800;
-    } else if ((lead & 0xF8) == 0xF0) {
-      length = 4;
-      codePoint = lead & 0x07;
-      minimum = 0x10000;
-    } else {
-      return false;
-    }
-    if (size - i < length) {
-      return false;
-    }
-    for (std::size_t k = 1; k < length; ++k) {
-      const auto continuation = static_cast<std::uint8_t>(bytes[i + k]);
-      if ((continuation & 0xC0) != 0x80) {
-        return false;
-      }
-      codePoint = (codePoint << 6) | (continuation & 0x3F);
-    }
-    if (codePoint < minimum || codePoint > 0x10FFFF ||
-        (codePoint >= 0xD800 && codePoint <= 0xDFFF)) {
-      return false;
-    }
-    i += length;
-  }
-  return true;
-}
 
 std::string_view trimWhitespace(std::string_view text) noexcept {
   while (const std::size_t length = leadingWhitespace(text)) {

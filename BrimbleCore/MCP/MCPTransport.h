@@ -57,10 +57,6 @@ class MCPTransport {
   bool reportedWriteFailure_ = false;
 };
 
-/// Whether `bytes` is well-formed UTF-8 (no overlong forms, surrogates or code points past
-/// U+10FFFF).
-bool isValidUTF8(std::string_view bytes) noexcept;
-
 /// `text` without leading and trailing white space and line breaks: the ASCII ones and the
 /// Unicode space separators, U+0085, U+2028 and U+2029. `text` must be valid UTF-8.
 std::string_view trimWhitespace(std::string_view text) noexcept;

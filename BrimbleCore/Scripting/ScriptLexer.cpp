@@ -2,6 +2,7 @@
 
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptScanner.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 namespace {
@@ -10,15 +11,7 @@ bool isBlank(char c) {
   return c == ' ' || c == '\t';
 }
 
-std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && isBlank(text.front())) {
-    text.remove_prefix(1);
-  }
-  while (!text.empty() && isBlank(text.back())) {
-    text.remove_suffix(1);
-  }
-  return text;
-}
+constexpr std::string_view kBlanks = " \t";
 
 // The length of the line separator at `i`, or 0. Besides LF and CR these are the other
 // characters that count as line ends: VT, FF, and in UTF-8 NEL (U+0085), LINE SEPARATOR
@@ -87,7 +80,7 @@ LexResult ScriptLexer::tokenizeLocated(std::string_view source) {
     if (i < source.size() && separator == 0) {
       continue;
     }
-    const std::string_view line = trimmed(source.substr(lineStart, i - lineStart));
+    const std::string_view line = trimmed(source.substr(lineStart, i - lineStart), kBlanks);
     if (!line.empty() && line.front() != '#') {
       std::string stripped = stripInlineComment(line);
       if (!stripped.empty()) {
@@ -118,7 +111,7 @@ std::string ScriptLexer::stripInlineComment(std::string_view line) {
       break;
     }
   }
-  return std::string(trimmed(line.substr(0, end)));
+  return std::string(trimmed(line.substr(0, end), kBlanks));
 }
 
 void ScriptLexer::tokenizeLine(std::string_view line, int lineNumber,

@@ -8,21 +8,12 @@
 #include <utility>
 
 #include "BrimbleCore/Scripting/ScriptNumber.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 namespace {
 
 using Tokens = ScriptParser::Tokens;
-
-std::string lowercased(std::string_view text) {
-  std::string result(text);
-  for (char& c : result) {
-    if (c >= 'A' && c <= 'Z') {
-      c = static_cast<char>(c - 'A' + 'a');
-    }
-  }
-  return result;
-}
 
 // A word's lower-cased text, else empty: keywords are bare words.
 std::string keyword(const Token& token) {

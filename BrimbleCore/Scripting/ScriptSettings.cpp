@@ -6,28 +6,12 @@
 #include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Scripting/ScriptNumber.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 namespace {
 
-std::string_view trimmed(std::string_view text) {
-  const auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
-  while (!text.empty() && blank(text.front())) {
-    text.remove_prefix(1);
-  }
-  while (!text.empty() && blank(text.back())) {
-    text.remove_suffix(1);
-  }
-  return text;
-}
-
-std::string lowercased(std::string_view text) {
-  std::string result(text);
-  std::transform(result.begin(), result.end(), result.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
-  return result;
-}
+constexpr std::string_view kBlanks = " \t\n\r";
 
 nlohmann::ordered_json typedValue(const std::string& type, const std::string& text) {
   if (type == "integer") {
@@ -129,7 +113,7 @@ std::string settingsDocumentJSON(int indent) {
 }
 
 std::optional<bool> boolFromSettingText(std::string_view text) {
-  const std::string word = lowercased(trimmed(text));
+  const std::string word = lowercased(trimmed(text, kBlanks));
   if (word == "true" || word == "yes" || word == "on" || word == "1") {
     return true;
   }
@@ -140,7 +124,7 @@ std::optional<bool> boolFromSettingText(std::string_view text) {
 }
 
 std::optional<int> intFromSettingText(std::string_view text) {
-  text = trimmed(text);
+  text = trimmed(text, kBlanks);
   if (text.size() > 1 && text.front() == '+' && text[1] != '-') {
     text.remove_prefix(1);
   }
@@ -153,7 +137,7 @@ std::optional<int> intFromSettingText(std::string_view text) {
 }
 
 std::optional<double> doubleFromSettingText(std::string_view text) {
-  return parseScriptNumber(trimmed(text));
+  return parseScriptNumber(trimmed(text, kBlanks));
 }
 
 bool isAcceptedSettingValue(const ScriptSettingSpec& setting, std::string_view text) {

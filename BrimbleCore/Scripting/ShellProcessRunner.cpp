@@ -13,6 +13,7 @@
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Support/ChildProcessGroup.h"
 #include "BrimbleCore/Support/SystemError.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 namespace {
@@ -22,16 +23,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
 // Without a pidfd the child's exit is noticed by polling at this interval.
 constexpr int kExitPollMilliseconds = 10;
-
-std::string trimmed(const std::string& text) {
-  constexpr std::string_view kBlank = " \t\n\r\v\f";
-  const std::size_t first = text.find_first_not_of(kBlank);
-  if (first == std::string::npos) {
-    return {};
-  }
-  const std::size_t last = text.find_last_not_of(kBlank);
-  return text.substr(first, last - first + 1);
-}
 
 // Appends what is available; closes `fd` at end of file.
 void drain(UniqueFd& fd, std::string& into, std::array<char, kReadChunk>& buffer) {
@@ -117,7 +108,8 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
     }
   }
   const int status = child->wait();
-  return {trimmed(output), trimmed(errorOutput), static_cast<std::int32_t>(status)};
+  return {std::string(trimmed(output)), std::string(trimmed(errorOutput)),
+          static_cast<std::int32_t>(status)};
 }
 
 }  // namespace brimble

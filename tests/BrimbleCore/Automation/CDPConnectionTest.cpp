@@ -5,7 +5,6 @@
 #include <deque>
 #include <future>
 #include <mutex>
-#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -17,46 +16,46 @@
 namespace brimble {
 namespace {
 
-/// A browser played by the test: what the connection sends is recorded; the test answers (or
+using namespace std::chrono_literals;
+
+/// A browser played by the test: the test reads what the connection sent and answers (or
 /// closes) from its own thread, as the socket's thread would.
 class FakeCDPTransport final : public CDPTransport {
  public:
   void start(Receiver receiver) override { receiver_ = std::move(receiver); }
   void send(std::string message) override {
     std::scoped_lock lock(mutex_);
-    if (closed_) {
+    if (refusing_) {
       throw CDPError::connectionClosed();
     }
     sent_.push_back(nlohmann::json::parse(message));
     arrived_.notify_all();
   }
   void close() override {
-    {
-      std::scoped_lock lock(mutex_);
-      if (closed_) {
-        return;
-      }
-      closed_ = true;
+    if (!std::exchange(closed_, true)) {
+      receiver_(std::nullopt);
     }
-    receiver_(std::nullopt);
   }
 
-  /// The next command the connection sent, waiting for it.
-  nlohmann::json nextSent() {
+  /// The id of the next command the connection sends, once it has.
+  int nextId() {
     std::unique_lock lock(mutex_);
     arrived_.wait(lock, [&] { return !sent_.empty(); });
-    nlohmann::json command = sent_.front();
+    const int id = sent_.front().at("id");
     sent_.pop_front();
-    return command;
+    return id;
   }
   void deliver(const std::string& message) { receiver_(message); }
+  /// Sends fail from now on, as they do once the socket has died but before it says so.
+  void refuseSends() { refusing_ = true; }
 
  private:
   Receiver receiver_;
-  std::mutex mutex_;  // guards the fields below
+  bool closed_ = false;  // touched by the test's thread only
+  std::mutex mutex_;     // guards the fields below
   std::condition_variable arrived_;
   std::deque<nlohmann::json> sent_;
-  bool closed_ = false;
+  bool refusing_ = false;
 };
 
 struct Harness {
@@ -68,90 +67,92 @@ struct Harness {
     transport = fake.get();
     connection = std::make_unique<CDPConnection>(std::move(fake));
   }
-
-  /// Sends `method` on another thread and answers its command with `answer` (its id filled in).
-  std::future<nlohmann::json> call(const std::string& method, const std::string& answerTemplate) {
-    auto result =
-        std::async(std::launch::async, [this, method] { return connection->send(method); });
-    const nlohmann::json command = transport->nextSent();
-    EXPECT_EQ(command["method"], method);
-    EXPECT_EQ(command["params"], nlohmann::json::object());
-    std::string answer = answerTemplate;
-    const auto at = answer.find("ID");
-    if (at != std::string::npos) {
-      answer.replace(at, 2, std::to_string(command["id"].get<int>()));
-    }
-    transport->deliver(answer);
-    return result;
+  std::future<nlohmann::json> call() {
+    return std::async(std::launch::async,
+                      [this] { return connection->send("Page.enable", {}, 5s); });
   }
 };
 
+/// What `body` returned, as JSON text, or the text of the CDPError it threw.
 template <typename Body>
-void expectCDPError(const std::string& message, Body body) {
+std::string outcome(Body body) {
   try {
-    body();
-    ADD_FAILURE() << "no error; expected \"" << message << "\"";
+    return nlohmann::json(body()).dump();
   } catch (const CDPError& error) {
-    EXPECT_EQ(std::string(error.what()), message);
+    return error.what();
   }
 }
 
-TEST(CDPConnection, AnswersReachTheirCallersByIdAndEventsAreIgnored) {
+TEST(CDPConnection, AnswersReachTheirCallersByIdAtOnceAndEventsAreIgnored) {
+  struct Case {
+    std::string answer;  // "ID" becomes the call's id
+    std::string outcome;
+  };
+  const Case cases[] = {
+      {R"({"id":ID,"result":{"v":2}})", R"({"v":2})"},
+      {R"({"id":ID,"error":{"code":-32000,"message":"Cannot navigate"}})",
+       "CDP error: Cannot navigate"},
+      {R"({"id":ID,"result":"not an object"})", "Malformed CDP message"},
+      // Half of a surrogate pair, as Chromium sends a string a page's script cut apart.
+      {R"({"id":ID,"result":{"v":"a\ud83d","w":"\\ud83d\ude00","x":"\ud83d\ude00"}})",
+       R"({"v":"a�","w":"\\ud83d�","x":"😀"})"},
+      {R"({"id":ID,"result":{"v":"cut short)", "Malformed CDP message"},
+  };
   Harness harness;
-  auto first =
-      std::async(std::launch::async, [&] { return harness.connection->send("Page.enable"); });
-  const auto firstCommand = harness.transport->nextSent();
-  auto second =
-      std::async(std::launch::async, [&] { return harness.connection->send("Runtime.enable"); });
-  const auto secondCommand = harness.transport->nextSent();
-  EXPECT_NE(firstCommand["id"], secondCommand["id"]);
-  // Out of order, with an event in between.
-  harness.transport->deliver(R"({"method":"Page.frameNavigated","params":{}})");
-  harness.transport->deliver(R"({"id":)" + secondCommand["id"].dump() +
-                             R"(,"result":{"which":2}})");
-  harness.transport->deliver(R"({"id":)" + firstCommand["id"].dump() + R"(,"result":{}})");
-  EXPECT_EQ(first.get(), nlohmann::json::object());
-  EXPECT_EQ(second.get(), (nlohmann::json{{"which", 2}}));
-}
-
-TEST(CDPConnection, ErrorsMalformedAnswersAndClosingFailTheCall) {
-  Harness harness;
-  auto failed = harness.call("Page.navigate",
-                             R"({"id":ID,"error":{"code":-32000,"message":"Cannot navigate"}})");
-  expectCDPError("CDP error: Cannot navigate", [&] { failed.get(); });
-  auto malformed = harness.call("Runtime.evaluate", R"({"id":ID,"result":"not an object"})");
-  expectCDPError("Malformed CDP message", [&] { malformed.get(); });
-
   testing::LogCapture log;
-  harness.transport->deliver("not json at all");
+  for (const Case& test : cases) {
+    auto answer = harness.call();
+    std::string message = test.answer;
+    message.replace(message.find("ID"), 2, std::to_string(harness.transport->nextId()));
+    harness.transport->deliver(R"({"method":"Page.frameNavigated","params":{}})");
+    harness.transport->deliver(message);
+    EXPECT_EQ(outcome([&] { return answer.get(); }), test.outcome) << test.answer;
+  }
   EXPECT_EQ(log.lines(), std::vector<std::string>{"BrimbleCore: Malformed CDP message"});
 
-  auto pending =
-      std::async(std::launch::async, [&] { return harness.connection->send("Runtime.evaluate"); });
-  harness.transport->nextSent();
-  harness.transport->close();
-  expectCDPError("CDP connection closed", [&] { pending.get(); });
-  expectCDPError("CDP connection closed", [&] { harness.connection->send("Page.enable"); });
+  // Out of order.
+  auto first = harness.call();
+  const int firstId = harness.transport->nextId();
+  auto second = harness.call();
+  const int secondId = harness.transport->nextId();
+  harness.transport->deliver(R"({"id":)" + std::to_string(secondId) + R"(,"result":{"n":2}})");
+  harness.transport->deliver(R"({"id":)" + std::to_string(firstId) + R"(,"result":{}})");
+  EXPECT_EQ(first.get(), nlohmann::json::object());
+  EXPECT_EQ(second.get(), (nlohmann::json{{"n", 2}}));
 }
 
-TEST(ChromeLauncher, FindsThePageAmongTheTargets) {
+TEST(CDPConnection, ClosingOrAFailedSendFailsTheCallAndLeavesNothingPending) {
+  Harness harness;
+  harness.transport->refuseSends();
+  EXPECT_EQ(outcome([&] { return harness.connection->send("Page.enable"); }),
+            "CDP connection closed");
+  EXPECT_EQ(harness.connection->pendingCount(), 0u);
+
+  Harness closing;
+  auto pending = closing.call();
+  closing.transport->nextId();
+  closing.transport->close();
+  EXPECT_EQ(outcome([&] { return pending.get(); }), "CDP connection closed");
+  EXPECT_EQ(outcome([&] { return closing.connection->send("Page.enable"); }),
+            "CDP connection closed");
+}
+
+TEST(ChromeLauncher, FindsThePageAmongTheTargetsAndSaysWhenThereIsNoBrowser) {
   EXPECT_EQ(ChromeLauncher::pageTargetURL(R"([
       {"type":"browser_ui","webSocketDebuggerUrl":"ws://127.0.0.1:9/ui"},
       {"type":"page","url":"about:blank"},
       {"type":"page","webSocketDebuggerUrl":"ws://127.0.0.1:9/devtools/page/A"}])"),
             "ws://127.0.0.1:9/devtools/page/A");
-  expectCDPError("Malformed /json/list response",
-                 [] { ChromeLauncher::pageTargetURL(R"({"type":"page"})"); });
-  expectCDPError("no debuggable page target",
-                 [] { ChromeLauncher::pageTargetURL(R"([{"type":"service_worker"}])"); });
-}
+  EXPECT_EQ(outcome([] { return ChromeLauncher::pageTargetURL(R"({"type":"page"})"); }),
+            "Malformed /json/list response");
+  EXPECT_EQ(outcome([] { return ChromeLauncher::pageTargetURL(R"([{"type":"service_worker"}])"); }),
+            "no debuggable page target");
 
-TEST(ChromeLauncher, WithoutABrowserSaysSo) {
   testing::TempDirectory empty;
   const std::string path = std::getenv("PATH");
   ::setenv("PATH", empty.path().c_str(), 1);
-  expectCDPError("Google Chrome or Chromium is not installed",
-                 [] { ChromeLauncher::launch(0, "about:blank"); });
+  EXPECT_EQ(outcome([] { return ChromeLauncher::launch(0, "about:blank").port(); }),
+            "Google Chrome or Chromium is not installed");
   ::setenv("PATH", path.c_str(), 1);
 }
 

@@ -11,8 +11,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include "BrimbleCore/Automation/CDPError.h"
-#include "BrimbleCore/Automation/DemoDriverError.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "tests/Support/Images.h"
@@ -31,9 +29,15 @@ constexpr const char* kPage = R"HTML(<!doctype html>
 <input id="name">
 <a id="docs" href="#docs">Docs</a>
 <button id="hidden" style="display: none">Hidden</button>
-<div style="position: absolute; top: 4000px"><button id="far">Far below</button></div>
+<div style="position: absolute; top: 4000px"><button>Far below</button></div>
 <div id="swatch" style="position: absolute; left: 300px; top: 150px; width: 160px; height: 90px; background: rgb(0, 200, 80)"></div>
+<label>Email <input></label>
+<input placeholder="Search">
+<button id="cut"></button>
 <script>
+  var cut = document.getElementById('cut');  // its text is cut after 80 code points
+  cut.textContent = 'a'.repeat(79) + '\u{1F600}' + 'b';
+  cut.removeAttribute('id');
   var log = [];
   var field = document.getElementById('name');
   field.addEventListener('input', function () { log.push('input:' + field.value); });
@@ -91,11 +95,17 @@ TEST_F(CDPDriverTest, FindsTextInControlsFirstAndSelectorsThroughCSS) {
   EXPECT_TRUE(driver_->locate(R"(css:[data-name="it's"])"));
   EXPECT_TRUE(driver_->locate(R"(css:div[data-name='it\'s'])")) << "backslash and quote escaped";
   EXPECT_FALSE(driver_->locate("css:#nowhere"));
-  EXPECT_EQ(failure([&] { driver_->screenRect("css:#nowhere"); }),
-            "Element not found: css:#nowhere");
+  for (const char* target : {"css:#nowhere", "css:#hidden"}) {
+    EXPECT_EQ(
+        failure([&] { driver_->screenRect(target); }),
+        std::string("Element not found: ") + target +
+            (target == std::string("css:#hidden") ? " (element not found or not visible)" : ""));
+  }
   EXPECT_EQ(failure([&] { driver_->locate("role:AXButton/OK"); }),
             "Invalid target: role: targets are AX-only; use css: or text: in a browser session");
   EXPECT_EQ(failure([&] { driver_->locate("text:"); }), "Invalid target: text: requires a value");
+  // Half a surrogate pair comes back at once, as U+FFFD.
+  EXPECT_EQ(driver_->evaluate("'a\\ud83d'"), "a\uFFFD");
 }
 
 TEST_F(CDPDriverTest, ClicksAndFillsLikeAUser) {
@@ -107,8 +117,11 @@ TEST_F(CDPDriverTest, ClicksAndFillsLikeAUser) {
             (nlohmann::json{"input:Ada 'Byron'", "bubbled", "change:Ada 'Byron'"}));
   EXPECT_EQ(failure([&] { driver_->fill("css:#missing", "x"); }),
             "Element not found: css:#missing");
-  EXPECT_EQ(failure([&] { driver_->click("css:#far"); }),
-            "Element not found: css:#far (element not found or not visible)");
+  for (const char* target : {"text:Far below", "css:#hidden"}) {
+    EXPECT_EQ(failure([&] { driver_->click(target); }),
+              std::string("Element not found: ") + target + " (element not found or not visible)");
+  }
+  EXPECT_EQ(driver_->evaluate("document.title"), "saved");
   EXPECT_EQ(failure([&] { driver_->evaluate("notDefined()"); }).rfind("Action failed: Uncaught", 0),
             0u);
 }
@@ -119,7 +132,7 @@ TEST_F(CDPDriverTest, WaitsForElementsAndZooms) {
   EXPECT_EQ(failure([&] { driver_->waitFor("css:#never", std::chrono::milliseconds(300)); }),
             "Element not found: css:#never");
 
-  driver_->setRealZoom(2, "css:#far");
+  driver_->setRealZoom(2, "text:Far below");
   EXPECT_EQ(driver_->evaluate("parseFloat(document.body.style.zoom)"), 2);
   EXPECT_GT(driver_->evaluate("window.scrollY").get<double>(), 1000)
       << "the focus was scrolled into view";
@@ -127,26 +140,27 @@ TEST_F(CDPDriverTest, WaitsForElementsAndZooms) {
   EXPECT_EQ(driver_->evaluate("document.body.style.zoom"), "1");
 }
 
-TEST_F(CDPDriverTest, ListsVisibleClickableElementsWithScreenRectangles) {
+TEST_F(CDPDriverTest, ListsVisibleElementsByNameWithSelectorsThatFindExactlyThem) {
   const auto elements = driver_->listElements(50);
-  std::vector<std::string> selectors;
+  std::vector<std::string> listed;
   for (const auto& element : elements) {
-    selectors.push_back(element.selector);
+    listed.push_back(element.role + " " + element.selector + " " + element.text);
+    // The selector finds this element: the first match of the page's own querySelector.
+    EXPECT_EQ(driver_->screenRect(element.selector), element.rect) << element.selector;
   }
-  EXPECT_EQ(selectors,
-            (std::vector<std::string>{"css:#save", "css:#name", "css:#docs", "css:#far"}));
-  EXPECT_EQ(elements[0].role, "button");
-  EXPECT_EQ(elements[0].text, "Save changes");
-  EXPECT_EQ(elements[2].role, "a");
+  EXPECT_EQ(
+      listed,
+      (std::vector<std::string>{
+          "button css:#save Save changes", "input css:#name ", "a css:#docs Docs",
+          "button css:body > div:nth-of-type(3) > button Far below",
+          "input css:body > label > input Email", R"(input css:input[placeholder="Search"] Search)",
+          "button css:body > button:nth-of-type(3) " + std::string(79, 'a') + "\U0001F600"}));
   const CDPGeometry geometry = driver_->geometry();
-  const auto save = driver_->locate("css:#save");
-  EXPECT_EQ(elements[0].rect, geometry.toScreen(*save));
   EXPECT_GT(geometry.calibration.w, 100);
   EXPECT_GT(geometry.calibration.y, geometry.calibration.x)
       << "the browser's own bars are above the page";
   EXPECT_EQ(driver_->listElements(2).size(), 2u);
 }
-
 TEST_F(CDPDriverTest, CalibrationPutsAnElementWhereTheScreenShowsIt) {
   const ScreenRect swatch = driver_->screenRect("css:#swatch");
   ASSERT_EQ(swatch.width, 160);

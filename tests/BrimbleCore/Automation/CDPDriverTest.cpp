@@ -195,7 +195,7 @@ TEST_F(CDPDriverTest, CalibrationPutsAnElementWhereTheScreenShowsIt) {
   }
 }
 
-TEST_F(CDPDriverTest, AClosingBrowserFailsTheCallInFlightAndLeavesNothing) {
+TEST_F(CDPDriverTest, AClosingBrowserFailsTheCallInFlightAndEndingSessionsLeavesNothing) {
   const pid_t browser = session_->pid();
   const auto profile = session_->userDataDirectory();
   ASSERT_TRUE(std::filesystem::exists(profile));
@@ -205,9 +205,15 @@ TEST_F(CDPDriverTest, AClosingBrowserFailsTheCallInFlightAndLeavesNothing) {
   ::kill(-browser, SIGKILL);
   EXPECT_EQ(failure([&] { hanging.get(); }), "CDP connection closed");
   driver_.reset();
-  session_.reset();
+  // A session given another ends its own browser first, and so does the last one.
+  *session_ = ChromeLauncher::launch(0, "about:blank");
   EXPECT_FALSE(std::filesystem::exists(profile));
   EXPECT_EQ(testing::runningProcessesInGroup(browser), 0);
+  const pid_t second = session_->pid();
+  const auto secondProfile = session_->userDataDirectory();
+  session_.reset();
+  EXPECT_FALSE(std::filesystem::exists(secondProfile));
+  EXPECT_EQ(testing::runningProcessesInGroup(second), 0);
 }
 
 }  // namespace

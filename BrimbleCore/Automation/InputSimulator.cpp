@@ -30,7 +30,8 @@ constexpr std::array<int, 28> kIdleKeys = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9
                                            15, 16, 17, 31, 32, 34, 35, 36, 37, 38, 40, 45, 46, 49};
 
 constexpr std::string_view kUnavailable =
-    "BrimbleCore: Failed to create CGEventSource for typing — input simulation unavailable";
+    "BrimbleCore: Failed to open the X display's XTest extension for input — input simulation "
+    "unavailable";
 
 int buttonNumber(MouseButton button) {
   return button == MouseButton::left ? 1 : 3;

@@ -118,7 +118,8 @@ TEST(InputSimulator, WithoutABackendEveryOperationLogsAndSendsNothing) {
   rig.input.scroll(ScrollDirection::down, 1);
   EXPECT_THAT(rig.backend.lines(), IsEmpty());
   const std::string line =
-      "BrimbleCore: Failed to create CGEventSource for typing — input simulation unavailable";
+      "BrimbleCore: Failed to open the X display's XTest extension for input — input simulation "
+      "unavailable";
   EXPECT_THAT(log.lines(), ElementsAre(line, line, line));
 }
 

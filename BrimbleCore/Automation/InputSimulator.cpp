@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "BrimbleCore/Automation/InputError.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Text.h"
 
@@ -102,12 +103,17 @@ KeyChord InputSimulator::parseKeyChord(std::string_view text) {
     const std::size_t plus = lower.find('+', start);
     if (plus == std::string::npos) {
       chord.key = lower.substr(start);
+      if (!keyCodeForName(chord.key)) {
+        throw InputError::unknownKey(chord.key, std::string(text));
+      }
       return chord;
     }
-    if (const auto modifier =
-            modifierForName(std::string_view(lower).substr(start, plus - start))) {
-      chord.modifiers.insert(*modifier);
+    const std::string word = lower.substr(start, plus - start);
+    const auto modifier = modifierForName(word);
+    if (!modifier) {
+      throw InputError::unknownModifier(word, std::string(text));
     }
+    chord.modifiers.insert(*modifier);
     start = plus + 1;
   }
 }

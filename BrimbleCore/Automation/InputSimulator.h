@@ -38,8 +38,9 @@ class InputSimulator {
   /// The modifier a lower-case modifier word stands for. "cmd" and "command" mean Control, the
   /// shortcut modifier on Linux, so copy and paste keep their meaning.
   static std::optional<Modifier> modifierForName(std::string_view name);
-  /// Splits "ctrl+alt+delete" at "+" into modifiers and the final key name, lower-cased.
-  /// Unknown modifier words are ignored.
+  /// Splits "ctrl+alt+delete" at "+" into modifiers and the final key name, lower-cased. Throws
+  /// InputError (unknownModifier, unknownKey) naming the first word that is neither a modifier
+  /// nor, last, a key: a shortcut sent without one of its modifiers does something else.
   static KeyChord parseKeyChord(std::string_view text);
 
   /// Types UTF-8 `text` one character at a time, waiting `charDelay` seconds ±30 % after each.

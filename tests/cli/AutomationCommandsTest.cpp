@@ -100,13 +100,15 @@ TEST_F(AutomationCommands, InputReachesTheFocusedWindow) {
   EXPECT_THAT(lines[11], ::testing::StartsWith("button press 3 "));
   EXPECT_THAT(lines[13], ::testing::StartsWith("button press 4 "));
 
-  const auto direction = runCommand(brimble("input scroll sideways"));
-  EXPECT_EQ(direction.exitCode, 2);
-  EXPECT_EQ(direction.output,
-            "brimble input scroll: Invalid direction 'sideways'. Must be: up, down, left, right\n");
-  const auto key = runCommand(brimble("input key ctrl+hyper"));
-  EXPECT_EQ(key.exitCode, 2);
-  EXPECT_EQ(key.output, "brimble input key: Unknown key 'hyper' in 'ctrl+hyper'\n");
+  for (const auto& [arguments, refusal] :
+       {std::pair{"scroll sideways",
+                  "scroll: Invalid direction 'sideways'. Must be: up, down, left, right\n"},
+        std::pair{"key ctrl+hyper", "key: Unknown key 'hyper' in 'ctrl+hyper'\n"},
+        std::pair{"key foo+a", "key: Unknown modifier 'foo' in 'foo+a'\n"}}) {
+    const auto refused = runCommand(brimble("input " + std::string(arguments)));
+    EXPECT_EQ(refused.exitCode, 2) << arguments;
+    EXPECT_EQ(refused.output, "brimble input " + std::string(refusal));
+  }
 }
 
 TEST(InspectCommand, OpensAFileByItsPathAndSaysWhetherTheTargetIsThere) {

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "BrimbleCore/Automation/InputError.h"
 #include "tests/Support/FakeClock.h"
 #include "tests/Support/FakeInputBackend.h"
 #include "tests/Support/LogCapture.h"
@@ -25,24 +26,35 @@ struct Rig {
   InputSimulator input{backend, clock};
 };
 
-TEST(InputSimulator, KeyNamesAndChords) {
-  EXPECT_EQ(InputSimulator::keyCodeForName("enter"), 36);
-  EXPECT_EQ(InputSimulator::keyCodeForName("return"), 36);
-  EXPECT_EQ(InputSimulator::keyCodeForName("esc"), 53);
-  EXPECT_EQ(InputSimulator::keyCodeForName("pagedown"), 121);
-  EXPECT_EQ(InputSimulator::keyCodeForName("f5"), 96);
-  EXPECT_EQ(InputSimulator::keyCodeForName("f12"), 111);
-  EXPECT_EQ(InputSimulator::keyCodeForName("c"), 8);
-  EXPECT_EQ(InputSimulator::keyCodeForName("z"), 6);
-  EXPECT_EQ(InputSimulator::keyCodeForName("1"), std::nullopt);
-  EXPECT_EQ(InputSimulator::keyCodeForName("Enter"), std::nullopt);
-
-  EXPECT_EQ(InputSimulator::parseKeyChord("Ctrl+Alt+Delete"),
-            (KeyChord{"delete", {Modifier::control, Modifier::alt}}));
-  EXPECT_EQ(InputSimulator::parseKeyChord("cmd+hyper+k"), (KeyChord{"k", {Modifier::control}}));
-  EXPECT_EQ(InputSimulator::parseKeyChord("win+option+shift+x"),
-            (KeyChord{"x", {Modifier::super, Modifier::alt, Modifier::shift}}));
-  EXPECT_EQ(InputSimulator::parseKeyChord("enter"), (KeyChord{"enter", {}}));
+TEST(InputSimulator, KeyChordsNameKnownModifiersAndKeysOnly) {
+  const auto parsed = [](std::string_view chord) -> std::string {
+    try {
+      const KeyChord parts = InputSimulator::parseKeyChord(chord);
+      std::string text = std::to_string(InputSimulator::keyCodeForName(parts.key).value_or(-1));
+      for (const auto& [modifier, name] :
+           {std::pair{Modifier::control, " ctrl"}, std::pair{Modifier::alt, " alt"},
+            std::pair{Modifier::shift, " shift"}, std::pair{Modifier::super, " super"}}) {
+        text += parts.modifiers.contains(modifier) ? name : "";
+      }
+      return text;
+    } catch (const InputError& error) {
+      return error.what();
+    }
+  };
+  std::string results;
+  for (const char* chord :
+       {"enter", "Return", "esc", "pagedown", "f5", "f12", "cmd+c", "shift+tab", "Ctrl+Alt+Delete",
+        "win+option+shift+z", "1", "ctrl+hyper", "foo+a", "cmd+Hyper+k"}) {
+    results += std::string(chord) + " = " + parsed(chord) + "\n";
+  }
+  EXPECT_EQ(results,
+            "enter = 36\nReturn = 36\nesc = 53\npagedown = 121\nf5 = 96\nf12 = 111\n"
+            "cmd+c = 8 ctrl\nshift+tab = 48 shift\nCtrl+Alt+Delete = 51 ctrl alt\n"
+            "win+option+shift+z = 6 alt shift super\n"
+            "1 = Unknown key '1' in '1'\n"
+            "ctrl+hyper = Unknown key 'hyper' in 'ctrl+hyper'\n"
+            "foo+a = Unknown modifier 'foo' in 'foo+a'\n"
+            "cmd+Hyper+k = Unknown modifier 'hyper' in 'cmd+Hyper+k'\n");
 }
 
 TEST(InputSimulator, PressKeyHoldsModifiersAroundTheKey) {

@@ -1,10 +1,9 @@
 #include "BrimbleCore/Automation/CDPConnection.h"
 
-#include <condition_variable>
 #include <cstdlib>
-#include <deque>
-#include <future>
-#include <mutex>
+#include <functional>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -18,59 +17,26 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// A browser played by the test: the test reads what the connection sent and answers (or
-/// closes) from its own thread, as the socket's thread would.
+/// A browser played by the test: each command is answered at once with the messages `answer`
+/// makes for its id, delivered as the socket's thread would deliver them.
 class FakeCDPTransport final : public CDPTransport {
  public:
+  std::function<std::vector<std::string>(int id)> answer;
+  bool refusing = false;  // sends fail, as once the socket has died but before it says so
+
   void start(Receiver receiver) override { receiver_ = std::move(receiver); }
   void send(std::string message) override {
-    std::scoped_lock lock(mutex_);
-    if (refusing_) {
+    if (refusing) {
       throw CDPError::connectionClosed();
     }
-    sent_.push_back(nlohmann::json::parse(message));
-    arrived_.notify_all();
-  }
-  void close() override {
-    if (!std::exchange(closed_, true)) {
-      receiver_(std::nullopt);
+    for (const std::string& reply : answer(nlohmann::json::parse(message).at("id"))) {
+      receiver_(reply);
     }
   }
-
-  /// The id of the next command the connection sends, once it has.
-  int nextId() {
-    std::unique_lock lock(mutex_);
-    arrived_.wait(lock, [&] { return !sent_.empty(); });
-    const int id = sent_.front().at("id");
-    sent_.pop_front();
-    return id;
-  }
-  void deliver(const std::string& message) { receiver_(message); }
-  /// Sends fail from now on, as they do once the socket has died but before it says so.
-  void refuseSends() { refusing_ = true; }
+  void close() override { receiver_(std::nullopt); }
 
  private:
   Receiver receiver_;
-  bool closed_ = false;  // touched by the test's thread only
-  std::mutex mutex_;     // guards the fields below
-  std::condition_variable arrived_;
-  std::deque<nlohmann::json> sent_;
-  bool refusing_ = false;
-};
-
-struct Harness {
-  FakeCDPTransport* transport = nullptr;
-  std::unique_ptr<CDPConnection> connection;
-
-  Harness() {
-    auto fake = std::make_unique<FakeCDPTransport>();
-    transport = fake.get();
-    connection = std::make_unique<CDPConnection>(std::move(fake));
-  }
-  std::future<nlohmann::json> call() {
-    return std::async(std::launch::async,
-                      [this] { return connection->send("Page.enable", {}, 5s); });
-  }
 };
 
 /// What `body` returned, as JSON text, or the text of the CDPError it threw.
@@ -83,12 +49,8 @@ std::string outcome(Body body) {
   }
 }
 
-TEST(CDPConnection, AnswersReachTheirCallersByIdAtOnceAndEventsAreIgnored) {
-  struct Case {
-    std::string answer;  // "ID" becomes the call's id
-    std::string outcome;
-  };
-  const Case cases[] = {
+TEST(CDPConnection, AnswersReachTheirCallersByIdAtOnceAndFailedSendsOrClosingFailTheCall) {
+  const std::pair<std::string, std::string> cases[] = {
       {R"({"id":ID,"result":{"v":2}})", R"({"v":2})"},
       {R"({"id":ID,"error":{"code":-32000,"message":"Cannot navigate"}})",
        "CDP error: Cannot navigate"},
@@ -96,45 +58,37 @@ TEST(CDPConnection, AnswersReachTheirCallersByIdAtOnceAndEventsAreIgnored) {
       // Half of a surrogate pair, as Chromium sends a string a page's script cut apart.
       {R"({"id":ID,"result":{"v":"a\ud83d","w":"\\ud83d\ude00","x":"\ud83d\ude00"}})",
        R"({"v":"a�","w":"\\ud83d�","x":"😀"})"},
-      {R"({"id":ID,"result":{"v":"cut short)", "Malformed CDP message"},
-  };
-  Harness harness;
+      {R"({"id":ID,"result":{"v":"cut short)", "Malformed CDP message"}};
+  auto transport = std::make_unique<FakeCDPTransport>();
+  FakeCDPTransport& browser = *transport;
+  CDPConnection connection(std::move(transport));
   testing::LogCapture log;
-  for (const Case& test : cases) {
-    auto answer = harness.call();
-    std::string message = test.answer;
-    message.replace(message.find("ID"), 2, std::to_string(harness.transport->nextId()));
-    harness.transport->deliver(R"({"method":"Page.frameNavigated","params":{}})");
-    harness.transport->deliver(message);
-    EXPECT_EQ(outcome([&] { return answer.get(); }), test.outcome) << test.answer;
+  for (const auto& [answer, expected] : cases) {
+    browser.answer = [&](int id) {
+      std::string reply = answer;
+      reply.replace(reply.find("ID"), 2, std::to_string(id));
+      // An event and an answer to a call that is not waiting any more come first.
+      return std::vector<std::string>{R"({"method":"Page.frameNavigated","params":{}})",
+                                      R"({"id":)" + std::to_string(id - 1) + R"(,"result":{}})",
+                                      reply};
+    };
+    EXPECT_EQ(outcome([&] { return connection.send("Page.enable", {}, 2s); }), expected) << answer;
   }
   EXPECT_EQ(log.lines(), std::vector<std::string>{"BrimbleCore: Malformed CDP message"});
 
-  // Out of order.
-  auto first = harness.call();
-  const int firstId = harness.transport->nextId();
-  auto second = harness.call();
-  const int secondId = harness.transport->nextId();
-  harness.transport->deliver(R"({"id":)" + std::to_string(secondId) + R"(,"result":{"n":2}})");
-  harness.transport->deliver(R"({"id":)" + std::to_string(firstId) + R"(,"result":{}})");
-  EXPECT_EQ(first.get(), nlohmann::json::object());
-  EXPECT_EQ(second.get(), (nlohmann::json{{"n", 2}}));
-}
+  // A send that fails leaves nothing pending; closing fails the call waiting and all later ones.
+  browser.refusing = true;
+  EXPECT_EQ(outcome([&] { return connection.send("Page.enable"); }), "CDP connection closed");
+  EXPECT_EQ(connection.pendingCount(), 0u);
 
-TEST(CDPConnection, ClosingOrAFailedSendFailsTheCallAndLeavesNothingPending) {
-  Harness harness;
-  harness.transport->refuseSends();
-  EXPECT_EQ(outcome([&] { return harness.connection->send("Page.enable"); }),
+  browser.refusing = false;
+  browser.answer = [&](int) {
+    browser.close();
+    return std::vector<std::string>{};
+  };
+  EXPECT_EQ(outcome([&] { return connection.send("Page.enable", {}, 2s); }),
             "CDP connection closed");
-  EXPECT_EQ(harness.connection->pendingCount(), 0u);
-
-  Harness closing;
-  auto pending = closing.call();
-  closing.transport->nextId();
-  closing.transport->close();
-  EXPECT_EQ(outcome([&] { return pending.get(); }), "CDP connection closed");
-  EXPECT_EQ(outcome([&] { return closing.connection->send("Page.enable"); }),
-            "CDP connection closed");
+  EXPECT_EQ(outcome([&] { return connection.send("Page.enable"); }), "CDP connection closed");
 }
 
 TEST(ChromeLauncher, FindsThePageAmongTheTargetsAndSaysWhenThereIsNoBrowser) {

@@ -1,5 +1,7 @@
 #include "cli/BrowserCommands.h"
 
+#include <algorithm>
+#include <array>
 #include <cctype>
 #include <filesystem>
 #include <memory>
@@ -7,6 +9,7 @@
 #include <regex>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -15,6 +18,7 @@
 #include "BrimbleCore/Automation/CDPDriver.h"
 #include "BrimbleCore/Automation/ChromeLauncher.h"
 #include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Support/Text.h"
 #include "cli/DisplaySession.h"
 
 namespace brimble::cli {
@@ -110,10 +114,24 @@ int runInspect(const InspectOptions& options) {
     fmt::print("{}\n", nlohmann::json{{"elements", list}}.dump());
     return kExitSuccess;
   }
+  // Columns as wide as their widest entry (in characters): selectors that spell out a path run
+  // long, and names can be in any script.
+  const auto width = [](const std::string& text) { return decodeUTF8(text).size(); };
+  std::vector<std::array<std::string, 3>> rows;
+  std::array<std::size_t, 3> widths{};
   for (const DiscoveredElement& element : elements) {
-    fmt::print("{:<10} {:<40} {:<24} {},{} {}x{}\n", element.role,
-               nlohmann::json(element.text).dump(), element.selector, element.rect.x,
-               element.rect.y, element.rect.width, element.rect.height);
+    rows.push_back({element.role, nlohmann::json(element.text).dump(), element.selector});
+    for (std::size_t column = 0; column < 3; ++column) {
+      widths[column] = std::max(widths[column], width(rows.back()[column]));
+    }
+  }
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    for (std::size_t column = 0; column < 3; ++column) {
+      fmt::print("{}{} ", rows[row][column],
+                 std::string(widths[column] - width(rows[row][column]), ' '));
+    }
+    const ScreenRect& rect = elements[row].rect;
+    fmt::print("{},{} {}x{}\n", rect.x, rect.y, rect.width, rect.height);
   }
   return kExitSuccess;
 }
@@ -129,7 +147,8 @@ Command addInspectCommand(CLI::App& app) {
   command->add_option("--url", options->url, "The page to open: a URL, or the path of a file")
       ->required();
   command->add_option("--target", options->target,
-                      "Find only this target: \"text:Visible text\" or \"css:selector\"");
+                      "Find only this target: \"text:Visible text\" or \"css:selector\" (exit "
+                      "status 1 when it is not there or not visible)");
   command->add_option("--limit", options->limit, "List at most this many elements")
       ->check(CLI::Range(1, 10000))
       ->capture_default_str();

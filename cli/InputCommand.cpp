@@ -95,7 +95,10 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
         }
         KeyChord chord;
         try {
-          chord = key->parsed() ? InputSimulator::parseKeyChord(options->keyChord) : KeyChord{};
+          if (key->parsed()) {
+            chord = InputSimulator::parseKeyChord(options->keyChord);
+            InputSimulator::requireKnownWords(chord, options->keyChord);
+          }
         } catch (const InputError& error) {
           fmt::print(stderr, "{}: {}\n", name, error.what());
           return kExitUsage;

@@ -103,18 +103,24 @@ KeyChord InputSimulator::parseKeyChord(std::string_view text) {
     const std::size_t plus = lower.find('+', start);
     if (plus == std::string::npos) {
       chord.key = lower.substr(start);
-      if (!keyCodeForName(chord.key)) {
-        throw InputError::unknownKey(chord.key, std::string(text));
-      }
       return chord;
     }
-    const std::string word = lower.substr(start, plus - start);
-    const auto modifier = modifierForName(word);
-    if (!modifier) {
-      throw InputError::unknownModifier(word, std::string(text));
+    std::string word = lower.substr(start, plus - start);
+    if (const auto modifier = modifierForName(word)) {
+      chord.modifiers.insert(*modifier);
+    } else {
+      chord.unknownModifiers.push_back(std::move(word));
     }
-    chord.modifiers.insert(*modifier);
     start = plus + 1;
+  }
+}
+
+void InputSimulator::requireKnownWords(const KeyChord& chord, std::string_view text) {
+  if (!chord.unknownModifiers.empty()) {
+    throw InputError::unknownModifier(chord.unknownModifiers.front(), std::string(text));
+  }
+  if (!keyCodeForName(chord.key)) {
+    throw InputError::unknownKey(chord.key, std::string(text));
   }
 }
 

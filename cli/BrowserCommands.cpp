@@ -1,7 +1,15 @@
 #include "cli/BrowserCommands.h"
 
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <filesystem>
 #include <memory>
+#include <optional>
+#include <regex>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -9,6 +17,8 @@
 
 #include "BrimbleCore/Automation/CDPDriver.h"
 #include "BrimbleCore/Automation/ChromeLauncher.h"
+#include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Support/Text.h"
 #include "cli/DisplaySession.h"
 
 namespace brimble::cli {
@@ -26,20 +36,71 @@ nlohmann::json rectJSON(const ScreenRect& rect) {
   return {{"x", rect.x}, {"y", rect.y}, {"width", rect.width}, {"height", rect.height}};
 }
 
+/// The URL of `page`: a URL (anything that starts with a scheme, "https:", "file:", "about:")
+/// as given, else the file:// URL of a file path, relative to the working directory. No value
+/// when the path names no file.
+std::optional<std::string> pageURL(const std::string& page) {
+  static const std::regex kScheme("^[A-Za-z][A-Za-z0-9+.-]*:");
+  if (std::regex_search(page, kScheme)) {
+    return page;
+  }
+  std::error_code error;
+  const std::filesystem::path path = std::filesystem::absolute(page, error);
+  if (error || !std::filesystem::exists(path, error)) {
+    return std::nullopt;
+  }
+  std::string url = "file://";
+  for (const char c : path.lexically_normal().string()) {
+    // Only unreserved characters and "/" stand for themselves; "#", "?", "%" and spaces would
+    // end or change the path part.
+    if (std::isalnum(static_cast<unsigned char>(c)) ||
+        std::string_view("-._~/").find(c) != std::string_view::npos) {
+      url += c;
+    } else {
+      url += fmt::format("%{:02X}", static_cast<unsigned char>(c));
+    }
+  }
+  return url;
+}
+
 int runInspect(const InspectOptions& options) {
+  const auto url = pageURL(options.url);
+  if (!url) {
+    fmt::print(stderr,
+               "brimble inspect: {}: no such file (give a page's path, or a URL with its scheme "
+               "such as https://)\n",
+               options.url);
+    return kExitFailure;
+  }
   const DisplaySession display(options.headless);
   const ChromeLauncher::Session browser = ChromeLauncher::launch(0, "about:blank");
   CDPDriver driver = CDPDriver::connect(browser);
-  driver.navigate(options.url);
+  driver.navigate(*url);
   if (!options.target.empty()) {
-    const ScreenRect rect = driver.screenRect(options.target);
-    if (options.json) {
-      fmt::print("{}\n",
-                 nlohmann::json{{"target", options.target}, {"rect", rectJSON(rect)}}.dump());
-    } else {
-      fmt::print("{}: {},{} {}x{}\n", options.target, rect.x, rect.y, rect.width, rect.height);
+    std::optional<ScreenRect> rect;
+    std::string notFound;
+    try {
+      rect = driver.screenRect(options.target);
+    } catch (const DemoDriverError& error) {
+      if (error.code() != DemoDriverError::Code::elementNotFound) {
+        throw;
+      }
+      notFound = error.what();
     }
-    return kExitSuccess;
+    if (options.json) {
+      nlohmann::json answer{{"target", options.target}, {"found", rect.has_value()}};
+      if (rect) {
+        answer["rect"] = rectJSON(*rect);
+      } else {
+        answer["error"] = notFound;
+      }
+      fmt::print("{}\n", answer.dump());
+    } else if (rect) {
+      fmt::print("{}: {},{} {}x{}\n", options.target, rect->x, rect->y, rect->width, rect->height);
+    } else {
+      fmt::print(stderr, "brimble inspect: {}\n", notFound);
+    }
+    return rect ? kExitSuccess : kExitFailure;
   }
   const auto elements = driver.listElements(options.limit);
   if (options.json) {
@@ -53,10 +114,24 @@ int runInspect(const InspectOptions& options) {
     fmt::print("{}\n", nlohmann::json{{"elements", list}}.dump());
     return kExitSuccess;
   }
+  // Columns as wide as their widest entry (in characters): selectors that spell out a path run
+  // long, and names can be in any script.
+  const auto width = [](const std::string& text) { return decodeUTF8(text).size(); };
+  std::vector<std::array<std::string, 3>> rows;
+  std::array<std::size_t, 3> widths{};
   for (const DiscoveredElement& element : elements) {
-    fmt::print("{:<10} {:<40} {:<24} {},{} {}x{}\n", element.role,
-               nlohmann::json(element.text).dump(), element.selector, element.rect.x,
-               element.rect.y, element.rect.width, element.rect.height);
+    rows.push_back({element.role, nlohmann::json(element.text).dump(), element.selector});
+    for (std::size_t column = 0; column < 3; ++column) {
+      widths[column] = std::max(widths[column], width(rows.back()[column]));
+    }
+  }
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    for (std::size_t column = 0; column < 3; ++column) {
+      fmt::print("{}{} ", rows[row][column],
+                 std::string(widths[column] - width(rows[row][column]), ' '));
+    }
+    const ScreenRect& rect = elements[row].rect;
+    fmt::print("{},{} {}x{}\n", rect.x, rect.y, rect.width, rect.height);
   }
   return kExitSuccess;
 }
@@ -69,9 +144,11 @@ Command addInspectCommand(CLI::App& app) {
       "inspect",
       "Open a page in Chromium and list what can be clicked or typed into, with screen "
       "rectangles, or find one target");
-  command->add_option("--url", options->url, "The page to open")->required();
+  command->add_option("--url", options->url, "The page to open: a URL, or the path of a file")
+      ->required();
   command->add_option("--target", options->target,
-                      "Find only this target: \"text:Visible text\" or \"css:selector\"");
+                      "Find only this target: \"text:Visible text\" or \"css:selector\" (exit "
+                      "status 1 when it is not there or not visible)");
   command->add_option("--limit", options->limit, "List at most this many elements")
       ->check(CLI::Range(1, 10000))
       ->capture_default_str();

@@ -8,6 +8,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "BrimbleCore/Automation/InputError.h"
 #include "BrimbleCore/Automation/InputSimulator.h"
 #include "BrimbleCore/Platform/X11/X11InputBackend.h"
 #include "cli/DisplaySession.h"
@@ -92,9 +93,14 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
                      options->direction);
           return kExitUsage;
         }
-        const KeyChord chord = InputSimulator::parseKeyChord(options->keyChord);
-        if (key->parsed() && !InputSimulator::keyCodeForName(chord.key)) {
-          fmt::print(stderr, "{}: Unknown key '{}' in '{}'\n", name, chord.key, options->keyChord);
+        KeyChord chord;
+        try {
+          if (key->parsed()) {
+            chord = InputSimulator::parseKeyChord(options->keyChord);
+            InputSimulator::requireKnownWords(chord, options->keyChord);
+          }
+        } catch (const InputError& error) {
+          fmt::print(stderr, "{}: {}\n", name, error.what());
           return kExitUsage;
         }
         const std::stop_token stop = interrupts.watch();

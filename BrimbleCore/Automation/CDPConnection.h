@@ -28,11 +28,15 @@ class CDPConnection {
 
   /// Sends `method` with `params` and returns the answer's `result` (an empty object when it has
   /// none). Throws CDPError: commandFailed (the answer's error message), connectionClosed (the
-  /// socket closed before the answer), malformedMessage (an answer that is not an object with a
-  /// result or an error), timedOut.
+  /// socket closed before the answer, or the command could not be sent), malformedMessage (an
+  /// answer that is not JSON, or not an object with a result or an error), timedOut. Half of a
+  /// UTF-16 surrogate pair in the answer (a page's script can cut one apart) arrives as U+FFFD.
   nlohmann::json send(const std::string& method,
                       const nlohmann::json& params = nlohmann::json::object(),
                       std::chrono::milliseconds timeout = std::chrono::seconds(30));
+
+  /// How many calls are waiting for their answer.
+  std::size_t pendingCount() const;
 
  private:
   struct Pending {
@@ -45,7 +49,7 @@ class CDPConnection {
   void receive(std::optional<std::string> message);
 
   std::unique_ptr<CDPTransport> transport_;
-  std::mutex mutex_;  // guards the fields below
+  mutable std::mutex mutex_;  // guards the fields below
   std::condition_variable answered_;
   std::int64_t nextId_ = 1;
   std::map<std::int64_t, std::shared_ptr<Pending>> pending_;

@@ -37,6 +37,74 @@ constexpr const char* kLocate = R"(
     element = document.querySelector(target);
   })";
 
+/// The page program that lists the visible elements one can click or type into (up to `limit`),
+/// each with its accessible name and a selector that the page resolves to it and nothing else.
+constexpr const char* kDiscover = R"(
+  var unique = function(selector, element) {
+    var all = document.querySelectorAll(selector);
+    return all.length === 1 && all[0] === element;
+  };
+  var textOf = function(node) { return node ? ((node.innerText || '') + '').trim() : ''; };
+  // A field shows its value; a check box or radio button's value ("on") is not shown.
+  var ownText = function(e) {
+    var shown = textOf(e);
+    return shown || (/^(checkbox|radio)$/i.test(e.type || '') ? '' : ((e.value || '') + '').trim());
+  };
+  var nameOf = function(e) {
+    var labelledBy = (e.getAttribute('aria-labelledby') || '').split(/\s+/).map(function(id) {
+      return textOf(id && document.getElementById(id));
+    });
+    var names = [ownText(e), labelledBy.join(' ').trim(), e.getAttribute('aria-label'),
+                 Array.from(e.labels || []).map(textOf).join(' ').trim(),
+                 e.getAttribute('placeholder'), e.getAttribute('title'), e.getAttribute('alt')];
+    for (var i = 0; i < names.length; i++) {
+      if (names[i] && names[i].trim()) { return names[i].trim(); }
+    }
+    return '';
+  };
+  var selectorOf = function(e) {
+    var tag = e.tagName.toLowerCase();
+    var tries = e.id ? ['#' + CSS.escape(e.id), tag] : [tag];
+    ['name', 'aria-label', 'placeholder', 'title', 'href', 'type'].forEach(function(attribute) {
+      var value = e.getAttribute(attribute);
+      if (value) { tries.push(tag + '[' + attribute + '="' + CSS.escape(value) + '"]'); }
+    });
+    for (var i = 0; i < tries.length; i++) {
+      if (unique(tries[i], e)) { return tries[i]; }
+    }
+    // Steps down from the nearest ancestor an id names, or from the body.
+    var steps = [];
+    for (var node = e; node; node = node.parentElement) {
+      if (node !== e && node.id && unique('#' + CSS.escape(node.id), node)) {
+        steps.unshift('#' + CSS.escape(node.id));
+        break;
+      }
+      if (node === document.body || !node.parentElement) {
+        steps.unshift(node.tagName.toLowerCase());
+        break;
+      }
+      var same = Array.from(node.parentElement.children).filter(function(sibling) {
+        return sibling.tagName === node.tagName;
+      });
+      var step = node.tagName.toLowerCase();
+      var nth = ':nth-of-type(' + (same.indexOf(node) + 1) + ')';
+      steps.unshift(same.length === 1 ? step : step + nth);
+    }
+    return steps.join(' > ');
+  };
+  var elements = [];
+  var all = document.querySelectorAll('a,button,input,textarea,select,[role],[onclick]');
+  for (var i = 0; i < all.length && elements.length < limit; i++) {
+    var e = all[i];
+    var r = e.getBoundingClientRect();
+    if (r.width === 0 || r.height === 0) { continue; }
+    // Cut on code points: a cut inside a surrogate pair leaves half a character.
+    elements.push({role: e.tagName.toLowerCase(), text: Array.from(nameOf(e)).slice(0, 80).join(''),
+                   selector: 'css:' + selectorOf(e), x: r.x, y: r.y, w: r.width, h: r.height});
+  }
+  return {elements: elements};
+})())";
+
 std::string locateProgram(const std::string& selector, const std::string& body) {
   return "(function(){var target = " + CDPDriver::javaScriptString(selector) + ";" + kLocate +
          body + "})()";
@@ -192,21 +260,26 @@ std::optional<ElementRect> CDPDriver::locate(const std::string& target) {
                      rect.value("h", 0.0)};
 }
 
-ScreenRect CDPDriver::screenRect(const std::string& target) {
+ElementRect CDPDriver::visibleRect(const std::string& target) {
   const auto rect = locate(target);
   if (!rect) {
     throw DemoDriverError::elementNotFound(target);
   }
-  return geometry().toScreen(*rect);
+  // A hidden element (display: none, or inside one) has an empty box at the page's corner.
+  if (!(rect->w > 0) || !(rect->h > 0)) {
+    throw DemoDriverError::elementNotFound(target + " (element not found or not visible)");
+  }
+  return *rect;
+}
+
+ScreenRect CDPDriver::screenRect(const std::string& target) {
+  return geometry().toScreen(visibleRect(target));
 }
 
 void CDPDriver::click(const std::string& target) {
-  const auto rect = locate(target);
-  if (!rect) {
-    throw DemoDriverError::elementNotFound(target);
-  }
-  const double x = rect->x + rect->w * 0.5;
-  const double y = rect->y + rect->h * 0.5;
+  const ElementRect rect = visibleRect(target);
+  const double x = rect.x + rect.w * 0.5;
+  const double y = rect.y + rect.h * 0.5;
   const CDPCalibration area = geometry().calibration;
   if (x < 0 || y < 0 || x >= area.w || y >= area.h) {
     throw DemoDriverError::elementNotFound(target + " (element not found or not visible)");
@@ -265,22 +338,7 @@ void CDPDriver::setRealZoom(double scale, const std::optional<std::string>& focu
 
 std::vector<DiscoveredElement> CDPDriver::listElements(int limit) {
   const nlohmann::json found =
-      evaluate("(function(){var limit = " + std::to_string(std::max(limit, 0)) +
-               ";"
-               R"(var elements = [];
-      var all = document.querySelectorAll('a,button,input,textarea,select,[role],[onclick]');
-      for (var i = 0; i < all.length && elements.length < limit; i++) {
-        var e = all[i];
-        var r = e.getBoundingClientRect();
-        if (r.width === 0 || r.height === 0) { continue; }
-        var text = ((e.innerText || e.value || e.getAttribute('aria-label') || '') + '').trim();
-        var tag = e.tagName.toLowerCase();
-        elements.push({role: tag, text: text.slice(0, 80),
-                       selector: e.id ? 'css:#' + e.id : 'css:' + tag,
-                       x: r.x, y: r.y, w: r.width, h: r.height});
-      }
-      return {elements: elements};
-    })())");
+      evaluate("(function(){var limit = " + std::to_string(std::max(limit, 0)) + ";" + kDiscover);
   std::vector<DiscoveredElement> elements;
   if (!found.is_object() || !found.contains("elements") || !found["elements"].is_array()) {
     return elements;

@@ -50,10 +50,12 @@ class CDPDriver {
   /// Where the target's element is, or no value when no element matches. Throws
   /// DemoDriverError::invalidTarget for "role:" targets and empty ones.
   std::optional<ElementRect> locate(const std::string& target);
-  /// Where the target's element is on screen; DemoDriverError::elementNotFound when none.
+  /// Where the target's element is on screen. DemoDriverError::elementNotFound when none matches
+  /// or it is not visible (an empty box: hidden with display: none or inside such an element).
   ScreenRect screenRect(const std::string& target);
 
-  /// Presses and releases the left button at the element's centre.
+  /// Presses and releases the left button at the element's centre. DemoDriverError::
+  /// elementNotFound when none matches or it is not visible, or its centre is out of the view.
   void click(const std::string& target);
   /// Focuses the element, sets its value and fires bubbling input and change events.
   void fill(const std::string& target, const std::string& text);
@@ -65,7 +67,9 @@ class CDPDriver {
   void setRealZoom(double scale, const std::optional<std::string>& focus = std::nullopt);
 
   /// The page's clickable elements (links, buttons, fields, anything with a role or an onclick),
-  /// visible ones only, at most `limit`, with screen rectangles.
+  /// visible ones only, at most `limit`, with screen rectangles. Each has its accessible name
+  /// (its text or value, else its aria-labelledby, aria-label, label, placeholder or title; at
+  /// most 80 characters) and a selector that selects it and no other element of the page.
   std::vector<DiscoveredElement> listElements(int limit);
 
   /// `target` as the page-side selector the location program takes: "text=…" or a CSS selector.
@@ -74,6 +78,9 @@ class CDPDriver {
   static std::string javaScriptString(const std::string& text);
 
  private:
+  /// The element's rectangle; elementNotFound when there is none or it is empty.
+  ElementRect visibleRect(const std::string& target);
+
   std::unique_ptr<CDPConnection> connection_;
   std::optional<CDPGeometry> geometry_;
 };

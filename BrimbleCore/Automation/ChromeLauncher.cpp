@@ -3,6 +3,7 @@
 #include <fstream>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -31,11 +32,33 @@ std::optional<int> activePort(const std::filesystem::path& profile) {
 
 }  // namespace
 
+ChromeLauncher::Session::Session(Session&& other) noexcept
+    : process_(std::move(other.process_)),
+      port_(std::exchange(other.port_, 0)),
+      userDataDirectory_(std::exchange(other.userDataDirectory_, {})),
+      webSocketDebuggerURL_(std::exchange(other.webSocketDebuggerURL_, {})) {}
+
+ChromeLauncher::Session& ChromeLauncher::Session::operator=(Session&& other) noexcept {
+  if (this != &other) {
+    end();
+    process_ = std::move(other.process_);
+    port_ = std::exchange(other.port_, 0);
+    userDataDirectory_ = std::exchange(other.userDataDirectory_, {});
+    webSocketDebuggerURL_ = std::exchange(other.webSocketDebuggerURL_, {});
+  }
+  return *this;
+}
+
 ChromeLauncher::Session::~Session() {
+  end();
+}
+
+void ChromeLauncher::Session::end() noexcept {
   process_.stop();
   if (!userDataDirectory_.empty()) {
     std::error_code ignored;
     std::filesystem::remove_all(userDataDirectory_, ignored);
+    userDataDirectory_.clear();
   }
 }
 

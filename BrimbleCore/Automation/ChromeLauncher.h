@@ -12,14 +12,15 @@ namespace brimble {
 /// Starts Chrome or Chromium with a DevTools port, for scripts and assistants to drive.
 class ChromeLauncher {
  public:
-  /// A running browser. Ending it (destruction) stops the browser with all its processes and
-  /// deletes its profile directory. Move-only; one thread at a time.
+  /// A running browser. Ending it (destruction, or assigning another session to it) stops the
+  /// browser with all its processes and deletes its profile directory. Move-only, empty after a
+  /// move; one thread at a time.
   class Session {
    public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
-    Session(Session&&) noexcept = default;
-    Session& operator=(Session&&) noexcept = default;
+    Session(Session&& other) noexcept;
+    Session& operator=(Session&& other) noexcept;
     ~Session();
 
     int port() const noexcept { return port_; }
@@ -30,6 +31,7 @@ class ChromeLauncher {
    private:
     friend class ChromeLauncher;
     Session() = default;
+    void end() noexcept;
 
     DaemonProcess process_;
     int port_ = 0;

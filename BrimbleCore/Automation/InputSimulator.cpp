@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "BrimbleCore/Automation/InputError.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Text.h"
 
@@ -30,7 +31,8 @@ constexpr std::array<int, 28> kIdleKeys = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9
                                            15, 16, 17, 31, 32, 34, 35, 36, 37, 38, 40, 45, 46, 49};
 
 constexpr std::string_view kUnavailable =
-    "BrimbleCore: Failed to create CGEventSource for typing — input simulation unavailable";
+    "BrimbleCore: Failed to open the X display's XTest extension for input — input simulation "
+    "unavailable";
 
 int buttonNumber(MouseButton button) {
   return button == MouseButton::left ? 1 : 3;
@@ -103,11 +105,22 @@ KeyChord InputSimulator::parseKeyChord(std::string_view text) {
       chord.key = lower.substr(start);
       return chord;
     }
-    if (const auto modifier =
-            modifierForName(std::string_view(lower).substr(start, plus - start))) {
+    std::string word = lower.substr(start, plus - start);
+    if (const auto modifier = modifierForName(word)) {
       chord.modifiers.insert(*modifier);
+    } else {
+      chord.unknownModifiers.push_back(std::move(word));
     }
     start = plus + 1;
+  }
+}
+
+void InputSimulator::requireKnownWords(const KeyChord& chord, std::string_view text) {
+  if (!chord.unknownModifiers.empty()) {
+    throw InputError::unknownModifier(chord.unknownModifiers.front(), std::string(text));
+  }
+  if (!keyCodeForName(chord.key)) {
+    throw InputError::unknownKey(chord.key, std::string(text));
   }
 }
 

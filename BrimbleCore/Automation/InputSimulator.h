@@ -5,6 +5,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "BrimbleCore/Automation/InputBackend.h"
 #include "BrimbleCore/Support/Clock.h"
@@ -21,6 +22,7 @@ enum class ScrollDirection { up, down, left, right };
 struct KeyChord {
   std::string key;  // lower-case key name
   ModifierFlags modifiers;
+  std::vector<std::string> unknownModifiers;  // lower-case words that name no modifier
   bool operator==(const KeyChord&) const = default;
 };
 
@@ -38,9 +40,14 @@ class InputSimulator {
   /// The modifier a lower-case modifier word stands for. "cmd" and "command" mean Control, the
   /// shortcut modifier on Linux, so copy and paste keep their meaning.
   static std::optional<Modifier> modifierForName(std::string_view name);
-  /// Splits "ctrl+alt+delete" at "+" into modifiers and the final key name, lower-cased.
-  /// Unknown modifier words are ignored.
+  /// Splits "ctrl+alt+delete" at "+" into modifiers and the final key name, lower-cased. A word
+  /// before the key that names no modifier is kept aside in `unknownModifiers` and otherwise
+  /// ignored, as scripts and assistants expect; the key name is not checked.
   static KeyChord parseKeyChord(std::string_view text);
+  /// For callers that refuse what `parseKeyChord` would let pass: throws InputError
+  /// (unknownModifier, unknownKey) naming the first word of `text` that is neither a modifier
+  /// nor, last, a key, since a shortcut sent without one of its modifiers does something else.
+  static void requireKnownWords(const KeyChord& chord, std::string_view text);
 
   /// Types UTF-8 `text` one character at a time, waiting `charDelay` seconds ±30 % after each.
   /// Characters the keyboard map lacks are typed through spare keys bound to them, which get

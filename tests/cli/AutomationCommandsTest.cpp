@@ -2,6 +2,7 @@
 // our test client in an embedded display.
 
 #include <chrono>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/RunCommand.h"
+#include "tests/Support/TempDirectory.h"
 
 namespace brimble {
 namespace {
@@ -98,13 +100,45 @@ TEST_F(AutomationCommands, InputReachesTheFocusedWindow) {
   EXPECT_THAT(lines[11], ::testing::StartsWith("button press 3 "));
   EXPECT_THAT(lines[13], ::testing::StartsWith("button press 4 "));
 
-  const auto direction = runCommand(brimble("input scroll sideways"));
-  EXPECT_EQ(direction.exitCode, 2);
-  EXPECT_EQ(direction.output,
-            "brimble input scroll: Invalid direction 'sideways'. Must be: up, down, left, right\n");
-  const auto key = runCommand(brimble("input key ctrl+hyper"));
-  EXPECT_EQ(key.exitCode, 2);
-  EXPECT_EQ(key.output, "brimble input key: Unknown key 'hyper' in 'ctrl+hyper'\n");
+  for (const auto& [arguments, refusal] :
+       {std::pair{"scroll sideways",
+                  "scroll: Invalid direction 'sideways'. Must be: up, down, left, right\n"},
+        std::pair{"key ctrl+hyper", "key: Unknown key 'hyper' in 'ctrl+hyper'\n"},
+        std::pair{"key foo+a", "key: Unknown modifier 'foo' in 'foo+a'\n"}}) {
+    const auto refused = runCommand(brimble("input " + std::string(arguments)));
+    EXPECT_EQ(refused.exitCode, 2) << arguments;
+    EXPECT_EQ(refused.output, "brimble input " + std::string(refusal));
+  }
+}
+
+TEST(InspectCommand, OpensAFileByItsPathAndSaysWhetherTheTargetIsThere) {
+  testing::TempDirectory directory;
+  // "#" and spaces must not end or split the file's URL.
+  std::ofstream(directory / "my page #1.html")
+      << R"(<button id="save">Save</button><button id="gone" style="display: none">Gone</button>)";
+  const auto inspect = [&](const std::string& arguments) {
+    return runCommand("cd " + shellQuote(directory.path()) + " && " +
+                      brimble("inspect --headless " + arguments));
+  };
+  const auto found = inspect("--url 'my page #1.html' --target css:#save --json");
+  ASSERT_EQ(found.exitCode, 0) << found.output;
+  const auto answer = nlohmann::json::parse(found.output);
+  EXPECT_EQ(answer.at("found"), true);
+  EXPECT_GT(answer.at("rect").at("width"), 0);
+
+  const auto hidden =
+      inspect("--url " + shellQuote(directory / "my page #1.html") + " --target css:#gone --json");
+  EXPECT_EQ(hidden.exitCode, 1);
+  EXPECT_EQ(nlohmann::json::parse(hidden.output),
+            (nlohmann::json{
+                {"target", "css:#gone"},
+                {"found", false},
+                {"error", "Element not found: css:#gone (element not found or not visible)"}}));
+  const auto missing = inspect("--url web/page.html");
+  EXPECT_EQ(missing.exitCode, 1);
+  EXPECT_EQ(missing.output,
+            "brimble inspect: web/page.html: no such file (give a page's path, or a URL with its "
+            "scheme such as https://)\n");
 }
 
 }  // namespace

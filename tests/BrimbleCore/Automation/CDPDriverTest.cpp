@@ -7,14 +7,14 @@
 #include <future>
 #include <memory>
 #include <thread>
+#include <tuple>
 
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include "BrimbleCore/Automation/CDPError.h"
-#include "BrimbleCore/Automation/DemoDriverError.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/ProcessGroups.h"
 #include "tests/Support/TempDirectory.h"
@@ -22,31 +22,27 @@
 namespace brimble {
 namespace {
 
+using testing::errorText;
+
 constexpr const char* kPage = R"HTML(<!doctype html>
 <html><head><style>body { margin: 0; font: 16px sans-serif } div, button, a { display: block; margin: 8px }</style></head>
 <body>
 <div id="plain">Save changes</div>
 <button id="save" onclick="document.title = 'saved'">Save changes</button>
 <div id="quoted" data-name="it's">quoted</div>
-<input id="name">
-<a id="docs" href="#docs">Docs</a>
+<input id="name"> <a id="docs" href="#docs">Docs</a>
 <button id="hidden" style="display: none">Hidden</button>
-<div style="position: absolute; top: 4000px"><button id="far">Far below</button></div>
+<div style="position: absolute; top: 4000px"><button>Far below</button></div>
 <div id="swatch" style="position: absolute; left: 300px; top: 150px; width: 160px; height: 90px; background: rgb(0, 200, 80)"></div>
+<label>Email <input></label> <input placeholder="Search"> <button id="cut"></button>
 <script>
-  var log = [];
-  var field = document.getElementById('name');
-  field.addEventListener('input', function () { log.push('input:' + field.value); });
-  field.addEventListener('change', function () { log.push('change:' + field.value); });
+  var cut = document.getElementById('cut');  // cut after 80 code points, not inside a pair
+  cut.removeAttribute('id'), cut.textContent = 'a'.repeat(79) + '\u{1F600}b';
+  var log = [], field = document.getElementById('name');
+  ['input', 'change'].forEach(function (type) {
+    field.addEventListener(type, function () { log.push(type + ':' + field.value); });
+  });
   document.body.addEventListener('input', function () { log.push('bubbled'); });
-  function addLater() {
-    setTimeout(function () {
-      var late = document.createElement('button');
-      late.id = 'late';
-      late.textContent = 'Late';
-      document.body.appendChild(late);
-    }, 500);
-  }
 </script>
 </body></html>
 )HTML";
@@ -61,65 +57,70 @@ class CDPDriverTest : public ::testing::Test {
     driver_->navigate("file://" + (directory_ / "page.html").string());
   }
 
-  void TearDown() override {
-    driver_.reset();
-    session_.reset();
-  }
-
-  template <typename Body>
-  static std::string failure(Body body) {
-    try {
-      body();
-    } catch (const std::exception& error) {
-      return error.what();
-    }
-    return "(no error)";
-  }
-
+  // Destroyed in reverse: the driver before its browser, the browser before its display.
   std::unique_ptr<x11::HeadlessDisplay> display_;
   testing::TempDirectory directory_;
   std::unique_ptr<ChromeLauncher::Session> session_;
   std::unique_ptr<CDPDriver> driver_;
 };
 
-TEST_F(CDPDriverTest, FindsTextInControlsFirstAndSelectorsThroughCSS) {
+TEST_F(CDPDriverTest, FindsAndListsElementsByTextAndCSS) {
   const auto save = driver_->locate("css:#save");
   ASSERT_TRUE(save);
-  EXPECT_GT(save->w, 0);
   EXPECT_EQ(driver_->locate("text:Save"), save) << "the button comes before the div";
   EXPECT_EQ(driver_->locate("text=Save"), save);
-  EXPECT_TRUE(driver_->locate(R"(css:[data-name="it's"])"));
   EXPECT_TRUE(driver_->locate(R"(css:div[data-name='it\'s'])")) << "backslash and quote escaped";
-  EXPECT_FALSE(driver_->locate("css:#nowhere"));
-  EXPECT_EQ(failure([&] { driver_->screenRect("css:#nowhere"); }),
+  EXPECT_EQ(errorText([&] { driver_->screenRect("css:#nowhere"); }),
             "Element not found: css:#nowhere");
-  EXPECT_EQ(failure([&] { driver_->locate("role:AXButton/OK"); }),
+  EXPECT_EQ(errorText([&] { driver_->screenRect("css:#hidden"); }),
+            "Element not found: css:#hidden (element not found or not visible)");
+  EXPECT_EQ(errorText([&] { driver_->locate("role:AXButton/OK"); }),
             "Invalid target: role: targets are AX-only; use css: or text: in a browser session");
-  EXPECT_EQ(failure([&] { driver_->locate("text:"); }), "Invalid target: text: requires a value");
+  EXPECT_EQ(errorText([&] { driver_->locate("text:"); }), "Invalid target: text: requires a value");
+  // Half a surrogate pair comes back at once, as U+FFFD.
+  EXPECT_EQ(driver_->evaluate("'a\\ud83d'"), "a\uFFFD");
+
+  // Discovery lists visible elements by name, with selectors that find exactly them.
+  std::vector<std::string> listed;
+  for (const auto& element : driver_->listElements(50)) {
+    listed.push_back(element.role + " " + element.selector + " " + element.text);
+    // The selector finds this element: the first match of the page's own querySelector.
+    EXPECT_EQ(driver_->screenRect(element.selector), element.rect) << element.selector;
+  }
+  EXPECT_EQ(
+      listed,
+      (std::vector<std::string>{
+          "button css:#save Save changes", "input css:#name ", "a css:#docs Docs",
+          "button css:body > div:nth-of-type(3) > button Far below",
+          "input css:body > label > input Email", R"(input css:input[placeholder="Search"] Search)",
+          "button css:body > button:nth-of-type(3) " + std::string(79, 'a') + "\U0001F600"}));
+  EXPECT_EQ(driver_->listElements(2).size(), 2u);
 }
 
-TEST_F(CDPDriverTest, ClicksAndFillsLikeAUser) {
+TEST_F(CDPDriverTest, ClicksFillsWaitsAndZoomsLikeAUser) {
   driver_->click("text:Save");
   EXPECT_EQ(driver_->evaluate("document.title"), "saved");
   driver_->fill("css:#name", "Ada 'Byron'");
-  EXPECT_EQ(driver_->evaluate("document.getElementById('name').value"), "Ada 'Byron'");
   EXPECT_EQ(driver_->evaluate("log"),
             (nlohmann::json{"input:Ada 'Byron'", "bubbled", "change:Ada 'Byron'"}));
-  EXPECT_EQ(failure([&] { driver_->fill("css:#missing", "x"); }),
+  EXPECT_EQ(errorText([&] { driver_->fill("css:#missing", "x"); }),
             "Element not found: css:#missing");
-  EXPECT_EQ(failure([&] { driver_->click("css:#far"); }),
-            "Element not found: css:#far (element not found or not visible)");
-  EXPECT_EQ(failure([&] { driver_->evaluate("notDefined()"); }).rfind("Action failed: Uncaught", 0),
-            0u);
-}
+  for (const char* target : {"text:Far below", "css:#hidden"}) {
+    EXPECT_EQ(errorText([&] { driver_->click(target); }),
+              std::string("Element not found: ") + target + " (element not found or not visible)");
+  }
+  EXPECT_EQ(
+      errorText([&] { driver_->evaluate("notDefined()"); }).rfind("Action failed: Uncaught", 0),
+      0u);
 
-TEST_F(CDPDriverTest, WaitsForElementsAndZooms) {
-  driver_->evaluate("addLater()");
+  driver_->evaluate(
+      "setTimeout(function () { document.body.insertAdjacentHTML('beforeend', "
+      "'<button id=\"late\">Late</button>'); }, 500)");
   EXPECT_GT(driver_->waitFor("css:#late", std::chrono::seconds(5)).w, 0);
-  EXPECT_EQ(failure([&] { driver_->waitFor("css:#never", std::chrono::milliseconds(300)); }),
+  EXPECT_EQ(errorText([&] { driver_->waitFor("css:#never", std::chrono::milliseconds(300)); }),
             "Element not found: css:#never");
 
-  driver_->setRealZoom(2, "css:#far");
+  driver_->setRealZoom(2, "text:Far below");
   EXPECT_EQ(driver_->evaluate("parseFloat(document.body.style.zoom)"), 2);
   EXPECT_GT(driver_->evaluate("window.scrollY").get<double>(), 1000)
       << "the focus was scrolled into view";
@@ -127,61 +128,35 @@ TEST_F(CDPDriverTest, WaitsForElementsAndZooms) {
   EXPECT_EQ(driver_->evaluate("document.body.style.zoom"), "1");
 }
 
-TEST_F(CDPDriverTest, ListsVisibleClickableElementsWithScreenRectangles) {
-  const auto elements = driver_->listElements(50);
-  std::vector<std::string> selectors;
-  for (const auto& element : elements) {
-    selectors.push_back(element.selector);
-  }
-  EXPECT_EQ(selectors,
-            (std::vector<std::string>{"css:#save", "css:#name", "css:#docs", "css:#far"}));
-  EXPECT_EQ(elements[0].role, "button");
-  EXPECT_EQ(elements[0].text, "Save changes");
-  EXPECT_EQ(elements[2].role, "a");
-  const CDPGeometry geometry = driver_->geometry();
-  const auto save = driver_->locate("css:#save");
-  EXPECT_EQ(elements[0].rect, geometry.toScreen(*save));
-  EXPECT_GT(geometry.calibration.w, 100);
-  EXPECT_GT(geometry.calibration.y, geometry.calibration.x)
-      << "the browser's own bars are above the page";
-  EXPECT_EQ(driver_->listElements(2).size(), 2u);
-}
-
 TEST_F(CDPDriverTest, CalibrationPutsAnElementWhereTheScreenShowsIt) {
+  const CDPCalibration area = driver_->geometry().calibration;
+  EXPECT_GT(area.w, 100);
+  EXPECT_GT(area.y, area.x) << "the browser's own bars are above the page";
   const ScreenRect swatch = driver_->screenRect("css:#swatch");
-  ASSERT_EQ(swatch.width, 160);
-  ASSERT_EQ(swatch.height, 90);
-  x11::X11ScreenSource screen(display_->displayName());
-  // Chromium may still be painting its first frame of the page.
-  std::optional<Image> grab;
-  for (int attempt = 0; attempt < 50; ++attempt) {
-    grab = screen
-               .openStream(CaptureTarget::screenAreaOf(
-                               {swatch.x - 4, swatch.y - 4, swatch.width + 8, swatch.height + 8}),
-                           false)
-               ->grab();
-    if (grab && testing::pixelAt(*grab, 4, 4).g == 200) {
-      break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  }
-  ASSERT_TRUE(grab);
-  const auto isSwatch = [&](int x, int y) {
-    const testing::Pixel p = testing::pixelAt(*grab, x, y);
+  ASSERT_EQ(std::pair(swatch.width, swatch.height), std::pair(160, 90));
+  const auto isSwatch = [](const Image& image, int x, int y) {
+    const testing::Pixel p = testing::pixelAt(image, x, y);
     return p.r == 0 && p.g == 200 && p.b == 80;
   };
-  // Every corner of the reported rectangle is the swatch; two pixels outside it is not.
-  for (const auto& [x, y] :
-       {std::pair{4, 4}, std::pair{163, 4}, std::pair{4, 93}, std::pair{163, 93}}) {
-    EXPECT_TRUE(isSwatch(x, y)) << x << "," << y;
+  x11::X11ScreenSource screen(display_->displayName());
+  const auto around = CaptureTarget::screenAreaOf(
+      {swatch.x - 4, swatch.y - 4, swatch.width + 8, swatch.height + 8});
+  std::optional<Image> grab = screen.openStream(around, false)->grab();
+  // Chromium may still be painting its first frame of the page.
+  for (int attempt = 0; attempt < 50 && (!grab || !isSwatch(*grab, 4, 4)); ++attempt) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    grab = screen.openStream(around, false)->grab();
   }
-  for (const auto& [x, y] :
-       {std::pair{1, 40}, std::pair{166, 40}, std::pair{80, 1}, std::pair{80, 96}}) {
-    EXPECT_FALSE(isSwatch(x, y)) << x << "," << y;
+  ASSERT_TRUE(grab);
+  // Every corner of the reported rectangle is the swatch; two pixels outside it is not.
+  const std::tuple<int, int, bool> points[] = {{4, 4, true},    {163, 4, true}, {4, 93, true},
+                                               {163, 93, true}, {1, 40, false}, {166, 40, false},
+                                               {80, 1, false},  {80, 96, false}};
+  for (const auto& [x, y, inside] : points) {
+    EXPECT_EQ(isSwatch(*grab, x, y), inside) << x << "," << y;
   }
 }
-
-TEST_F(CDPDriverTest, AClosingBrowserFailsTheCallInFlightAndLeavesNothing) {
+TEST_F(CDPDriverTest, AClosingBrowserFailsTheCallInFlightAndEndingSessionsLeavesNothing) {
   const pid_t browser = session_->pid();
   const auto profile = session_->userDataDirectory();
   ASSERT_TRUE(std::filesystem::exists(profile));
@@ -189,11 +164,17 @@ TEST_F(CDPDriverTest, AClosingBrowserFailsTheCallInFlightAndLeavesNothing) {
                             [&] { return driver_->evaluate("new Promise(function () {})"); });
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   ::kill(-browser, SIGKILL);
-  EXPECT_EQ(failure([&] { hanging.get(); }), "CDP connection closed");
+  EXPECT_EQ(errorText([&] { hanging.get(); }), "CDP connection closed");
   driver_.reset();
-  session_.reset();
+  // A session given another ends its own browser first, and so does the last one.
+  *session_ = ChromeLauncher::launch(0, "about:blank");
   EXPECT_FALSE(std::filesystem::exists(profile));
   EXPECT_EQ(testing::runningProcessesInGroup(browser), 0);
+  const pid_t second = session_->pid();
+  const auto secondProfile = session_->userDataDirectory();
+  session_.reset();
+  EXPECT_FALSE(std::filesystem::exists(secondProfile));
+  EXPECT_EQ(testing::runningProcessesInGroup(second), 0);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/FakeAppLauncher.h"
 #include "tests/Support/FakeClock.h"
 #include "tests/Support/FakeWindowSystem.h"
@@ -16,6 +17,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
+using testing::errorText;
 using ::testing::IsEmpty;
 
 WindowInfo window(std::uint32_t id, std::string app, int pid = 0,
@@ -31,18 +33,6 @@ struct Rig {
   WindowManager manager{system, launcher, clock};
 };
 
-template <typename Body>
-std::string errorText(WindowManagerError::Code code, Body body) {
-  try {
-    body();
-  } catch (const WindowManagerError& error) {
-    EXPECT_EQ(error.code(), code) << error.what();
-    return error.what();
-  }
-  ADD_FAILURE() << "no WindowManagerError";
-  return "";
-}
-
 TEST(WindowManager, AnExactNameWinsThenTheFrontmostAndTheOthersAreCounted) {
   Rig rig;
   rig.system.add(window(1, "Terminal Helper"));
@@ -50,6 +40,8 @@ TEST(WindowManager, AnExactNameWinsThenTheFrontmostAndTheOthersAreCounted) {
   rig.system.add(window(3, "XTerm"));
   rig.system.add(window(4, "Gedit"));
   rig.system.add(window(5, ""));
+  rig.system.add(window(7, "tool", 50, {0, 0, 0, 30}));
+  rig.system.add(window(8, "tool", 50));
 
   const auto terminal = rig.manager.find("terminal");
   ASSERT_TRUE(terminal);
@@ -63,12 +55,7 @@ TEST(WindowManager, AnExactNameWinsThenTheFrontmostAndTheOthersAreCounted) {
   EXPECT_EQ(rig.manager.find("XTERM")->otherMatches, 0);
   EXPECT_EQ(rig.manager.find("TextEdit")->window.id, 4u);
   EXPECT_FALSE(rig.manager.find("Safari"));
-}
-
-TEST(WindowManager, WindowsByIDAndByOwnerIgnoringEmptyOnes) {
-  Rig rig;
-  rig.system.add(window(7, "tool", 50, {0, 0, 0, 30}));
-  rig.system.add(window(8, "tool", 50));
+  // By owner, windows without width or height do not count; by id, they do.
   EXPECT_EQ(rig.manager.find(OwnerPID{50})->id, 8u);
   EXPECT_FALSE(rig.manager.find(OwnerPID{51}));
   EXPECT_EQ(rig.manager.find(7u)->id, 7u);
@@ -100,32 +87,29 @@ TEST(WindowManager, OpenAppFallsBackToTheFrontmostWindowAfterTenSeconds) {
   EXPECT_THAT(rig.system.lines(), ElementsAre("activate 1"));  // not ours to close
 
   Rig empty({"gedit"});
-  EXPECT_EQ(errorText(WindowManagerError::Code::noWindow, [&] { empty.manager.openApp("gedit"); }),
+  EXPECT_EQ(errorText<WindowManagerError>([&] { empty.manager.openApp("gedit"); }),
             "gedit is running but has no window to target. Open a window in gedit (e.g. File > "
             "New, or click its Dock icon), then re-run.");
 }
 
 TEST(WindowManager, OpenAppFailures) {
   Rig nothing(std::set<std::string>{});
-  EXPECT_EQ(errorText(WindowManagerError::Code::launchFailed,
-                      [&] { nothing.manager.openApp("Terminal"); }),
+  EXPECT_EQ(errorText<WindowManagerError>([&] { nothing.manager.openApp("Terminal"); }),
             "Failed to open Terminal: none of x-terminal-emulator, gnome-terminal, konsole, "
             "xfce4-terminal, xterm is installed");
-  EXPECT_EQ(
-      errorText(WindowManagerError::Code::launchFailed, [&] { nothing.manager.openApp("Gimp"); }),
-      "Failed to open Gimp: gimp is not installed");
+  EXPECT_EQ(errorText<WindowManagerError>([&] { nothing.manager.openApp("Gimp"); }),
+            "Failed to open Gimp: gimp is not installed");
 
   Rig broken({"gimp"});
   broken.launcher.setFailLaunch(true);
-  EXPECT_EQ(
-      errorText(WindowManagerError::Code::launchFailed, [&] { broken.manager.openApp("Gimp"); }),
-      "Failed to open Gimp: start gimp: Exec format error");
+  EXPECT_EQ(errorText<WindowManagerError>([&] { broken.manager.openApp("Gimp"); }),
+            "Failed to open Gimp: start gimp: Exec format error");
 
   Rig unlisted({"gimp"});
   unlisted.system.setFailListing(true);
   testing::LogCapture log;
-  errorText(WindowManagerError::Code::windowListUnavailable,
-            [&] { unlisted.manager.openApp("Gimp"); });
+  EXPECT_EQ(errorText<WindowManagerError>([&] { unlisted.manager.openApp("Gimp"); }),
+            "Cannot list windows: no window manager");
   EXPECT_THAT(log.lines(),
               ElementsAre("BrimbleCore: WindowManager: Failed to snapshot window IDs for Gimp"));
   EXPECT_THAT(unlisted.launcher.launches(), ElementsAre("launch gimp"));
@@ -139,11 +123,10 @@ TEST(WindowManager, FocusResizeAndClose) {
   rig.manager.resize("terminal", 800, 600);
   EXPECT_THAT(rig.system.lines(), ElementsAre("activate 2", "move-resize 2 0,0 800x600"));
   EXPECT_THAT(rig.clock.sleeps(), IsEmpty());  // both were done at once
-  EXPECT_EQ(
-      errorText(WindowManagerError::Code::windowNotFound, [&] { rig.manager.focusApp("Safari"); }),
-      "No window found for app 'Safari'");
-  errorText(WindowManagerError::Code::windowNotFound,
-            [&] { rig.manager.resize("Safari", 10, 10); });
+  EXPECT_EQ(errorText<WindowManagerError>([&] { rig.manager.focusApp("Safari"); }),
+            "No window found for app 'Safari'");
+  EXPECT_EQ(errorText<WindowManagerError>([&] { rig.manager.resize("Safari", 10, 10); }),
+            "No window found for app 'Safari'");
 
   testing::LogCapture log;
   rig.system.setRefusesFocus(true);

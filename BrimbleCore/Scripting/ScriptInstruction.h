@@ -250,7 +250,7 @@ struct OutroInstruction {
   bool operator==(const OutroInstruction& other) const = default;
 };
 
-/// `dismiss-dialog [app <name>] [button <label>]`.
+/// `dismiss-dialog` with `app <name>`, `button <label>` or both: at least one is set.
 struct DismissDialogInstruction {
   std::optional<ScriptValue> app;
   std::optional<ScriptValue> button;

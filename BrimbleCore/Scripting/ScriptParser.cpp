@@ -670,8 +670,7 @@ ScriptInstruction ScriptParser::parseAppButtonKeywords(Tokens tokens, int lineNu
   const bool dismiss = cursor.command() == "dismiss-dialog";
   std::optional<ScriptValue> app;
   std::optional<ScriptValue> button;
-  // A bare dismiss-dialog dismisses whatever dialog is in front.
-  if (cursor.atEnd() && !dismiss) {
+  if (cursor.atEnd()) {
     throw ScriptError::parseError(lineNumber,
                                   "Expected 'app' or 'button' keyword in " + cursor.command());
   }

@@ -1,12 +1,15 @@
 // `brimble mcp-install`, `mcp-uninstall` and `mcp-status` run the way a user runs them, against a
-// temporary home directory. `brimble mcp-server` is driven by the official SDK client
-// (tests/MCP/MCPSDKClientTest.cpp).
+// temporary home directory, and `brimble mcp-server` meeting a host that stops reading. The
+// official SDK client drives `brimble mcp-server` in tests/MCP/MCPSDKClientTest.cpp.
 
+#include <chrono>
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
@@ -15,7 +18,27 @@ namespace brimble {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 using testing::shellQuote;
+
+TEST(BrimbleMCPServer, AHostThatStopsReadingEndsTheServerCleanly) {
+  // `true` reads nothing and exits, so the answers meet a pipe nobody reads; the shell reports
+  // how brimble ended.
+  testing::ChildProcess host(
+      {"/bin/sh", "-c",
+       "{ " + shellQuote(BRIMBLE_BINARY) + " mcp-server; echo \"exit $?\" >&2; } | true"});
+  std::optional<int> ended;
+  for (int i = 0; i < 50 && !ended; ++i) {
+    host.write(R"({"jsonrpc":"2.0","id":1,"method":"ping"})"
+               "\n");
+    ended = host.wait(100ms);
+  }
+  EXPECT_EQ(ended, 0);
+  EXPECT_EQ(host.errorOutput(),
+            "[Brimble MCP] Server starting (brimble v1.0.0)\n"
+            "[Brimble MCP] Failed to write response: the output is closed\n"
+            "[Brimble MCP] Output closed, shutting down\nexit 0\n");
+}
 
 TEST(BrimbleMCPInstall, InstallsIntoDetectedHostsReportsAndRemovesAgain) {
   const testing::TempDirectory home;

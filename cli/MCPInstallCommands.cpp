@@ -13,6 +13,7 @@
 
 #include "BrimbleCore/MCP/MCPClient.h"
 #include "BrimbleCore/MCP/MCPInstaller.h"
+#include "cli/OptionChecks.h"
 
 namespace brimble::cli {
 namespace {
@@ -39,7 +40,7 @@ std::vector<MCPClient> clientsNamed(const std::vector<std::string>& names) {
 }
 
 void addClientArguments(CLI::App* command, std::vector<std::string>& names, const char* help) {
-  command->add_option("CLIENT", names, help)->check(CLI::IsMember(clientNames()));
+  command->add_option("CLIENT", names, help)->check(oneOf("host", clientNames()));
 }
 
 std::string knownHosts() {

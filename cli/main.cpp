@@ -18,8 +18,10 @@
 #include "cli/Interrupts.h"
 #include "cli/MCPInstallCommands.h"
 #include "cli/MCPServerCommand.h"
+#include "cli/OutputPath.h"
 #include "cli/ProcessCommand.h"
 #include "cli/ReferenceCommands.h"
+#include "cli/UsageErrors.h"
 #include "cli/ValidateCommand.h"
 #include "cli/WindowCommands.h"
 
@@ -68,7 +70,6 @@ int main(int argc, char** argv) {
   CLI::App app{"Brimble turns screen activity into animated GIFs, WebP and APNG.", "brimble"};
   app.set_version_flag("--version", std::string("brimble ") + BRIMBLE_VERSION);
   app.require_subcommand(1);
-  app.failure_message(CLI::FailureMessage::help);
 
   const std::vector<Command> commands = {
       addEncodeCommand(app, interrupts),
@@ -98,14 +99,16 @@ int main(int argc, char** argv) {
   } catch (const CLI::CallForVersion& request) {
     return app.exit(request);
   } catch (const CLI::ParseError& error) {
-    app.exit(error);
-    return kExitUsage;
+    return reportUsageError(app, error);
   }
 
   for (const Command& command : commands) {
     if (command.app->parsed()) {
       try {
         return flushedOutput(command.run());
+      } catch (const OutputPathError& error) {
+        fmt::print(stderr, "brimble {}: {}\n", command.app->get_name(), error.what());
+        return error.exitCode();
       } catch (const std::exception& error) {
         if (isBrokenPipe(error)) {
           return kExitOutputClosed;

@@ -50,8 +50,9 @@ TEST(BrimbleMCPInstall, InstallsIntoDetectedHostsReportsAndRemovesAgain) {
   };
   const std::string shim = (home / ".local/share/brimble/mcp-shim.sh").string();
   const std::string notOnPath =
-      "Note: brimble is not in /usr/local/bin, ~/.local/bin or /opt/homebrew/bin, nor on PATH, so "
-      "for now AI tools get install instructions instead of Brimble.\n";
+      "Note: brimble is not in /usr/local/bin, ~/.local/bin or /home/linuxbrew/.linuxbrew/bin, nor "
+      "on PATH, so for now AI tools get install instructions instead of Brimble. To put this one "
+      "there: mkdir -p ~/.local/bin && ln -s " BRIMBLE_BINARY " ~/.local/bin/\n";
   auto result = brimble("mcp-install");
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_EQ(result.output,
@@ -107,6 +108,7 @@ TEST(BrimbleMCPInstall, InstallsIntoDetectedHostsReportsAndRemovesAgain) {
 
   // The shim stays while any host still runs it.
   EXPECT_EQ(brimble("mcp-uninstall vscode").output, "Unregistered VS Code\n");
+  EXPECT_EQ(brimble("mcp-uninstall vscode").output, "Brimble was not registered with VS Code\n");
   EXPECT_TRUE(fs::exists(shim));
   result = brimble("mcp-uninstall");
   EXPECT_EQ(result.exitCode, 0);
@@ -114,6 +116,17 @@ TEST(BrimbleMCPInstall, InstallsIntoDetectedHostsReportsAndRemovesAgain) {
             "Unregistered Claude Code\nUnregistered Claude Desktop\nUnregistered Windsurf\n");
   EXPECT_FALSE(fs::exists(shim));
   EXPECT_EQ(brimble("mcp-uninstall").output, "Brimble is not registered with any MCP host\n");
+  // Files that held nothing but the entry are gone with the folders made for them, so hosts
+  // that were not there before are not detected; a file with anything else stays.
+  const std::string status = brimble("mcp-status").output;
+  EXPECT_EQ(status.substr(0, status.find("Shim:")),
+            "Claude Code     detected      not registered\n"
+            "Claude Desktop  not detected  not registered\n"
+            "Cursor          detected      not registered\n"
+            "VS Code         not detected  not registered\n"
+            "Windsurf        not detected  not registered\n");
+  EXPECT_FALSE(fs::exists(home / ".claude.json"));
+  EXPECT_TRUE(fs::exists(home / ".config"));
 }
 
 }  // namespace

@@ -146,6 +146,10 @@ TEST_F(MCPInstallerTest, EmptyLinkedAndUnreadableFiles) {
   EXPECT_EQ(install(Kind::windsurf), "Registered Windsurf");
   EXPECT_TRUE(fs::is_symlink(home_ / ".codeium/windsurf/mcp_config.json"));
   EXPECT_EQ(installer_.registeredCommand(Kind::windsurf), shim());
+  // A linked file is the user's even when nothing but the servers object is left in it.
+  EXPECT_EQ(installer_.uninstall({Kind::windsurf}).at(0).logLine(), "Unregistered Windsurf");
+  EXPECT_EQ(readFile(home_ / "dotfiles/windsurf.json"), "{\"mcpServers\":{}}");
+  EXPECT_TRUE(fs::is_symlink(home_ / ".codeium/windsurf/mcp_config.json"));
   writeFile(home_ / ".config/Claude", "a file where the host's folder should be");
   EXPECT_EQ(install(Kind::claudeDesktop),
             "Error: Claude Desktop: could not read " +

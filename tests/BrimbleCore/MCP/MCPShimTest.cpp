@@ -54,12 +54,7 @@ TEST_F(MCPShimTest, TheScriptNamesItsVersionAndStaysExecutable) {
   // An existing script that lost its execute bits gets them back.
   fs::permissions(shim_.path(), fs::perms::owner_read | fs::perms::owner_write);
   shim_.install();
-  constexpr auto kExecutable =
-      fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
-  EXPECT_EQ(fs::status(shim_.path()).permissions() & kExecutable, kExecutable);
-  shim_.uninstall();
-  EXPECT_FALSE(fs::exists(shim_.path()));
-  shim_.uninstall();  // nothing left to delete is fine
+  EXPECT_EQ(fs::status(shim_.path()).permissions(), fs::perms(0711));
 }
 
 TEST_F(MCPShimTest, WithoutBrimbleItServesInstallHelpAndCleansUpOldResponders) {
@@ -70,19 +65,24 @@ TEST_F(MCPShimTest, WithoutBrimbleItServesInstallHelpAndCleansUpOldResponders) {
   fs::last_write_time(tmp_ / "brimble-mcp-stub-1.py", threeDaysAgo);
   fs::last_write_time(tmp_ / "other-1.py", threeDaysAgo);
   ChildProcess shim = start("/usr/bin:/bin", tmp_.path());
-  ASSERT_TRUE(shim.write(
-      R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":"2025-06-18"}})"
-      "\n"
-      R"({"jsonrpc":"2.0","method":"notifications/initialized"})"
-      "\n\nnot json\n"
-      R"({"jsonrpc":"2.0","id":"two","method":"tools/list"})"
-      "\n"
-      R"({"jsonrpc":"2.0","id":3,"method":"tools/call","params":{"name":"brimble_install_help"}})"
-      "\n"
-      R"({"jsonrpc":"2.0","id":4,"method":"ping"})"
-      "\n"
-      R"({"jsonrpc":"2.0","id":5,"method":"resources/list"})"
-      "\n"));
+  const std::string call = R"({"jsonrpc":"2.0","id":)";
+  ASSERT_TRUE(shim.write(call +
+                         R"(1,"method":"initialize","params":{"protocolVersion":"x"}})"
+                         "\n"
+                         R"({"jsonrpc":"2.0","method":"notifications/initialized"})"
+                         "\n\nnot json\n" +
+                         call +
+                         R"("two","method":"tools/list"})"
+                         "\n" +
+                         call +
+                         R"(3,"method":"tools/call","params":{"name":"brimble_install_help"}})"
+                         "\n" +
+                         call +
+                         R"(4,"method":"ping"})"
+                         "\n" +
+                         call +
+                         R"(5,"method":"resources/list"})"
+                         "\n"));
   shim.closeInput();
   std::vector<std::string> replies;
   std::istringstream output(shim.readRemainingOutput(10s));

@@ -90,7 +90,8 @@ struct FocusInstruction {
   bool operator==(const FocusInstruction& other) const = default;
 };
 
-/// `capture-window app <name> [as $v]` or `capture-window id <windowID> [as $v]`.
+/// `capture-window app <name> [as $v]` or `capture-window id <windowID> [as $v]`, the id in
+/// decimal or 0x-hexadecimal.
 struct CaptureWindowInstruction {
   WindowReference window;
   std::optional<std::string> variable;

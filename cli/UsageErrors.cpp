@@ -93,7 +93,9 @@ std::optional<Problem> unrecognised(CLI::App& app) {
   }
   const std::vector<std::string> commands = subcommandNames(app);
   if (!commands.empty()) {
-    return Problem{"unknown command '" + first + "'", nearestName(first, commands)};
+    // Other tools have a help command; here it is an option.
+    return Problem{"unknown command '" + first + "'",
+                   first == "help" ? "--help" : nearestName(first, commands)};
   }
   return Problem{"unexpected argument '" + first + "'", std::nullopt};
 }

@@ -11,12 +11,6 @@
 
 namespace brimble::cli {
 
-/// The output format from `--format` when given, else from the output file's extension, else
-/// GIF. No value (and a message on standard error) for an unknown or unwritable format.
-std::optional<OutputFormat> resolveOutputFormat(const std::string& command,
-                                                const std::string& formatOption,
-                                                const std::filesystem::path& output);
-
 /// Progress of an encode drawn on `bar`.
 EncodeProgress progressOn(ProgressBar& bar);
 

@@ -26,7 +26,10 @@
 #include "BrimbleCore/Support/Clock.h"
 #include "cli/AnimationOutput.h"
 #include "cli/DisplaySession.h"
+#include "cli/OptionChecks.h"
+#include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
+#include "cli/XID.h"
 
 namespace brimble::cli {
 namespace {
@@ -35,6 +38,8 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 constexpr int kMaxRegionSide = 7680;
+// A day: longer is a mistake, and past about 292 years the clock arithmetic overflows.
+constexpr double kMaxRecordSeconds = 24 * 60 * 60;
 
 struct CaptureOptions {
   std::string region;
@@ -130,7 +135,7 @@ ScreenRect parseRegion(const char* command, const std::string& text) {
 }
 
 std::string describe(const ScreenDisplay& display) {
-  return fmt::format("{} ({}x{} at {},{})", display.displayID, display.frame.width,
+  return fmt::format("{} ({}x{} at {},{})", formatXID(display.displayID), display.frame.width,
                      display.frame.height, display.frame.x, display.frame.y);
 }
 
@@ -151,16 +156,7 @@ ScreenDisplay chooseDisplay(const char* command, const std::string& wanted,
                                       [](const ScreenDisplay& display) { return display.primary; });
     return primary != displays.end() ? *primary : displays.front();
   }
-  std::optional<unsigned long> number;
-  try {
-    std::size_t used = 0;
-    number = std::stoul(wanted, &used, 0);
-    if (used != wanted.size()) {
-      number.reset();
-    }
-  } catch (const std::exception&) {
-  }
-  if (number) {
+  if (const std::optional<std::uint32_t> number = parseXID(wanted)) {
     for (const ScreenDisplay& display : displays) {
       if (display.displayID == *number) {
         return display;
@@ -206,17 +202,7 @@ Target resolveTarget(const char* command, const CaptureOptions& options,
     target.kind = Target::Kind::window;
     std::optional<ScreenWindow> window;
     if (options.windowOption->count() > 0) {
-      std::uint32_t id = 0;
-      try {
-        std::size_t used = 0;
-        const unsigned long parsed = std::stoul(options.window, &used, 0);
-        if (used != options.window.size() || parsed > 0xffffffffUL) {
-          throw std::out_of_range("window id");
-        }
-        id = static_cast<std::uint32_t>(parsed);
-      } catch (const std::exception&) {
-        fail(command, kExitUsage, "--window must be an X window id (got \"{}\")", options.window);
-      }
+      const std::uint32_t id = parseXID(options.window).value();  // checked by the parser
       window = source.window(id);
       if (!window) {
         throw ScreenCaptureError::windowNotFound(id);
@@ -233,8 +219,8 @@ Target resolveTarget(const char* command, const CaptureOptions& options,
       }
     }
     target.window = *window;
-    target.description = fmt::format("window {:#x} ({}x{})", window->windowID, window->frame.width,
-                                     window->frame.height);
+    target.description = fmt::format("window {} ({}x{})", formatXID(window->windowID),
+                                     window->frame.width, window->frame.height);
   }
   return target;
 }
@@ -253,7 +239,8 @@ void addTargetOptions(CLI::App& command, CaptureOptions& options) {
   options.windowOption =
       command
           .add_option("--window", options.window,
-                      "A window by its X id (decimal or 0x...), even where others cover it")
+                      "A window by its X id (0x... or decimal), even where others cover it")
+          ->check(windowID())
           ->type_name("ID");
   options.appOption =
       command
@@ -268,10 +255,7 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   const char* command = "record";
   const std::stop_token stop = interrupts.watch();
   checkOneTarget(command, options);
-  const auto format = resolveOutputFormat(command, "", options.output);
-  if (!format) {
-    throw Stop{kExitUsage};
-  }
+  const OutputFormat format = checkAnimationOutput("", options.output, false);
   const DisplaySession session(options.headless);
   x11::X11ScreenSource source(session.name());
   const Target target = resolveTarget(command, options, source);
@@ -334,7 +318,7 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   const auto encodeStarted = Clock::now();
   ProgressBar bar;
   const EncodeSummary summary =
-      GIFEncoder::encodeCompressed(*store, encodeFPS, 0, true, true, *format, options.output,
+      GIFEncoder::encodeCompressed(*store, encodeFPS, 0, true, true, format, options.output,
                                    progressOn(bar), {}, 75, encodeStop, tuning);
   bar.finish();
   if (summary.frames == 0) {
@@ -347,10 +331,7 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
 int runStill(const CaptureOptions& options) {
   const char* command = "still";
   checkOneTarget(command, options);
-  if (options.output.extension() != ".png" && options.output.extension() != ".PNG") {
-    fail(command, kExitUsage, "the output must be a .png file (got \"{}\")",
-         options.output.string());
-  }
+  checkPNGOutput(options.output);
   const DisplaySession session(options.headless);
   x11::X11ScreenSource source(session.name());
   const Target target = resolveTarget(command, options, source);
@@ -376,11 +357,13 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
       "Record a region, a display or a window until the duration ends or Ctrl-C, then encode "
       "it into an animated GIF, WebP or APNG");
   addTargetOptions(*command, *options);
-  command->add_option("--duration", options->duration, "Seconds to record (default: until Ctrl-C)")
-      ->check(CLI::NonNegativeNumber)
+  command
+      ->add_option("--duration", options->duration,
+                   "Seconds to record, at most a day (default: until Ctrl-C)")
+      ->check(secondsUpTo(kMaxRecordSeconds))
       ->type_name("S");
   command->add_option("--fps", options->fps, "Frames per second, 1 to 120")
-      ->check(CLI::Range(1, 120))
+      ->check(wholeNumberIn(1, 120))
       ->type_name("N")
       ->capture_default_str();
   command->add_flag("--no-cursor", options->noCursor, "Leave the pointer out");

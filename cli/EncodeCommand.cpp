@@ -20,6 +20,8 @@
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Text.h"
 #include "cli/AnimationOutput.h"
+#include "cli/OptionChecks.h"
+#include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
 
 namespace brimble::cli {
@@ -146,10 +148,7 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
              ? "give either input frames or --test-pattern, not both"
              : "no input: give a directory of frames, frame files, a GIF, or --test-pattern");
   }
-  const auto format = resolveOutputFormat("encode", options.format, options.output);
-  if (!format) {
-    throw Stop{kExitUsage};
-  }
+  const OutputFormat format = checkAnimationOutput(options.format, options.output, true);
   const auto palette = paletteStrategyFromArgument(options.palette);
   if (!palette) {
     fail(kExitUsage, "unknown palette \"{}\" (use auto, global or perFrame)", options.palette);
@@ -189,7 +188,7 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
     };
     summary = GIFEncoder::encodeSequence(
         options.frames, frameAt, options.fps, options.loop, options.frameDiffing, options.dedup,
-        *format, options.output, progressOn(bar), scale, quality, stop, tuning);
+        format, options.output, progressOn(bar), scale, quality, stop, tuning);
   } else if (options.inputs.size() == 1 && isGIFFile(options.inputs.front())) {
     // A GIF keeps its own delays.
     GIFDecoder decoder{fs::path(options.inputs.front())};
@@ -202,14 +201,14 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
     if (options.dedup) {
       frames = FrameDeduplicator::merge(frames);
     }
-    summary = GIFEncoder::encode(frames, options.loop, *palette, options.frameDiffing, *format,
+    summary = GIFEncoder::encode(frames, options.loop, *palette, options.frameDiffing, format,
                                  options.output, progressOn(bar), stop);
   } else {
     const std::vector<fs::path> files = frameFiles(options.inputs);
     checkFrames(files);
     const FileFrameStore store(files);
     summary = GIFEncoder::encodeCompressed(store, options.fps, options.loop, options.frameDiffing,
-                                           options.dedup, *format, options.output, progressOn(bar),
+                                           options.dedup, format, options.output, progressOn(bar),
                                            scale, quality, stop, tuning);
   }
   bar.finish();
@@ -235,15 +234,15 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
                    "The file to write; its extension picks the format (.gif, .webp, .png)")
       ->required();
   command->add_option("--fps", options->fps, "Frames per second of the input frames")
-      ->check(CLI::Range(1, 100))
+      ->check(wholeNumberIn(1, 100))
       ->capture_default_str();
   command
       ->add_option("--max-width", options->maxWidth,
                    "Scale frames down to at most this width (0 keeps their size)")
-      ->check(CLI::Range(0, 65535))
+      ->check(wholeNumberIn(0, 65535))
       ->capture_default_str();
   command->add_option("--loop", options->loop, "Number of plays; 0 repeats forever")
-      ->check(CLI::Range(0, 65535))
+      ->check(wholeNumberIn(0, 65535))
       ->capture_default_str();
   command
       ->add_option("--palette", options->palette,
@@ -265,13 +264,13 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
       ->capture_default_str();
   command->add_option("--format", options->format, "gif, webp or apng (default: from -o)");
   command->add_option("--webp-quality", options->webpQuality, "WebP quality, 0 to 100")
-      ->check(CLI::Range(0, 100))
+      ->check(wholeNumberIn(0, 100))
       ->capture_default_str();
   command->add_flag("--webp-lossless", options->webpLossless, "Lossless WebP frames");
   command->add_flag("--test-pattern", options->testPattern,
                     "Encode a synthetic screen recording instead of input frames");
   command->add_option("--frames", options->frames, "Number of test-pattern frames")
-      ->check(CLI::Range(1, 100000))
+      ->check(wholeNumberIn(1, 100000))
       ->capture_default_str();
   command->add_option("--size", options->size, "Test-pattern size as WIDTHxHEIGHT")
       ->capture_default_str();

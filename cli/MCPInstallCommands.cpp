@@ -13,6 +13,7 @@
 
 #include "BrimbleCore/MCP/MCPClient.h"
 #include "BrimbleCore/MCP/MCPInstaller.h"
+#include "cli/OptionChecks.h"
 
 namespace brimble::cli {
 namespace {
@@ -39,7 +40,7 @@ std::vector<MCPClient> clientsNamed(const std::vector<std::string>& names) {
 }
 
 void addClientArguments(CLI::App* command, std::vector<std::string>& names, const char* help) {
-  command->add_option("CLIENT", names, help)->check(CLI::IsMember(clientNames()));
+  command->add_option("CLIENT", names, help)->check(oneOf("host", clientNames()));
 }
 
 std::string knownHosts() {
@@ -89,9 +90,15 @@ int runInstall(const std::vector<std::string>& names) {
   if (!binary) {
     // The results went to standard output; they come first when both streams share a pipe.
     std::fflush(stdout);
-    fmt::print(stderr,
-               "Note: brimble is not in /usr/local/bin, ~/.local/bin or /opt/homebrew/bin, nor on "
-               "PATH, so for now AI tools get install instructions instead of Brimble.\n");
+    std::error_code error;
+    const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
+    fmt::print(
+        stderr,
+        "Note: brimble is not in /usr/local/bin, ~/.local/bin or "
+        "/home/linuxbrew/.linuxbrew/bin, nor on PATH, so for now AI tools get install "
+        "instructions instead of Brimble. To put this one there: mkdir -p ~/.local/bin && ln -s "
+        "{} ~/.local/bin/\n",
+        error ? std::string("/path/to/brimble") : self.string());
   }
   return exitCode;
 }

@@ -15,6 +15,8 @@
 #include "BrimbleCore/Encoding/ImageScaler.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "cli/AnimationOutput.h"
+#include "cli/OptionChecks.h"
+#include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
 
 namespace brimble::cli {
@@ -49,14 +51,12 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
                options.palette);
     return kExitUsage;
   }
-  const fs::path formatHint = options.output.empty() ? fs::path("out.gif") : options.output;
-  const auto format = resolveOutputFormat("process", options.format, formatHint);
-  if (!format) {
-    return kExitUsage;
-  }
   if (options.output.empty()) {
-    options.output = defaultOutput(options.input, *format);
+    // An unknown --format is reported just below.
+    options.output = defaultOutput(
+        options.input, outputFormatFromRawValue(options.format).value_or(OutputFormat::gif));
   }
+  const OutputFormat format = checkAnimationOutput(options.format, options.output, true);
 
   GIFDecoder decoder(options.input);
   std::vector<ProcessedFrame> frames = decoder.readAll();
@@ -76,7 +76,7 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
   ProgressBar bar;
   // Written beside the destination and renamed over it, so processing a file in place is safe.
   const EncodeSummary summary =
-      GIFEncoder::encode(frames, decoder.loopCount(), *palette, options.frameDiffing, *format,
+      GIFEncoder::encode(frames, decoder.loopCount(), *palette, options.frameDiffing, format,
                          options.output, progressOn(bar), stop);
   bar.finish();
   printSummary(options.output, summary, started);
@@ -95,10 +95,10 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
   command
       ->add_option("--max-width", options->maxWidth,
                    "Scale frames down to at most this width (0 keeps their size)")
-      ->check(CLI::Range(0, 65535))
+      ->check(wholeNumberIn(0, 65535))
       ->capture_default_str();
   command->add_option("--speed", options->speed, "Playback speed factor (2 plays twice as fast)")
-      ->check(CLI::Range(0.01, 100.0))
+      ->check(numberIn(0.01, 100))
       ->capture_default_str();
   command
       ->add_option("--palette", options->palette,

@@ -2,6 +2,8 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -49,6 +51,15 @@ std::string snippetExample(const std::string& snippet) {
   return text;
 }
 
+// Forms the listing marks because Linux has no iOS Simulator and no Safari. The manifest stays
+// the language's own, the same on every platform.
+constexpr std::pair<std::string_view, std::string_view> kUnavailableOnLinux[] = {
+    {"record", "Not on Linux: record simulator (no iOS Simulator)"},
+    {"tap", "Not on Linux (no iOS Simulator)"},
+    {"target", "Not on Linux: Safari windows"},
+    {"browser", "Not on Linux: browser safari (use browser chrome)"},
+};
+
 int runCommands(bool json) {
   const ScriptCommandManifest& manifest = commandManifest();
   if (json) {
@@ -58,6 +69,11 @@ int runCommands(bool json) {
   for (const ScriptCommandSpec& command : manifest.commands) {
     fmt::print("{:<24}{}\n{:<24}e.g. {}\n", command.name, command.description, "",
                snippetExample(command.snippet));
+    for (const auto& [name, note] : kUnavailableOnLinux) {
+      if (name == command.name) {
+        fmt::print("{:<24}{}\n", "", note);
+      }
+    }
   }
   return kExitSuccess;
 }

@@ -12,6 +12,8 @@
 #include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Platform/X11/X11WindowSystem.h"
 #include "cli/DisplaySession.h"
+#include "cli/OptionChecks.h"
+#include "cli/XID.h"
 
 namespace brimble::cli {
 namespace {
@@ -42,6 +44,7 @@ int runWindows(const WindowsOptions& options) {
     for (const WindowInfo& window : listed) {
       list.push_back({{"id", window.id},
                       {"app", window.appName.empty() ? "Unknown" : window.appName},
+                      {"pid", window.pid},
                       {"title", window.title},
                       {"x", window.frame.x},
                       {"y", window.frame.y},
@@ -51,13 +54,19 @@ int runWindows(const WindowsOptions& options) {
     fmt::print("{}\n", nlohmann::json{{"windows", list}}.dump(kJSONIndent));
     return kExitSuccess;
   }
-  if (!listed.empty()) {
-    fmt::print("{:<11}{:<21}{:<8}{:<20}{}\n", "ID", "APP", "PID", "FRAME", "TITLE");
+  if (listed.empty()) {
+    // Said on standard error, so that a script reading the table still reads no rows.
+    fmt::print(stderr, "brimble windows: {}\n",
+               options.app.empty()
+                   ? std::string("no windows on screen")
+                   : "no windows of an application matching \"" + options.app + "\"");
+    return kExitSuccess;
   }
+  fmt::print("{:<11}{:<21}{:<8}{:<20}{}\n", "ID", "APP", "PID", "FRAME", "TITLE");
   for (const WindowInfo& window : listed) {
     const std::string frame = fmt::format("{},{} {}x{}", window.frame.x, window.frame.y,
                                           window.frame.width, window.frame.height);
-    fmt::print("{:<11}{:<21}{:<8}{:<20}{}\n", window.id,
+    fmt::print("{:<11}{:<21}{:<8}{:<20}{}\n", formatXID(window.id),
                window.appName.empty() ? "Unknown" : window.appName, window.pid, frame,
                window.title);
   }
@@ -68,7 +77,7 @@ struct WindowOptions {
   std::string app;
   int width = 0;
   int height = 0;
-  std::optional<std::uint32_t> id;
+  std::string id;
   bool headless = false;
 };
 
@@ -83,7 +92,8 @@ Command addWindowsCommand(CLI::App& app) {
   command->add_option("--app", options->app,
                       "Only this application's windows (a case-insensitive part of its name; "
                       "Terminal, TextEdit and Finder name their Linux counterparts)");
-  command->add_flag("--json", options->json, "Print {\"windows\": [...]} as JSON");
+  command->add_flag("--json", options->json,
+                    "Print {\"windows\": [...]} as JSON: id (a number), app, pid, title, frame");
   command->add_flag("--headless", options->headless, "Use Brimble's embedded display");
   return {command, [options] { return runWindows(*options); }};
 }
@@ -112,30 +122,32 @@ Command addWindowCommand(CLI::App& app) {
   CLI::App* close = command->add_subcommand(
       "close", "Ask the application's window (or the window --id names) to close");
   close->add_option("app", options->app, "Application name");
-  close->add_option("--id", options->id, "The window's id, as `brimble windows` lists it");
+  close->add_option("--id", options->id, "The window's id, as `brimble windows` lists it")
+      ->check(windowID());
   for (CLI::App* action : {open, focus, resize, close}) {
     action->fallthrough();  // --headless after the action too
   }
 
   return {command, [=] {
-            if (close->parsed() && options->app.empty() && !options->id) {
+            if (close->parsed() && options->app.empty() && options->id.empty()) {
               fmt::print(stderr, "brimble window close: give an application name or --id\n");
               return kExitUsage;
             }
             Windows windows(options->headless);
             WindowManager& manager = windows.manager;
             if (open->parsed()) {
-              fmt::print("{}\n", manager.openApp(options->app));
+              fmt::print("{}\n", formatXID(manager.openApp(options->app)));
             } else if (focus->parsed()) {
               manager.focusApp(options->app);
             } else if (resize->parsed()) {
               manager.resize(options->app, options->width, options->height);
-            } else if (options->id) {
-              if (!manager.find(*options->id)) {
-                fmt::print(stderr, "brimble window close: Window ID {} not found\n", *options->id);
+            } else if (const auto id = parseXID(options->id)) {
+              if (!manager.find(*id)) {
+                fmt::print(stderr, "brimble window close: Window ID {} not found\n",
+                           formatXID(*id));
                 return kExitFailure;
               }
-              manager.close(options->app, *options->id);
+              manager.close(options->app, *id);
             } else {
               const auto match = manager.find(options->app);
               if (!match) {

@@ -1,33 +1,75 @@
 // brimble: screen activity into animated GIFs, from the command line.
 
+#include <cerrno>
 #include <cstdio>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <signal.h>
 
+#include "cli/BrowserCommands.h"
 #include "cli/CaptureCommands.h"
 #include "cli/Command.h"
 #include "cli/DisplayCommand.h"
 #include "cli/EncodeCommand.h"
-#include "cli/BrowserCommands.h"
 #include "cli/InputCommand.h"
 #include "cli/Interrupts.h"
 #include "cli/MCPInstallCommands.h"
 #include "cli/MCPServerCommand.h"
+#include "cli/OutputPath.h"
 #include "cli/ProcessCommand.h"
 #include "cli/ReferenceCommands.h"
+#include "cli/UsageErrors.h"
 #include "cli/ValidateCommand.h"
 #include "cli/WindowCommands.h"
 
+namespace {
+
+// The status of a command whose reader went away before it finished writing: what a shell
+// reports for a writer ended by SIGPIPE, without the abrupt end.
+constexpr int kExitOutputClosed = 128 + SIGPIPE;
+
+void onBrokenPipe(int) {}
+
+// A reader that closes a pipe early (`brimble windows | head -1`, an MCP host that quits) must
+// not kill brimble before it has stopped its recorders and removed its temporary files: writes
+// fail with EPIPE instead, and each command ends cleanly. An empty handler rather than SIG_IGN,
+// because an ignored signal stays ignored in the programs brimble starts: `yes | head` in a
+// script's `run` line would complain of a write error, and programs that ignore write errors
+// would never end.
+void survivePipeReadersLeaving() {
+  struct sigaction action {};
+  action.sa_handler = onBrokenPipe;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_RESTART;
+  ::sigaction(SIGPIPE, &action, nullptr);
+}
+
+bool isBrokenPipe(const std::exception& error) {
+  const auto* system = dynamic_cast<const std::system_error*>(&error);
+  return system != nullptr && system->code().value() == EPIPE;
+}
+
+// Output still buffered must reach the reader, and a reader that left must be noticed.
+int flushedOutput(int exitCode) {
+  if (std::fflush(stdout) != 0 && errno == EPIPE) {
+    return kExitOutputClosed;
+  }
+  return exitCode;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
   using namespace brimble::cli;
+  survivePipeReadersLeaving();
   Interrupts interrupts;  // watches Ctrl-C for the commands that ask it to
 
   CLI::App app{"Brimble turns screen activity into animated GIFs, WebP and APNG.", "brimble"};
   app.set_version_flag("--version", std::string("brimble ") + BRIMBLE_VERSION);
   app.require_subcommand(1);
-  app.failure_message(CLI::FailureMessage::help);
 
   const std::vector<Command> commands = {
       addEncodeCommand(app, interrupts),
@@ -57,15 +99,20 @@ int main(int argc, char** argv) {
   } catch (const CLI::CallForVersion& request) {
     return app.exit(request);
   } catch (const CLI::ParseError& error) {
-    app.exit(error);
-    return kExitUsage;
+    return reportUsageError(app, error);
   }
 
   for (const Command& command : commands) {
     if (command.app->parsed()) {
       try {
-        return command.run();
+        return flushedOutput(command.run());
+      } catch (const OutputPathError& error) {
+        fmt::print(stderr, "brimble {}: {}\n", command.app->get_name(), error.what());
+        return error.exitCode();
       } catch (const std::exception& error) {
+        if (isBrokenPipe(error)) {
+          return kExitOutputClosed;
+        }
         fmt::print(stderr, "brimble {}: {}\n", command.app->get_name(), error.what());
         return kExitFailure;
       }

@@ -11,6 +11,8 @@ std::string MCPInstallResult::logLine() const {
       return "Upgraded " + name + " entry to shim";
     case Kind::unregistered:
       return "Unregistered " + name;
+    case Kind::notRegistered:
+      return "Brimble was not registered with " + name;
     case Kind::error:
       break;
   }

@@ -9,10 +9,11 @@ namespace brimble {
 /// What installing into, or removing from, one host's configuration did. A plain value.
 struct MCPInstallResult {
   enum class Kind {
-    registered,    // the entry now points at the shim
-    upgraded,      // an entry pointed elsewhere and now points at the shim
-    unregistered,  // the entry is gone
-    error,         // nothing changed; `message` says why
+    registered,     // the entry now points at the shim
+    upgraded,       // an entry pointed elsewhere and now points at the shim
+    unregistered,   // the entry is gone
+    notRegistered,  // there was no entry to remove
+    error,          // nothing changed; `message` says why
   };
 
   MCPClient client;
@@ -24,12 +25,15 @@ struct MCPInstallResult {
   static MCPInstallResult unregistered(MCPClient client) {
     return {client, Kind::unregistered, {}};
   }
+  static MCPInstallResult notRegistered(MCPClient client) {
+    return {client, Kind::notRegistered, {}};
+  }
   static MCPInstallResult error(MCPClient client, std::string message) {
     return {client, Kind::error, std::move(message)};
   }
 
-  /// "Registered Cursor", "Upgraded Cursor entry to shim", "Unregistered Cursor" or
-  /// "Error: " + message.
+  /// "Registered Cursor", "Upgraded Cursor entry to shim", "Unregistered Cursor", "Brimble was
+  /// not registered with Cursor" or "Error: " + message.
   std::string logLine() const;
 
   friend bool operator==(const MCPInstallResult&, const MCPInstallResult&) = default;

@@ -120,6 +120,31 @@ Document entryFor(MCPClient client, const std::string& shimPath) {
   return entry;
 }
 
+// What a file the installer created holds once its entry is gone: the servers object, empty,
+// and nothing else. The installer cannot otherwise tell its own files from the user's, so only
+// such a file counts as its own; a file with anything more is the user's and is kept.
+bool holdsOnlyEmptyServers(const Document& root, const std::string& serversKey) {
+  return root.size() == 1 && root.contains(serversKey) && root[serversKey].is_object() &&
+         root[serversKey].empty();
+}
+
+// Removes `file` and then the folders the installer would have created for it, as long as they
+// are empty, so that the host is no longer detected. Stops at the home folder and at ~/.config,
+// which belong to no host.
+void removeCreatedFile(const std::filesystem::path& file, const std::filesystem::path& home) {
+  std::error_code error;
+  if (!std::filesystem::remove(file, error) && error) {
+    throw systemError(error.value(), "could not delete", file);
+  }
+  for (std::filesystem::path folder = file.lexically_relative(home).parent_path();
+       !folder.empty() && folder != ".config"; folder = folder.parent_path()) {
+    // remove() deletes only an empty folder; a folder with anything in it ends the walk.
+    if (!std::filesystem::remove(home / folder, error)) {
+      break;
+    }
+  }
+}
+
 bool isExecutableFile(const std::filesystem::path& path) {
   std::error_code error;
   return std::filesystem::is_regular_file(path, error) && ::access(path.c_str(), X_OK) == 0;
@@ -239,10 +264,17 @@ MCPInstallResult MCPInstaller::unregisterClient(MCPClient client) const {
     ConfigFile config = readConfig(file);
     const auto servers = config.root.find(std::string(client.serversKey()));
     if (servers == config.root.end() || !servers->is_object() || !servers->contains(kEntryName)) {
-      return MCPInstallResult::unregistered(client);
+      return MCPInstallResult::notRegistered(client);
     }
     servers->erase(kEntryName);
-    writeConfig(file, config);
+    std::error_code linkError;
+    // The installer never makes links: a linked file is the user's (a dotfiles folder).
+    if (holdsOnlyEmptyServers(config.root, std::string(client.serversKey())) &&
+        !std::filesystem::is_symlink(file, linkError)) {
+      removeCreatedFile(file, homeDirectory_);
+    } else {
+      writeConfig(file, config);
+    }
     return MCPInstallResult::unregistered(client);
   } catch (const ConfigProblem& problem) {
     return MCPInstallResult::error(client,
@@ -297,7 +329,7 @@ std::optional<std::filesystem::path> MCPInstaller::resolveBinaryPath(
   // The shim's order: the package-manager location last, then whatever PATH finds.
   for (const std::filesystem::path& candidate :
        {std::filesystem::path("/usr/local/bin/brimble"), homeDirectory_ / ".local/bin/brimble",
-        std::filesystem::path("/opt/homebrew/bin/brimble")}) {
+        std::filesystem::path("/home/linuxbrew/.linuxbrew/bin/brimble")}) {
     if (isExecutableFile(candidate)) {
       return candidate;
     }

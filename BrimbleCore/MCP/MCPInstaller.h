@@ -67,8 +67,11 @@ class MCPInstaller {
   std::vector<MCPInstallResult> install(const std::vector<MCPClient>& clients,
                                         const std::optional<std::filesystem::path>& binaryPath);
 
-  /// Removes each host's "brimble" entry (a host without one reports unregistered and its file is
-  /// not touched). The shim is deleted once no host's entry points at it any more.
+  /// Removes each host's "brimble" entry (a host without one reports notRegistered and its file
+  /// is not touched). A file left holding nothing but the empty servers object is one the
+  /// installer created: it is deleted, with the folders made for it that are now empty, so the
+  /// host no longer counts as detected. Any other file keeps everything but the entry. The shim is
+  /// deleted once no host's entry points at it any more.
   std::vector<MCPInstallResult> uninstall(const std::vector<MCPClient>& clients);
 
   /// The `command` of the host's "brimble" entry; no value without an entry, for an entry
@@ -78,7 +81,8 @@ class MCPInstaller {
   bool isRegistered(MCPClient client) const;
 
   /// The brimble the shim would start: the first executable of /usr/local/bin/brimble,
-  /// ~/.local/bin/brimble and /opt/homebrew/bin/brimble, else the first on $PATH.
+  /// ~/.local/bin/brimble and /home/linuxbrew/.linuxbrew/bin/brimble (Homebrew on Linux), else
+  /// the first on $PATH.
   std::optional<std::filesystem::path> resolveBinaryPath() const;
   /// The same with an explicit search path (the value of PATH).
   std::optional<std::filesystem::path> resolveBinaryPath(std::string_view searchPath) const;

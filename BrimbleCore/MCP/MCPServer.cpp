@@ -96,9 +96,15 @@ void MCPServer::run() {
     }
     if (const MCPError* error = std::get_if<MCPError>(&incoming)) {
       transport_.sendError(std::nullopt, *error);
-      continue;
+    } else {
+      handle(std::get<MCPRequest>(incoming));
     }
-    handle(std::get<MCPRequest>(incoming));
+    // A host that closed its end reads no more answers; serving on would only run tools
+    // (recordings among them) for nobody.
+    if (transport_.isOutputClosed()) {
+      transport_.log("Output closed, shutting down");
+      return;
+    }
   }
 }
 

@@ -41,7 +41,8 @@ class MCPServer {
   std::vector<MCPToolDefinition> toolDefinitions() const;
   std::vector<MCPResourceDefinition> resourceDefinitions() const;
 
-  /// Serves requests until the input ends, then returns.
+  /// Serves requests until the input ends or a response cannot be written (the host closed
+  /// the output), then returns.
   void run();
 
   /// Answers one request (a notification gets no answer). `run` calls this for each request;

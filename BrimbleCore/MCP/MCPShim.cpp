@@ -26,11 +26,10 @@ constexpr std::string_view kTemplate = R"SHIM(#!/bin/sh
 # Deliberately not -e: several tests below use non-zero exits as control flow.
 set -u
 
-HINT="[Brimble MCP shim] Install Brimble with: curl -fsSL https://brimble.app/install.sh | sh (or get the desktop app at https://brimble.app), then restart your AI tool."
+HINT="[Brimble MCP shim] Brimble is built from source: run make build in a Brimble checkout, put build/cli/brimble on PATH (for example as ~/.local/bin/brimble), then restart your AI tool."
 
-# The package-manager location comes last, so that a stale copy there never shadows a
-# current install.
-for candidate in /usr/local/bin/brimble "${HOME:-}/.local/bin/brimble" /opt/homebrew/bin/brimble; do
+# Homebrew on Linux comes last, so that a stale package there never shadows a current build.
+for candidate in /usr/local/bin/brimble "${HOME:-}/.local/bin/brimble" /home/linuxbrew/.linuxbrew/bin/brimble; do
   if [ -f "$candidate" ] && [ -x "$candidate" ]; then
     exec "$candidate" mcp-server "$@"
   fi
@@ -72,10 +71,13 @@ except OSError:
 
 INSTALL_TEXT = """The Brimble command-line tool (brimble) is not installed on this computer, so Brimble's MCP tools are not available yet.
 
-Install it in either of two ways:
-1. Run the install script in a terminal:
-   curl -fsSL https://brimble.app/install.sh | sh
-2. Install the Brimble desktop app from https://brimble.app; it includes the command-line tool.
+To install it, build it from source:
+1. In a terminal, in a checkout of the Brimble repository, run:
+   make build
+   (on Debian 12 this first installs the packages it needs, through sudo unless run as root)
+2. Put the program on PATH, for example:
+   mkdir -p ~/.local/bin && ln -s "$PWD/build/cli/brimble" ~/.local/bin/brimble
+   (or copy build/cli/brimble to /usr/local/bin)
 
 Then restart your AI tool so that it starts the Brimble MCP server again.
 

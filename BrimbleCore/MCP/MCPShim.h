@@ -8,9 +8,10 @@ namespace brimble {
 
 /// The shell script MCP hosts run as the "brimble" server, ~/.local/share/brimble/mcp-shim.sh.
 /// It starts `brimble mcp-server` from the first executable of /usr/local/bin/brimble,
-/// ~/.local/bin/brimble, /opt/homebrew/bin/brimble and `command -v brimble`; without one it
-/// serves a small Python responder that tells the assistant how to install Brimble, so a host
-/// never shows a bare "server failed to start". A plain value; installs of one home directory
+/// ~/.local/bin/brimble, /home/linuxbrew/.linuxbrew/bin/brimble and `command -v brimble`;
+/// without one it serves a small Python responder that tells the assistant how to install
+/// Brimble (build it from source and put it on PATH), so a host never shows a bare "server
+/// failed to start". A plain value; installs of one home directory
 /// must not run concurrently.
 class MCPShim {
  public:

@@ -123,8 +123,8 @@ void MCPTransport::sendResponse(const MCPResponse& response) {
   line += '\n';
   output_.write(line.data(), static_cast<std::streamsize>(line.size()));
   output_.flush();
-  if (!output_ && !reportedWriteFailure_) {
-    reportedWriteFailure_ = true;
+  if (!output_ && !outputClosed_) {
+    outputClosed_ = true;
     log("Failed to write response: the output is closed");
   }
 }

@@ -39,13 +39,18 @@ class MCPTransport {
   Incoming readNextRequest();
 
   /// Writes the response as one compact, key-sorted line and flushes it. When the response
-  /// cannot be encoded, logs "Failed to encode response: " + why and writes nothing.
+  /// cannot be encoded, logs "Failed to encode response: " + why and writes nothing. When the
+  /// write fails (the host closed its end), logs "Failed to write response: the output is
+  /// closed" once; from then on `isOutputClosed` is true.
   void sendResponse(const MCPResponse& response);
   void sendResult(std::optional<RequestID> id, JSONValue result);
   void sendError(std::optional<RequestID> id, MCPError error);
 
   /// One diagnostic line, "[Brimble MCP] " + message, through the core log (standard error).
   void log(std::string_view message);
+
+  /// Whether a response could not be written: nobody reads the answers any more.
+  bool isOutputClosed() const noexcept { return outputClosed_; }
 
  private:
   /// The next line without its terminator; no value at end of input. `tooLong` tells that bytes
@@ -54,7 +59,7 @@ class MCPTransport {
 
   std::istream& input_;
   std::ostream& output_;
-  bool reportedWriteFailure_ = false;
+  bool outputClosed_ = false;
 };
 
 /// `text` without leading and trailing white space and line breaks: the ASCII ones and the

@@ -90,7 +90,8 @@ struct FocusInstruction {
   bool operator==(const FocusInstruction& other) const = default;
 };
 
-/// `capture-window app <name> [as $v]` or `capture-window id <windowID> [as $v]`.
+/// `capture-window app <name> [as $v]` or `capture-window id <windowID> [as $v]`, the id in
+/// decimal or 0x-hexadecimal.
 struct CaptureWindowInstruction {
   WindowReference window;
   std::optional<std::string> variable;
@@ -250,7 +251,7 @@ struct OutroInstruction {
   bool operator==(const OutroInstruction& other) const = default;
 };
 
-/// `dismiss-dialog [app <name>] [button <label>]`.
+/// `dismiss-dialog` with `app <name>`, `button <label>` or both: at least one is set.
 struct DismissDialogInstruction {
   std::optional<ScriptValue> app;
   std::optional<ScriptValue> button;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <unordered_map>
@@ -43,6 +45,22 @@ bool isNumeric(const Token& token) {
       break;
   }
   return false;
+}
+
+// X tools (xwininfo, xprop, `brimble windows`) print window ids in hexadecimal, so a window id
+// may also be written as 0x1a00007.
+std::optional<double> hexadecimalWindowID(const Token& token) {
+  const std::string& text = token.text;
+  if (token.kind != Token::Kind::word || text.size() < 3 || text[0] != '0' ||
+      (text[1] != 'x' && text[1] != 'X')) {
+    return std::nullopt;
+  }
+  std::uint32_t id = 0;
+  const auto [end, error] = std::from_chars(text.data() + 2, text.data() + text.size(), id, 16);
+  if (error != std::errc() || end != text.data() + text.size()) {
+    return std::nullopt;
+  }
+  return id;
 }
 
 ScriptValue numericValue(const Token& token) {
@@ -432,7 +450,14 @@ ScriptInstruction ScriptParser::parseCaptureWindow(Tokens tokens, int lineNumber
     capture.window = {WindowReference::Kind::appName, cursor.takeValue()};
   } else if (selector == "id") {
     cursor.advance();
-    capture.window = {WindowReference::Kind::windowID, cursor.takeNumber("capture-window id")};
+    const std::optional<double> hexadecimal =
+        cursor.atEnd() ? std::nullopt : hexadecimalWindowID(cursor.peek());
+    if (hexadecimal) {
+      cursor.advance();
+    }
+    capture.window = {
+        WindowReference::Kind::windowID,
+        hexadecimal ? ScriptValue::number(*hexadecimal) : cursor.takeNumber("capture-window id")};
   } else {
     const std::string got = cursor.peek().description();
     throw ScriptError::parseError(lineNumber, "Expected 'app' or 'id', got '" + got + "'", {}, got);
@@ -670,8 +695,7 @@ ScriptInstruction ScriptParser::parseAppButtonKeywords(Tokens tokens, int lineNu
   const bool dismiss = cursor.command() == "dismiss-dialog";
   std::optional<ScriptValue> app;
   std::optional<ScriptValue> button;
-  // A bare dismiss-dialog dismisses whatever dialog is in front.
-  if (cursor.atEnd() && !dismiss) {
+  if (cursor.atEnd()) {
     throw ScriptError::parseError(lineNumber,
                                   "Expected 'app' or 'button' keyword in " + cursor.command());
   }

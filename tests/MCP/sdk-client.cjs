@@ -40,8 +40,6 @@ async function main() {
   if (scenario === "catalogue") {
     seen.add = await client.callTool({ name: "add", arguments: { a: 2, b: 40 } });
     seen.addWrong = await client.callTool({ name: "add", arguments: { a: "two" } });
-    seen.explode = await client.callTool({ name: "explode", arguments: {} });
-    seen.noisy = await client.callTool({ name: "noisy" });
     seen.unknownTool = await failure(client.callTool({ name: "missing", arguments: {} }));
     seen.readme = await client.readResource({ uri: "test://notes/readme" });
     seen.file = await client.readResource({ uri: "test://reports/q3.json" });

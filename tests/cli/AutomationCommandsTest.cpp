@@ -4,6 +4,7 @@
 #include <chrono>
 #include <fstream>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,13 @@ class AutomationCommands : public ::testing::Test {
     return lines;
   }
 
+  // A window id as brimble prints it; the client's own by default.
+  std::string hexID(unsigned long offset = 0) const {
+    std::ostringstream text;
+    text << "0x" << std::hex << std::stoul(id_) + offset;
+    return text.str();
+  }
+
   // The display sets DISPLAY for the brimble commands these tests run.
   std::unique_ptr<x11::HeadlessDisplay> display_ = x11::HeadlessDisplay::start();
   testing::ChildProcess client_{
@@ -68,17 +76,34 @@ TEST_F(AutomationCommands, WindowsAreListedResizedAndClosed) {
   EXPECT_EQ(std::to_string(windows[0].at("id").get<long>()), id_);
   EXPECT_EQ(windows[0].at("app"), "DemoApp");
   EXPECT_EQ(windows[0].at("title"), "Demo");
-  EXPECT_EQ(runCommand(brimble("windows --app nothing")).output, "");
 
   EXPECT_EQ(runCommand(brimble("window resize demoapp 500 400")).exitCode, 0);
   const auto text = runCommand(brimble("windows")).output;
-  EXPECT_THAT(text, ::testing::MatchesRegex("ID +APP +PID +FRAME +TITLE\n" + id_ +
+  EXPECT_THAT(text, ::testing::MatchesRegex("ID +APP +PID +FRAME +TITLE\n" + hexID() +
                                             " +DemoApp +[0-9]+ +0,0 [0-9]+x4[0-9][0-9] +Demo\n"));
 
   const auto missing = runCommand(brimble("window focus Safari"));
   EXPECT_EQ(missing.exitCode, 1);
   EXPECT_EQ(missing.output, "brimble window: No window found for app 'Safari'\n");
   EXPECT_EQ(runCommand(brimble("window close DemoApp")).exitCode, 0);
+  EXPECT_EQ(client_.readLine(5s), "closed");
+}
+
+TEST_F(AutomationCommands, WindowIdsAreHexadecimalAndTheJSONListHasThePid) {
+  const auto window =
+      nlohmann::json::parse(runCommand(brimble("windows --json --app demo")).output)["windows"][0];
+  EXPECT_EQ(window.at("pid"), client_.pid());
+  const std::string stdoutOnly = " 2>/dev/null", stderrOnly = " 2>&1 >/dev/null";
+  const auto command = [](const std::string& arguments) {
+    return runCommand(testing::brimbleCommand(arguments));
+  };
+  EXPECT_EQ(command("windows --app nothing" + stdoutOnly).output, "");
+  EXPECT_EQ(command("windows --app nothing" + stderrOnly).output,
+            "brimble windows: no windows of an application matching \"nothing\"\n");
+  EXPECT_EQ(command("windows --json --app nothing").output, "{\n  \"windows\": []\n}\n");
+  EXPECT_EQ(command("window close --id " + std::to_string(std::stoul(id_) + 1) + stderrOnly).output,
+            "brimble window close: Window ID " + hexID(1) + " not found\n");
+  EXPECT_EQ(command("window close --id " + hexID()).exitCode, 0);
   EXPECT_EQ(client_.readLine(5s), "closed");
 }
 

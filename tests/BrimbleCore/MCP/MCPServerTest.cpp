@@ -5,16 +5,13 @@
 #include "BrimbleCore/MCP/MCPServer.h"
 
 #include <chrono>
-#include <sstream>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "tests/Support/ChildProcess.h"
-#include "tests/Support/LogCapture.h"
 
 namespace brimble {
 namespace {
@@ -117,29 +114,6 @@ TEST(MCPServer, EachLineGetsItsExactAnswerAndNothingElseReachesTheOutput) {
     EXPECT_NE(errors.find(line), std::string::npos) << line << " not in: " << errors;
   }
   EXPECT_TRUE(errors.ends_with("[Brimble MCP] EOF on stdin, shutting down\n")) << errors;
-}
-
-TEST(MCPServer, RegistrationFromAnotherThreadIsSafeWhileServing) {
-  std::string lines;
-  for (int i = 0; i < 200; ++i) {
-    lines += call(std::to_string(i), "tools/list") + "\n";
-  }
-  std::istringstream input(lines);
-  std::ostringstream output;
-  MCPTransport transport(input, output);
-  MCPServer server(transport, "brimble", "1.0.0");
-  testing::LogCapture quiet;
-  std::jthread registrar([&server] {
-    for (int i = 0; i < 200; ++i) {
-      server.registerTool({"t" + std::to_string(i % 7), "", JSONValue::Object{}},
-                          [](const JSONValue&) { return JSONValue(); });
-    }
-  });
-  server.run();
-  registrar.join();
-  const std::string responses = output.str();
-  EXPECT_EQ(std::count(responses.begin(), responses.end(), '\n'), 200);
-  EXPECT_EQ(server.toolDefinitions().size(), 7u);
 }
 
 }  // namespace

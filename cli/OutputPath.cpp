@@ -1,0 +1,140 @@
+#include "cli/OutputPath.h"
+
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+#include <unistd.h>
+
+#include "BrimbleCore/Support/Text.h"
+
+namespace brimble::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string cannotWrite(const fs::path& output) {
+  return "cannot write " + output.string() + ": ";
+}
+
+/// What a write to `output` replaces: the end of its chain of symbolic links.
+fs::path linkTarget(fs::path output) {
+  std::error_code error;
+  // As many links as the kernel follows before it gives up with ELOOP.
+  for (int hops = 0; hops < 40 && fs::is_symlink(output, error); ++hops) {
+    const fs::path link = fs::read_symlink(output, error);
+    if (error) {
+      break;
+    }
+    output = link.is_absolute() ? link : output.parent_path() / link;
+  }
+  return output;
+}
+
+}  // namespace
+
+int OutputPathError::exitCode() const noexcept {
+  return code_ == Code::unknownFormat ? 2 : 1;
+}
+
+OutputPathError OutputPathError::unknownFormat(const std::string& description) {
+  return {Code::unknownFormat, description};
+}
+
+OutputPathError OutputPathError::isAFolder(const fs::path& output) {
+  return {Code::isAFolder, cannotWrite(output) + "it is a folder"};
+}
+
+OutputPathError OutputPathError::notARegularFile(const fs::path& output) {
+  return {Code::notARegularFile, cannotWrite(output) + "it is not a regular file"};
+}
+
+OutputPathError OutputPathError::folderMissing(const fs::path& output, const fs::path& folder) {
+  return {Code::folderMissing,
+          cannotWrite(output) + "the folder " + folder.string() + " does not exist"};
+}
+
+OutputPathError OutputPathError::notAFolder(const fs::path& output, const fs::path& file) {
+  return {Code::notAFolder, cannotWrite(output) + file.string() + " is not a folder"};
+}
+
+OutputPathError OutputPathError::notWritable(const fs::path& output, const fs::path& folder,
+                                             int error) {
+  return {Code::notWritable, cannotWrite(output) + "the folder " + folder.string() +
+                                 " is not writable (" + std::strerror(error) + ")"};
+}
+
+void checkWritable(const fs::path& output) {
+  const fs::path target = linkTarget(output);
+  std::error_code error;
+  const fs::file_status status = fs::status(target, error);
+  if (fs::is_directory(status)) {
+    throw OutputPathError::isAFolder(output);
+  }
+  if (fs::exists(status) && !fs::is_regular_file(status)) {
+    throw OutputPathError::notARegularFile(output);
+  }
+  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  if (!fs::exists(fs::status(folder, error))) {
+    // The nearest folder that exists tells a missing folder from a file in the way.
+    fs::path existing = folder;
+    while (existing.has_parent_path() && existing != existing.parent_path() &&
+           !fs::exists(fs::status(existing, error))) {
+      existing = existing.parent_path();
+    }
+    if (fs::exists(fs::status(existing, error)) && !fs::is_directory(existing, error)) {
+      throw OutputPathError::notAFolder(output, existing);
+    }
+    throw OutputPathError::folderMissing(output, folder);
+  }
+  if (!fs::is_directory(folder, error)) {
+    throw OutputPathError::notAFolder(output, folder);
+  }
+  // The file is written beside its destination and renamed over it, so the folder is what must
+  // be writable (and searchable).
+  if (::access(folder.c_str(), W_OK | X_OK) != 0) {
+    throw OutputPathError::notWritable(output, folder, errno);
+  }
+}
+
+OutputFormat checkAnimationOutput(const std::string& formatOption, const fs::path& output,
+                                  bool formatOptionExists) {
+  std::error_code error;
+  // A folder given as the output is the mistake to name, not its missing extension.
+  if (fs::is_directory(linkTarget(output), error)) {
+    throw OutputPathError::isAFolder(output);
+  }
+  std::optional<OutputFormat> format;
+  if (!formatOption.empty()) {
+    format = outputFormatFromRawValue(formatOption);
+    if (!format) {
+      throw OutputPathError::unknownFormat("unknown format \"" + formatOption +
+                                           "\" (use gif, webp or apng)");
+    }
+  } else {
+    format = outputFormatFromExtension(output.extension().string());
+    if (!format) {
+      const std::string extension = output.extension().string();
+      throw OutputPathError::unknownFormat(
+          (extension.empty() ? output.string() + " has no extension"
+                             : "unknown extension \"" + extension + "\" in " + output.string()) +
+          " (use .gif, .webp or .png" + (formatOptionExists ? ", or --format" : "") + ")");
+    }
+  }
+  if (isVideo(*format)) {
+    throw OutputPathError::unknownFormat(std::string(label(*format)) +
+                                         " output is not supported yet (use gif, webp or apng)");
+  }
+  checkWritable(output);
+  return *format;
+}
+
+void checkPNGOutput(const fs::path& output) {
+  if (lowercased(output.extension().string()) != ".png") {
+    throw OutputPathError::unknownFormat("the output must be a .png file (got \"" +
+                                         output.string() + "\")");
+  }
+  checkWritable(output);
+}
+
+}  // namespace brimble::cli

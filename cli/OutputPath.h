@@ -1,0 +1,60 @@
+#pragma once
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+#include "BrimbleCore/Encoding/OutputFormat.h"
+
+namespace brimble::cli {
+
+/// An output file named on the command line that cannot be written, found before any recording
+/// or encoding starts, so that a long recording is never lost at the end. `what()` says why.
+class OutputPathError : public std::runtime_error {
+ public:
+  enum class Code {
+    unknownFormat,  // the format or extension names nothing brimble writes
+    isAFolder,
+    notARegularFile,  // a device, a pipe or a socket, which a finished file would replace
+    folderMissing,
+    notAFolder,  // a part of the folder path is a file
+    notWritable,
+  };
+
+  Code code() const noexcept { return code_; }
+  /// 2 (a usage error) for an unknown format, else 1.
+  int exitCode() const noexcept;
+
+  static OutputPathError unknownFormat(const std::string& description);
+  static OutputPathError isAFolder(const std::filesystem::path& output);
+  static OutputPathError notARegularFile(const std::filesystem::path& output);
+  static OutputPathError folderMissing(const std::filesystem::path& output,
+                                       const std::filesystem::path& folder);
+  static OutputPathError notAFolder(const std::filesystem::path& output,
+                                    const std::filesystem::path& file);
+  static OutputPathError notWritable(const std::filesystem::path& output,
+                                     const std::filesystem::path& folder, int error);
+
+ private:
+  OutputPathError(Code code, const std::string& description)
+      : std::runtime_error(description), code_(code) {}
+  Code code_;
+};
+
+/// Throws OutputPathError when `output` cannot be written as a new or replaced file: it is a
+/// folder or not a regular file, or its folder is missing, not a folder or not writable. A
+/// symbolic link is judged by the file it points to, which is what a write replaces.
+void checkWritable(const std::filesystem::path& output);
+
+/// The format an animation is written in: `formatOption` ("gif", "webp" or "apng") when it is
+/// not empty, else the extension of `output` (.gif, .webp, .png or .apng, in any case). Throws
+/// OutputPathError for an unknown format or extension, for video (not written yet), and when
+/// `output` cannot be written. `formatOptionExists` tells whether the command has --format, so
+/// the message can offer it.
+OutputFormat checkAnimationOutput(const std::string& formatOption,
+                                  const std::filesystem::path& output, bool formatOptionExists);
+
+/// Throws OutputPathError unless `output` is a .png file that can be written.
+void checkPNGOutput(const std::filesystem::path& output);
+
+}  // namespace brimble::cli

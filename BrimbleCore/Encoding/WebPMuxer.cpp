@@ -7,6 +7,7 @@
 #include <webp/mux.h>
 
 #include "BrimbleCore/Encoding/MuxError.h"
+#include "BrimbleCore/Encoding/StraightAlpha.h"
 
 namespace brimble {
 namespace {
@@ -43,10 +44,9 @@ void WebPMuxer::append(const Image& source, double delay) {
   if (source.empty()) {
     throw MuxError::encoderFailed();
   }
-  const Image image = source.toBGRA8();
   if (!encoder_) {
-    width_ = image.width();
-    height_ = image.height();
+    width_ = source.width();
+    height_ = source.height();
     WebPAnimEncoderOptions options;
     if (!WebPAnimEncoderOptionsInit(&options)) {
       throw MuxError::encoderFailed();
@@ -73,8 +73,17 @@ void WebPMuxer::append(const Image& source, double delay) {
   picture.width = width_;
   picture.height = height_;
   picture.use_argb = 1;
-  if (!WebPPictureImportBGRA(&picture, image.bytes().data(),
-                             static_cast<int>(image.bytesPerRow()))) {
+  // libwebp takes straight alpha; ours is premultiplied, which only opaque pixels share.
+  const Image image = source.toBGRA8();
+  const std::uint8_t* pixels = image.bytes().data();
+  auto stride = static_cast<int>(image.bytesPerRow());
+  PixelBuffer straight;
+  if (hasTranslucentPixels(image)) {
+    straight = straightBGRA(image);
+    pixels = straight.data();
+    stride = width_ * 4;
+  }
+  if (!WebPPictureImportBGRA(&picture, pixels, stride)) {
     throw MuxError::encoderFailed();
   }
   if (!WebPAnimEncoderAdd(encoder_.get(), &picture, milliseconds(elapsed_), &config)) {

@@ -201,5 +201,41 @@ TEST(WebPMuxer, LosslessFramesAreExact) {
   }
 }
 
+// Premultiplied (128, 0, 0, 128) in memory: straight red at half opacity.
+const Image kTranslucentRed = testing::solidImage(8, 6, {128, 0, 0, 128});
+
+TEST(AnimationWriters, TranslucentFramesReadBackWithStraightAlpha) {
+  TempDirectory directory;
+  const Image opaque = testing::solidImage(8, 6, {0, 0, 255});
+  const std::vector<Image> frames = {opaque, kTranslucentRed};
+  for (const bool lossless : {false, true}) {
+    const auto path = directory / "clip.webp";
+    writeClip<WebPMuxer>(path, frames, {0.1, 0.1}, 0, 75.0f, lossless);
+    const auto decoded = decodeWebP(path);
+    ASSERT_EQ(decoded.frames.size(), 2u);
+    const testing::Pixel pixel = testing::pixelAt(decoded.frames[1], 3, 3);
+    EXPECT_NEAR(pixel.r, 255, 3) << "lossless " << lossless;
+    EXPECT_EQ(pixel.a, 128) << "lossless " << lossless;
+  }
+  const auto path = directory / "clip.png";
+  writeClip<APNGMuxer>(path, frames, {0.1, 0.1}, 0, true);
+  const auto decoded = ffmpegFrames(path, 8, 6);
+  ASSERT_EQ(decoded.size(), 2u);
+  const testing::Pixel pixel = testing::pixelAt(decoded[1], 3, 3);  // ffmpeg's bgra is straight
+  EXPECT_EQ(std::vector<int>({pixel.r, pixel.g, pixel.b, pixel.a}),
+            std::vector<int>({255, 0, 0, 128}));
+}
+
+TEST(APNGMuxer, TranslucentFrameAfterOpaqueOnesIsRefusedWithoutAlpha) {
+  APNGMuxer muxer(std::make_unique<MemoryByteSink>(), 0);
+  muxer.append(testing::solidImage(8, 6, {0, 0, 255}), 0.1);
+  try {
+    muxer.append(kTranslucentRed, 0.1);
+    ADD_FAILURE() << "a translucent frame was stored without alpha";
+  } catch (const MuxError& error) {
+    EXPECT_EQ(error, MuxError::unsupportedColorType(6));
+  }
+}
+
 }  // namespace
 }  // namespace brimble

@@ -160,5 +160,39 @@ TEST(GIFDecoder, DamagedFilesAreErrorsThatNameTheFile) {
   EXPECT_THROW(truncated.readAll(), ImageCodecError);
 }
 
+TEST(GIFDecoder, CanvasIsBoundedByTheImagesInTheFile) {
+  // A header claiming a 65535x65535 screen (17 GB of canvas) over one red pixel.
+  GIFDecoder claims(craftGIF(65535, 65535, {{0, 0, 1, 1, {1}}}), "claims.gif");
+  EXPECT_EQ(claims.size(), (ImageSize{1, 1}));
+  const auto frames = claims.readAll();
+  ASSERT_EQ(frames.size(), 1u);
+  EXPECT_EQ(rgba(frames[0].image, 0, 0), kRed);
+
+  struct Case {
+    std::vector<std::uint8_t> bytes;
+    std::string error;
+  };
+  // An image descriptor claiming 65535x65535 pixels over the data of one.
+  auto tall = craftGIF(4, 4, {{0, 0, 1, 1, {1}}});
+  const std::size_t descriptor = 13 + 12 + 8;  // header, 4-colour table, control extension
+  ASSERT_EQ(tall[descriptor], 0x2C);
+  std::fill_n(tall.begin() + static_cast<std::ptrdiff_t>(descriptor + 5), 4, 0xFF);
+  const std::vector<Case> cases = {
+      {craftGIF(65535, 65535, {{8000, 5000, 1, 1, {1}}}),
+       "cannot read far.gif: its images cover 8001x5001 pixels, more than the 33554432 a GIF may "
+       "cover here"},
+      {tall, "cannot read far.gif: Image EOF detected before image complete"},
+  };
+  for (const Case& c : cases) {
+    try {
+      GIFDecoder decoder(c.bytes, "far.gif");
+      decoder.readAll();
+      ADD_FAILURE() << "no error for " << c.error;
+    } catch (const ImageCodecError& error) {
+      EXPECT_EQ(error.what(), c.error);
+    }
+  }
+}
+
 }  // namespace
 }  // namespace brimble

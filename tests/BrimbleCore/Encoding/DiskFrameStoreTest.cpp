@@ -12,8 +12,11 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "BrimbleCore/Encoding/DiskFrameWriter.h"
+#include "BrimbleCore/Support/FileIO.h"
 #include "tests/Support/LogCapture.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -82,6 +85,22 @@ TEST(DiskFrameWriter, EachWriterGetsItsOwnFileInTheTemporaryDirectory) {
   EXPECT_EQ(first.fileURL().parent_path(), directory.path());
   EXPECT_NE(first.fileURL(), second.fileURL());
   EXPECT_EQ(filesIn(directory.path()).size(), 2u);
+
+  // A forked child shares no random state with its parent: each names a different file.
+  int pipeFds[2];
+  ASSERT_EQ(::pipe(pipeFds), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const std::string name = makeUUIDString();
+    ::_exit(::write(pipeFds[1], name.data(), name.size()) == 36 ? 0 : 1);
+  }
+  ::close(pipeFds[1]);
+  const std::string parentName = makeUUIDString();
+  std::string childName(36, '\0');
+  EXPECT_EQ(::read(pipeFds[0], childName.data(), childName.size()), 36);
+  ::close(pipeFds[0]);
+  ::waitpid(child, nullptr, 0);
+  EXPECT_NE(childName, parentName);
 }
 
 TEST(DiskFrameWriter, UncreatableFileIsWriterUnavailableAndLeavesNothing) {

@@ -93,7 +93,10 @@ struct GIFDecoder::State {
   bool finished = false;
 
   [[noreturn]] void fail(int error) const {
-    throw ImageCodecError::unreadableFile(name, GifErrorString(error));
+    // giflib has no text for some of its failures (a descriptor cut short gives error 0).
+    const char* text = GifErrorString(error);
+    throw ImageCodecError::unreadableFile(
+        name, text != nullptr ? text : "damaged GIF (giflib error " + std::to_string(error) + ")");
   }
   [[noreturn]] void fail() const { fail(gif->Error); }
 

@@ -182,6 +182,10 @@ TEST(GIFDecoder, CanvasIsBoundedByTheImagesInTheFile) {
        "cannot read far.gif: its images cover 8001x5001 pixels, more than the 33554432 a GIF may "
        "cover here"},
       {tall, "cannot read far.gif: Image EOF detected before image complete"},
+      // Found by GIFDecoderFuzzer: an image descriptor cut short, for which giflib has no text.
+      {{'G', 'I', 'F', '8', '9', 'a', 6, 0, 6, 0, 0xF0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0x21, 0xF9,
+        4, 1, 0, 0, 1, 0, 0x2C, 0, 0, 0, 0, 6, 0, 5, 0, 0x3B},
+       "cannot read far.gif: damaged GIF (giflib error 0)"},
   };
   for (const Case& c : cases) {
     try {

@@ -177,19 +177,29 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
          options.paletteBuilder);
   }
   tuning.paletteStrategy = *palette;
-  tuning.webpLossless = options.webpLossless;
-  const auto quality = static_cast<float>(options.webpQuality);
+  if (options.webpLossless) {
+    tuning.webpMode = WebPMode::lossless;
+  }
+  SequenceOptions sequence;
+  sequence.fps = options.fps;
+  sequence.loopCount = options.loop;
+  sequence.frameDiffing = options.frameDiffing;
+  sequence.deduplicate = options.dedup;
+  sequence.format = *format;
+  sequence.transform = scale;
+  sequence.webpQuality = static_cast<float>(options.webpQuality);
+  sequence.stop = stop;
+  sequence.tuning = tuning;
 
   ProgressBar bar;
+  sequence.progress = progressOn(bar);
   EncodeSummary summary;
   if (options.testPattern) {
     const ImageSize size = parseSize(options.size);
     const FrameSupplier frameAt = [&](int index) -> std::optional<Image> {
       return testPatternFrame(index, options.frames, size.width, size.height);
     };
-    summary = GIFEncoder::encodeSequence(
-        options.frames, frameAt, options.fps, options.loop, options.frameDiffing, options.dedup,
-        *format, options.output, progressOn(bar), scale, quality, stop, tuning);
+    summary = GIFEncoder::encodeSequence(options.frames, frameAt, options.output, sequence);
   } else if (options.inputs.size() == 1 && isGIFFile(options.inputs.front())) {
     // A GIF keeps its own delays.
     GIFDecoder decoder{fs::path(options.inputs.front())};
@@ -208,9 +218,8 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
     const std::vector<fs::path> files = frameFiles(options.inputs);
     checkFrames(files);
     const FileFrameStore store(files);
-    summary = GIFEncoder::encodeCompressed(store, options.fps, options.loop, options.frameDiffing,
-                                           options.dedup, *format, options.output, progressOn(bar),
-                                           scale, quality, stop, tuning);
+    const FrameSupplier decode = [&store](int index) { return decodeImage(store.data(index)); };
+    summary = GIFEncoder::encodeSequence(store.count(), decode, options.output, sequence);
   }
   bar.finish();
   if (summary.frames == 0) {

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "BrimbleCore/Encoding/Frame.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/FrameComparison.h"
 
 namespace brimble {
 

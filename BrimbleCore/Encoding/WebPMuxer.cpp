@@ -32,8 +32,8 @@ void WebPMuxer::EncoderDeleter::operator()(WebPAnimEncoder* encoder) const noexc
   WebPAnimEncoderDelete(encoder);
 }
 
-WebPMuxer::WebPMuxer(std::unique_ptr<ByteSink> sink, int loopCount, float quality, bool lossless)
-    : sink_(std::move(sink)), loopCount_(loopCount), quality_(quality), lossless_(lossless) {}
+WebPMuxer::WebPMuxer(std::unique_ptr<ByteSink> sink, int loopCount, float quality, WebPMode mode)
+    : sink_(std::move(sink)), loopCount_(loopCount), quality_(quality), mode_(mode) {}
 
 WebPMuxer::~WebPMuxer() = default;
 
@@ -52,7 +52,7 @@ void WebPMuxer::append(const Image& source, double delay) {
       throw MuxError::encoderFailed();
     }
     options.anim_params.loop_count = loopCount_ < 0 ? 0 : loopCount_;
-    options.allow_mixed = 0;
+    options.allow_mixed = mode_ == WebPMode::mixed ? 1 : 0;
     encoder_.reset(WebPAnimEncoderNew(width_, height_, &options));
     if (!encoder_) {
       throw MuxError::encoderFailed();
@@ -62,7 +62,7 @@ void WebPMuxer::append(const Image& source, double delay) {
   if (!WebPConfigInit(&config)) {
     throw MuxError::encoderFailed();
   }
-  config.lossless = lossless_ ? 1 : 0;
+  config.lossless = mode_ == WebPMode::lossless ? 1 : 0;
   config.quality = quality_;
   config.method = 4;
   WebPPicture picture;

@@ -172,7 +172,7 @@ TEST(WebPMuxer, LossyFramesKeepTheirTimingLoopAndLikeness) {
   TempDirectory directory;
   const auto path = directory / "clip.webp";
   const auto frames = clip(5, 160, 100);
-  writeClip<WebPMuxer>(path, frames, {0.1, 0.05, 1.0, 0.04, 0.5}, 2, 75.0f, false);
+  writeClip<WebPMuxer>(path, frames, {0.1, 0.05, 1.0, 0.04, 0.5}, 2, 75.0f, WebPMode::lossy);
 
   const auto decoded = decodeWebP(path);
   EXPECT_EQ(decoded.width, 160);
@@ -192,7 +192,7 @@ TEST(WebPMuxer, LosslessFramesAreExact) {
   TempDirectory directory;
   const auto path = directory / "clip.webp";
   const auto frames = clip(3, 64, 48);
-  writeClip<WebPMuxer>(path, frames, {0.2, 0.2, 0.2}, 0, 50.0f, true);
+  writeClip<WebPMuxer>(path, frames, {0.2, 0.2, 0.2}, 0, 50.0f, WebPMode::lossless);
   const auto decoded = decodeWebP(path);
   ASSERT_EQ(decoded.frames.size(), 3u);
   EXPECT_EQ(decoded.loopCount, 0);
@@ -208,14 +208,14 @@ TEST(AnimationWriters, TranslucentFramesReadBackWithStraightAlpha) {
   TempDirectory directory;
   const Image opaque = testing::solidImage(8, 6, {0, 0, 255});
   const std::vector<Image> frames = {opaque, kTranslucentRed};
-  for (const bool lossless : {false, true}) {
+  for (const WebPMode mode : {WebPMode::lossy, WebPMode::lossless, WebPMode::mixed}) {
     const auto path = directory / "clip.webp";
-    writeClip<WebPMuxer>(path, frames, {0.1, 0.1}, 0, 75.0f, lossless);
+    writeClip<WebPMuxer>(path, frames, {0.1, 0.1}, 0, 75.0f, mode);
     const auto decoded = decodeWebP(path);
     ASSERT_EQ(decoded.frames.size(), 2u);
     const testing::Pixel pixel = testing::pixelAt(decoded.frames[1], 3, 3);
-    EXPECT_NEAR(pixel.r, 255, 3) << "lossless " << lossless;
-    EXPECT_EQ(pixel.a, 128) << "lossless " << lossless;
+    EXPECT_NEAR(pixel.r, 255, 3) << "mode " << static_cast<int>(mode);
+    EXPECT_EQ(pixel.a, 128) << "mode " << static_cast<int>(mode);
   }
   const auto path = directory / "clip.png";
   writeClip<APNGMuxer>(path, frames, {0.1, 0.1}, 0, true);

@@ -239,13 +239,15 @@ TEST(GIFEncoder, SharedPaletteDiffingReusesTheGlobalTable) {
   for (int i = 0; i < 8; ++i) {
     images.push_back(testPatternFrame(i, 8, 160, 100));
   }
-  EncoderTuning tuning;
-  tuning.paletteStrategy = PaletteStrategy::global;
-  tuning.paletteBuilder = PaletteBuilder::histogram;
+  SequenceOptions options;
+  options.fps = 10;
+  options.deduplicate = false;
+  options.tuning.paletteStrategy = PaletteStrategy::global;
+  options.tuning.paletteBuilder = PaletteBuilder::histogram;
   const auto out = directory / "shared.gif";
   const auto summary = GIFEncoder::encodeSequence(
-      8, [&](int i) -> std::optional<Image> { return images[static_cast<std::size_t>(i)]; }, 10, 0,
-      true, false, OutputFormat::gif, out, {}, {}, 75, {}, tuning);
+      8, [&](int i) -> std::optional<Image> { return images[static_cast<std::size_t>(i)]; }, out,
+      options);
   EXPECT_EQ(summary.frames, 8);
   const auto decoded = testing::decodeGIFFile(out);
   ASSERT_TRUE(decoded);

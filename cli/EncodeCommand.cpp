@@ -4,7 +4,9 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -44,6 +46,7 @@ struct EncodeOptions {
   std::string format;
   int webpQuality = 75;
   bool webpLossless = false;
+  bool skipBadFrames = false;
 };
 
 /// A failure already explained to the user; carries the exit code.
@@ -218,7 +221,28 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
     const std::vector<fs::path> files = frameFiles(options.inputs);
     checkFrames(files);
     const FileFrameStore store(files);
-    const FrameSupplier decode = [&store](int index) { return decodeImage(store.data(index)); };
+    // A frame whose header reads but whose data is damaged or cut short shows up only when it is
+    // decoded: an error that ends the encode, or a warning once the user has chosen to skip it.
+    std::mutex skippedMutex;
+    std::set<int> skipped;
+    const FrameSupplier decode = [&](int index) {
+      auto image = decodeImage(store.data(index));
+      if (!image) {
+        const fs::path& file = store.files()[static_cast<std::size_t>(index)];
+        if (!options.skipBadFrames) {
+          throw ImageCodecError::unreadableFile(
+              file, "the image is damaged or cut short (--skip-bad-frames leaves it out)");
+        }
+        // Frames can be decoded more than once (two passes): warn once.
+        std::scoped_lock lock(skippedMutex);
+        if (skipped.insert(index).second) {
+          fmt::print(stderr,
+                     "brimble encode: warning: skipped {}: the image is damaged or cut short\n",
+                     file.string());
+        }
+      }
+      return image;
+    };
     summary = GIFEncoder::encodeSequence(store.count(), decode, options.output, sequence);
   }
   bar.finish();
@@ -277,6 +301,9 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
       ->check(CLI::Range(0, 100))
       ->capture_default_str();
   command->add_flag("--webp-lossless", options->webpLossless, "Lossless WebP frames");
+  command->add_flag("--skip-bad-frames", options->skipBadFrames,
+                    "Leave out frames that cannot be decoded, with a warning for each (default: "
+                    "such a frame is an error)");
   command->add_flag("--test-pattern", options->testPattern,
                     "Encode a synthetic screen recording instead of input frames");
   command->add_option("--frames", options->frames, "Number of test-pattern frames")

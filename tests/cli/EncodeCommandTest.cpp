@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/TestPattern.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
@@ -128,30 +129,75 @@ TEST(BrimbleEncode, FrameFilesAreEncodedInTheOrderGiven) {
   EXPECT_EQ(redsOf(*decoded), (std::vector<std::uint8_t>{0, 200}));
 }
 
+void writeBytes(const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes) {
+  std::ofstream(path, std::ios::binary)
+      .write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
+}
+
+/// A folder of three frames whose middle one is `middle`.
+std::string framesAround(const std::filesystem::path& folder,
+                         const std::vector<std::uint8_t>& middle, const std::string& extension) {
+  std::filesystem::create_directories(folder);
+  writePNG(folder / "1.png", testing::solidImage(160, 100, {200, 0, 0}));
+  writeBytes(folder / ("2" + extension), middle);
+  writePNG(folder / "3.png", testing::solidImage(160, 100, {0, 0, 200}));
+  return (folder / ("2" + extension)).string();
+}
+
 TEST(BrimbleEncode, BadFramesAreExplainedAndNothingIsWritten) {
   TempDirectory directory;
   writePNG(directory / "a.png", testing::solidImage(40, 30, {1, 2, 3}));
   writePNG(directory / "b.png", testing::solidImage(41, 30, {1, 2, 3}));
   std::ofstream(directory / "c.png") << "not really a PNG";
-  const auto out = directory / "clip.gif";
-  const auto expectFailure = [&](const std::string& inputs, const std::string& message) {
-    const auto result = runCommand(
-        brimbleCommand("encode " + inputs + " -o " + shellQuote(out.string()) + " 2>&1"));
-    EXPECT_EQ(result.exitCode, 1) << result.output;
-    EXPECT_EQ(result.output, "brimble encode: " + message + "\n");
-    EXPECT_FALSE(std::filesystem::exists(out));
-  };
   const auto a = (directory / "a.png").string();
   const auto b = (directory / "b.png").string();
   const auto c = (directory / "c.png").string();
-  expectFailure(shellQuote(a) + " " + shellQuote(b),
-                "frames of mixed sizes: " + a + " is 40x30 but " + b + " is 41x30");
-  expectFailure(shellQuote(a) + " " + shellQuote(c), c + ": not a PNG or JPEG image");
-  expectFailure(shellQuote((directory / "missing").string()),
-                (directory / "missing").string() + ": no such file or directory");
   std::filesystem::create_directory(directory / "empty");
-  expectFailure(shellQuote((directory / "empty").string()),
-                (directory / "empty").string() + ": no PNG or JPEG frames in this directory");
+  // Cut off three quarters of the way: the header still reads, the pixels do not.
+  const auto png = encodePNG(testPatternFrame(0, 1, 160, 100));
+  const auto jpeg = encodeJPEG(testPatternFrame(0, 1, 160, 100), 85);
+  const auto cutPNG =
+      framesAround(directory / "cut-png", {png.begin(), png.begin() + png.size() * 3 / 4}, ".png");
+  const auto cutJPEG = framesAround(directory / "cut-jpeg",
+                                    {jpeg.begin(), jpeg.begin() + jpeg.size() * 3 / 4}, ".jpg");
+  const std::string damaged = ": the image is damaged or cut short";
+  struct Case {
+    std::string inputs;
+    std::string message;
+  };
+  const std::vector<Case> cases = {
+      {shellQuote(a) + " " + shellQuote(b),
+       "frames of mixed sizes: " + a + " is 40x30 but " + b + " is 41x30"},
+      {shellQuote(a) + " " + shellQuote(c), c + ": not a PNG or JPEG image"},
+      {shellQuote((directory / "missing").string()),
+       (directory / "missing").string() + ": no such file or directory"},
+      {shellQuote((directory / "empty").string()),
+       (directory / "empty").string() + ": no PNG or JPEG frames in this directory"},
+      {shellQuote((directory / "cut-png").string()),
+       "cannot read " + cutPNG + damaged + " (--skip-bad-frames leaves it out)"},
+      {shellQuote((directory / "cut-jpeg").string()),
+       "cannot read " + cutJPEG + damaged + " (--skip-bad-frames leaves it out)"},
+  };
+  const auto out = directory / "clip.gif";
+  for (const Case& bad : cases) {
+    const auto result = runCommand(
+        brimbleCommand("encode " + bad.inputs + " -o " + shellQuote(out.string()) + " 2>&1"));
+    EXPECT_EQ(result.exitCode, 1) << result.output;
+    EXPECT_EQ(result.output, "brimble encode: " + bad.message + "\n");
+    EXPECT_FALSE(std::filesystem::exists(out));
+  }
+  // Skipping is a choice, and each skipped frame is named.
+  for (const auto& [folder, file] : {std::pair{"cut-png", cutPNG}, {"cut-jpeg", cutJPEG}}) {
+    const auto result = runCommand(
+        brimbleCommand("encode --skip-bad-frames " + shellQuote((directory / folder).string()) +
+                       " -o " + shellQuote(out.string()) + " 2>&1 >/dev/null"));
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(result.output, "brimble encode: warning: skipped " + file + damaged + "\n");
+    const auto decoded = testing::decodeGIFFile(out);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->frames.size(), 2u);
+  }
 }
 
 TEST(BrimbleEncode, TheOutputNameOrFormatOptionPicksTheFormat) {

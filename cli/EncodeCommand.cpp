@@ -215,6 +215,9 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
     if (options.dedup) {
       frames = FrameDeduplicator::merge(frames);
     }
+    if (*format == OutputFormat::gif) {
+      frames = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
+    }
     summary = GIFEncoder::encode(frames, options.loop, *palette, options.frameDiffing, *format,
                                  options.output, progressOn(bar), stop);
   } else {

@@ -44,4 +44,26 @@ std::vector<ProcessedFrame> merge(std::span<const ProcessedFrame> frames, DedupR
   return result;
 }
 
+std::vector<ProcessedFrame> mergeShortFrames(std::span<const ProcessedFrame> frames,
+                                             double minimumDelay) {
+  // Delays summed from fractions (a tenth of 10 cs) land a rounding error short of the minimum.
+  const double shortOf = minimumDelay - 1e-9;
+  std::vector<ProcessedFrame> result;
+  for (const ProcessedFrame& frame : frames) {
+    if (!result.empty() && result.back().delay < shortOf) {
+      result.back().delay += frame.delay;
+    } else {
+      result.push_back(frame);
+    }
+  }
+  if (result.size() > 1 && result.back().delay < shortOf) {
+    ProcessedFrame last = std::move(result.back());
+    result.pop_back();
+    result.back().image = std::move(last.image);
+    result.back().delay += last.delay;
+    result.back().sourceTimestamp = last.sourceTimestamp;
+  }
+  return result;
+}
+
 }  // namespace brimble::FrameDeduplicator

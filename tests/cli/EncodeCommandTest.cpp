@@ -1,8 +1,10 @@
 // The `brimble` binary run the way a user runs it.
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <string>
 #include <thread>
 
@@ -262,6 +264,25 @@ TEST(BrimbleProcess, ChangesSpeedAndSizeAndWritesBesideTheInput) {
   EXPECT_EQ(decoded->height, 60);
   EXPECT_EQ(decoded->delaysCentiseconds, std::vector<int>(6, 5));
   EXPECT_EQ(decoded->plays, 3);
+
+  // Sped up past what browsers play (they show 0 and 1 cs as 10): frames merge so that every
+  // delay stays at 2 cs or more, and the whole lasts a tenth (a seventh) of the 60 cs input.
+  for (const auto& [speed, total] : {std::pair{"10", 6}, {"7", 9}}) {
+    const auto fast = directory / "fast.gif";
+    ASSERT_EQ(runCommand(brimbleCommand("process " + shellQuote(in.string()) + " --speed " + speed +
+                                        " -o " + shellQuote(fast.string())))
+                  .exitCode,
+              0);
+    const auto played = testing::decodeGIFFile(fast);
+    ASSERT_TRUE(played);
+    EXPECT_GE(
+        *std::min_element(played->delaysCentiseconds.begin(), played->delaysCentiseconds.end()), 2)
+        << speed;
+    EXPECT_EQ(
+        std::accumulate(played->delaysCentiseconds.begin(), played->delaysCentiseconds.end(), 0),
+        total)
+        << speed;
+  }
 
   // In place: the input is replaced only once the new file is complete.
   const auto again = runCommand(brimbleCommand("process " + shellQuote(in.string()) + " -o " +

@@ -45,7 +45,7 @@ struct EncodeOptions {
   std::string paletteBuilder = "histogram";
   std::string format;
   int webpQuality = 75;
-  bool webpLossless = false;
+  std::string webpMode = "lossless";
   bool skipBadFrames = false;
 };
 
@@ -180,8 +180,14 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
          options.paletteBuilder);
   }
   tuning.paletteStrategy = *palette;
-  if (options.webpLossless) {
+  if (options.webpMode == "lossless") {
     tuning.webpMode = WebPMode::lossless;
+  } else if (options.webpMode == "lossy") {
+    tuning.webpMode = WebPMode::lossy;
+  } else if (options.webpMode == "mixed") {
+    tuning.webpMode = WebPMode::mixed;
+  } else {
+    fail(kExitUsage, "unknown WebP mode \"{}\" (use lossless, lossy or mixed)", options.webpMode);
   }
   SequenceOptions sequence;
   sequence.fps = options.fps;
@@ -300,10 +306,16 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
                    "compared, small changes merged away")
       ->capture_default_str();
   command->add_option("--format", options->format, "gif, webp or apng (default: from -o)");
-  command->add_option("--webp-quality", options->webpQuality, "WebP quality, 0 to 100")
+  command
+      ->add_option("--webp-mode", options->webpMode,
+                   "lossless (exact, smallest for screen content), lossy, or mixed (each frame "
+                   "lossy or lossless, whichever is smaller)")
+      ->capture_default_str();
+  command
+      ->add_option("--webp-quality", options->webpQuality,
+                   "WebP quality of lossy frames, compression effort of lossless ones (0 to 100)")
       ->check(CLI::Range(0, 100))
       ->capture_default_str();
-  command->add_flag("--webp-lossless", options->webpLossless, "Lossless WebP frames");
   command->add_flag("--skip-bad-frames", options->skipBadFrames,
                     "Leave out frames that cannot be decoded, with a warning for each (default: "
                     "such a frame is an error)");

@@ -46,7 +46,7 @@ struct EncoderTuning {
   /// Palettes for GIF frames; by default every frame gets its own. With diffing and a shared
   /// palette, frames are diffed by palette index.
   PaletteStrategy paletteStrategy = PaletteStrategy::perFrame;
-  WebPMode webpMode = WebPMode::lossy;
+  WebPMode webpMode = WebPMode::lossless;
   /// Threads that decode and transform frames ahead of the writer; 0 means one per core.
   unsigned decodeThreads = 0;
 };
@@ -76,9 +76,9 @@ class GIFEncoder {
  public:
   /// Writes `frames` with their delays. GIF without diffing applies `paletteStrategy` first;
   /// with diffing each frame keeps full colour and frames after the first carry only what
-  /// changed. WebP frames are lossy at quality 75. Nothing is written for no frames. Throws
-  /// MuxError (also "mp4 has no animation muxer"), file errors, and CancellationError when `stop`
-  /// is requested.
+  /// changed. WebP frames are lossless, compressed with effort 75 of 100. Nothing is written for no
+  /// frames. Throws MuxError (also "mp4 has no animation muxer"), file errors, and
+  /// CancellationError when `stop` is requested.
   static EncodeSummary encode(std::span<const ProcessedFrame> frames, int loopCount,
                               PaletteStrategy paletteStrategy, bool frameDiffing,
                               OutputFormat format, const std::filesystem::path& url,

@@ -4,12 +4,17 @@ namespace brimble {
 
 FramePrefetch::FramePrefetch(const FrameSupplier& frameAt, std::vector<int> indices,
                              std::function<Image(const Image&, std::size_t)> prepare,
-                             unsigned threads, bool keepDecoded)
+                             unsigned threads, bool keepDecoded, RepeatCheck repeats)
     : indices_(std::move(indices)),
       prefetcher_(
           indices_.size(),
-          [this, &frameAt, prepare = std::move(prepare), keepDecoded](std::size_t i) {
+          [this, &frameAt, prepare = std::move(prepare), keepDecoded,
+           repeats = std::move(repeats)](std::size_t i) {
             DecodedFrame frame;
+            if (repeats && i > 0 && indices_[i - 1] + 1 == indices_[i] && repeats(indices_[i])) {
+              frame.repeat = true;
+              return frame;
+            }
             frame.image = frameAt(indices_[i]);
             if (frame.image) {
               frame.written = prepare ? prepare(*frame.image, i) : *frame.image;

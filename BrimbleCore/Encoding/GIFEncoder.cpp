@@ -121,6 +121,10 @@ EncodeSummary GIFEncoder::encodeCompressed(const CompressedFrameStore& frameStor
   options.webpQuality = webpQuality;
   options.stop = stop;
   options.tuning = tuning;
+  // A recorder compresses an unchanged screen to the same bytes.
+  options.repeatsPrevious = [&frameStore](int index) {
+    return frameStore.data(index) == frameStore.data(index - 1);
+  };
   return encodeSequence(frameStore.count(), decode, url, options);
 }
 

@@ -67,6 +67,9 @@ struct SequenceOptions {
   float webpQuality = 75;
   std::stop_token stop;
   EncoderTuning tuning;
+  /// With `deduplicate`, frames it reports are merged into the frame before them without being
+  /// decoded: a recording's idle stretches cost no decoding.
+  RepeatCheck repeatsPrevious;
 };
 
 /// Turns a recording into an animation file (GIF, WebP or APNG). Output goes to an AtomicFile:

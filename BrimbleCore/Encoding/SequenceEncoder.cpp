@@ -94,6 +94,11 @@ AnimationWriterOptions SequenceEncoder::writerOptions(bool frameDiffing,
   return writer;
 }
 
+RepeatCheck SequenceEncoder::repeatCheck() const {
+  // Without deduplication every frame is written, so every frame is needed.
+  return options_.deduplicate ? options_.repeatsPrevious : RepeatCheck();
+}
+
 bool SequenceEncoder::repeats(const Image& kept, const Image& next) const {
   return FrameComparison::framesRepeat(kept, next, options_.tuning.dedupRule);
 }
@@ -128,11 +133,16 @@ EncodeSummary SequenceEncoder::writeAsFound(const SinkFactory& sink) const {
     if (options_.transform) {
       prepare = [this](const Image& image, std::size_t) { return prepared(image); };
     }
-    FramePrefetch reader(frameAt_, allIndices(count_), prepare, threads_);
+    FramePrefetch reader(frameAt_, allIndices(count_), prepare, threads_, true, repeatCheck());
+    bool previousDecoded = false;
     for (int i = 0; i < count_; ++i) {
       checkCancellation(options_.stop);
       DecodedFrame frame = *reader.next();
-      if (frame.image) {
+      if (frame.repeat) {
+        if (previousDecoded) {
+          pendingDelay += nominalDelay_;
+        }
+      } else if (previousDecoded = frame.image.has_value(); previousDecoded) {
         if (options_.deduplicate && comparison && repeats(*comparison, *frame.image)) {
           pendingDelay += nominalDelay_;
         } else {
@@ -158,11 +168,16 @@ EncodeSummary SequenceEncoder::writeAsFound(const SinkFactory& sink) const {
 SequenceEncoder::SequencePlan SequenceEncoder::plan() const {
   SequencePlan result;
   std::optional<Image> comparison;
-  FramePrefetch reader(frameAt_, allIndices(count_), nullptr, threads_);
+  FramePrefetch reader(frameAt_, allIndices(count_), nullptr, threads_, true, repeatCheck());
+  bool previousDecoded = false;
   for (int i = 0; i < count_; ++i) {
     checkCancellation(options_.stop);
     DecodedFrame frame = *reader.next();
-    if (frame.image) {
+    if (frame.repeat) {
+      if (previousDecoded) {
+        result.kept.back().delay += nominalDelay_;
+      }
+    } else if (previousDecoded = frame.image.has_value(); previousDecoded) {
       if (options_.deduplicate && comparison && repeats(*comparison, *frame.image)) {
         result.kept.back().delay += nominalDelay_;
       } else {

@@ -39,6 +39,7 @@ class SequenceEncoder {
   std::optional<std::vector<RGBColor>> scenePalette(const std::vector<KeepEntry>& kept,
                                                     std::size_t begin, std::size_t end) const;
   AnimationWriterOptions writerOptions(bool frameDiffing, bool reuseGlobalTable) const;
+  RepeatCheck repeatCheck() const;
   bool repeats(const Image& kept, const Image& next) const;
   Image prepared(const Image& image) const;
   void report(RenderPhase phase, int done, int total) const;

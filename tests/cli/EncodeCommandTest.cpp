@@ -13,6 +13,7 @@
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
@@ -25,6 +26,11 @@ using testing::brimbleCommand;
 using testing::runCommand;
 using testing::shellQuote;
 using testing::TempDirectory;
+
+long entries(const std::filesystem::path& directory) {
+  return std::distance(std::filesystem::directory_iterator(directory),
+                       std::filesystem::directory_iterator());
+}
 
 TEST(BrimbleEncode, TestPatternBecomesAGIFAndASummaryLine) {
   TempDirectory directory;
@@ -44,9 +50,7 @@ TEST(BrimbleEncode, TestPatternBecomesAGIFAndASummaryLine) {
   EXPECT_EQ(decoded->delaysCentiseconds.front(), 5);
   EXPECT_EQ(decoded->plays, 0);
   // Only the finished file is left behind.
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()),
-                          std::filesystem::directory_iterator()),
-            1);
+  EXPECT_EQ(entries(directory.path()), 1);
 }
 
 TEST(BrimbleEncode, BadArgumentsAreUsageErrorsThatWriteNothing) {
@@ -60,13 +64,8 @@ TEST(BrimbleEncode, BadArgumentsAreUsageErrorsThatWriteNothing) {
     EXPECT_EQ(result.exitCode, 2) << arguments << ": " << result.output;
     EXPECT_FALSE(result.output.empty()) << arguments;
   }
-  std::ifstream in(out);
-  std::string contents;
-  std::getline(in, contents);
-  EXPECT_EQ(contents, "the user's file");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()),
-                          std::filesystem::directory_iterator()),
-            1);
+  EXPECT_EQ(testing::readFile(out), "the user's file");
+  EXPECT_EQ(entries(directory.path()), 1);
 }
 
 TEST(BrimbleEncode, AnUnwritableDestinationFailsWithTheReason) {
@@ -78,11 +77,12 @@ TEST(BrimbleEncode, AnUnwritableDestinationFailsWithTheReason) {
   EXPECT_NE(result.output.find("could not create"), std::string::npos) << result.output;
 }
 
+void writeBytes(const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes) {
+  testing::writeFile(path, std::string(bytes.begin(), bytes.end()));
+}
+
 void writePNG(const std::filesystem::path& path, const Image& image) {
-  const auto bytes = encodePNG(image);
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
+  writeBytes(path, encodePNG(image));
 }
 
 /// Frames named so that name order differs from creation order, each a solid colour.
@@ -121,12 +121,6 @@ TEST(BrimbleEncode, FramesComeInNameOrderFromADirectoryAndInTheOrderGivenAsFiles
     EXPECT_EQ(redsOf(*decoded), reds);
     EXPECT_EQ(decoded->delaysCentiseconds, std::vector<int>(reds.size(), 10));
   }
-}
-
-void writeBytes(const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes) {
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
 }
 
 /// A folder of three frames whose middle one is `middle`.
@@ -289,21 +283,14 @@ TEST(BrimbleEncode, CtrlCStopsCleanlyAndKeepsTheOldFile) {
   testing::ChildProcess encode(
       {BRIMBLE_BINARY, "encode", "--test-pattern", "--frames", "100000", "-o", out.string()});
   // Wait until the partial file shows the encode is under way.
-  for (int i = 0; i < 200 && std::distance(std::filesystem::directory_iterator(directory.path()),
-                                           std::filesystem::directory_iterator()) < 2;
-       ++i) {
+  for (int i = 0; i < 200 && entries(directory.path()) < 2; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   encode.signal(SIGINT);
   EXPECT_EQ(encode.wait(std::chrono::seconds(10)), 130);
   EXPECT_EQ(encode.errorOutput(), "brimble encode: interrupted; nothing was written\n");
-  std::ifstream in(out);
-  std::string contents;
-  std::getline(in, contents);
-  EXPECT_EQ(contents, "yesterday's recording");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()),
-                          std::filesystem::directory_iterator()),
-            1);
+  EXPECT_EQ(testing::readFile(out), "yesterday's recording");
+  EXPECT_EQ(entries(directory.path()), 1);
 }
 
 TEST(Brimble, HelpAndVersionSucceed) {

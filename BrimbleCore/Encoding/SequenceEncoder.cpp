@@ -94,6 +94,21 @@ AnimationWriterOptions SequenceEncoder::writerOptions(bool frameDiffing,
   return writer;
 }
 
+SequenceEncoder::Arrival SequenceEncoder::classify(const DecodedFrame& frame,
+                                                   const std::optional<Image>& comparison,
+                                                   bool& previousDecoded) const {
+  if (frame.repeat) {
+    // Identical to a frame that could not be decoded: that one was skipped, so is this.
+    return previousDecoded ? Arrival::repeat : Arrival::skipped;
+  }
+  previousDecoded = frame.image.has_value();
+  if (!previousDecoded) {
+    return Arrival::skipped;
+  }
+  return options_.deduplicate && comparison && repeats(*comparison, *frame.image) ? Arrival::repeat
+                                                                                  : Arrival::kept;
+}
+
 RepeatCheck SequenceEncoder::repeatCheck() const {
   // Without deduplication every frame is written, so every frame is needed.
   return options_.deduplicate ? options_.repeatsPrevious : RepeatCheck();
@@ -138,19 +153,14 @@ EncodeSummary SequenceEncoder::writeAsFound(const SinkFactory& sink) const {
     for (int i = 0; i < count_; ++i) {
       checkCancellation(options_.stop);
       DecodedFrame frame = *reader.next();
-      if (frame.repeat) {
-        if (previousDecoded) {
-          pendingDelay += nominalDelay_;
-        }
-      } else if (previousDecoded = frame.image.has_value(); previousDecoded) {
-        if (options_.deduplicate && comparison && repeats(*comparison, *frame.image)) {
-          pendingDelay += nominalDelay_;
-        } else {
-          flush();
-          pending = std::move(frame.written);
-          pendingDelay = nominalDelay_;
-          comparison = std::move(frame.image);
-        }
+      const Arrival arrival = classify(frame, comparison, previousDecoded);
+      if (arrival == Arrival::repeat) {
+        pendingDelay += nominalDelay_;
+      } else if (arrival == Arrival::kept) {
+        flush();
+        pending = std::move(frame.written);
+        pendingDelay = nominalDelay_;
+        comparison = std::move(frame.image);
       }
       report(RenderPhase::encode, i + 1, count_);
     }
@@ -173,20 +183,15 @@ SequenceEncoder::SequencePlan SequenceEncoder::plan() const {
   for (int i = 0; i < count_; ++i) {
     checkCancellation(options_.stop);
     DecodedFrame frame = *reader.next();
-    if (frame.repeat) {
-      if (previousDecoded) {
-        result.kept.back().delay += nominalDelay_;
+    const Arrival arrival = classify(frame, comparison, previousDecoded);
+    if (arrival == Arrival::repeat) {
+      result.kept.back().delay += nominalDelay_;
+    } else if (arrival == Arrival::kept) {
+      if (!comparison || ColorPaletteOptimizer::isSceneChange(*comparison, *frame.image)) {
+        result.sceneStarts.push_back(result.kept.size());
       }
-    } else if (previousDecoded = frame.image.has_value(); previousDecoded) {
-      if (options_.deduplicate && comparison && repeats(*comparison, *frame.image)) {
-        result.kept.back().delay += nominalDelay_;
-      } else {
-        if (!comparison || ColorPaletteOptimizer::isSceneChange(*comparison, *frame.image)) {
-          result.sceneStarts.push_back(result.kept.size());
-        }
-        result.kept.push_back({i, nominalDelay_});
-        comparison = std::move(frame.image);
-      }
+      result.kept.push_back({i, nominalDelay_});
+      comparison = std::move(frame.image);
     }
     report(RenderPhase::palette, i + 1, count_);
   }

@@ -32,6 +32,9 @@ class SequenceEncoder {
  private:
   struct KeepEntry;
   struct SequencePlan;
+  /// What a frame of the sequence turns out to be: a repeat of the last kept frame, a new kept
+  /// frame, or skipped (it cannot be decoded).
+  enum class Arrival { repeat, kept, skipped };
 
   EncodeSummary writeAsFound(const SinkFactory& sink) const;
   EncodeSummary writeWithSharedPalettes(const SinkFactory& sink) const;
@@ -39,6 +42,9 @@ class SequenceEncoder {
   std::optional<std::vector<RGBColor>> scenePalette(const std::vector<KeepEntry>& kept,
                                                     std::size_t begin, std::size_t end) const;
   AnimationWriterOptions writerOptions(bool frameDiffing, bool reuseGlobalTable) const;
+  /// `comparison` is the last kept frame; `previousDecoded` carries over from the frame before.
+  Arrival classify(const DecodedFrame& frame, const std::optional<Image>& comparison,
+                   bool& previousDecoded) const;
   RepeatCheck repeatCheck() const;
   bool repeats(const Image& kept, const Image& next) const;
   Image prepared(const Image& image) const;

@@ -27,11 +27,6 @@ using testing::runCommand;
 using testing::shellQuote;
 using testing::TempDirectory;
 
-long entries(const std::filesystem::path& directory) {
-  return std::distance(std::filesystem::directory_iterator(directory),
-                       std::filesystem::directory_iterator());
-}
-
 TEST(BrimbleEncode, TestPatternBecomesAGIFAndASummaryLine) {
   TempDirectory directory;
   const auto out = directory / "demo.gif";
@@ -50,7 +45,7 @@ TEST(BrimbleEncode, TestPatternBecomesAGIFAndASummaryLine) {
   EXPECT_EQ(decoded->delaysCentiseconds.front(), 5);
   EXPECT_EQ(decoded->plays, 0);
   // Only the finished file is left behind.
-  EXPECT_EQ(entries(directory.path()), 1);
+  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }
 
 TEST(BrimbleEncode, BadArgumentsAreUsageErrorsThatWriteNothing) {
@@ -65,7 +60,7 @@ TEST(BrimbleEncode, BadArgumentsAreUsageErrorsThatWriteNothing) {
     EXPECT_FALSE(result.output.empty()) << arguments;
   }
   EXPECT_EQ(testing::readFile(out), "the user's file");
-  EXPECT_EQ(entries(directory.path()), 1);
+  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }
 
 TEST(BrimbleEncode, AnUnwritableDestinationFailsWithTheReason) {
@@ -283,14 +278,14 @@ TEST(BrimbleEncode, CtrlCStopsCleanlyAndKeepsTheOldFile) {
   testing::ChildProcess encode(
       {BRIMBLE_BINARY, "encode", "--test-pattern", "--frames", "100000", "-o", out.string()});
   // Wait until the partial file shows the encode is under way.
-  for (int i = 0; i < 200 && entries(directory.path()) < 2; ++i) {
+  for (int i = 0; i < 200 && testing::entriesIn(directory.path()) < 2; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   encode.signal(SIGINT);
   EXPECT_EQ(encode.wait(std::chrono::seconds(10)), 130);
   EXPECT_EQ(encode.errorOutput(), "brimble encode: interrupted; nothing was written\n");
   EXPECT_EQ(testing::readFile(out), "yesterday's recording");
-  EXPECT_EQ(entries(directory.path()), 1);
+  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }
 
 TEST(Brimble, HelpAndVersionSucceed) {

@@ -15,6 +15,7 @@
 #include "BrimbleCore/Encoding/MuxError.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "BrimbleCore/Support/Cancellation.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
@@ -68,11 +69,6 @@ std::vector<ProcessedFrame> patternFrames(int count, int width, int height, doub
   return frames;
 }
 
-std::size_t entriesIn(const std::filesystem::path& directory) {
-  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(directory),
-                                                std::filesystem::directory_iterator()));
-}
-
 std::string readText(const std::filesystem::path& path) {
   std::ifstream in(path);
   return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
@@ -116,7 +112,7 @@ TEST(GIFEncoder, NoFramesMP4AndMixedSizesWriteNothing) {
       EXPECT_EQ(error, expected);
     }
   }
-  EXPECT_EQ(entriesIn(directory.path()), 0u);
+  EXPECT_EQ(testing::entriesIn(directory.path()), 0);
 }
 
 TEST(GIFEncoder, CancellingLeavesNoFileAndTheOldOneIntact) {
@@ -137,7 +133,7 @@ TEST(GIFEncoder, CancellingLeavesNoFileAndTheOldOneIntact) {
                CancellationError);
   EXPECT_EQ(reported, 2);
   EXPECT_EQ(readText(out), "the previous recording");
-  EXPECT_EQ(entriesIn(directory.path()), 1u);
+  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 
   std::vector<std::vector<std::uint8_t>> blobs;
   for (const auto& frame : frames) {
@@ -150,7 +146,7 @@ TEST(GIFEncoder, CancellingLeavesNoFileAndTheOldOneIntact) {
                                             {}, 75, early.get_token()),
                CancellationError);
   EXPECT_EQ(readText(out), "the previous recording");
-  EXPECT_EQ(entriesIn(directory.path()), 1u);
+  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }
 
 TEST(GIFEncoder, GlobalPaletteFramesShareOneTable) {

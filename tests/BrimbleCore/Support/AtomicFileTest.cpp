@@ -16,11 +16,6 @@ namespace {
 using testing::readFile;
 using testing::TempDirectory;
 
-long entries(const std::filesystem::path& directory) {
-  return std::distance(std::filesystem::directory_iterator(directory),
-                       std::filesystem::directory_iterator());
-}
-
 TEST(AtomicFile, ReplacesTheTargetOnlyOnCommitKeepingItsModeAndLinks) {
   TempDirectory directory;
   const auto target = directory / "target.gif";
@@ -30,10 +25,10 @@ TEST(AtomicFile, ReplacesTheTargetOnlyOnCommitKeepingItsModeAndLinks) {
   {
     AtomicFile abandoned(directory / "link.gif", 0600);
     writeAllAt(abandoned.fd(), {reinterpret_cast<const std::uint8_t*>("new"), 3}, 0, "x");
-    EXPECT_EQ(entries(directory.path()), 3);
+    EXPECT_EQ(testing::entriesIn(directory.path()), 3);
   }
   EXPECT_EQ(readFile(target), "old") << "no commit, no change";
-  EXPECT_EQ(entries(directory.path()), 2) << "the temporary file is gone";
+  EXPECT_EQ(testing::entriesIn(directory.path()), 2) << "the temporary file is gone";
 
   writeFileAtomically(directory / "link.gif", "new", 0600);
   EXPECT_EQ(readFile(target), "new");
@@ -41,7 +36,7 @@ TEST(AtomicFile, ReplacesTheTargetOnlyOnCommitKeepingItsModeAndLinks) {
   struct stat info {};
   ASSERT_EQ(::stat(target.c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 07777, 0640u);
-  EXPECT_EQ(entries(directory.path()), 2);
+  EXPECT_EQ(testing::entriesIn(directory.path()), 2);
 
   EXPECT_THROW(AtomicFile(directory / "missing" / "x.gif", 0644), std::system_error);
 }

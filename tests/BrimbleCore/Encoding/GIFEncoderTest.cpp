@@ -69,11 +69,6 @@ std::vector<ProcessedFrame> patternFrames(int count, int width, int height, doub
   return frames;
 }
 
-std::string readText(const std::filesystem::path& path) {
-  std::ifstream in(path);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 std::vector<std::vector<std::uint8_t>> jpegBlobs(const std::vector<Image>& images) {
   std::vector<std::vector<std::uint8_t>> blobs;
   for (const Image& image : images) {
@@ -132,41 +127,17 @@ TEST(GIFEncoder, CancellingLeavesNoFileAndTheOldOneIntact) {
                                   out, cancelAfterTwo, stop.get_token()),
                CancellationError);
   EXPECT_EQ(reported, 2);
-  EXPECT_EQ(readText(out), "the previous recording");
+  EXPECT_EQ(testing::readFile(out), "the previous recording");
   EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 
-  std::vector<std::vector<std::uint8_t>> blobs;
-  for (const auto& frame : frames) {
-    blobs.push_back(encodeJPEG(frame.image, 85));
-  }
-  const InMemoryFrameStore store(blobs);
+  const InMemoryFrameStore store(jpegBlobs({frames[0].image, frames[1].image}));
   std::stop_source early;
   early.request_stop();
   EXPECT_THROW(GIFEncoder::encodeCompressed(store, 10, 0, true, true, OutputFormat::webp, out, {},
                                             {}, 75, early.get_token()),
                CancellationError);
-  EXPECT_EQ(readText(out), "the previous recording");
+  EXPECT_EQ(testing::readFile(out), "the previous recording");
   EXPECT_EQ(testing::entriesIn(directory.path()), 1);
-}
-
-TEST(GIFEncoder, GlobalPaletteFramesShareOneTable) {
-  TempDirectory directory;
-  const auto out = directory / "out.gif";
-  const auto frames = patternFrames(4, 60, 40, 0.1);
-  std::vector<std::pair<RenderPhase, int>> progress;
-  const auto summary = GIFEncoder::encode(
-      frames, 0, PaletteStrategy::global, false, OutputFormat::gif, out,
-      [&](RenderPhase phase, int done, int) { progress.emplace_back(phase, done); });
-  EXPECT_EQ(summary.frames, 4);
-  EXPECT_EQ(summary.width, 60);
-  EXPECT_EQ(progress.front().first, RenderPhase::palette);
-  EXPECT_EQ(progress.back(), (std::pair{RenderPhase::encode, 4}));
-  const auto decoded = testing::decodeGIFFile(out);
-  ASSERT_TRUE(decoded);
-  ASSERT_EQ(decoded->frames.size(), 4u);
-  for (std::size_t i = 0; i < frames.size(); ++i) {
-    EXPECT_GT(testing::psnr(decoded->frames[i], frames[i].image), 30.0);
-  }
 }
 
 TEST(GIFEncoder, CompressedFramesMergeRepeatsAndSkipWhatCannotBeDecoded) {
@@ -209,7 +180,7 @@ TEST(GIFEncoder, EveryPixelDeduplicationKeepsATypedCharacter) {
   }
 }
 
-TEST(GIFEncoder, SharedPaletteDiffingReusesTheGlobalTable) {
+TEST(GIFEncoder, SharedPalettesDiffByIndexAndReuseTheGlobalTable) {
   TempDirectory directory;
   std::vector<Image> images;
   for (int i = 0; i < 8; ++i) {
@@ -231,6 +202,22 @@ TEST(GIFEncoder, SharedPaletteDiffingReusesTheGlobalTable) {
   for (std::size_t i = 0; i < images.size(); ++i) {
     EXPECT_GT(testing::psnr(decoded->frames[i], images[i]), 38.0) << "frame " << i;
     EXPECT_FALSE(decoded->localTables[i]) << "frame " << i << " repeats the table";
+  }
+
+  // Frames in memory: the palette is reported before the frames are written.
+  std::vector<ProcessedFrame> frames;
+  for (const Image& image : images) {
+    frames.push_back({image, 0.1, std::nullopt});
+  }
+  std::vector<std::pair<RenderPhase, int>> progress;
+  GIFEncoder::encode(frames, 0, PaletteStrategy::global, false, OutputFormat::gif, out,
+                     [&](RenderPhase phase, int done, int) { progress.emplace_back(phase, done); });
+  EXPECT_EQ(progress.front().first, RenderPhase::palette);
+  EXPECT_EQ(progress.back(), (std::pair{RenderPhase::encode, 8}));
+  const auto global = testing::decodeGIFFile(out);
+  ASSERT_TRUE(global);
+  for (std::size_t i = 0; i < images.size(); ++i) {
+    EXPECT_GT(testing::psnr(global->frames[i], images[i]), 30.0) << "frame " << i;
   }
 }
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "BrimbleCore/Encoding/ColorPaletteOptimizer.h"
+#include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/HistogramQuantizer.h"
 #include "BrimbleCore/Encoding/MedianCutQuantizer.h"
 #include "BrimbleCore/Support/Cancellation.h"
@@ -73,6 +74,7 @@ SequenceEncoder::SequenceEncoder(int count, const FrameSupplier& frameAt,
       options_(options),
       apngAlpha_(apngAlpha),
       nominalDelay_(1.0 / std::max(options.fps, 1)),
+      minimumDelay_(options.format == OutputFormat::gif ? FrameDeduplicator::kShortestGIFDelay : 0),
       threads_(options.tuning.decodeThreads > 0 ? options.tuning.decodeThreads : workerCount()) {}
 
 EncodeSummary SequenceEncoder::write(const SinkFactory& sink) const {
@@ -107,6 +109,11 @@ SequenceEncoder::Arrival SequenceEncoder::classify(const DecodedFrame& frame,
   }
   return options_.deduplicate && comparison && repeats(*comparison, *frame.image) ? Arrival::repeat
                                                                                   : Arrival::kept;
+}
+
+bool SequenceEncoder::tooShort(double delay) const {
+  // Delays summed from fractions of a second land a rounding error short of the minimum.
+  return delay < minimumDelay_ - 1e-9;
 }
 
 RepeatCheck SequenceEncoder::repeatCheck() const {
@@ -156,6 +163,8 @@ EncodeSummary SequenceEncoder::writeAsFound(const SinkFactory& sink) const {
       const Arrival arrival = classify(frame, comparison, previousDecoded);
       if (arrival == Arrival::repeat) {
         pendingDelay += nominalDelay_;
+      } else if (arrival == Arrival::kept && pending && tooShort(pendingDelay)) {
+        pendingDelay += nominalDelay_;  // this frame is dropped; the next is compared as before
       } else if (arrival == Arrival::kept) {
         flush();
         pending = std::move(frame.written);
@@ -164,6 +173,9 @@ EncodeSummary SequenceEncoder::writeAsFound(const SinkFactory& sink) const {
       }
       report(RenderPhase::encode, i + 1, count_);
     }
+  }
+  if (pending && tooShort(pendingDelay)) {
+    pendingDelay = minimumDelay_;
   }
   flush();
   if (!writer) {
@@ -186,6 +198,9 @@ SequenceEncoder::SequencePlan SequenceEncoder::plan() const {
     const Arrival arrival = classify(frame, comparison, previousDecoded);
     if (arrival == Arrival::repeat) {
       result.kept.back().delay += nominalDelay_;
+    } else if (arrival == Arrival::kept && !result.kept.empty() &&
+               tooShort(result.kept.back().delay)) {
+      result.kept.back().delay += nominalDelay_;
     } else if (arrival == Arrival::kept) {
       if (!comparison || ColorPaletteOptimizer::isSceneChange(*comparison, *frame.image)) {
         result.sceneStarts.push_back(result.kept.size());
@@ -194,6 +209,9 @@ SequenceEncoder::SequencePlan SequenceEncoder::plan() const {
       comparison = std::move(frame.image);
     }
     report(RenderPhase::palette, i + 1, count_);
+  }
+  if (!result.kept.empty() && tooShort(result.kept.back().delay)) {
+    result.kept.back().delay = minimumDelay_;
   }
   if (options_.tuning.paletteStrategy == PaletteStrategy::global && !result.kept.empty()) {
     result.sceneStarts = {0};

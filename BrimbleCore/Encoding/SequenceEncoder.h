@@ -15,7 +15,8 @@ namespace brimble {
 /// Writes a frame sequence: decoding runs ahead on worker threads while the calling thread
 /// deduplicates, diffs and writes. GIF with shared palettes takes two passes over the sequence
 /// (which frames to keep and where scenes start, then the writing); everything else one. One
-/// thread at a time.
+/// thread at a time. GIF frames shorter than 2 cs (above 50 fps) take in the frames after them,
+/// which are dropped, so that browsers play every frame as long as it says.
 class SequenceEncoder {
  public:
   using SinkFactory = std::function<std::unique_ptr<ByteSink>()>;
@@ -45,6 +46,8 @@ class SequenceEncoder {
   /// `comparison` is the last kept frame; `previousDecoded` carries over from the frame before.
   Arrival classify(const DecodedFrame& frame, const std::optional<Image>& comparison,
                    bool& previousDecoded) const;
+  /// Whether a frame of `delay` must take in the next: GIF frames shorter than 2 cs play at 10.
+  bool tooShort(double delay) const;
   RepeatCheck repeatCheck() const;
   bool repeats(const Image& kept, const Image& next) const;
   Image prepared(const Image& image) const;
@@ -55,6 +58,7 @@ class SequenceEncoder {
   const SequenceOptions& options_;
   const bool apngAlpha_;
   const double nominalDelay_;
+  const double minimumDelay_;
   const unsigned threads_;
 };
 

@@ -44,6 +44,18 @@ TEST(BrimbleEncode, TestPatternBecomesAGIFAndASummaryLine) {
   EXPECT_EQ(decoded->frames.size(), 12u);
   EXPECT_EQ(decoded->delaysCentiseconds.front(), 5);
   EXPECT_EQ(decoded->plays, 0);
+  // Above 50 fps frames would be 1 or 2 cs; browsers play 1 cs as 10. Every other frame goes,
+  // the length stays (12 frames at 60 fps: 20 cs).
+  const auto fast = directory / "fast.gif";
+  ASSERT_EQ(runCommand(brimbleCommand("encode --test-pattern --no-dedup --frames 12 --size 80x50 "
+                                      "--fps 60 -o " +
+                                      shellQuote(fast.string())))
+                .exitCode,
+            0);
+  const auto played = testing::decodeGIFFile(fast);
+  ASSERT_TRUE(played);
+  EXPECT_EQ(played->delaysCentiseconds, (std::vector<int>{3, 4, 3, 3, 4, 3}));
+  std::filesystem::remove(fast);
   // Only the finished file is left behind.
   EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }

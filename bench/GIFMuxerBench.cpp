@@ -62,7 +62,7 @@ void BM_GIFMuxerAppend(benchmark::State& state) {
     state.PauseTiming();
     std::optional<Image> encoded;
     if (diffing && index % kFrames != 0) {
-      encoded = GIFEncoder::createDiffFrame(
+      encoded = FrameComparison::createDiffFrame(
           image, images[static_cast<std::size_t>(index % kFrames - 1)], 0);
     }
     const auto platformStart = Clock::now();

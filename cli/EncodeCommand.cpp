@@ -4,7 +4,9 @@
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -45,7 +47,8 @@ struct EncodeOptions {
   std::string paletteBuilder = "histogram";
   std::string format;
   int webpQuality = 75;
-  bool webpLossless = false;
+  std::string webpMode = "lossless";
+  bool skipBadFrames = false;
 };
 
 /// A failure already explained to the user; carries the exit code.
@@ -176,19 +179,35 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
          options.paletteBuilder);
   }
   tuning.paletteStrategy = *palette;
-  tuning.webpLossless = options.webpLossless;
-  const auto quality = static_cast<float>(options.webpQuality);
+  if (options.webpMode == "lossless") {
+    tuning.webpMode = WebPMode::lossless;
+  } else if (options.webpMode == "lossy") {
+    tuning.webpMode = WebPMode::lossy;
+  } else if (options.webpMode == "mixed") {
+    tuning.webpMode = WebPMode::mixed;
+  } else {
+    fail(kExitUsage, "unknown WebP mode \"{}\" (use lossless, lossy or mixed)", options.webpMode);
+  }
+  SequenceOptions sequence;
+  sequence.fps = options.fps;
+  sequence.loopCount = options.loop;
+  sequence.frameDiffing = options.frameDiffing;
+  sequence.deduplicate = options.dedup;
+  sequence.format = format;
+  sequence.transform = scale;
+  sequence.webpQuality = static_cast<float>(options.webpQuality);
+  sequence.stop = stop;
+  sequence.tuning = tuning;
 
   ProgressBar bar;
+  sequence.progress = progressOn(bar);
   EncodeSummary summary;
   if (options.testPattern) {
     const ImageSize size = parseSize(options.size);
     const FrameSupplier frameAt = [&](int index) -> std::optional<Image> {
       return testPatternFrame(index, options.frames, size.width, size.height);
     };
-    summary = GIFEncoder::encodeSequence(
-        options.frames, frameAt, options.fps, options.loop, options.frameDiffing, options.dedup,
-        format, options.output, progressOn(bar), scale, quality, stop, tuning);
+    summary = GIFEncoder::encodeSequence(options.frames, frameAt, options.output, sequence);
   } else if (options.inputs.size() == 1 && isGIFFile(options.inputs.front())) {
     // A GIF keeps its own delays.
     GIFDecoder decoder{fs::path(options.inputs.front())};
@@ -201,15 +220,38 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
     if (options.dedup) {
       frames = FrameDeduplicator::merge(frames);
     }
+    if (format == OutputFormat::gif) {
+      frames = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
+    }
     summary = GIFEncoder::encode(frames, options.loop, *palette, options.frameDiffing, format,
                                  options.output, progressOn(bar), stop);
   } else {
     const std::vector<fs::path> files = frameFiles(options.inputs);
     checkFrames(files);
     const FileFrameStore store(files);
-    summary = GIFEncoder::encodeCompressed(store, options.fps, options.loop, options.frameDiffing,
-                                           options.dedup, format, options.output, progressOn(bar),
-                                           scale, quality, stop, tuning);
+    // A frame whose header reads but whose data is damaged or cut short shows up only when it is
+    // decoded: an error that ends the encode, or a warning once the user has chosen to skip it.
+    std::mutex skippedMutex;
+    std::set<int> skipped;
+    const FrameSupplier decode = [&](int index) {
+      auto image = decodeImage(store.data(index));
+      if (!image) {
+        const fs::path& file = store.files()[static_cast<std::size_t>(index)];
+        if (!options.skipBadFrames) {
+          throw ImageCodecError::unreadableFile(
+              file, "the image is damaged or cut short (--skip-bad-frames leaves it out)");
+        }
+        // Frames can be decoded more than once (two passes): warn once.
+        std::scoped_lock lock(skippedMutex);
+        if (skipped.insert(index).second) {
+          fmt::print(stderr,
+                     "brimble encode: warning: skipped {}: the image is damaged or cut short\n",
+                     file.string());
+        }
+      }
+      return image;
+    };
+    summary = GIFEncoder::encodeSequence(store.count(), decode, options.output, sequence);
   }
   bar.finish();
   if (summary.frames == 0) {
@@ -263,10 +305,19 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
                    "compared, small changes merged away")
       ->capture_default_str();
   command->add_option("--format", options->format, "gif, webp or apng (default: from -o)");
-  command->add_option("--webp-quality", options->webpQuality, "WebP quality, 0 to 100")
-      ->check(wholeNumberIn(0, 100))
+  command
+      ->add_option("--webp-mode", options->webpMode,
+                   "lossless (exact, smallest for screen content), lossy, or mixed (each frame "
+                   "lossy or lossless, whichever is smaller)")
       ->capture_default_str();
-  command->add_flag("--webp-lossless", options->webpLossless, "Lossless WebP frames");
+  command
+      ->add_option("--webp-quality", options->webpQuality,
+                   "WebP quality of lossy frames, compression effort of lossless ones (0 to 100)")
+      ->check(CLI::Range(0, 100))
+      ->capture_default_str();
+  command->add_flag("--skip-bad-frames", options->skipBadFrames,
+                    "Leave out frames that cannot be decoded, with a warning for each (default: "
+                    "such a frame is an error)");
   command->add_flag("--test-pattern", options->testPattern,
                     "Encode a synthetic screen recording instead of input frames");
   command->add_option("--frames", options->frames, "Number of test-pattern frames")

@@ -73,6 +73,9 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
   if (options.dedup) {
     frames = FrameDeduplicator::merge(frames);
   }
+  if (format == OutputFormat::gif) {
+    frames = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
+  }
   ProgressBar bar;
   // Written beside the destination and renamed over it, so processing a file in place is safe.
   const EncodeSummary summary =

@@ -9,6 +9,7 @@
 
 #include "BrimbleCore/Encoding/MuxError.h"
 #include "BrimbleCore/Encoding/MuxTiming.h"
+#include "BrimbleCore/Encoding/StraightAlpha.h"
 
 namespace brimble {
 namespace {
@@ -97,14 +98,9 @@ std::vector<std::uint8_t> compressRect(const Image& image, Rect rect, bool withA
     const std::uint8_t* pixel = image.row(y).data() + static_cast<std::size_t>(rect.left) * 4;
     for (std::size_t x = 0; x < static_cast<std::size_t>(rect.width); ++x, pixel += 4) {
       // Stored as R, G, B(, A) with straight alpha; ours is B, G, R, A premultiplied.
-      const unsigned alpha = pixel[3];
+      const unsigned alpha = withAlpha ? pixel[3] : 255;
       for (std::size_t c = 0; c < 3; ++c) {
-        const unsigned value = pixel[2 - c];
-        current[x * channels + c] =
-            !withAlpha || alpha == 255 ? static_cast<std::uint8_t>(value)
-            : alpha == 0
-                ? 0
-                : static_cast<std::uint8_t>(std::min(255u, (value * 255 + alpha / 2) / alpha));
+        current[x * channels + c] = unpremultiplied(pixel[2 - c], alpha);
       }
       if (withAlpha) {
         current[x * channels + 3] = static_cast<std::uint8_t>(alpha);
@@ -159,8 +155,8 @@ std::vector<std::uint8_t> compressRect(const Image& image, Rect rect, bool withA
 
 }  // namespace
 
-APNGMuxer::APNGMuxer(std::unique_ptr<ByteSink> sink, int loopCount)
-    : sink_(std::move(sink)), loopCount_(loopCount) {}
+APNGMuxer::APNGMuxer(std::unique_ptr<ByteSink> sink, int loopCount, bool withAlpha)
+    : sink_(std::move(sink)), loopCount_(loopCount), withAlpha_(withAlpha) {}
 
 void APNGMuxer::writeChunk(const char type[4], const std::vector<std::uint8_t>& data) {
   std::vector<std::uint8_t> chunk;
@@ -175,15 +171,8 @@ void APNGMuxer::writeChunk(const char type[4], const std::vector<std::uint8_t>& 
 }
 
 void APNGMuxer::writeHeader(const Image& first) {
-  withAlpha_ = false;
-  for (int y = 0; y < first.height() && !withAlpha_; ++y) {
-    const auto row = first.row(y);
-    for (std::size_t i = 3; i < row.size(); i += 4) {
-      if (row[i] != 255) {
-        withAlpha_ = true;
-        break;
-      }
-    }
+  if (!withAlpha_) {
+    withAlpha_ = hasTranslucentPixels(first);
   }
   static constexpr std::uint8_t kSignature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1A, '\n'};
   sink_->write(kSignature);
@@ -213,6 +202,9 @@ void APNGMuxer::append(const Image& source, double delay) {
     height_ = image.height();
     writeHeader(image);
   } else {
+    if (!withAlpha_ && hasTranslucentPixels(image)) {
+      throw MuxError::unsupportedColorType(kColorTypeRGBA);
+    }
     rect = changedRect(image, previousFrame_);
   }
   const MuxTiming::APNGDelay timing = MuxTiming::apngRational(delay);

@@ -1,6 +1,6 @@
 #include "BrimbleCore/Encoding/FrameDeduplicator.h"
 
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/FrameComparison.h"
 
 namespace brimble::FrameDeduplicator {
 
@@ -20,7 +20,7 @@ std::vector<ProcessedFrame> process(std::span<const TimestampedFrame> frames, in
   for (std::size_t i = 1; i < frames.size(); ++i) {
     const double delay = i + 1 < frames.size() ? frames[i + 1].timestamp - frames[i].timestamp
                                                : frames[i].timestamp - frames[i - 1].timestamp;
-    if (GIFEncoder::compressedFramesAreSimilar(kept->image, frames[i].image)) {
+    if (FrameComparison::compressedFramesAreSimilar(kept->image, frames[i].image)) {
       keptDelay += delay;
       continue;
     }
@@ -35,11 +35,33 @@ std::vector<ProcessedFrame> process(std::span<const TimestampedFrame> frames, in
 std::vector<ProcessedFrame> merge(std::span<const ProcessedFrame> frames, DedupRule rule) {
   std::vector<ProcessedFrame> result;
   for (const ProcessedFrame& frame : frames) {
-    if (!result.empty() && GIFEncoder::framesRepeat(result.back().image, frame.image, rule)) {
+    if (!result.empty() && FrameComparison::framesRepeat(result.back().image, frame.image, rule)) {
       result.back().delay += frame.delay;
     } else {
       result.push_back(frame);
     }
+  }
+  return result;
+}
+
+std::vector<ProcessedFrame> mergeShortFrames(std::span<const ProcessedFrame> frames,
+                                             double minimumDelay) {
+  // Delays summed from fractions (a tenth of 10 cs) land a rounding error short of the minimum.
+  const double shortOf = minimumDelay - 1e-9;
+  std::vector<ProcessedFrame> result;
+  for (const ProcessedFrame& frame : frames) {
+    if (!result.empty() && result.back().delay < shortOf) {
+      result.back().delay += frame.delay;
+    } else {
+      result.push_back(frame);
+    }
+  }
+  if (result.size() > 1 && result.back().delay < shortOf) {
+    ProcessedFrame last = std::move(result.back());
+    result.pop_back();
+    result.back().image = std::move(last.image);
+    result.back().delay += last.delay;
+    result.back().sourceTimestamp = last.sourceTimestamp;
   }
   return result;
 }

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "BrimbleCore/Encoding/Frame.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/FrameComparison.h"
 
 namespace brimble {
 
@@ -22,6 +22,17 @@ std::vector<ProcessedFrame> process(std::span<const TimestampedFrame> frames, in
 /// grows by the delays of the frames after it that repeat it by `rule`.
 std::vector<ProcessedFrame> merge(std::span<const ProcessedFrame> frames,
                                   DedupRule rule = DedupRule::everyPixel);
+
+/// Browsers show a GIF frame of 0 or 1 centisecond for 10: the shortest delay that plays as
+/// written.
+constexpr double kShortestGIFDelay = 0.02;
+
+/// Frames merged so that each shows for at least `minimumDelay`: a shorter frame takes in the
+/// frames after it (their images are dropped) until its delay reaches the minimum. The total
+/// time is unchanged. A short remainder at the end joins the frame before it, which then shows
+/// the last image.
+std::vector<ProcessedFrame> mergeShortFrames(std::span<const ProcessedFrame> frames,
+                                             double minimumDelay);
 
 }  // namespace FrameDeduplicator
 }  // namespace brimble

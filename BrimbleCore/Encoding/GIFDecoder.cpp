@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 #include <string>
 
 #include <gif_lib.h>
@@ -17,7 +18,7 @@ struct GifDecoderCloser {
 using GifDecoderPtr = std::unique_ptr<GifFileType, GifDecoderCloser>;
 
 struct MemoryReader {
-  std::vector<std::uint8_t> bytes;
+  std::span<const std::uint8_t> bytes;
   std::size_t position = 0;
 };
 
@@ -30,14 +31,61 @@ int readFromMemory(GifFileType* gif, GifByteType* out, int length) {
   return static_cast<int>(n);
 }
 
+/// The part of the logical screen that the file's images cover, from (0, 0) to their furthest
+/// right and bottom edges: a damaged or hostile header can claim a 65535x65535 screen that no
+/// image fills. Reads the image descriptors only, skipping the compressed pixels; stops at the
+/// first damage, which decoding reports when it gets there.
+ImageSize coveredCanvas(std::span<const std::uint8_t> bytes) {
+  MemoryReader reader{bytes, 0};
+  int error = 0;
+  const GifDecoderPtr gif(DGifOpen(&reader, readFromMemory, &error));
+  if (!gif) {
+    return {};
+  }
+  int right = 0;
+  int bottom = 0;
+  GifRecordType type = UNDEFINED_RECORD_TYPE;
+  while (DGifGetRecordType(gif.get(), &type) == GIF_OK && type != TERMINATE_RECORD_TYPE) {
+    GifByteType* block = nullptr;
+    if (type == IMAGE_DESC_RECORD_TYPE) {
+      int codeSize = 0;
+      if (DGifGetImageDesc(gif.get()) != GIF_OK ||
+          DGifGetCode(gif.get(), &codeSize, &block) != GIF_OK) {
+        break;
+      }
+      const GifImageDesc& desc = gif->Image;
+      right = std::max(right, std::min(desc.Left + desc.Width, gif->SWidth));
+      bottom = std::max(bottom, std::min(desc.Top + desc.Height, gif->SHeight));
+      while (block != nullptr && DGifGetCodeNext(gif.get(), &block) == GIF_OK) {
+      }
+    } else if (type == EXTENSION_RECORD_TYPE) {
+      int code = 0;
+      if (DGifGetExtension(gif.get(), &code, &block) != GIF_OK) {
+        break;
+      }
+      while (block != nullptr && DGifGetExtensionNext(gif.get(), &block) == GIF_OK) {
+      }
+    } else {
+      break;
+    }
+    if (block != nullptr) {
+      break;  // a sub-block chain ended in damage
+    }
+  }
+  return {right, bottom};
+}
+
 }  // namespace
 
 struct GIFDecoder::State {
   std::filesystem::path name;
-  std::unique_ptr<MemoryReader> reader;  // giflib reads through it; must outlive `gif`
+  std::vector<std::uint8_t> bytes;
+  MemoryReader reader;  // giflib reads `bytes` through it; must outlive `gif`
   GifDecoderPtr gif;
   int loopCount = 1;
+  ImageSize canvasSize;
   PixelBuffer canvas;
+  std::vector<GifPixelType> line;  // one row of the image being decoded
   // What the next frame's control extension said.
   int delayCentiseconds = 0;
   int transparentIndex = NO_TRANSPARENT_COLOR;
@@ -45,7 +93,10 @@ struct GIFDecoder::State {
   bool finished = false;
 
   [[noreturn]] void fail(int error) const {
-    throw ImageCodecError::unreadableFile(name, GifErrorString(error));
+    // giflib has no text for some of its failures (a descriptor cut short gives error 0).
+    const char* text = GifErrorString(error);
+    throw ImageCodecError::unreadableFile(
+        name, text != nullptr ? text : "damaged GIF (giflib error " + std::to_string(error) + ")");
   }
   [[noreturn]] void fail() const { fail(gif->Error); }
 
@@ -85,44 +136,28 @@ ProcessedFrame GIFDecoder::State::readImage() {
   }
   const GifImageDesc& desc = gif->Image;
   const ColorMapObject* map = desc.ColorMap != nullptr ? desc.ColorMap : gif->SColorMap;
-  const int screenWidth = gif->SWidth;
-  const int screenHeight = gif->SHeight;
+  const int screenWidth = canvasSize.width;
+  const int screenHeight = canvasSize.height;
   if (canvas.empty()) {
-    // Allocated only once an image is really there: a damaged header can claim a huge screen.
     canvas.assign(
         static_cast<std::size_t>(screenWidth) * static_cast<std::size_t>(screenHeight) * 4, 0);
   }
-  std::vector<GifPixelType> indices(static_cast<std::size_t>(std::max(desc.Width, 0)) *
-                                    static_cast<std::size_t>(std::max(desc.Height, 0)));
-  if (desc.Interlace) {
-    static constexpr int kOffsets[] = {0, 4, 2, 1};
-    static constexpr int kSteps[] = {8, 8, 4, 2};
-    for (int pass = 0; pass < 4; ++pass) {
-      for (int y = kOffsets[pass]; y < desc.Height; y += kSteps[pass]) {
-        if (DGifGetLine(gif.get(), &indices[static_cast<std::size_t>(y) * desc.Width],
-                        desc.Width) != GIF_OK) {
-          fail();
-        }
-      }
-    }
-  } else {
-    for (int y = 0; y < desc.Height; ++y) {
-      if (DGifGetLine(gif.get(), &indices[static_cast<std::size_t>(y) * desc.Width], desc.Width) !=
-          GIF_OK) {
-        fail();
-      }
-    }
-  }
-
   const PixelBuffer before = disposal == DISPOSE_PREVIOUS ? canvas : PixelBuffer();
   const int left = std::max(desc.Left, 0);
   const int top = std::max(desc.Top, 0);
   const int right = std::min(desc.Left + desc.Width, screenWidth);
   const int bottom = std::min(desc.Top + desc.Height, screenHeight);
-  for (int y = top; y < bottom; ++y) {
+  // Row by row straight onto the canvas: an image may claim far more rows than it holds.
+  line.resize(static_cast<std::size_t>(std::max(desc.Width, 0)));
+  const auto drawLine = [&](int y) {
+    if (DGifGetLine(gif.get(), line.data(), desc.Width) != GIF_OK) {
+      fail();
+    }
+    if (y < top || y >= bottom) {
+      return;
+    }
     for (int x = left; x < right; ++x) {
-      const int index =
-          indices[static_cast<std::size_t>(y - desc.Top) * desc.Width + (x - desc.Left)];
+      const int index = line[static_cast<std::size_t>(x - desc.Left)];
       if (index == transparentIndex || map == nullptr || index >= map->ColorCount) {
         continue;
       }
@@ -132,6 +167,19 @@ ProcessedFrame GIFDecoder::State::readImage() {
       pixel[1] = color.Green;
       pixel[2] = color.Red;
       pixel[3] = 0xFF;
+    }
+  };
+  if (desc.Interlace) {
+    static constexpr int kOffsets[] = {0, 4, 2, 1};
+    static constexpr int kSteps[] = {8, 8, 4, 2};
+    for (int pass = 0; pass < 4; ++pass) {
+      for (int y = kOffsets[pass]; y < desc.Height; y += kSteps[pass]) {
+        drawLine(desc.Top + y);
+      }
+    }
+  } else {
+    for (int y = 0; y < desc.Height; ++y) {
+      drawLine(desc.Top + y);
     }
   }
   ProcessedFrame frame{Image::bgra8(screenWidth, screenHeight, canvas), delayCentiseconds / 100.0,
@@ -156,16 +204,24 @@ GIFDecoder::GIFDecoder(const std::filesystem::path& file) : GIFDecoder(readFileB
 GIFDecoder::GIFDecoder(std::vector<std::uint8_t> bytes, std::filesystem::path name)
     : state_(std::make_unique<State>()) {
   state_->name = std::move(name);
-  state_->reader = std::make_unique<MemoryReader>(MemoryReader{std::move(bytes), 0});
+  state_->bytes = std::move(bytes);
+  state_->reader = MemoryReader{state_->bytes, 0};
   int error = 0;
-  state_->gif.reset(DGifOpen(state_->reader.get(), readFromMemory, &error));
+  state_->gif.reset(DGifOpen(&state_->reader, readFromMemory, &error));
   if (!state_->gif) {
     state_->fail(error);
   }
-  const auto width = static_cast<std::size_t>(std::max(state_->gif->SWidth, 0));
-  const auto height = static_cast<std::size_t>(std::max(state_->gif->SHeight, 0));
-  if (width == 0 || height == 0) {
+  if (state_->gif->SWidth <= 0 || state_->gif->SHeight <= 0) {
     throw ImageCodecError::unreadableFile(state_->name, "the GIF has no pixels");
+  }
+  state_->canvasSize = coveredCanvas(state_->bytes);
+  const auto pixels = static_cast<std::int64_t>(state_->canvasSize.width) *
+                      static_cast<std::int64_t>(state_->canvasSize.height);
+  if (pixels > kMaximumCanvasPixels) {
+    throw ImageCodecError::unreadableFile(
+        state_->name, "its images cover " + std::to_string(state_->canvasSize.width) + "x" +
+                          std::to_string(state_->canvasSize.height) + " pixels, more than the " +
+                          std::to_string(kMaximumCanvasPixels) + " a GIF may cover here");
   }
 }
 
@@ -174,7 +230,7 @@ GIFDecoder& GIFDecoder::operator=(GIFDecoder&&) noexcept = default;
 GIFDecoder::~GIFDecoder() = default;
 
 ImageSize GIFDecoder::size() const noexcept {
-  return {state_->gif->SWidth, state_->gif->SHeight};
+  return state_->canvasSize;
 }
 
 int GIFDecoder::loopCount() const noexcept {

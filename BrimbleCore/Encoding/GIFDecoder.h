@@ -16,7 +16,12 @@ namespace brimble {
 /// One thread at a time.
 class GIFDecoder {
  public:
-  /// Throws ImageCodecError::unreadableFile when the file cannot be read or is not a GIF.
+  /// The most pixels a canvas may have (33,554,432, e.g. 8192x4096 or 7680x4320): one canvas
+  /// and each frame take 4 bytes a pixel.
+  static constexpr std::int64_t kMaximumCanvasPixels = std::int64_t{1} << 25;
+
+  /// Throws ImageCodecError::unreadableFile when the file cannot be read or is not a GIF, and
+  /// when its canvas would exceed kMaximumCanvasPixels.
   explicit GIFDecoder(const std::filesystem::path& file);
   /// Decodes GIF bytes held in memory; `name` is used in error messages.
   GIFDecoder(std::vector<std::uint8_t> bytes, std::filesystem::path name);
@@ -24,7 +29,7 @@ class GIFDecoder {
   GIFDecoder& operator=(GIFDecoder&&) noexcept;
   ~GIFDecoder();
 
-  /// The logical screen size.
+  /// The canvas: the logical screen, cut to where the file's images reach (0x0 for none).
   ImageSize size() const noexcept;
   /// Plays from the NETSCAPE2.0 block: 0 forever, 1 when there is none. Known once the first
   /// frame has been read.

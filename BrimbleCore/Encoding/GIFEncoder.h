@@ -6,8 +6,11 @@
 #include <span>
 #include <stop_token>
 
+#include "BrimbleCore/Encoding/AnimationWriter.h"
 #include "BrimbleCore/Encoding/CompressedFrameStore.h"
 #include "BrimbleCore/Encoding/Frame.h"
+#include "BrimbleCore/Encoding/FrameComparison.h"
+#include "BrimbleCore/Encoding/FramePrefetch.h"
 #include "BrimbleCore/Encoding/Image.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Encoding/PaletteStrategy.h"
@@ -25,27 +28,6 @@ using EncodeProgress = std::function<void(RenderPhase phase, int done, int total
 /// from worker threads, possibly several at once.
 using FrameTransform = std::function<Image(const Image&)>;
 
-/// What an encode wrote.
-struct EncodeSummary {
-  int frames = 0;  // frames in the file; 0 when nothing was written
-  int width = 0;
-  int height = 0;
-};
-
-/// Frame `index` of a sequence, decoded; no value for a frame that cannot be decoded. Called from
-/// worker threads, possibly several at once, and more than once for some frames.
-using FrameSupplier = std::function<std::optional<Image>(int index)>;
-
-/// How deduplication decides that a frame repeats the last kept one.
-enum class DedupRule {
-  /// About 100 sampled pixels, up to 5 of them changed (`compressedFramesAreSimilar`): cheap and
-  /// tolerant, but blind to small changes such as a typed character.
-  sampled,
-  /// Every pixel, each within 10 per channel (`framesMatchEveryPixel`): JPEG noise repeats, any
-  /// visible change does not.
-  everyPixel,
-};
-
 /// How shared palettes are built.
 enum class PaletteBuilder {
   /// Median cut over 500 colours sampled from each of up to 20 frames; a scene shares a palette
@@ -56,29 +38,50 @@ enum class PaletteBuilder {
   histogram,
 };
 
-/// Choices beyond the designed defaults.
+/// Choices for sequences (frame stores, image files, generated frames); the defaults are those
+/// of the recorders.
 struct EncoderTuning {
   PaletteBuilder paletteBuilder = PaletteBuilder::medianCut;
   DedupRule dedupRule = DedupRule::sampled;
-  /// Palettes for GIF frames written from a sequence; the designed behaviour gives every frame
-  /// its own. With diffing and a shared palette, frames are diffed by palette index.
+  /// Palettes for GIF frames; by default every frame gets its own. With diffing and a shared
+  /// palette, frames are diffed by palette index.
   PaletteStrategy paletteStrategy = PaletteStrategy::perFrame;
-  /// Lossless WebP frames (the quality then sets the compression effort).
-  bool webpLossless = false;
+  WebPMode webpMode = WebPMode::lossless;
   /// Threads that decode and transform frames ahead of the writer; 0 means one per core.
   unsigned decodeThreads = 0;
 };
 
-/// Turns a recording into an animation file (GIF, WebP or APNG). Output is written beside the
-/// destination and renamed over it when complete: after a failure or a cancellation nothing is
-/// left and an existing file at the destination is untouched.
+/// How `encodeSequence` writes a sequence.
+struct SequenceOptions {
+  /// Each frame is nominally 1/fps long.
+  int fps = 30;
+  /// Number of plays; 0 = forever.
+  int loopCount = 0;
+  /// GIF: frames after the first keep only what changed.
+  bool frameDiffing = true;
+  /// Frames that repeat the last kept frame only lengthen its delay.
+  bool deduplicate = true;
+  OutputFormat format = OutputFormat::gif;
+  EncodeProgress progress;
+  FrameTransform transform;
+  float webpQuality = 75;
+  std::stop_token stop;
+  EncoderTuning tuning;
+  /// With `deduplicate`, frames it reports are merged into the frame before them without being
+  /// decoded: a recording's idle stretches cost no decoding.
+  RepeatCheck repeatsPrevious;
+};
+
+/// Turns a recording into an animation file (GIF, WebP or APNG). Output goes to an AtomicFile:
+/// after a failure or a cancellation nothing is left and an existing file at the destination is
+/// untouched.
 class GIFEncoder {
  public:
   /// Writes `frames` with their delays. GIF without diffing applies `paletteStrategy` first;
   /// with diffing each frame keeps full colour and frames after the first carry only what
-  /// changed. WebP frames are lossy at quality 75. Nothing is written for no frames. Throws
-  /// MuxError (also "mp4 has no animation muxer"), file errors, and CancellationError when
-  /// `stop` is requested.
+  /// changed. WebP frames are lossless, compressed with effort 75 of 100. Nothing is written for no
+  /// frames. Throws MuxError (also "mp4 has no animation muxer"), file errors, and
+  /// CancellationError when `stop` is requested.
   static EncodeSummary encode(std::span<const ProcessedFrame> frames, int loopCount,
                               PaletteStrategy paletteStrategy, bool frameDiffing,
                               OutputFormat format, const std::filesystem::path& url,
@@ -98,32 +101,22 @@ class GIFEncoder {
                                         const EncoderTuning& tuning = {});
 
   /// `encodeCompressed` for any sequence of `count` frames that can be produced by index: a
-  /// recording's frame store, image files, generated frames.
-  static EncodeSummary encodeSequence(int count, const FrameSupplier& frameAt, int fps,
-                                      int loopCount, bool frameDiffing, bool deduplicate,
-                                      OutputFormat format, const std::filesystem::path& url,
-                                      const EncodeProgress& progress = {},
-                                      const FrameTransform& transform = {}, float webpQuality = 75,
-                                      const std::stop_token& stop = {},
-                                      const EncoderTuning& tuning = {});
+  /// recording's frame store, image files, generated frames. Frames for which `frameAt` gives
+  /// no value are skipped; what it throws ends the encode and is rethrown.
+  static EncodeSummary encodeSequence(int count, const FrameSupplier& frameAt,
+                                      const std::filesystem::path& url,
+                                      const SequenceOptions& options);
 
-  /// The pixels of `current` that changed since `previous`: a bgra8 image of the same size in
-  /// which every pixel whose blue, green and red each differ by at most `tolerance` is fully
-  /// transparent (all four bytes 0) and every other pixel is the current colour, opaque. No
-  /// value when the sizes differ.
+  /// FrameComparison::createDiffFrame.
   static std::optional<Image> createDiffFrame(const Image& current, const Image& previous,
-                                              int tolerance);
+                                              int tolerance) {
+    return FrameComparison::createDiffFrame(current, previous, tolerance);
+  }
 
-  /// Whether two frames look the same despite JPEG noise: about 100 sampled pixels, each allowed
-  /// to differ by 10 per channel, and at most 5 of them beyond that.
-  static bool compressedFramesAreSimilar(const Image& a, const Image& b);
-
-  /// Whether `next` repeats `kept` by `rule`.
-  static bool framesRepeat(const Image& kept, const Image& next, DedupRule rule);
-
-  /// Whether every pixel of `a` is within `tolerance` per channel of the same pixel of `b`
-  /// (alpha ignored). Images of different sizes never match.
-  static bool framesMatchEveryPixel(const Image& a, const Image& b, int tolerance);
+  /// FrameComparison::compressedFramesAreSimilar.
+  static bool compressedFramesAreSimilar(const Image& a, const Image& b) {
+    return FrameComparison::compressedFramesAreSimilar(a, b);
+  }
 };
 
 }  // namespace brimble

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/FrameComparison.h"
 #include "BrimbleCore/Encoding/IndexedFrame.h"
 #include "BrimbleCore/Encoding/MuxError.h"
 #include "BrimbleCore/Encoding/MuxTiming.h"
@@ -47,7 +47,7 @@ void GIFMuxer::append(const Image& image, double delay) {
   }
   std::optional<Image> difference;
   if (frameDiffing_ && !previousFrame_.empty()) {
-    difference = GIFEncoder::createDiffFrame(image, previousFrame_, diffTolerance_);
+    difference = FrameComparison::createDiffFrame(image, previousFrame_, diffTolerance_);
   }
   // Differences are always taken between consecutive source frames, never against a diff.
   previousFrame_ = image;

@@ -7,6 +7,7 @@
 #include <webp/mux.h>
 
 #include "BrimbleCore/Encoding/MuxError.h"
+#include "BrimbleCore/Encoding/StraightAlpha.h"
 
 namespace brimble {
 namespace {
@@ -31,8 +32,8 @@ void WebPMuxer::EncoderDeleter::operator()(WebPAnimEncoder* encoder) const noexc
   WebPAnimEncoderDelete(encoder);
 }
 
-WebPMuxer::WebPMuxer(std::unique_ptr<ByteSink> sink, int loopCount, float quality, bool lossless)
-    : sink_(std::move(sink)), loopCount_(loopCount), quality_(quality), lossless_(lossless) {}
+WebPMuxer::WebPMuxer(std::unique_ptr<ByteSink> sink, int loopCount, float quality, WebPMode mode)
+    : sink_(std::move(sink)), loopCount_(loopCount), quality_(quality), mode_(mode) {}
 
 WebPMuxer::~WebPMuxer() = default;
 
@@ -43,16 +44,15 @@ void WebPMuxer::append(const Image& source, double delay) {
   if (source.empty()) {
     throw MuxError::encoderFailed();
   }
-  const Image image = source.toBGRA8();
   if (!encoder_) {
-    width_ = image.width();
-    height_ = image.height();
+    width_ = source.width();
+    height_ = source.height();
     WebPAnimEncoderOptions options;
     if (!WebPAnimEncoderOptionsInit(&options)) {
       throw MuxError::encoderFailed();
     }
     options.anim_params.loop_count = loopCount_ < 0 ? 0 : loopCount_;
-    options.allow_mixed = 0;
+    options.allow_mixed = mode_ == WebPMode::mixed ? 1 : 0;
     encoder_.reset(WebPAnimEncoderNew(width_, height_, &options));
     if (!encoder_) {
       throw MuxError::encoderFailed();
@@ -62,7 +62,7 @@ void WebPMuxer::append(const Image& source, double delay) {
   if (!WebPConfigInit(&config)) {
     throw MuxError::encoderFailed();
   }
-  config.lossless = lossless_ ? 1 : 0;
+  config.lossless = mode_ == WebPMode::lossless ? 1 : 0;
   config.quality = quality_;
   config.method = 4;
   WebPPicture picture;
@@ -73,8 +73,17 @@ void WebPMuxer::append(const Image& source, double delay) {
   picture.width = width_;
   picture.height = height_;
   picture.use_argb = 1;
-  if (!WebPPictureImportBGRA(&picture, image.bytes().data(),
-                             static_cast<int>(image.bytesPerRow()))) {
+  // libwebp takes straight alpha; ours is premultiplied, which only opaque pixels share.
+  const Image image = source.toBGRA8();
+  const std::uint8_t* pixels = image.bytes().data();
+  auto stride = static_cast<int>(image.bytesPerRow());
+  PixelBuffer straight;
+  if (hasTranslucentPixels(image)) {
+    straight = straightBGRA(image);
+    pixels = straight.data();
+    stride = width_ * 4;
+  }
+  if (!WebPPictureImportBGRA(&picture, pixels, stride)) {
     throw MuxError::encoderFailed();
   }
   if (!WebPAnimEncoderAdd(encoder_.get(), &picture, milliseconds(elapsed_), &config)) {

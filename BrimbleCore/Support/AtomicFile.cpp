@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <fstream>
-#include <optional>
 #include <span>
 #include <string>
 
@@ -42,52 +41,65 @@ std::filesystem::path followLinks(const std::filesystem::path& path) {
 
 }  // namespace
 
-void writeFileAtomically(const std::filesystem::path& path, std::string_view contents,
-                         mode_t newFileMode) {
-  const std::filesystem::path target = followLinks(path);
-  std::optional<struct stat> existing;
-  struct stat info {};
-  if (::stat(target.c_str(), &info) == 0) {
-    existing = info;
-  } else if (errno != ENOENT) {
-    throw systemError(errno, "could not inspect", target);
+AtomicFile::AtomicFile(const std::filesystem::path& path, mode_t newFileMode)
+    : target_(followLinks(path)) {
+  struct stat existing {};
+  if (::stat(target_.c_str(), &existing) == 0) {
+    mode_ = existing.st_mode & 07777;
+    // Only root may give a file away; anyone else keeps the file as their own.
+    restoreOwner_ = existing.st_uid != ::geteuid() || existing.st_gid != ::getegid();
+    owner_ = existing.st_uid;
+    group_ = existing.st_gid;
+  } else if (errno == ENOENT) {
+    mode_ = newFileMode & ~currentUmask();
+  } else {
+    throw systemError(errno, "could not inspect", target_);
   }
-
   // Appended piece by piece: GCC 12 at -O3 warns falsely (-Wrestrict) on `"." + name + ...`.
   std::string name = ".";
-  name += target.filename().string();
+  name += target_.filename().string();
   name += ".brimble-XXXXXX";
-  std::string pattern = (target.parent_path() / name).string();
-  UniqueFd file(::mkostemp(pattern.data(), O_CLOEXEC));
-  if (!file) {
-    throw systemError(errno, "could not create a temporary file beside", target);
+  std::string pattern = (target_.parent_path() / name).string();
+  file_.reset(::mkostemp(pattern.data(), O_CLOEXEC));
+  if (!file_) {
+    throw systemError(errno, "could not create a temporary file beside", target_);
   }
-  const std::filesystem::path temporary = pattern;
-  try {
-    writeAllAt(file.get(),
-               std::span(reinterpret_cast<const std::uint8_t*>(contents.data()), contents.size()),
-               0, temporary);
-    const mode_t mode = existing ? (existing->st_mode & 07777) : (newFileMode & ~currentUmask());
-    if (::fchmod(file.get(), mode) != 0) {
-      throw systemError(errno, "could not set the mode of", temporary);
-    }
-    if (existing && (existing->st_uid != ::geteuid() || existing->st_gid != ::getegid())) {
-      // Only root may give a file away; anyone else keeps the file as their own.
-      [[maybe_unused]] const int ignored = ::fchown(file.get(), existing->st_uid, existing->st_gid);
-    }
-    if (::fsync(file.get()) != 0) {
-      throw systemError(errno, "could not flush", temporary);
-    }
-    if (const int error = file.close(); error != 0) {
-      throw systemError(error, "could not write", temporary);
-    }
-    if (::rename(temporary.c_str(), target.c_str()) != 0) {
-      throw systemError(errno, "could not replace", target);
-    }
-  } catch (...) {
-    ::unlink(temporary.c_str());
-    throw;
+  temporary_ = pattern;
+}
+
+AtomicFile::~AtomicFile() {
+  if (!committed_) {
+    file_.close();
+    ::unlink(temporary_.c_str());
   }
+}
+
+void AtomicFile::commit() {
+  if (::fchmod(file_.get(), mode_) != 0) {
+    throw systemError(errno, "could not set the mode of", temporary_);
+  }
+  if (restoreOwner_) {
+    [[maybe_unused]] const int ignored = ::fchown(file_.get(), owner_, group_);
+  }
+  if (::fsync(file_.get()) != 0) {
+    throw systemError(errno, "could not flush", temporary_);
+  }
+  if (const int error = file_.close(); error != 0) {
+    throw systemError(error, "could not write", temporary_);
+  }
+  if (::rename(temporary_.c_str(), target_.c_str()) != 0) {
+    throw systemError(errno, "could not replace", target_);
+  }
+  committed_ = true;
+}
+
+void writeFileAtomically(const std::filesystem::path& path, std::string_view contents,
+                         mode_t newFileMode) {
+  AtomicFile file(path, newFileMode);
+  writeAllAt(file.fd(),
+             std::span(reinterpret_cast<const std::uint8_t*>(contents.data()), contents.size()), 0,
+             file.temporaryPath());
+  file.commit();
 }
 
 }  // namespace brimble

@@ -3,9 +3,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <random>
 #include <string>
 
+#include <sys/random.h>
 #include <unistd.h>
 
 #include "BrimbleCore/Support/SystemError.h"
@@ -56,13 +56,18 @@ std::filesystem::path temporaryDirectory() {
 }
 
 std::string makeUUIDString() {
-  thread_local std::mt19937_64 generator{std::random_device{}()};
+  // Every name takes its bits from the kernel: a generator seeded from 32 bits could only ever
+  // produce 2^32 different names, so two processes or threads could pick the same one.
   std::array<std::uint8_t, 16> bytes{};
-  for (std::size_t i = 0; i < bytes.size(); i += 8) {
-    std::uint64_t value = generator();
-    for (std::size_t j = 0; j < 8; ++j) {
-      bytes[i + j] = static_cast<std::uint8_t>(value >> (8 * j));
+  for (std::size_t filled = 0; filled < bytes.size();) {
+    const ssize_t got = ::getrandom(bytes.data() + filled, bytes.size() - filled, 0);
+    if (got < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      throw systemError(errno, "could not get random bytes for", "a UUID");
     }
+    filled += static_cast<std::size_t>(got);
   }
   bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);  // version 4
   bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant

@@ -1,6 +1,7 @@
 #include "tests/Support/Files.h"
 
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 namespace brimble::testing {
@@ -10,6 +11,12 @@ std::string readFile(const std::filesystem::path& file) {
   std::ostringstream bytes;
   bytes << in.rdbuf();
   return bytes.str();
+}
+
+long entriesIn(const std::filesystem::path& directory) {
+  std::error_code error;
+  return std::distance(std::filesystem::directory_iterator(directory, error),
+                       std::filesystem::directory_iterator());
 }
 
 void writeFile(const std::filesystem::path& file, const std::string& bytes) {

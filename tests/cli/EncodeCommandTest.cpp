@@ -1,15 +1,19 @@
 // The `brimble` binary run the way a user runs it.
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <string>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/TestPattern.h"
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
@@ -40,10 +44,20 @@ TEST(BrimbleEncode, TestPatternBecomesAGIFAndASummaryLine) {
   EXPECT_EQ(decoded->frames.size(), 12u);
   EXPECT_EQ(decoded->delaysCentiseconds.front(), 5);
   EXPECT_EQ(decoded->plays, 0);
+  // Above 50 fps frames would be 1 or 2 cs; browsers play 1 cs as 10. Every other frame goes,
+  // the length stays (12 frames at 60 fps: 20 cs).
+  const auto fast = directory / "fast.gif";
+  ASSERT_EQ(runCommand(brimbleCommand("encode --test-pattern --no-dedup --frames 12 --size 80x50 "
+                                      "--fps 60 -o " +
+                                      shellQuote(fast.string())))
+                .exitCode,
+            0);
+  const auto played = testing::decodeGIFFile(fast);
+  ASSERT_TRUE(played);
+  EXPECT_EQ(played->delaysCentiseconds, (std::vector<int>{3, 4, 3, 3, 4, 3}));
+  std::filesystem::remove(fast);
   // Only the finished file is left behind.
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()),
-                          std::filesystem::directory_iterator()),
-            1);
+  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }
 
 TEST(BrimbleEncode, BadArgumentsAreUsageErrorsThatWriteNothing) {
@@ -57,20 +71,16 @@ TEST(BrimbleEncode, BadArgumentsAreUsageErrorsThatWriteNothing) {
     EXPECT_EQ(result.exitCode, 2) << arguments << ": " << result.output;
     EXPECT_FALSE(result.output.empty()) << arguments;
   }
-  std::ifstream in(out);
-  std::string contents;
-  std::getline(in, contents);
-  EXPECT_EQ(contents, "the user's file");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()),
-                          std::filesystem::directory_iterator()),
-            1);
+  EXPECT_EQ(testing::readFile(out), "the user's file");
+  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
+}
+
+void writeBytes(const std::filesystem::path& path, const std::vector<std::uint8_t>& bytes) {
+  testing::writeFile(path, std::string(bytes.begin(), bytes.end()));
 }
 
 void writePNG(const std::filesystem::path& path, const Image& image) {
-  const auto bytes = encodePNG(image);
-  std::ofstream(path, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
+  writeBytes(path, encodePNG(image));
 }
 
 /// Frames named so that name order differs from creation order, each a solid colour.
@@ -89,34 +99,36 @@ std::vector<std::uint8_t> redsOf(const testing::DecodedGIF& gif) {
   return reds;
 }
 
-TEST(BrimbleEncode, ADirectoryOfFramesIsEncodedInNameOrder) {
+TEST(BrimbleEncode, FramesComeInNameOrderFromADirectoryAndInTheOrderGivenAsFiles) {
   TempDirectory directory;
   std::filesystem::create_directory(directory / "frames");
   writeNumberedFrames(directory / "frames");
   const auto out = directory / "clip.gif";
-  const auto result =
-      runCommand(brimbleCommand("encode --fps 10 " + shellQuote((directory / "frames").string()) +
-                                " -o " + shellQuote(out.string()) + " 2>&1"));
-  ASSERT_EQ(result.exitCode, 0) << result.output;
-  const auto decoded = testing::decodeGIFFile(out);
-  ASSERT_TRUE(decoded);
-  EXPECT_EQ(redsOf(*decoded), (std::vector<std::uint8_t>{200, 0, 0}));
-  EXPECT_EQ(testing::pixelAt(decoded->frames[1], 5, 5).g, 200);
-  EXPECT_EQ(decoded->delaysCentiseconds, (std::vector<int>{10, 10, 10}));
+  const auto frame = [&](const char* name) {
+    return shellQuote((directory / "frames" / name).string());
+  };
+  for (const auto& [inputs, reds] :
+       {std::pair{shellQuote((directory / "frames").string()),
+                  std::vector<std::uint8_t>{200, 0, 0}},
+        {frame("frame-3.png") + " " + frame("frame-1.png"), std::vector<std::uint8_t>{0, 200}}}) {
+    const auto result = runCommand(
+        brimbleCommand("encode --fps 10 " + inputs + " -o " + shellQuote(out.string()) + " 2>&1"));
+    ASSERT_EQ(result.exitCode, 0) << result.output;
+    const auto decoded = testing::decodeGIFFile(out);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(redsOf(*decoded), reds);
+    EXPECT_EQ(decoded->delaysCentiseconds, std::vector<int>(reds.size(), 10));
+  }
 }
 
-TEST(BrimbleEncode, FrameFilesAreEncodedInTheOrderGiven) {
-  TempDirectory directory;
-  writeNumberedFrames(directory.path());
-  const auto out = directory / "clip.gif";
-  const auto result =
-      runCommand(brimbleCommand("encode " + shellQuote((directory / "frame-3.png").string()) + " " +
-                                shellQuote((directory / "frame-1.png").string()) + " -o " +
-                                shellQuote(out.string()) + " 2>&1"));
-  ASSERT_EQ(result.exitCode, 0) << result.output;
-  const auto decoded = testing::decodeGIFFile(out);
-  ASSERT_TRUE(decoded);
-  EXPECT_EQ(redsOf(*decoded), (std::vector<std::uint8_t>{0, 200}));
+/// A folder of three frames whose middle one is `middle`.
+std::string framesAround(const std::filesystem::path& folder,
+                         const std::vector<std::uint8_t>& middle, const std::string& extension) {
+  std::filesystem::create_directories(folder);
+  writePNG(folder / "1.png", testing::solidImage(160, 100, {200, 0, 0}));
+  writeBytes(folder / ("2" + extension), middle);
+  writePNG(folder / "3.png", testing::solidImage(160, 100, {0, 0, 200}));
+  return (folder / ("2" + extension)).string();
 }
 
 TEST(BrimbleEncode, BadFramesAreExplainedAndNothingIsWritten) {
@@ -124,66 +136,86 @@ TEST(BrimbleEncode, BadFramesAreExplainedAndNothingIsWritten) {
   writePNG(directory / "a.png", testing::solidImage(40, 30, {1, 2, 3}));
   writePNG(directory / "b.png", testing::solidImage(41, 30, {1, 2, 3}));
   std::ofstream(directory / "c.png") << "not really a PNG";
-  const auto out = directory / "clip.gif";
-  const auto expectFailure = [&](const std::string& inputs, const std::string& message) {
-    const auto result = runCommand(
-        brimbleCommand("encode " + inputs + " -o " + shellQuote(out.string()) + " 2>&1"));
-    EXPECT_EQ(result.exitCode, 1) << result.output;
-    EXPECT_EQ(result.output, "brimble encode: " + message + "\n");
-    EXPECT_FALSE(std::filesystem::exists(out));
-  };
   const auto a = (directory / "a.png").string();
   const auto b = (directory / "b.png").string();
   const auto c = (directory / "c.png").string();
-  expectFailure(shellQuote(a) + " " + shellQuote(b),
-                "frames of mixed sizes: " + a + " is 40x30 but " + b + " is 41x30");
-  expectFailure(shellQuote(a) + " " + shellQuote(c), c + ": not a PNG or JPEG image");
-  expectFailure(shellQuote((directory / "missing").string()),
-                (directory / "missing").string() + ": no such file or directory");
   std::filesystem::create_directory(directory / "empty");
-  expectFailure(shellQuote((directory / "empty").string()),
-                (directory / "empty").string() + ": no PNG or JPEG frames in this directory");
+  // Cut off three quarters of the way: the header still reads, the pixels do not.
+  const auto png = encodePNG(testPatternFrame(0, 1, 160, 100));
+  const auto jpeg = encodeJPEG(testPatternFrame(0, 1, 160, 100), 85);
+  const auto cutPNG =
+      framesAround(directory / "cut-png", {png.begin(), png.begin() + png.size() * 3 / 4}, ".png");
+  const auto cutJPEG = framesAround(directory / "cut-jpeg",
+                                    {jpeg.begin(), jpeg.begin() + jpeg.size() * 3 / 4}, ".jpg");
+  const std::string damaged = ": the image is damaged or cut short";
+  struct Case {
+    std::string inputs;
+    std::string message;
+  };
+  const std::vector<Case> cases = {
+      {shellQuote(a) + " " + shellQuote(b),
+       "frames of mixed sizes: " + a + " is 40x30 but " + b + " is 41x30"},
+      {shellQuote(a) + " " + shellQuote(c), c + ": not a PNG or JPEG image"},
+      {shellQuote((directory / "missing").string()),
+       (directory / "missing").string() + ": no such file or directory"},
+      {shellQuote((directory / "empty").string()),
+       (directory / "empty").string() + ": no PNG or JPEG frames in this directory"},
+      {shellQuote((directory / "cut-png").string()),
+       "cannot read " + cutPNG + damaged + " (--skip-bad-frames leaves it out)"},
+      {shellQuote((directory / "cut-jpeg").string()),
+       "cannot read " + cutJPEG + damaged + " (--skip-bad-frames leaves it out)"},
+  };
+  const auto out = directory / "clip.gif";
+  for (const Case& bad : cases) {
+    const auto result = runCommand(
+        brimbleCommand("encode " + bad.inputs + " -o " + shellQuote(out.string()) + " 2>&1"));
+    EXPECT_EQ(result.exitCode, 1) << result.output;
+    EXPECT_EQ(result.output, "brimble encode: " + bad.message + "\n");
+    EXPECT_FALSE(std::filesystem::exists(out));
+  }
+  // Skipping is a choice, and each skipped frame is named.
+  for (const auto& [folder, file] : {std::pair{"cut-png", cutPNG}, {"cut-jpeg", cutJPEG}}) {
+    const auto result = runCommand(
+        brimbleCommand("encode --skip-bad-frames " + shellQuote((directory / folder).string()) +
+                       " -o " + shellQuote(out.string()) + " 2>&1 >/dev/null"));
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    EXPECT_EQ(result.output, "brimble encode: warning: skipped " + file + damaged + "\n");
+    const auto decoded = testing::decodeGIFFile(out);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->frames.size(), 2u);
+  }
 }
 
 TEST(BrimbleEncode, TheOutputNameOrFormatOptionPicksTheFormat) {
   TempDirectory directory;
+  const std::string encode = "encode --test-pattern --frames 4 --size 80x50 ";
+  for (const auto& [arguments, probe] :
+       {std::pair{"-o clip.png", "apng\n"}, {"--format apng -o clip.anim", "apng\n"}}) {
+    ASSERT_EQ(runCommand("cd " + shellQuote(directory.path().string()) + " && " +
+                         brimbleCommand(encode + arguments))
+                  .exitCode,
+              0);
+    const std::string file = std::string(arguments).substr(std::string(arguments).rfind(' ') + 1);
+    EXPECT_EQ(runCommand("ffprobe -v error -show_entries stream=codec_name -of csv=p=0 " +
+                         shellQuote((directory / file).string()))
+                  .output,
+              probe);
+  }
+  // WebP is lossless unless asked otherwise: smaller and exact on screen content.
   const auto webp = directory / "clip.webp";
-  ASSERT_EQ(runCommand(brimbleCommand("encode --test-pattern --frames 4 --size 80x50 -o " +
-                                      shellQuote(webp.string())))
-                .exitCode,
-            0);
-  EXPECT_NE(
-      runCommand("webpmux -info " + shellQuote(webp.string())).output.find("Number of frames: 4"),
-      std::string::npos);
-
-  const auto png = directory / "clip.png";
-  ASSERT_EQ(runCommand(brimbleCommand("encode --test-pattern --frames 4 --size 80x50 -o " +
-                                      shellQuote(png.string())))
-                .exitCode,
-            0);
-  EXPECT_EQ(runCommand("ffprobe -v error -show_entries stream=codec_name -of csv=p=0 " +
-                       shellQuote(png.string()))
-                .output,
-            "apng\n");
-
-  const auto named = directory / "clip.anim";
-  ASSERT_EQ(
-      runCommand(brimbleCommand("encode --test-pattern --frames 4 --size 80x50 --format apng -o " +
-                                shellQuote(named.string())))
-          .exitCode,
-      0);
-  EXPECT_EQ(runCommand("ffprobe -v error -show_entries stream=codec_name -of csv=p=0 " +
-                       shellQuote(named.string()))
-                .output,
-            "apng\n");
+  ASSERT_EQ(runCommand(brimbleCommand(encode + "-o " + shellQuote(webp.string()))).exitCode, 0);
+  const auto info = runCommand("webpmux -info " + shellQuote(webp.string())).output;
+  EXPECT_NE(info.find("Number of frames: 4"), std::string::npos) << info;
+  EXPECT_EQ(info.find("lossy"), std::string::npos) << info;
 
   const auto bad = runCommand(brimbleCommand("encode --test-pattern --format tiff -o " +
                                              shellQuote((directory / "x").string()) + " 2>&1"));
   EXPECT_EQ(bad.exitCode, 2);
   EXPECT_EQ(bad.output, "brimble encode: unknown format \"tiff\" (use gif, webp or apng)\n");
-  const auto video = runCommand(brimbleCommand(
-      "encode --test-pattern -o " + shellQuote((directory / "x.mp4").string()) + " 2>&1"));
-  EXPECT_EQ(video.exitCode, 2);
+  EXPECT_EQ(runCommand(brimbleCommand("encode --test-pattern -o " +
+                                      shellQuote((directory / "x.mp4").string()) + " 2>&1"))
+                .exitCode,
+            2);
 }
 
 TEST(BrimbleProcess, ChangesSpeedAndSizeAndWritesBesideTheInput) {
@@ -208,6 +240,25 @@ TEST(BrimbleProcess, ChangesSpeedAndSizeAndWritesBesideTheInput) {
   EXPECT_EQ(decoded->delaysCentiseconds, std::vector<int>(6, 5));
   EXPECT_EQ(decoded->plays, 3);
 
+  // Sped up past what browsers play (they show 0 and 1 cs as 10): frames merge so that every
+  // delay stays at 2 cs or more, and the whole lasts a tenth (a seventh) of the 60 cs input.
+  for (const auto& [speed, total] : {std::pair{"10", 6}, {"7", 9}}) {
+    const auto fast = directory / "fast.gif";
+    ASSERT_EQ(runCommand(brimbleCommand("process " + shellQuote(in.string()) + " --speed " + speed +
+                                        " -o " + shellQuote(fast.string())))
+                  .exitCode,
+              0);
+    const auto played = testing::decodeGIFFile(fast);
+    ASSERT_TRUE(played);
+    EXPECT_GE(
+        *std::min_element(played->delaysCentiseconds.begin(), played->delaysCentiseconds.end()), 2)
+        << speed;
+    EXPECT_EQ(
+        std::accumulate(played->delaysCentiseconds.begin(), played->delaysCentiseconds.end(), 0),
+        total)
+        << speed;
+  }
+
   // In place: the input is replaced only once the new file is complete.
   const auto again = runCommand(brimbleCommand("process " + shellQuote(in.string()) + " -o " +
                                                shellQuote(in.string()) + " --speed 0.5 2>&1"));
@@ -230,32 +281,22 @@ TEST(BrimbleEncode, CtrlCStopsCleanlyAndKeepsTheOldFile) {
   testing::ChildProcess encode(
       {BRIMBLE_BINARY, "encode", "--test-pattern", "--frames", "100000", "-o", out.string()});
   // Wait until the partial file shows the encode is under way.
-  for (int i = 0; i < 200 && std::distance(std::filesystem::directory_iterator(directory.path()),
-                                           std::filesystem::directory_iterator()) < 2;
-       ++i) {
+  for (int i = 0; i < 200 && testing::entriesIn(directory.path()) < 2; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   encode.signal(SIGINT);
   EXPECT_EQ(encode.wait(std::chrono::seconds(10)), 130);
   EXPECT_EQ(encode.errorOutput(), "brimble encode: interrupted; nothing was written\n");
-  std::ifstream in(out);
-  std::string contents;
-  std::getline(in, contents);
-  EXPECT_EQ(contents, "yesterday's recording");
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()),
-                          std::filesystem::directory_iterator()),
-            1);
+  EXPECT_EQ(testing::readFile(out), "yesterday's recording");
+  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }
 
 TEST(Brimble, HelpAndVersionSucceed) {
   const auto version = runCommand(brimbleCommand("--version"));
   EXPECT_EQ(version.exitCode, 0);
   EXPECT_EQ(version.output.rfind("brimble ", 0), 0u) << version.output;
-  const auto help = runCommand(brimbleCommand("--help"));
-  EXPECT_EQ(help.exitCode, 0);
-  EXPECT_NE(help.output.find("encode"), std::string::npos);
-  const auto unknown = runCommand(brimbleCommand("frobnicate 2>&1"));
-  EXPECT_EQ(unknown.exitCode, 2);
+  EXPECT_EQ(runCommand(brimbleCommand("--help")).exitCode, 0);
+  EXPECT_EQ(runCommand(brimbleCommand("frobnicate 2>&1")).exitCode, 2);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "BrimbleCore/Encoding/DiskFrameStore.h"
 
-#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <iterator>
@@ -12,8 +11,12 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "BrimbleCore/Encoding/DiskFrameWriter.h"
+#include "BrimbleCore/Support/FileIO.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/LogCapture.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -21,15 +24,11 @@ namespace brimble {
 namespace {
 
 using testing::LogCapture;
+using testing::readFile;
 using testing::TempDirectory;
 
 std::vector<std::uint8_t> bytesOf(const std::string& text) {
   return {text.begin(), text.end()};
-}
-
-std::string readFile(const std::filesystem::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 template <typename Body>
@@ -82,6 +81,22 @@ TEST(DiskFrameWriter, EachWriterGetsItsOwnFileInTheTemporaryDirectory) {
   EXPECT_EQ(first.fileURL().parent_path(), directory.path());
   EXPECT_NE(first.fileURL(), second.fileURL());
   EXPECT_EQ(filesIn(directory.path()).size(), 2u);
+
+  // A forked child shares no random state with its parent: each names a different file.
+  int pipeFds[2];
+  ASSERT_EQ(::pipe(pipeFds), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const std::string name = makeUUIDString();
+    ::_exit(::write(pipeFds[1], name.data(), name.size()) == 36 ? 0 : 1);
+  }
+  ::close(pipeFds[1]);
+  const std::string parentName = makeUUIDString();
+  std::string childName(36, '\0');
+  EXPECT_EQ(::read(pipeFds[0], childName.data(), childName.size()), 36);
+  ::close(pipeFds[0]);
+  ::waitpid(child, nullptr, 0);
+  EXPECT_NE(childName, parentName);
 }
 
 TEST(DiskFrameWriter, UncreatableFileIsWriterUnavailableAndLeavesNothing) {
@@ -91,52 +106,24 @@ TEST(DiskFrameWriter, UncreatableFileIsWriterUnavailableAndLeavesNothing) {
   EXPECT_TRUE(filesIn(directory.path()).empty());
 }
 
-TEST(DiskFrameStore, IndexesOutsideTheStoreAreOutOfRange) {
+TEST(DiskFrameStore, IndexesOutsideTheStoreOrTheFileAreOutOfRange) {
   TempDirectory directory;
   DiskFrameWriter empty(directory.path());
-  const auto emptyStore = empty.finalize();
-  EXPECT_EQ(emptyStore->count(), 0);
-  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { emptyStore->data(0); });
-
-  DiskFrameWriter writer(directory.path());
-  writer.append(bytesOf("ab"));
-  writer.append(bytesOf("cde"));
-  const auto store = writer.finalize();
-  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store->data(-1); });
-  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store->data(2); });
-  EXPECT_EQ(store->data(1), bytesOf("cde"));
-}
-
-TEST(DiskFrameStore, AFrameTheFileNoLongerHoldsIsOutOfRange) {
-  TempDirectory directory;
+  EXPECT_EQ(empty.finalize()->count(), 0);
   DiskFrameWriter writer(directory.path());
   writer.append(bytesOf("0123456789"));
   writer.append(bytesOf("abcdef"));
   const auto store = writer.finalize();
   std::filesystem::resize_file(writer.fileURL(), 12);
   EXPECT_EQ(store->data(0), bytesOf("0123456789"));
-  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store->data(1); });
-}
-
-TEST(DiskFrameStore, FinalizingTwiceGivesTwoStoresOverTheSameFile) {
-  TempDirectory directory;
-  DiskFrameWriter writer(directory.path());
-  writer.append(bytesOf("frame"));
-  const auto first = writer.finalize();
-  const auto second = writer.finalize();
-  EXPECT_EQ(first->data(0), bytesOf("frame"));
-  EXPECT_EQ(second->data(0), bytesOf("frame"));
-  EXPECT_EQ(filesIn(directory.path()).size(), 1u);
-}
-
-TEST(DiskFrameStore, DiscardAfterFinalizeDeletesTheFileAndReadsFail) {
-  TempDirectory directory;
-  DiskFrameWriter writer(directory.path());
-  writer.append(bytesOf("frame"));
-  const auto store = writer.finalize();
-  writer.discard();
-  EXPECT_FALSE(std::filesystem::exists(writer.fileURL()));
-  EXPECT_THROW(store->data(0), std::system_error);
+  for (const int index : {-1, 1, 2}) {  // 1: cut short on disk
+    expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store->data(index); });
+  }
+  const InMemoryFrameStore memory({bytesOf("a"), bytesOf("")});
+  EXPECT_EQ(memory.data(1), bytesOf(""));
+  for (const int index : {-1, 2}) {
+    expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { memory.data(index); });
+  }
 }
 
 TEST(DiskFrameStore, TheFileLivesExactlyAsLongAsItsOwner) {
@@ -147,59 +134,52 @@ TEST(DiskFrameStore, TheFileLivesExactlyAsLongAsItsOwner) {
     abandoned.append(bytesOf("x"));
     file = abandoned.fileURL();
   }
-  EXPECT_FALSE(std::filesystem::exists(file))
-      << "a writer that was never finalised leaves its file";
+  EXPECT_FALSE(std::filesystem::exists(file)) << "a writer never finalised leaves its file";
 
   std::unique_ptr<CompressedFrameStore> store;
+  std::unique_ptr<CompressedFrameStore> again;
   {
     DiskFrameWriter writer(directory.path());
     writer.append(bytesOf("kept"));
     file = writer.fileURL();
     store = writer.finalize();
+    again = writer.finalize();
+    EXPECT_EQ(again->data(0), bytesOf("kept")) << "finalizing twice";
+    EXPECT_THROW(writer.append(bytesOf("two")), std::system_error);
+    EXPECT_EQ(writer.count(), 1);
   }
-  EXPECT_TRUE(std::filesystem::exists(file)) << "the writer deleted a file its store owns";
-  EXPECT_EQ(store->data(0), bytesOf("kept"));
+  EXPECT_EQ(readFile(file), "kept") << "the writer deleted a file its store owns";
   store.reset();
+  again.reset();
   EXPECT_FALSE(std::filesystem::exists(file));
-}
 
-TEST(DiskFrameWriter, AppendingAfterFinalizeFailsAndRecordsNothing) {
-  TempDirectory directory;
-  DiskFrameWriter writer(directory.path());
-  writer.append(bytesOf("one"));
-  const auto store = writer.finalize();
-  EXPECT_THROW(writer.append(bytesOf("two")), std::system_error);
-  EXPECT_EQ(writer.count(), 1);
-  EXPECT_EQ(readFile(writer.fileURL()), "one");
+  DiskFrameWriter discarded(directory.path());
+  discarded.append(bytesOf("frame"));
+  store = discarded.finalize();
+  discarded.discard();
+  EXPECT_FALSE(std::filesystem::exists(discarded.fileURL()));
+  EXPECT_THROW(store->data(0), std::system_error);
 }
 
 TEST(DiskFrameWriter, CountIsConsistentWhileAnotherThreadAppends) {
   TempDirectory directory;
   DiskFrameWriter writer(directory.path());
   constexpr int kFrames = 3000;
-  std::atomic<bool> done = false;
-  std::thread appender([&] {
+  const auto blob = [](int i) { return bytesOf(std::to_string(i) + std::string(i % 7, '.')); };
+  std::jthread appender([&] {
     for (int i = 0; i < kFrames; ++i) {
-      const std::string blob =
-          std::to_string(i) + std::string(static_cast<std::size_t>(i % 7), '.');
-      writer.append(bytesOf(blob));
+      writer.append(blob(i));
     }
-    done = true;
   });
-  int last = 0;
-  bool monotonic = true;
-  while (!done) {
+  for (int last = 0; last < kFrames;) {
     const int now = writer.count();
-    monotonic = monotonic && now >= last && now <= kFrames;
+    ASSERT_TRUE(now >= last && now <= kFrames) << last << " then " << now;
     last = now;
   }
   appender.join();
-  EXPECT_TRUE(monotonic);
   const auto store = writer.finalize();
-  ASSERT_EQ(store->count(), kFrames);
   for (int i = 0; i < kFrames; i += 97) {
-    EXPECT_EQ(store->data(i),
-              bytesOf(std::to_string(i) + std::string(static_cast<std::size_t>(i % 7), '.')));
+    EXPECT_EQ(store->data(i), blob(i));
   }
 }
 
@@ -235,15 +215,6 @@ TEST(DiskFrameWriter, SweepDeletesOnlyOldFrameFilesAndLogsTheCount) {
   DiskFrameWriter::sweepOrphans(directory / "does-not-exist", 3600);
   EXPECT_EQ(log.lines().size(), 1u);
   EXPECT_TRUE(std::filesystem::exists(youngFrames));
-}
-
-TEST(InMemoryFrameStore, ServesItsFramesAndRejectsOtherIndexes) {
-  const InMemoryFrameStore store({bytesOf("a"), bytesOf(""), bytesOf("ccc")});
-  EXPECT_EQ(store.count(), 3);
-  EXPECT_EQ(store.data(2), bytesOf("ccc"));
-  EXPECT_EQ(store.data(1), bytesOf(""));
-  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store.data(3); });
-  expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store.data(-1); });
 }
 
 }  // namespace

@@ -24,11 +24,13 @@ Image withChanges(int changed, int by) {
 
 TEST(GIFEncoderSimilarity, FiveOfAHundredSamplesMayDifferButNotSix) {
   const Image base = withChanges(0, 0);
-  EXPECT_TRUE(GIFEncoder::compressedFramesAreSimilar(base, withChanges(5, 50)));
-  EXPECT_FALSE(GIFEncoder::compressedFramesAreSimilar(base, withChanges(6, 50)));
-  EXPECT_TRUE(GIFEncoder::compressedFramesAreSimilar(base, withChanges(100, 10)));  // JPEG noise
-  EXPECT_FALSE(GIFEncoder::compressedFramesAreSimilar(base, withChanges(100, 11)));
-  EXPECT_FALSE(GIFEncoder::compressedFramesAreSimilar(base, solidImage(10, 9, {100, 100, 100})));
+  EXPECT_TRUE(FrameComparison::compressedFramesAreSimilar(base, withChanges(5, 50)));
+  EXPECT_FALSE(FrameComparison::compressedFramesAreSimilar(base, withChanges(6, 50)));
+  EXPECT_TRUE(
+      FrameComparison::compressedFramesAreSimilar(base, withChanges(100, 10)));  // JPEG noise
+  EXPECT_FALSE(FrameComparison::compressedFramesAreSimilar(base, withChanges(100, 11)));
+  EXPECT_FALSE(
+      FrameComparison::compressedFramesAreSimilar(base, solidImage(10, 9, {100, 100, 100})));
 }
 
 TEST(GIFEncoderSimilarity, TinyImagesAllowTheSameShareOfChanges) {
@@ -38,8 +40,8 @@ TEST(GIFEncoderSimilarity, TinyImagesAllowTheSameShareOfChanges) {
       return y * 9 + x < changed ? Pixel{0, 200, 0} : Pixel{};
     });
   };
-  EXPECT_TRUE(GIFEncoder::compressedFramesAreSimilar(tiny(0), tiny(4)));
-  EXPECT_FALSE(GIFEncoder::compressedFramesAreSimilar(tiny(0), tiny(5)));
+  EXPECT_TRUE(FrameComparison::compressedFramesAreSimilar(tiny(0), tiny(4)));
+  EXPECT_FALSE(FrameComparison::compressedFramesAreSimilar(tiny(0), tiny(5)));
 }
 
 TEST(GIFEncoderSimilarity, EveryPixelMatchingSeesASingleChangedPixel) {
@@ -47,12 +49,14 @@ TEST(GIFEncoderSimilarity, EveryPixelMatchingSeesASingleChangedPixel) {
   const Image typed = imageOf(200, 100, [](int x, int y) {
     return x == 133 && y == 77 ? Pixel{250, 60, 70} : Pixel{50, 60, 70};
   });
-  EXPECT_TRUE(GIFEncoder::compressedFramesAreSimilar(base, typed)) << "sampling misses it";
-  EXPECT_FALSE(GIFEncoder::framesMatchEveryPixel(base, typed, 10));
-  EXPECT_TRUE(GIFEncoder::framesMatchEveryPixel(base, solidImage(200, 100, {60, 50, 80}), 10));
-  EXPECT_FALSE(GIFEncoder::framesMatchEveryPixel(base, solidImage(200, 100, {61, 60, 70}), 10));
+  EXPECT_TRUE(FrameComparison::compressedFramesAreSimilar(base, typed)) << "sampling misses it";
+  EXPECT_FALSE(FrameComparison::framesMatchEveryPixel(base, typed, 10));
+  EXPECT_TRUE(FrameComparison::framesMatchEveryPixel(base, solidImage(200, 100, {60, 50, 80}), 10));
+  EXPECT_FALSE(
+      FrameComparison::framesMatchEveryPixel(base, solidImage(200, 100, {61, 60, 70}), 10));
   // Alpha does not count.
-  EXPECT_TRUE(GIFEncoder::framesMatchEveryPixel(base, solidImage(200, 100, {50, 60, 70, 0}), 0));
+  EXPECT_TRUE(
+      FrameComparison::framesMatchEveryPixel(base, solidImage(200, 100, {50, 60, 70, 0}), 0));
 }
 
 std::vector<TimestampedFrame> framesAt(const std::vector<Image>& images, double interval) {

@@ -64,14 +64,5 @@ TEST(FrameRateEstimator, ActiveRateIgnoresTheLongDelaysOfMergedFrames) {
   EXPECT_EQ(FrameRateEstimator::activeFrameFPS(std::vector<ProcessedFrame>{}, 7), 7);
 }
 
-TEST(LoopCount, OnlyZeroOneAndThreeAreLoopCounts) {
-  EXPECT_EQ(loopCountFromRawValue(0), LoopCount::infinite);
-  EXPECT_EQ(loopCountFromRawValue(1), LoopCount::once);
-  EXPECT_EQ(loopCountFromRawValue(3), LoopCount::three);
-  for (const int raw : {2, 4, 100, -1, std::numeric_limits<int>::min()}) {
-    EXPECT_FALSE(loopCountFromRawValue(raw).has_value()) << raw;
-  }
-}
-
 }  // namespace
 }  // namespace brimble

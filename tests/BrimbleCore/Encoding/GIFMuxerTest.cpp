@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -61,7 +60,7 @@ std::size_t find(const Bytes& haystack, const std::string& needle) {
   return at == haystack.end() ? std::string::npos : static_cast<std::size_t>(at - haystack.begin());
 }
 
-TEST(GIFMuxer, ASingleFrameFileHasExactlyTheDesignedBytes) {
+TEST(GIFMuxer, ASingleFrameFileIsHeaderLoopControlDescriptorTablesAndTrailer) {
   const Image image = Image::indexed8(2, 2, {0, 1, 2, 0}, {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}});
   const Bytes file = muxToMemory({image}, {0.1}, 0, false);
 
@@ -149,17 +148,9 @@ TEST(GIFMuxer, FullColourFramesStayFaithfulAndDiffingShrinksTheFile) {
       EXPECT_GT(testing::psnr(decoded->frames[i], frames[i]), 36.0) << "frame " << i;
     }
   }
-}
-
-TEST(GIFMuxer, AnUnchangedFrameWithDiffingIsOneTransparentPixel) {
-  const Image image = testPatternFrame(0, 2, 120, 80);
-  const Bytes one = muxToMemory({image}, {0.1}, 0, true);
-  const Bytes two = muxToMemory({image, image}, {0.1}, 0, true);
-  EXPECT_LT(two.size() - one.size(), 40u);
-  const auto decoded = decodeGIF(two);
-  ASSERT_TRUE(decoded);
-  ASSERT_EQ(decoded->frames.size(), 2u);
-  EXPECT_TRUE(decoded->frames[1].hasSamePixels(decoded->frames[0]));
+  // An unchanged frame with diffing costs one transparent pixel.
+  const Bytes again = muxToMemory({frames[0], frames[0]}, {0.1}, 0, true);
+  EXPECT_LT(again.size() - muxToMemory({frames[0]}, {0.1}, 0, true).size(), 40u);
 }
 
 TEST(GIFMuxer, TransparentSourcePixelsAreMarkedInTheControlExtension) {
@@ -180,10 +171,12 @@ TEST(GIFMuxer, TransparentSourcePixelsAreMarkedInTheControlExtension) {
   EXPECT_EQ(decoded->delaysCentiseconds, std::vector<int>{20});
 }
 
-TEST(GIFMuxer, AFrameOfAnotherSizeIsRejectedAndNothingIsWritten) {
+TEST(GIFMuxer, MisuseIsRefusedAndWritesNothing) {
   auto sink = std::make_unique<MemoryByteSink>();
   MemoryByteSink* memory = sink.get();
   GIFMuxer muxer(std::move(sink), 0, true);
+  EXPECT_THROW(muxer.finish(), MuxError) << "no frames";
+  EXPECT_TRUE(memory->data.empty());
   muxer.append(testPatternFrame(0, 2, 40, 30), 0.1);
   const std::size_t written = memory->offset();
   for (const auto& [width, height] : {std::pair{39, 30}, std::pair{40, 31}}) {
@@ -195,20 +188,6 @@ TEST(GIFMuxer, AFrameOfAnotherSizeIsRejectedAndNothingIsWritten) {
     }
   }
   EXPECT_EQ(memory->offset(), written);
-  EXPECT_EQ(muxer.frameCount(), 1);
-}
-
-TEST(GIFMuxer, FinishingWithoutFramesFailsAndWritesNothing) {
-  auto sink = std::make_unique<MemoryByteSink>();
-  MemoryByteSink* memory = sink.get();
-  GIFMuxer muxer(std::move(sink), 0);
-  try {
-    muxer.finish();
-    ADD_FAILURE() << "finish succeeded";
-  } catch (const MuxError& error) {
-    EXPECT_EQ(error, MuxError::noFramesAppended());
-  }
-  EXPECT_TRUE(memory->data.empty());
 }
 
 TEST(GIFMuxer, IndependentDecodersAgreeOnFramesDelaysAndLoops) {
@@ -229,21 +208,9 @@ TEST(GIFMuxer, IndependentDecodersAgreeOnFramesDelaysAndLoops) {
   ASSERT_EQ(probe.exitCode, 0) << probe.output;
   EXPECT_EQ(probe.output, "gif,160,100,6\n");
 
-  const auto identify = testing::runCommand("identify -format '%T %w %h\\n' " +
-                                            testing::shellQuote(path.string()) + " 2>&1");
-  ASSERT_EQ(identify.exitCode, 0) << identify.output;
-  std::istringstream lines(identify.output);
-  std::vector<int> centiseconds;
-  std::string line;
-  while (std::getline(lines, line)) {
-    int delay = 0;
-    int width = 0;
-    int height = 0;
-    std::istringstream(line) >> delay >> width >> height;
-    centiseconds.push_back(delay);
-  }
-  EXPECT_EQ(centiseconds, (std::vector<int>{4, 10, 50, 4, 4, 200})) << identify.output;
-
+  const auto identify =
+      testing::runCommand("identify -format '%T ' " + testing::shellQuote(path.string()) + " 2>&1");
+  EXPECT_EQ(identify.output, "4 10 50 4 4 200 ");
   const auto verbose = testing::runCommand(
       "identify -verbose " + testing::shellQuote(path.string()) + " | grep -m1 Iterations");
   EXPECT_EQ(verbose.output, "  Iterations: 3\n");

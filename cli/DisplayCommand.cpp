@@ -9,13 +9,16 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Support/Subprocess.h"
 
 namespace brimble::cli {
 namespace {
+
+// What a shell answers for a command it cannot run.
+constexpr int kExitNotRunnable = 127;
 
 struct DisplayOptions {
   std::vector<std::string> command;
@@ -23,24 +26,21 @@ struct DisplayOptions {
 
 /// Runs `command` in the foreground and returns its exit status as a shell would.
 int runInside(const std::vector<std::string>& command) {
-  std::vector<char*> argv;
-  for (const std::string& argument : command) {
-    argv.push_back(const_cast<char*>(argument.c_str()));
-  }
-  argv.push_back(nullptr);
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    ::execvp(argv[0], argv.data());
+  Subprocess child;
+  try {
+    // In our process group and on our terminal: it gets the terminal's Ctrl-C itself.
+    child = Subprocess::spawn(command, {.input = StreamConnection::inherit,
+                                        .output = StreamConnection::inherit,
+                                        .errorOutput = StreamConnection::inherit,
+                                        .ownProcessGroup = false});
+  } catch (const std::system_error& error) {
     fmt::print(stderr, "brimble display: cannot run {}: {}\n", command.front(),
-               std::strerror(errno));
-    ::_exit(127);
+               error.code().message());
+    return kExitNotRunnable;
   }
-  // The child gets the terminal's Ctrl-C itself; we only wait for it, then tear down.
+  // We only wait for it, then tear down.
   ::signal(SIGINT, SIG_IGN);
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return child.wait().shellStatus();
 }
 
 /// Waits until standard input ends or a terminating signal arrives.

@@ -32,7 +32,7 @@ std::optional<int> activePort(const std::filesystem::path& profile) {
 }  // namespace
 
 ChromeLauncher::Session::~Session() {
-  process_.stop();
+  process_.terminate();
   if (!userDataDirectory_.empty()) {
     std::error_code ignored;
     std::filesystem::remove_all(userDataDirectory_, ignored);
@@ -42,7 +42,7 @@ ChromeLauncher::Session::~Session() {
 std::string ChromeLauncher::findBrowser() {
   for (const char* program :
        {"google-chrome", "google-chrome-stable", "chromium", "chromium-browser"}) {
-    if (programAvailable(program)) {
+    if (findProgram(program)) {
       return program;
     }
   }
@@ -106,7 +106,7 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
     arguments.insert(arguments.end(), {"--no-sandbox", "--test-type"});
   }
   arguments.push_back(url);
-  session.process_ = DaemonProcess::start(arguments);
+  session.process_ = Subprocess::spawn(arguments, {.dieWithParent = true});
 
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (std::chrono::steady_clock::now() < deadline && !session.process_.hasExited()) {

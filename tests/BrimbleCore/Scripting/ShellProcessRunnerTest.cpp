@@ -9,7 +9,7 @@
 #include <sys/resource.h>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
-#include "BrimbleCore/Support/ChildProcessGroup.h"
+#include "BrimbleCore/Support/Subprocess.h"
 #include "tests/Support/ProcessGroups.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -92,7 +92,7 @@ TEST(ShellProcessRunner, AFinishedCommandKeepsItsDetachedBackgroundJobs) {
   ShellProcessRunner runner;
   runner.runShellCommand("true", 1, 4);
   try {
-    ChildProcessGroup::spawn({"/nonexistent/program"});
+    Subprocess::spawn({"/nonexistent/program"});
   } catch (const std::system_error& error) {
     static_cast<void>(error.code().message());
   }

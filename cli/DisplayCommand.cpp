@@ -7,12 +7,13 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <poll.h>
 #include <signal.h>
 #include <unistd.h>
 
-#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Support/Subprocess.h"
+#include "cli/PlatformBackend.h"
 
 namespace brimble::cli {
 namespace {
@@ -64,13 +65,16 @@ void waitForTheEnd() {
 }
 
 int runDisplay(const DisplayOptions& options) {
-  const auto display = x11::HeadlessDisplay::start();
+  const auto display = platform::startEmbeddedDisplay();
   if (!options.command.empty()) {
     return runInside(options.command);
   }
-  fmt::print("DISPLAY={}\nDBUS_SESSION_BUS_ADDRESS={}\nBRIMBLE_DISPLAY_PIDS={} {} {}\n",
-             display->displayName(), display->busAddress(), display->serverPid(), display->busPid(),
-             display->windowManagerPid());
+  for (const std::string& entry : display->environment()) {
+    if (entry.starts_with("DISPLAY=") || entry.starts_with("DBUS_SESSION_BUS_ADDRESS=")) {
+      fmt::print("{}\n", entry);
+    }
+  }
+  fmt::print("BRIMBLE_DISPLAY_PIDS={}\n", fmt::join(display->processes(), " "));
   std::fflush(stdout);
   waitForTheEnd();
   return kExitSuccess;

@@ -1,22 +1,19 @@
 #include "cli/DisplaySession.h"
 
-#include <cstdlib>
-
 namespace brimble::cli {
 
 DisplaySession::DisplaySession(bool headless) {
-  const char* display = std::getenv("DISPLAY");
-  if (headless || display == nullptr || *display == '\0') {
-    embedded_ = x11::HeadlessDisplay::start();
+  const auto user = platform::userDisplay();
+  if (headless || !user) {
+    embedded_ = platform::startEmbeddedDisplay();
+    name_ = embedded_->name();
+  } else {
+    name_ = *user;
   }
 }
 
-std::string DisplaySession::name() const {
-  if (embedded_) {
-    return embedded_->displayName();
-  }
-  const char* display = std::getenv("DISPLAY");
-  return display != nullptr ? display : "";
+std::vector<std::string> DisplaySession::environment() const {
+  return embedded_ ? embedded_->environment() : std::vector<std::string>{};
 }
 
 }  // namespace brimble::cli

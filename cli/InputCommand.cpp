@@ -9,7 +9,6 @@
 #include <fmt/format.h>
 
 #include "BrimbleCore/Automation/InputSimulator.h"
-#include "BrimbleCore/Platform/X11/X11InputBackend.h"
 #include "cli/DisplaySession.h"
 
 namespace brimble::cli {
@@ -99,13 +98,13 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
         }
         const std::stop_token stop = interrupts.watch();
         const DisplaySession session(options->headless);
-        x11::X11InputBackend backend(session.name());
-        if (!backend.available()) {
+        const auto backend = session.inputBackend();
+        if (!backend->available()) {
           fmt::print(stderr, "{}: cannot send input to the X display {} (no XTEST extension)\n",
                      name, session.name());
           return kExitFailure;
         }
-        InputSimulator input(backend, steadyClock());
+        InputSimulator input(*backend, steadyClock());
         if (type->parsed()) {
           // A key the user still holds from starting this command would turn the text
           // into shortcuts.

@@ -10,7 +10,6 @@
 #include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Automation/WindowManager.h"
-#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
 #include "cli/DisplaySession.h"
 
 namespace brimble::cli {
@@ -20,11 +19,11 @@ constexpr int kJSONIndent = 2;
 
 /// A window manager on the session's display, for one command.
 struct Windows {
-  explicit Windows(bool headless) : session(headless), system(session.name()) {}
+  explicit Windows(bool headless) : session(headless) {}
   DisplaySession session;
-  x11::X11WindowSystem system;
-  DetachedAppLauncher launcher;
-  WindowManager manager{system, launcher, steadyClock()};
+  std::unique_ptr<WindowSystem> system = session.windowSystem();
+  std::unique_ptr<AppLauncher> launcher = session.appLauncher();
+  WindowManager manager{*system, *launcher, steadyClock()};
 };
 
 struct WindowsOptions {

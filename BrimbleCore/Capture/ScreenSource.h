@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "BrimbleCore/Capture/ScreenRect.h"
@@ -93,6 +94,9 @@ class ScreenSource {
   /// `showCursor` is set. Throws ScreenCaptureError.
   virtual std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target,
                                                    bool showCursor) = 0;
+
+  /// The pointer's position in screen coordinates; no value when it cannot be read.
+  virtual std::optional<std::pair<int, int>> pointerPosition() = 0;
 };
 
 }  // namespace brimble

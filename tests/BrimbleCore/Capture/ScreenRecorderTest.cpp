@@ -76,6 +76,7 @@ class FakeScreenSource final : public ScreenSource {
     return {{.displayID = 66, .name = "screen", .frame = {0, 0, 1920, 1080}}};
   }
   std::optional<ScreenWindow> window(std::uint32_t) override { return std::nullopt; }
+  std::optional<std::pair<int, int>> pointerPosition() override { return std::nullopt; }
   std::unique_ptr<ScreenStream> openStream(const CaptureTarget&, bool) override {
     if (failOpen) {
       throw ScreenCaptureError::displayUnreachable(":fake");

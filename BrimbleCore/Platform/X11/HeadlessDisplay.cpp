@@ -148,7 +148,9 @@ bool waitUntilManaging(Display* display, std::chrono::steady_clock::time_point d
   const Window probe =
       XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1, 1, 0, 0, 0);
   bool managed = false;
-  for (int attempt = 0; !managed && std::chrono::steady_clock::now() < deadline; ++attempt) {
+  for (int attempt = 0;
+       !managed && !connectionLost(display) && std::chrono::steady_clock::now() < deadline;
+       ++attempt) {
     if (attempt % 20 == 0) {
       XUnmapWindow(display, probe);
       XMapWindow(display, probe);
@@ -324,6 +326,9 @@ void HeadlessDisplay::startWindowManager() {
   }
   const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
   while (!windowManagerIsUp(connection.get())) {
+    if (connectionLost(connection.get())) {
+      throw HeadlessDisplayError::windowManagerFailed("Xvfb ended");
+    }
     if (windowManager_.hasExited()) {
       throw HeadlessDisplayError::windowManagerFailed("openbox exited");
     }

@@ -268,6 +268,7 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   if (!format) {
     throw Stop{kExitUsage};
   }
+  ScreenRecorder::sweepOrphanedFrameFiles();
   const DisplaySession session(options.headless);
   const auto source = session.screenSource();
   const Target target = resolveTarget(command, options, session, *source);

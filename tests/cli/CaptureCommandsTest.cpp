@@ -181,5 +181,27 @@ TEST(BrimbleRecord, CtrlCOrALostDisplayLeaveAValidAnimationOrNoneAndNothingElse)
   recordUntil("the X server is killed");
 }
 
+TEST(BrimbleRecord, RecordAndTheMCPServerSweepFrameFilesThatCrashedRunsLeft) {
+  for (const std::string command :
+       {"record --headless --region 0,0,64,64 --duration 0.2 -o out.gif", "mcp-server"}) {
+    TempDirectory directory;
+    const auto orphan = directory / "brimble-frames-6F1C2D8E-0B4A-4C3E-9F57-2A1D3C4B5E6F";
+    const auto recent = directory / "brimble-frames-00000000-0B4A-4C3E-9F57-2A1D3C4B5E6F";
+    std::ofstream(orphan) << "frames of a run that crashed";
+    std::ofstream(recent) << "frames of a run going on";
+    fs::last_write_time(orphan, fs::file_time_type::clock::now() - std::chrono::hours(2));
+    const auto result = runCommand("cd " + shellQuote(directory.path().string()) +
+                                   " && TMPDIR=" + shellQuote(directory.path().string()) + " " +
+                                   brimble(command + " < /dev/null"));
+    EXPECT_EQ(result.exitCode, 0) << command << ": " << result.output;
+    EXPECT_NE(
+        result.output.find("Brimble: swept 1 orphaned frame-store file(s) from a prior session\n"),
+        std::string::npos)
+        << command << ": " << result.output;
+    EXPECT_FALSE(fs::exists(orphan)) << command;
+    EXPECT_TRUE(fs::exists(recent)) << command;
+  }
+}
+
 }  // namespace
 }  // namespace brimble

@@ -12,6 +12,19 @@ DisplaySession::DisplaySession(bool headless) {
   }
 }
 
+DisplaySession DisplaySession::lasting() {
+  const auto user = platform::userDisplay();
+  if (!user) {
+    throw std::runtime_error(
+        "$DISPLAY is not set, and a display started for this one command would vanish with it. "
+        "Start a display that stays with `eval \"$(brimble display start)\"` (and stop it later "
+        "with `brimble display stop`), or run inside an X11 session.");
+  }
+  DisplaySession session;
+  session.name_ = *user;
+  return session;
+}
+
 std::vector<std::string> DisplaySession::environment() const {
   return embedded_ ? embedded_->environment() : std::vector<std::string>{};
 }

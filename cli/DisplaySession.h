@@ -19,6 +19,11 @@ class DisplaySession {
   /// Throws when the embedded display cannot start.
   explicit DisplaySession(bool headless);
 
+  /// The user's display, for one-shot commands whose effect must outlive them (a window opened,
+  /// text typed): an embedded display would vanish with the command. Throws std::runtime_error
+  /// saying how to start a display that stays when the user has none.
+  static DisplaySession lasting();
+
   /// The display name clients connect to (":0", ":99").
   const std::string& name() const noexcept { return name_; }
   bool embedded() const noexcept { return embedded_ != nullptr; }
@@ -35,6 +40,8 @@ class DisplaySession {
   }
 
  private:
+  DisplaySession() = default;
+
   std::string name_;
   std::unique_ptr<EmbeddedDisplay> embedded_;
 };

@@ -15,7 +15,6 @@ namespace brimble::cli {
 namespace {
 
 struct InputOptions {
-  bool headless = false;
   std::string text;
   bool enter = false;
   double delay = 0.05;
@@ -50,9 +49,10 @@ std::optional<ScrollDirection> directionNamed(const std::string& name) {
 Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
   auto options = std::make_shared<InputOptions>();
   CLI::App* command = app.add_subcommand(
-      "input", "Type, press keys, click, move the pointer or scroll, as a script would");
+      "input",
+      "Type, press keys, click, move the pointer or scroll on $DISPLAY, as a script would "
+      "(without one, start a display that stays with `brimble display start`)");
   command->require_subcommand(1);
-  command->add_flag("--headless", options->headless, "Use Brimble's embedded display");
 
   CLI::App* type = command->add_subcommand(
       "type", "Type text into the focused window, any Unicode included, with human pacing");
@@ -78,10 +78,6 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
   scroll->add_option("ticks", options->ticks, "Wheel clicks")
       ->check(CLI::Range(1, 1000))
       ->capture_default_str();
-  for (CLI::App* action : {type, key, click, move, scroll}) {
-    action->fallthrough();  // --headless after the action too
-  }
-
   return {
       command, [=, &interrupts] {
         const std::string name = "brimble input " + command->get_subcommands().front()->get_name();
@@ -97,7 +93,7 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
           return kExitUsage;
         }
         const std::stop_token stop = interrupts.watch();
-        const DisplaySession session(options->headless);
+        const DisplaySession session = DisplaySession::lasting();
         const auto backend = session.inputBackend();
         if (!backend->available()) {
           fmt::print(stderr, "{}: cannot send input to the X display {} (no XTEST extension)\n",

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -19,7 +20,7 @@ constexpr int kJSONIndent = 2;
 
 /// A window manager on the session's display, for one command.
 struct Windows {
-  explicit Windows(bool headless) : session(headless) {}
+  explicit Windows(DisplaySession display) : session(std::move(display)) {}
   DisplaySession session;
   std::unique_ptr<WindowSystem> system = session.windowSystem();
   std::unique_ptr<AppLauncher> launcher = session.appLauncher();
@@ -33,7 +34,7 @@ struct WindowsOptions {
 };
 
 int runWindows(const WindowsOptions& options) {
-  Windows windows(options.headless);
+  Windows windows{DisplaySession(options.headless)};
   const auto listed =
       options.app.empty() ? windows.manager.windows() : windows.manager.windows(options.app);
   if (options.json) {
@@ -68,7 +69,6 @@ struct WindowOptions {
   int width = 0;
   int height = 0;
   std::optional<std::uint32_t> id;
-  bool headless = false;
 };
 
 }  // namespace
@@ -89,10 +89,11 @@ Command addWindowsCommand(CLI::App& app) {
 
 Command addWindowCommand(CLI::App& app) {
   auto options = std::make_shared<WindowOptions>();
-  CLI::App* command =
-      app.add_subcommand("window", "Open, focus, resize or close an application's window");
+  CLI::App* command = app.add_subcommand(
+      "window",
+      "Open, focus, resize or close an application's window on $DISPLAY (without one, start a "
+      "display that stays with `brimble display start`)");
   command->require_subcommand(1);
-  command->add_flag("--headless", options->headless, "Use Brimble's embedded display");
 
   CLI::App* open = command->add_subcommand(
       "open", "Start the application and print its new window's id (the window is focused)");
@@ -112,16 +113,12 @@ Command addWindowCommand(CLI::App& app) {
       "close", "Ask the application's window (or the window --id names) to close");
   close->add_option("app", options->app, "Application name");
   close->add_option("--id", options->id, "The window's id, as `brimble windows` lists it");
-  for (CLI::App* action : {open, focus, resize, close}) {
-    action->fallthrough();  // --headless after the action too
-  }
-
   return {command, [=] {
             if (close->parsed() && options->app.empty() && !options->id) {
               fmt::print(stderr, "brimble window close: give an application name or --id\n");
               return kExitUsage;
             }
-            Windows windows(options->headless);
+            Windows windows{DisplaySession::lasting()};
             WindowManager& manager = windows.manager;
             if (open->parsed()) {
               fmt::print("{}\n", manager.openApp(options->app));

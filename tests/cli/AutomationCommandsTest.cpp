@@ -1,8 +1,10 @@
 // `brimble windows`, `brimble window` and `brimble input`, run the way a user runs them, against
-// our test client in an embedded display.
+// our test client in an embedded display; and `brimble display` itself.
 
 #include <chrono>
+#include <filesystem>
 #include <optional>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -13,6 +15,7 @@
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/RunCommand.h"
+#include "tests/Support/TempDirectory.h"
 
 namespace brimble {
 namespace {
@@ -105,6 +108,62 @@ TEST_F(AutomationCommands, InputReachesTheFocusedWindow) {
   const auto key = runCommand(brimble("input key ctrl+hyper"));
   EXPECT_EQ(key.exitCode, 2);
   EXPECT_EQ(key.output, "brimble input key: Unknown key 'hyper' in 'ctrl+hyper'\n");
+}
+
+TEST(BrimbleDisplay, EverythingAfterTheProgramNameIsTheProgramsOwn) {
+  const struct {
+    std::string arguments;
+    int exitCode;
+    std::string output;
+  } cases[] = {
+      {"display echo -n hello -x world", 0, "hello -x world"},
+      {"display -- echo -n hello -- -x", 0, "hello -- -x"},
+      {"display sh -c 'exit 4'", 4, ""},
+      {"display no-such-program --flag", 127,
+       "brimble display: cannot run no-such-program: No such file or directory\n"},
+      {"display --flag", 2,
+       "brimble display: unknown option --flag; a program to run and its options come first, or "
+       "after --\nRun 'brimble display --help' for the forms it takes.\n"},
+  };
+  for (const auto& run : cases) {
+    const auto result = runCommand(brimble(run.arguments));
+    EXPECT_EQ(result.exitCode, run.exitCode) << run.arguments;
+    EXPECT_EQ(result.output, run.output) << run.arguments;
+  }
+}
+
+TEST(BrimbleDisplay, OneShotCommandsWithoutADisplayAskForOneThatStays) {
+  testing::TempDirectory runtime;
+  // A private runtime folder holds the note of the started display, apart from any other.
+  const std::string environment =
+      "env -u DISPLAY XDG_RUNTIME_DIR=" + shellQuote(runtime.path().string()) + " ";
+  for (const std::string command : {"window open Terminal", "input type hello"}) {
+    const auto refused = runCommand(environment + brimble(command));
+    EXPECT_EQ(refused.exitCode, 1) << command;
+    EXPECT_THAT(refused.output,
+                ::testing::HasSubstr(": $DISPLAY is not set, and a display started for this one "
+                                     "command would vanish with it. Start a display that stays "
+                                     "with `eval \"$(brimble display start)\"`"))
+        << command;
+  }
+  const std::string self = shellQuote(BRIMBLE_BINARY);
+  const auto session =
+      runCommand(environment + "sh -c " +
+                 shellQuote("eval \"$(" + self + " display start)\" && echo \"on $DISPLAY\" && " +
+                            self + " display start 2>&1 && " + self + " input key a && " + self +
+                            " display stop && " + self + " still --display -o /dev/null.png; " +
+                            self + " display stop") +
+                 " 2>&1");
+  EXPECT_TRUE(std::regex_match(
+      session.output,
+      std::regex("brimble display start: (:[0-9]+) runs until `brimble display stop`\n"
+                 "on \\1\nexport DISPLAY='\\1'\nexport DBUS_SESSION_BUS_ADDRESS='unix:.*'\n"
+                 "brimble display start: \\1 is already running; `brimble display stop` stops it\n"
+                 "brimble display stop: stopped \\1\n"
+                 "brimble still: Couldn't connect to the X display \"\\1\" to record it.\n"
+                 "brimble display stop: no display started by `brimble display start` runs\n")))
+      << session.output;
+  EXPECT_TRUE(std::filesystem::is_empty(runtime.path() / "brimble"));
 }
 
 }  // namespace

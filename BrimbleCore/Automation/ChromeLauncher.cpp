@@ -99,6 +99,9 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
       "--disable-sync",
       "--disable-default-apps",
       "--password-store=basic",
+      // No crash reporter: it would keep reports in the user's configuration folder.
+      "--disable-breakpad",
+      "--disable-crash-reporter",
   };
   if (::geteuid() == 0) {
     // Chromium refuses to run as root with its sandbox; --test-type hides the warning bar that
@@ -106,7 +109,21 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
     arguments.insert(arguments.end(), {"--no-sandbox", "--test-type"});
   }
   arguments.push_back(url);
-  session.process_ = Subprocess::spawn(arguments, {.dieWithParent = true});
+  // Whatever Chromium and its helpers keep outside the profile (crash reports, font and GPU
+  // caches, dconf, "org.chromium.Chromium.*" temporary folders) goes inside it too, and is
+  // deleted with it instead of piling up in the user's home and temporary directory.
+  std::vector<std::string> environment;
+  for (const auto& [variable, folder] :
+       {std::pair{"XDG_CONFIG_HOME", "xdg-config"}, std::pair{"XDG_CACHE_HOME", "xdg-cache"},
+        std::pair{"XDG_DATA_HOME", "xdg-data"}, std::pair{"XDG_RUNTIME_DIR", "xdg-runtime"},
+        std::pair{"TMPDIR", "tmp"}}) {
+    const auto path = session.userDataDirectory_ / folder;
+    std::filesystem::create_directory(path);
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    environment.push_back(std::string(variable) + "=" + path.string());
+  }
+  session.process_ =
+      Subprocess::spawn(arguments, {.dieWithParent = true, .environment = std::move(environment)});
 
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (std::chrono::steady_clock::now() < deadline && !session.process_.hasExited()) {

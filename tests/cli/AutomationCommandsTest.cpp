@@ -166,5 +166,27 @@ TEST(BrimbleDisplay, OneShotCommandsWithoutADisplayAskForOneThatStays) {
   EXPECT_TRUE(std::filesystem::is_empty(runtime.path() / "brimble"));
 }
 
+TEST(BrimbleDisplay, EmbeddedDisplaysAndBrowsersLeaveNothingInHomeOrTheTemporaryDirectory) {
+  testing::TempDirectory home;
+  testing::TempDirectory temporary;
+  const auto result = runCommand(
+      "env -u XDG_CONFIG_HOME -u XDG_CACHE_HOME -u XDG_DATA_HOME -u XDG_RUNTIME_DIR HOME=" +
+      shellQuote(home.path().string()) + " TMPDIR=" + shellQuote(temporary.path().string()) +
+      " sh -c " +
+      shellQuote(
+          testing::brimbleCommand("inspect --headless --url 'data:text/html,<button>OK</button>'") +
+          " && " +
+          testing::brimbleCommand(
+              "record --headless --region 0,0,64,64 --duration 0.3 -o /dev/null.gif") +
+          "; " + testing::brimbleCommand("display -- true")) +
+      " 2>&1");
+  EXPECT_THAT(result.output, ::testing::HasSubstr("css:button"));
+  for (const auto& folder : {home.path(), temporary.path()}) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+      ADD_FAILURE() << "left behind: " << entry.path();
+    }
+  }
+}
+
 }  // namespace
 }  // namespace brimble

@@ -298,7 +298,9 @@ void HeadlessDisplay::startSessionBus() {
   ReportPipe address;
   std::vector<std::string> environment = privateFolders();
   environment.push_back("DISPLAY=" + displayName_);
+  // Its socket in the session folder too, not in /tmp.
   bus_ = Subprocess::spawn({"dbus-daemon", "--session", "--nofork",
+                            "--address=unix:dir=" + (sessionDirectory_ / "runtime").string(),
                             "--print-address=" + std::to_string(address.write.get())},
                            {.dieWithParent = true,
                             .inheritedFd = address.write.get(),

@@ -257,14 +257,16 @@ pid_t Subprocess::launchDetached(const std::vector<std::string>& arguments,
     throw std::invalid_argument("a detached program cannot have pipes to us");
   }
   Launch launch(arguments, options);
+  // The middle process reports the program's pid on one pipe; the program reports a failed
+  // exec on the other, which closes when exec succeeds. Two pipes, because the two writers race.
   Pipe report = makePipe(launch.program);
+  Pipe status = makePipe(launch.program);
   const pid_t middle = ::fork();
   if (middle < 0) {
     throw systemError(errno, "start", launch.program);
   }
   if (middle == 0) {
-    // The middle process reports the program's pid and exits at once, so the program is
-    // nobody's child and init reaps it.
+    // The middle process exits at once, so the program is nobody's child and init reaps it.
     ::setsid();
     const pid_t launched = ::fork();
     if (launched != 0) {
@@ -273,9 +275,10 @@ pid_t Subprocess::launchDetached(const std::vector<std::string>& arguments,
           ::write(report.write.get(), &message, sizeof message);
       ::_exit(0);
     }
-    launch.execute(report.write.get(), 0, false, false);
+    launch.execute(status.write.get(), 0, false, false);
   }
   report.write.reset();
+  status.write.reset();
   reap(middle, nullptr);
   int pid = 0;
   if (!readInt(report.read.get(), pid)) {
@@ -284,9 +287,8 @@ pid_t Subprocess::launchDetached(const std::vector<std::string>& arguments,
   if (pid < 0) {
     throw systemError(-pid, "start", launch.program);
   }
-  // The pipe closes on a successful exec; an errno arrives when exec failed.
   int error = 0;
-  if (readInt(report.read.get(), error)) {
+  if (readInt(status.read.get(), error)) {
     throw systemError(error, "start", launch.program);
   }
   return pid;

@@ -17,8 +17,8 @@ namespace brimble {
 struct ScreenDisplay {
   /// The display identifier: the RandR output id on X11.
   std::uint32_t displayID = 0;
-  std::string name;
-  ScreenRect frame;
+  std::string name{};
+  ScreenRect frame{};
   double scaleFactor = 1;
   bool primary = false;
 };
@@ -28,7 +28,7 @@ struct ScreenWindow {
   /// The X window id of the application's own (client) window.
   std::uint32_t windowID = 0;
   /// Its content area in screen coordinates, without the window manager's frame.
-  ScreenRect frame;
+  ScreenRect frame{};
 };
 
 /// What a stream records: a rectangle of the screen (a region or a whole display), or one window

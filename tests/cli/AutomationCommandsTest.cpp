@@ -2,9 +2,11 @@
 // our test client in an embedded display; and `brimble display` itself.
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <optional>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -13,9 +15,11 @@
 #include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
+#include "tests/Support/X11Helpers.h"
 
 namespace brimble {
 namespace {
@@ -129,6 +133,24 @@ TEST(BrimbleDisplay, EverythingAfterTheProgramNameIsTheProgramsOwn) {
     const auto result = runCommand(brimble(run.arguments));
     EXPECT_EQ(result.exitCode, run.exitCode) << run.arguments;
     EXPECT_EQ(result.output, run.output) << run.arguments;
+  }
+}
+
+TEST(BrimbleDisplay, ItsProgramsDieWithAKilledBrimble) {
+  // No destructor runs in a killed brimble, yet Xvfb, the bus and openbox must go with it.
+  testing::ChildProcess holder({BRIMBLE_BINARY, "display"});
+  std::string line;
+  for (int i = 0; i < 3 && !line.starts_with("BRIMBLE_DISPLAY_PIDS="); ++i) {
+    line = holder.readLine(std::chrono::seconds(20)).value_or("");
+  }
+  ASSERT_TRUE(line.starts_with("BRIMBLE_DISPLAY_PIDS=")) << holder.errorOutput();
+  std::istringstream fields(line.substr(std::string("BRIMBLE_DISPLAY_PIDS=").size()));
+  std::vector<pid_t> pids(3);
+  fields >> pids[0] >> pids[1] >> pids[2];
+  holder.signal(SIGKILL);
+  holder.wait(std::chrono::seconds(5));
+  for (const pid_t pid : pids) {
+    EXPECT_TRUE(testing::eventually([&] { return !processAlive(pid); })) << pid;
   }
 }
 

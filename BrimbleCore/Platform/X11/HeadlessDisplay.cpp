@@ -298,13 +298,17 @@ void HeadlessDisplay::startSessionBus() {
   ReportPipe address;
   std::vector<std::string> environment = privateFolders();
   environment.push_back("DISPLAY=" + displayName_);
-  // Its socket in the session folder too, not in /tmp.
-  bus_ = Subprocess::spawn({"dbus-daemon", "--session", "--nofork",
-                            "--address=unix:dir=" + (sessionDirectory_ / "runtime").string(),
-                            "--print-address=" + std::to_string(address.write.get())},
-                           {.dieWithParent = true,
-                            .inheritedFd = address.write.get(),
-                            .environment = std::move(environment)});
+  std::vector<std::string> arguments = {"dbus-daemon", "--session", "--nofork",
+                                        "--print-address=" + std::to_string(address.write.get())};
+  // Its socket in the session folder too, not in /tmp, unless that path would be too long for a
+  // socket's name (108 bytes with the "dbus-XXXXXXXXXX" it adds).
+  const std::string runtime = (sessionDirectory_ / "runtime").string();
+  if (runtime.size() < 80) {
+    arguments.push_back("--address=unix:dir=" + runtime);
+  }
+  bus_ = Subprocess::spawn(arguments, {.dieWithParent = true,
+                                       .inheritedFd = address.write.get(),
+                                       .environment = std::move(environment)});
   const auto reported = address.readLine(kStartTimeout);
   if (!reported || reported->empty()) {
     bus_.terminate();

@@ -137,8 +137,11 @@ TEST(BrimbleDisplay, EverythingAfterTheProgramNameIsTheProgramsOwn) {
 }
 
 TEST(BrimbleDisplay, ItsProgramsDieWithAKilledBrimble) {
-  // No destructor runs in a killed brimble, yet Xvfb, the bus and openbox must go with it.
-  testing::ChildProcess holder({BRIMBLE_BINARY, "display"});
+  // No destructor runs in a killed brimble, yet Xvfb, the bus and openbox must go with it (its
+  // private folder is left, in a temporary directory of the test's).
+  testing::TempDirectory temporary;
+  testing::ChildProcess holder(
+      {"env", "TMPDIR=" + temporary.path().string(), BRIMBLE_BINARY, "display"});
   std::string line;
   for (int i = 0; i < 3 && !line.starts_with("BRIMBLE_DISPLAY_PIDS="); ++i) {
     line = holder.readLine(std::chrono::seconds(20)).value_or("");

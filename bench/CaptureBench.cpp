@@ -30,7 +30,7 @@
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Platform/X11/X11ScreenStream.h"
-#include "BrimbleCore/Support/DaemonProcess.h"
+#include "BrimbleCore/Support/Subprocess.h"
 
 namespace {
 
@@ -170,9 +170,9 @@ int main(int argc, char** argv) {
 
   const auto display = x11::HeadlessDisplay::start();
   // A page of text, redrawn ten times a second.
-  DaemonProcess terminal =
-      DaemonProcess::start({"xterm", "-geometry", "320x83+0+0", "-e", "sh", "-c",
-                            "while :; do ls -l /usr/bin | head -n 82; date +%N; sleep 0.1; done"});
+  Subprocess terminal =
+      Subprocess::spawn({"xterm", "-geometry", "320x83+0+0", "-e", "sh", "-c",
+                         "while :; do ls -l /usr/bin | head -n 82; date +%N; sleep 0.1; done"});
   std::this_thread::sleep_for(std::chrono::seconds(1));
 
   x11::X11ScreenSource source(display->displayName());
@@ -181,6 +181,6 @@ int main(int argc, char** argv) {
   for (const int fps : {30, 60}) {
     sustained(source, screen, fps, length, display->serverPid());
   }
-  terminal.stop();
+  terminal.terminate();
   return 0;
 }

@@ -14,13 +14,10 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "BrimbleCore/Automation/AppLauncher.h"
 #include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
-#include "BrimbleCore/Platform/X11/X11ScreenSource.h"
-#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Clock.h"
@@ -141,8 +138,7 @@ std::string describe(const ScreenDisplay& display) {
 
 /// `--display N`: the display whose id is N, else the N-th (from 0); without N the display under
 /// the pointer, else the primary one, else the first.
-ScreenDisplay chooseDisplay(const char* command, const std::string& wanted,
-                            x11::X11ScreenSource& source) {
+ScreenDisplay chooseDisplay(const char* command, const std::string& wanted, ScreenSource& source) {
   const std::vector<ScreenDisplay> displays = source.displays();
   if (wanted.empty()) {
     if (const auto pointer = source.pointerPosition()) {
@@ -175,7 +171,7 @@ ScreenDisplay chooseDisplay(const char* command, const std::string& wanted,
 }
 
 Target resolveTarget(const char* command, const CaptureOptions& options,
-                     x11::X11ScreenSource& source) {
+                     const DisplaySession& session, ScreenSource& source) {
   Target target;
   if (options.regionOption->count() > 0) {
     target.kind = Target::Kind::region;
@@ -209,9 +205,9 @@ Target resolveTarget(const char* command, const CaptureOptions& options,
       }
     } else {
       // The same lookup scripts use: the alias table, an exact name before a partial one.
-      x11::X11WindowSystem windowSystem(source.displayName());
-      DetachedAppLauncher launcher;
-      WindowManager windows(windowSystem, launcher, steadyClock());
+      const auto windowSystem = session.windowSystem();
+      const auto launcher = session.appLauncher();
+      WindowManager windows(*windowSystem, *launcher, steadyClock());
       const auto match = windows.find(std::string_view(options.app));
       window = match ? source.window(match->window.id) : std::nullopt;
       if (!window) {
@@ -256,11 +252,12 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   const std::stop_token stop = interrupts.watch();
   checkOneTarget(command, options);
   const OutputFormat format = checkAnimationOutput("", options.output, false);
+  ScreenRecorder::sweepOrphanedFrameFiles();
   const DisplaySession session(options.headless);
-  x11::X11ScreenSource source(session.name());
-  const Target target = resolveTarget(command, options, source);
+  const auto source = session.screenSource();
+  const Target target = resolveTarget(command, options, session, *source);
 
-  ScreenRecorder recorder(source, steadyClock());
+  ScreenRecorder recorder(*source, steadyClock());
   const bool showCursor = !options.noCursor;
   switch (target.kind) {
     case Target::Kind::region:
@@ -333,9 +330,9 @@ int runStill(const CaptureOptions& options) {
   checkOneTarget(command, options);
   checkPNGOutput(options.output);
   const DisplaySession session(options.headless);
-  x11::X11ScreenSource source(session.name());
-  const Target target = resolveTarget(command, options, source);
-  const auto frame = source.openStream(target.captureTarget(), false)->grab();
+  const auto source = session.screenSource();
+  const Target target = resolveTarget(command, options, session, *source);
+  const auto frame = source->openStream(target.captureTarget(), false)->grab();
   if (!frame) {
     fail(command, kExitFailure, "{} is not on screen; nothing was written", target.description);
   }

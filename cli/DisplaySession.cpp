@@ -1,22 +1,32 @@
 #include "cli/DisplaySession.h"
 
-#include <cstdlib>
-
 namespace brimble::cli {
 
 DisplaySession::DisplaySession(bool headless) {
-  const char* display = std::getenv("DISPLAY");
-  if (headless || display == nullptr || *display == '\0') {
-    embedded_ = x11::HeadlessDisplay::start();
+  const auto user = platform::userDisplay();
+  if (headless || !user) {
+    embedded_ = platform::startEmbeddedDisplay();
+    name_ = embedded_->name();
+  } else {
+    name_ = *user;
   }
 }
 
-std::string DisplaySession::name() const {
-  if (embedded_) {
-    return embedded_->displayName();
+DisplaySession DisplaySession::lasting() {
+  const auto user = platform::userDisplay();
+  if (!user) {
+    throw std::runtime_error(
+        "$DISPLAY is not set, and a display started for this one command would vanish with it. "
+        "Start a display that stays with `eval \"$(brimble display start)\"` (and stop it later "
+        "with `brimble display stop`), or run inside an X11 session.");
   }
-  const char* display = std::getenv("DISPLAY");
-  return display != nullptr ? display : "";
+  DisplaySession session;
+  session.name_ = *user;
+  return session;
+}
+
+std::vector<std::string> DisplaySession::environment() const {
+  return embedded_ ? embedded_->environment() : std::vector<std::string>{};
 }
 
 }  // namespace brimble::cli

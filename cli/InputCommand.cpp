@@ -10,14 +10,12 @@
 
 #include "BrimbleCore/Automation/InputError.h"
 #include "BrimbleCore/Automation/InputSimulator.h"
-#include "BrimbleCore/Platform/X11/X11InputBackend.h"
 #include "cli/DisplaySession.h"
 
 namespace brimble::cli {
 namespace {
 
 struct InputOptions {
-  bool headless = false;
   std::string text;
   bool enter = false;
   double delay = 0.05;
@@ -52,9 +50,10 @@ std::optional<ScrollDirection> directionNamed(const std::string& name) {
 Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
   auto options = std::make_shared<InputOptions>();
   CLI::App* command = app.add_subcommand(
-      "input", "Type, press keys, click, move the pointer or scroll, as a script would");
+      "input",
+      "Type, press keys, click, move the pointer or scroll on $DISPLAY, as a script would "
+      "(without one, start a display that stays with `brimble display start`)");
   command->require_subcommand(1);
-  command->add_flag("--headless", options->headless, "Use Brimble's embedded display");
 
   CLI::App* type = command->add_subcommand(
       "type", "Type text into the focused window, any Unicode included, with human pacing");
@@ -80,10 +79,6 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
   scroll->add_option("ticks", options->ticks, "Wheel clicks")
       ->check(CLI::Range(1, 1000))
       ->capture_default_str();
-  for (CLI::App* action : {type, key, click, move, scroll}) {
-    action->fallthrough();  // --headless after the action too
-  }
-
   return {
       command, [=, &interrupts] {
         const std::string name = "brimble input " + command->get_subcommands().front()->get_name();
@@ -104,14 +99,14 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
           return kExitUsage;
         }
         const std::stop_token stop = interrupts.watch();
-        const DisplaySession session(options->headless);
-        x11::X11InputBackend backend(session.name());
-        if (!backend.available()) {
+        const DisplaySession session = DisplaySession::lasting();
+        const auto backend = session.inputBackend();
+        if (!backend->available()) {
           fmt::print(stderr, "{}: cannot send input to the X display {} (no XTEST extension)\n",
                      name, session.name());
           return kExitFailure;
         }
-        InputSimulator input(backend, steadyClock());
+        InputSimulator input(*backend, steadyClock());
         if (type->parsed()) {
           // A key the user still holds from starting this command would turn the text
           // into shortcuts.

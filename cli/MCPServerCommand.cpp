@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "BrimbleCore/Capture/ScreenRecorder.h"
 #include "BrimbleCore/MCP/MCPServer.h"
 #include "BrimbleCore/MCP/MCPStandardStreams.h"
 #include "BrimbleCore/MCP/MCPTransport.h"
@@ -15,6 +16,7 @@ constexpr const char* kServerName = "brimble";
 constexpr const char* kServerVersion = "1.0.0";
 
 int runMCPServer() {
+  ScreenRecorder::sweepOrphanedFrameFiles();
   MCPStandardStreams streams;
   MCPTransport transport(streams.input(), streams.output());
   MCPServer server(transport, kServerName, kServerVersion,

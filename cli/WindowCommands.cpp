@@ -4,13 +4,13 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Automation/WindowManager.h"
-#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
 #include "cli/DisplaySession.h"
 #include "cli/OptionChecks.h"
 #include "cli/XID.h"
@@ -22,11 +22,11 @@ constexpr int kJSONIndent = 2;
 
 /// A window manager on the session's display, for one command.
 struct Windows {
-  explicit Windows(bool headless) : session(headless), system(session.name()) {}
+  explicit Windows(DisplaySession display) : session(std::move(display)) {}
   DisplaySession session;
-  x11::X11WindowSystem system;
-  DetachedAppLauncher launcher;
-  WindowManager manager{system, launcher, steadyClock()};
+  std::unique_ptr<WindowSystem> system = session.windowSystem();
+  std::unique_ptr<AppLauncher> launcher = session.appLauncher();
+  WindowManager manager{*system, *launcher, steadyClock()};
 };
 
 struct WindowsOptions {
@@ -36,7 +36,7 @@ struct WindowsOptions {
 };
 
 int runWindows(const WindowsOptions& options) {
-  Windows windows(options.headless);
+  Windows windows{DisplaySession(options.headless)};
   const auto listed =
       options.app.empty() ? windows.manager.windows() : windows.manager.windows(options.app);
   if (options.json) {
@@ -78,7 +78,6 @@ struct WindowOptions {
   int width = 0;
   int height = 0;
   std::string id;
-  bool headless = false;
 };
 
 }  // namespace
@@ -100,10 +99,11 @@ Command addWindowsCommand(CLI::App& app) {
 
 Command addWindowCommand(CLI::App& app) {
   auto options = std::make_shared<WindowOptions>();
-  CLI::App* command =
-      app.add_subcommand("window", "Open, focus, resize or close an application's window");
+  CLI::App* command = app.add_subcommand(
+      "window",
+      "Open, focus, resize or close an application's window on $DISPLAY (without one, start a "
+      "display that stays with `brimble display start`)");
   command->require_subcommand(1);
-  command->add_flag("--headless", options->headless, "Use Brimble's embedded display");
 
   CLI::App* open = command->add_subcommand(
       "open", "Start the application and print its new window's id (the window is focused)");
@@ -124,16 +124,12 @@ Command addWindowCommand(CLI::App& app) {
   close->add_option("app", options->app, "Application name");
   close->add_option("--id", options->id, "The window's id, as `brimble windows` lists it")
       ->check(windowID());
-  for (CLI::App* action : {open, focus, resize, close}) {
-    action->fallthrough();  // --headless after the action too
-  }
-
   return {command, [=] {
             if (close->parsed() && options->app.empty() && options->id.empty()) {
               fmt::print(stderr, "brimble window close: give an application name or --id\n");
               return kExitUsage;
             }
-            Windows windows(options->headless);
+            Windows windows{DisplaySession::lasting()};
             WindowManager& manager = windows.manager;
             if (open->parsed()) {
               fmt::print("{}\n", formatXID(manager.openApp(options->app)));

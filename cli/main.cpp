@@ -91,7 +91,7 @@ int main(int argc, char** argv) {
   };
 
   try {
-    app.parse(argc, argv);
+    app.parse(takeDisplayArguments(argc, argv), argv);
   } catch (const CLI::CallForHelp& request) {
     return app.exit(request);
   } catch (const CLI::CallForAllHelp& request) {

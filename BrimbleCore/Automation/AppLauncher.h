@@ -1,6 +1,8 @@
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace brimble {
 
@@ -26,8 +28,16 @@ class AppLauncher {
 /// in our environment, so on our display.
 class DetachedAppLauncher final : public AppLauncher {
  public:
+  /// `environment` ("NAME=value") is added to ours for every program started: an embedded
+  /// display's private folders, for example.
+  explicit DetachedAppLauncher(std::vector<std::string> environment = {})
+      : environment_(std::move(environment)) {}
+
   bool isInstalled(const std::string& program) const override;
   int launch(const std::string& program) override;
+
+ private:
+  const std::vector<std::string> environment_;
 };
 
 }  // namespace brimble

@@ -54,7 +54,7 @@ ChromeLauncher::Session::~Session() {
 }
 
 void ChromeLauncher::Session::end() noexcept {
-  process_.stop();
+  process_.terminate();
   if (!userDataDirectory_.empty()) {
     std::error_code ignored;
     std::filesystem::remove_all(userDataDirectory_, ignored);
@@ -65,7 +65,7 @@ void ChromeLauncher::Session::end() noexcept {
 std::string ChromeLauncher::findBrowser() {
   for (const char* program :
        {"google-chrome", "google-chrome-stable", "chromium", "chromium-browser"}) {
-    if (programAvailable(program)) {
+    if (findProgram(program)) {
       return program;
     }
   }
@@ -122,6 +122,9 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
       "--disable-sync",
       "--disable-default-apps",
       "--password-store=basic",
+      // No crash reporter: it would keep reports in the user's configuration folder.
+      "--disable-breakpad",
+      "--disable-crash-reporter",
   };
   if (::geteuid() == 0) {
     // Chromium refuses to run as root with its sandbox; --test-type hides the warning bar that
@@ -129,7 +132,21 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
     arguments.insert(arguments.end(), {"--no-sandbox", "--test-type"});
   }
   arguments.push_back(url);
-  session.process_ = DaemonProcess::start(arguments);
+  // Whatever Chromium and its helpers keep outside the profile (crash reports, font and GPU
+  // caches, dconf, "org.chromium.Chromium.*" temporary folders) goes inside it too, and is
+  // deleted with it instead of piling up in the user's home and temporary directory.
+  std::vector<std::string> environment;
+  for (const auto& [variable, folder] :
+       {std::pair{"XDG_CONFIG_HOME", "xdg-config"}, std::pair{"XDG_CACHE_HOME", "xdg-cache"},
+        std::pair{"XDG_DATA_HOME", "xdg-data"}, std::pair{"XDG_RUNTIME_DIR", "xdg-runtime"},
+        std::pair{"TMPDIR", "tmp"}}) {
+    const auto path = session.userDataDirectory_ / folder;
+    std::filesystem::create_directory(path);
+    std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+    environment.push_back(std::string(variable) + "=" + path.string());
+  }
+  session.process_ =
+      Subprocess::spawn(arguments, {.dieWithParent = true, .environment = std::move(environment)});
 
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (std::chrono::steady_clock::now() < deadline && !session.process_.hasExited()) {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "BrimbleCore/Support/DaemonProcess.h"
+#include "BrimbleCore/Support/Subprocess.h"
 
 namespace brimble {
 
@@ -33,7 +33,7 @@ class ChromeLauncher {
     Session() = default;
     void end() noexcept;
 
-    DaemonProcess process_;
+    Subprocess process_;
     int port_ = 0;
     std::filesystem::path userDataDirectory_;
     std::string webSocketDebuggerURL_;

@@ -418,6 +418,10 @@ std::optional<std::uint64_t> ScreenRecorder::availableDiskSpace() {
   return space.available;
 }
 
+void ScreenRecorder::sweepOrphanedFrameFiles() {
+  DiskFrameWriter::sweepOrphans(temporaryDirectory(), kOrphanedFrameFileAge);
+}
+
 void ScreenRecorder::pause() {
   std::scoped_lock lock(lock_);
   isPaused_ = true;

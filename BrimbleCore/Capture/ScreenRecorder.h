@@ -117,6 +117,13 @@ class ScreenRecorder {
   /// Free bytes on the volume of the temporary directory; no value when it cannot be read.
   static std::optional<std::uint64_t> availableDiskSpace();
 
+  /// Deletes the frame files that recordings of crashed processes left in the temporary
+  /// directory: those untouched for an hour (kOrphanedFrameFileAge). Programs that record (the
+  /// command line's record, run and mcp-server, the desktop application) call it once as they
+  /// start; it logs how many it deleted.
+  static void sweepOrphanedFrameFiles();
+  static constexpr double kOrphanedFrameFileAge = 3600;
+
   /// While paused, frames are neither grabbed nor written.
   void pause();
   void resume();

@@ -21,6 +21,11 @@ ScreenCaptureError ScreenCaptureError::displayUnreachable(const std::string& dis
           "Couldn't connect to the X display \"" + displayName + "\" to record it."};
 }
 
+ScreenCaptureError ScreenCaptureError::displayLost(const std::string& displayName) {
+  return {Code::displayLost, "Lost the connection to the X display \"" + displayName +
+                                 "\" being recorded: the X server ended."};
+}
+
 ScreenCaptureError ScreenCaptureError::windowNotFound(std::uint32_t windowID) {
   return {Code::windowNotFound,
           "Couldn't find the window " + std::to_string(windowID) + " to record."};

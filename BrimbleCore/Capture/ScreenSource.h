@@ -5,6 +5,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "BrimbleCore/Capture/ScreenRect.h"
@@ -16,8 +17,8 @@ namespace brimble {
 struct ScreenDisplay {
   /// The display identifier: the RandR output id on X11.
   std::uint32_t displayID = 0;
-  std::string name;
-  ScreenRect frame;
+  std::string name{};
+  ScreenRect frame{};
   double scaleFactor = 1;
   bool primary = false;
 };
@@ -27,7 +28,7 @@ struct ScreenWindow {
   /// The X window id of the application's own (client) window.
   std::uint32_t windowID = 0;
   /// Its content area in screen coordinates, without the window manager's frame.
-  ScreenRect frame;
+  ScreenRect frame{};
 };
 
 /// What a stream records: a rectangle of the screen (a region or a whole display), or one window
@@ -45,9 +46,17 @@ struct CaptureTarget {
 
 class ScreenCaptureError : public std::runtime_error {
  public:
-  enum class Code { displayUnreachable, windowNotFound, windowClosed, unsupportedPixelFormat };
+  enum class Code {
+    displayUnreachable,
+    displayLost,
+    windowNotFound,
+    windowClosed,
+    unsupportedPixelFormat
+  };
 
   static ScreenCaptureError displayUnreachable(const std::string& displayName);
+  /// The display server went away while it was being captured.
+  static ScreenCaptureError displayLost(const std::string& displayName);
   static ScreenCaptureError windowNotFound(std::uint32_t windowID);
   static ScreenCaptureError windowClosed(std::uint32_t windowID);
   static ScreenCaptureError unsupportedPixelFormat(int depth, int bitsPerPixel);
@@ -70,8 +79,8 @@ class ScreenStream {
   /// The target's current pixels as an opaque bgra8 image (alpha 255 everywhere), with the
   /// pointer drawn in when the stream was opened with the cursor on. A window is grabbed at its
   /// current size, which may change between grabs. No value when there is nothing to grab at the
-  /// moment (a window that is unmapped). Throws ScreenCaptureError::windowClosed when the window
-  /// is gone for good.
+  /// moment (a window that is unmapped). Throws ScreenCaptureError: windowClosed when the window
+  /// is gone for good, displayLost when the display server is.
   virtual std::optional<Image> grab() = 0;
 };
 
@@ -82,17 +91,20 @@ class ScreenSource {
   virtual ~ScreenSource() = default;
 
   /// The displays, primary or not, in the order the display server lists them. Throws
-  /// ScreenCaptureError::displayUnreachable.
+  /// ScreenCaptureError: displayUnreachable, displayLost.
   virtual std::vector<ScreenDisplay> displays() = 0;
 
   /// The window `windowID` with its current frame; no value when there is no such window.
-  /// Throws ScreenCaptureError::displayUnreachable.
+  /// Throws ScreenCaptureError: displayUnreachable, displayLost.
   virtual std::optional<ScreenWindow> window(std::uint32_t windowID) = 0;
 
   /// Opens a stream of `target` for the calling thread, with the pointer drawn in when
   /// `showCursor` is set. Throws ScreenCaptureError.
   virtual std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target,
                                                    bool showCursor) = 0;
+
+  /// The pointer's position in screen coordinates; no value when it cannot be read.
+  virtual std::optional<std::pair<int, int>> pointerPosition() = 0;
 };
 
 }  // namespace brimble

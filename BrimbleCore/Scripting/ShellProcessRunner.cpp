@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
-#include "BrimbleCore/Support/ChildProcessGroup.h"
+#include "BrimbleCore/Support/Subprocess.h"
 #include "BrimbleCore/Support/SystemError.h"
 #include "BrimbleCore/Support/Text.h"
 
@@ -46,9 +46,11 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
                std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*timeout));
   }
 
-  std::optional<ChildProcessGroup> child;
+  std::optional<Subprocess> child;
   try {
-    child.emplace(ChildProcessGroup::spawn({"/bin/sh", "-c", command}));
+    child.emplace(Subprocess::spawn(
+        {"/bin/sh", "-c", command},
+        {.output = StreamConnection::pipe, .errorOutput = StreamConnection::pipe}));
   } catch (const std::system_error& error) {
     throw ScriptError::runtimeError(line, "Failed to run command: " + error.code().message());
   }
@@ -68,7 +70,7 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
     if (deadline) {
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
       if (left.count() <= 0) {
-        child->terminateGroup(grace_);
+        child->terminate(grace_);
         throw ScriptError::commandTimeout(line, command, *timeout);
       }
       waitMilliseconds = static_cast<int>(std::min<long long>(left.count(), 60'000));
@@ -107,7 +109,7 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
       }
     }
   }
-  const int status = child->wait();
+  const int status = child->wait().shellStatus();
   return {std::string(trimmed(output)), std::string(trimmed(errorOutput)),
           static_cast<std::int32_t>(status)};
 }

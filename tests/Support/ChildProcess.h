@@ -6,14 +6,14 @@
 #include <string_view>
 #include <vector>
 
-#include <sys/types.h>
+#include "BrimbleCore/Support/Subprocess.h"
 
 namespace brimble::testing {
 
 /// A program started with pipes on its standard input, output and error, for tests and
 /// benchmarks that talk to a real process. Standard error is collected in the background of
 /// every read, so a chatty child never blocks on a full pipe. One thread at a time; the
-/// destructor kills and reaps a child that is still running.
+/// destructor ends a child that is still running, with everything it started.
 class ChildProcess {
  public:
   /// Starts `arguments[0]` (looked up on PATH when it has no slash) with `arguments`. With
@@ -21,16 +21,13 @@ class ChildProcess {
   /// std::system_error when the program cannot be started.
   explicit ChildProcess(const std::vector<std::string>& arguments,
                         const std::optional<std::vector<std::string>>& environment = std::nullopt);
-  ChildProcess(const ChildProcess&) = delete;
-  ChildProcess& operator=(const ChildProcess&) = delete;
-  ~ChildProcess();
 
-  pid_t pid() const noexcept { return pid_; }
+  pid_t pid() const noexcept { return process_.pid(); }
 
   /// Writes all of `bytes` to the child's standard input. False when the child closed it.
   bool write(std::string_view bytes);
   /// Closes the child's standard input: end of input for the child.
-  void closeInput();
+  void closeInput() { process_.input().reset(); }
 
   /// The next line of standard output without its "\n"; no value at end of output or when
   /// `timeout` passes first.
@@ -41,7 +38,7 @@ class ChildProcess {
   std::string errorOutput();
 
   /// Sends `signal` to the child.
-  void signal(int signal);
+  void signal(int signal) { process_.signal(signal); }
   /// Waits for the child to end: its exit code, or minus the signal that ended it. No value when
   /// `timeout` passes first.
   std::optional<int> wait(std::chrono::milliseconds timeout);
@@ -51,13 +48,9 @@ class ChildProcess {
   /// on standard output.
   bool pump(std::chrono::milliseconds timeout);
 
-  pid_t pid_ = -1;
-  int input_ = -1;
-  int output_ = -1;
-  int error_ = -1;
+  Subprocess process_;
   std::string outputBuffer_;
   std::string errorBuffer_;
-  std::optional<int> status_;
 };
 
 }  // namespace brimble::testing

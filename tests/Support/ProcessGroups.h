@@ -1,11 +1,12 @@
 #pragma once
 
-#include <sys/types.h>
+#include "BrimbleCore/Support/ProcessTable.h"
 
 namespace brimble::testing {
 
-/// How many processes of process group `group` are running (zombies do not count), as ps(1)
-/// sees them.
-int runningProcessesInGroup(pid_t group);
+/// How many processes of process group `group` are running (zombies do not count).
+inline int runningProcessesInGroup(pid_t group) {
+  return liveProcessesInGroup(group);
+}
 
 }  // namespace brimble::testing

@@ -1,38 +1,19 @@
-// Xlib here and GoogleTest never: Xlib's macros (None, Bool, Status) break gtest's headers.
 #include "tests/Support/X11Helpers.h"
 
 #include <chrono>
 #include <stdexcept>
-
-#include <X11/Xlib.h>
+#include <thread>
 
 namespace brimble::testing {
-namespace {
 
-/// Runs `body` on a fresh connection to $DISPLAY and waits until the server has done it.
-template <typename Body>
-void withDisplay(Body body) {
-  Display* display = XOpenDisplay(nullptr);
-  if (display == nullptr) {
-    throw std::runtime_error("cannot open $DISPLAY");
+bool eventually(const std::function<bool()>& condition) {
+  for (int i = 0; i < 500; ++i) {
+    if (condition()) {
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  body(display);
-  XSync(display, False);
-  XCloseDisplay(display);
-}
-
-}  // namespace
-
-void warpPointer(int x, int y) {
-  withDisplay([&](Display* display) {
-    XWarpPointer(display, None, DefaultRootWindow(display), 0, 0, 0, 0, x, y);
-  });
-}
-
-void resizeWindow(std::uint32_t window, int width, int height) {
-  withDisplay([&](Display* display) {
-    XResizeWindow(display, window, static_cast<unsigned>(width), static_cast<unsigned>(height));
-  });
+  return false;
 }
 
 TestWindow::TestWindow(const std::vector<std::string>& arguments)
@@ -41,13 +22,38 @@ TestWindow::TestWindow(const std::vector<std::string>& arguments)
         command.insert(command.end(), arguments.begin(), arguments.end());
         return command;
       }()) {
-  while (const auto line = process_.readLine(std::chrono::seconds(10))) {
-    if (line->rfind("window ", 0) == 0) {
+  while (const auto line = nextLine()) {
+    if (line->starts_with("window ")) {
       id_ = static_cast<std::uint32_t>(std::stoul(line->substr(7)));
       return;
     }
   }
   throw std::runtime_error("the test window did not appear: " + process_.errorOutput());
+}
+
+std::optional<std::string> TestWindow::nextLine() {
+  return process_.readLine(std::chrono::seconds(5));
+}
+
+bool TestWindow::waitFor(const std::string& wanted) {
+  while (const auto line = nextLine()) {
+    if (*line == wanted) {
+      return true;
+    }
+  }
+  return false;
+}
+
+std::vector<std::string> TestWindow::lines(std::size_t count) {
+  std::vector<std::string> read;
+  while (read.size() < count) {
+    const auto line = nextLine();
+    if (!line) {
+      break;
+    }
+    read.push_back(*line);
+  }
+  return read;
 }
 
 }  // namespace brimble::testing

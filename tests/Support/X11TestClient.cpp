@@ -7,7 +7,7 @@
 //   focus in | focus out | closed
 // It ends when standard input closes or the window manager asks it to close. A line
 // "warp <x> <y>" on standard input moves the pointer there the way a program does
-// (XWarpPointer), not as a device would.
+// (XWarpPointer), not as a device would; "resize <width> <height>" asks for a new size.
 //
 //   BrimbleX11TestClient [--title T] [--class C] [--size WxH] [--position X,Y] [--color RRGGBB]
 
@@ -135,12 +135,14 @@ int main(int argc, char** argv) {
         break;
       }
       buffer[got] = '\0';
-      int warpX = 0;
-      int warpY = 0;
-      if (std::sscanf(buffer, "warp %d %d", &warpX, &warpY) == 2) {
-        XWarpPointer(display, None, RootWindow(display, screen), 0, 0, 0, 0, warpX, warpY);
-        XFlush(display);
+      int a = 0;
+      int b = 0;
+      if (std::sscanf(buffer, "warp %d %d", &a, &b) == 2) {
+        XWarpPointer(display, None, RootWindow(display, screen), 0, 0, 0, 0, a, b);
+      } else if (std::sscanf(buffer, "resize %d %d", &a, &b) == 2) {
+        XResizeWindow(display, window, static_cast<unsigned>(a), static_cast<unsigned>(b));
       }
+      XFlush(display);
     }
   }
   XCloseDisplay(display);

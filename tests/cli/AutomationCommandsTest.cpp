@@ -1,9 +1,12 @@
 // `brimble windows`, `brimble window` and `brimble input`, run the way a user runs them, against
-// our test client in an embedded display.
+// our test client in an embedded display; and `brimble display` itself.
 
 #include <chrono>
+#include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <optional>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -13,9 +16,11 @@
 #include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
+#include "tests/Support/X11Helpers.h"
 
 namespace brimble {
 namespace {
@@ -164,6 +169,105 @@ TEST(InspectCommand, OpensAFileByItsPathAndSaysWhetherTheTargetIsThere) {
   EXPECT_EQ(missing.output,
             "brimble inspect: web/page.html: no such file (give a page's path, or a URL with its "
             "scheme such as https://)\n");
+}
+
+TEST(BrimbleDisplay, EverythingAfterTheProgramNameIsTheProgramsOwn) {
+  const struct {
+    std::string arguments;
+    int exitCode;
+    std::string output;
+  } cases[] = {
+      {"display echo -n hello -x world", 0, "hello -x world"},
+      {"display -- echo -n hello -- -x", 0, "hello -- -x"},
+      {"display sh -c 'exit 4'", 4, ""},
+      {"display no-such-program --flag", 127,
+       "brimble display: cannot run no-such-program: No such file or directory\n"},
+      {"display --flag", 2,
+       "brimble display: unknown option --flag; a program to run and its options come first, or "
+       "after --\nRun 'brimble display --help' for the forms it takes.\n"},
+  };
+  for (const auto& run : cases) {
+    const auto result = runCommand(brimble(run.arguments));
+    EXPECT_EQ(result.exitCode, run.exitCode) << run.arguments;
+    EXPECT_EQ(result.output, run.output) << run.arguments;
+  }
+}
+
+TEST(BrimbleDisplay, ItsProgramsDieWithAKilledBrimble) {
+  // No destructor runs in a killed brimble, yet Xvfb, the bus and openbox must go with it (its
+  // private folder is left, in a temporary directory of the test's).
+  testing::TempDirectory temporary;
+  testing::ChildProcess holder(
+      {"env", "TMPDIR=" + temporary.path().string(), BRIMBLE_BINARY, "display"});
+  std::string line;
+  for (int i = 0; i < 3 && !line.starts_with("BRIMBLE_DISPLAY_PIDS="); ++i) {
+    line = holder.readLine(std::chrono::seconds(20)).value_or("");
+  }
+  ASSERT_TRUE(line.starts_with("BRIMBLE_DISPLAY_PIDS=")) << holder.errorOutput();
+  std::istringstream fields(line.substr(std::string("BRIMBLE_DISPLAY_PIDS=").size()));
+  std::vector<pid_t> pids(3);
+  fields >> pids[0] >> pids[1] >> pids[2];
+  holder.signal(SIGKILL);
+  holder.wait(std::chrono::seconds(5));
+  for (const pid_t pid : pids) {
+    EXPECT_TRUE(testing::eventually([&] { return !processAlive(pid); })) << pid;
+  }
+}
+
+TEST(BrimbleDisplay, OneShotCommandsWithoutADisplayAskForOneThatStays) {
+  testing::TempDirectory runtime;
+  // A private runtime folder holds the note of the started display, apart from any other.
+  const std::string environment =
+      "env -u DISPLAY XDG_RUNTIME_DIR=" + shellQuote(runtime.path().string()) + " ";
+  for (const std::string command : {"window open Terminal", "input type hello"}) {
+    const auto refused = runCommand(environment + brimble(command));
+    EXPECT_EQ(refused.exitCode, 1) << command;
+    EXPECT_THAT(refused.output,
+                ::testing::HasSubstr(": $DISPLAY is not set, and a display started for this one "
+                                     "command would vanish with it. Start a display that stays "
+                                     "with `eval \"$(brimble display start)\"`"))
+        << command;
+  }
+  const std::string self = shellQuote(BRIMBLE_BINARY);
+  const auto session =
+      runCommand(environment + "sh -c " +
+                 shellQuote("eval \"$(" + self + " display start)\" && echo \"on $DISPLAY\" && " +
+                            self + " display start 2>&1 && " + self + " input key a && " + self +
+                            " display stop && " + self + " still --display -o /dev/null.png; " +
+                            self + " display stop") +
+                 " 2>&1");
+  EXPECT_TRUE(std::regex_match(
+      session.output,
+      std::regex("brimble display start: (:[0-9]+) runs until `brimble display stop`\n"
+                 "on \\1\nexport DISPLAY='\\1'\nexport DBUS_SESSION_BUS_ADDRESS='unix:.*'\n"
+                 "brimble display start: \\1 is already running; `brimble display stop` stops it\n"
+                 "brimble display stop: stopped \\1\n"
+                 "brimble still: Couldn't connect to the X display \"\\1\" to record it.\n"
+                 "brimble display stop: no display started by `brimble display start` runs\n")))
+      << session.output;
+  EXPECT_TRUE(std::filesystem::is_empty(runtime.path() / "brimble"));
+}
+
+TEST(BrimbleDisplay, EmbeddedDisplaysAndBrowsersLeaveNothingInHomeOrTheTemporaryDirectory) {
+  testing::TempDirectory home;
+  testing::TempDirectory temporary;
+  const auto result = runCommand(
+      "env -u XDG_CONFIG_HOME -u XDG_CACHE_HOME -u XDG_DATA_HOME -u XDG_RUNTIME_DIR HOME=" +
+      shellQuote(home.path().string()) + " TMPDIR=" + shellQuote(temporary.path().string()) +
+      " sh -c " +
+      shellQuote(
+          testing::brimbleCommand("inspect --headless --url 'data:text/html,<button>OK</button>'") +
+          " && " +
+          testing::brimbleCommand(
+              "record --headless --region 0,0,64,64 --duration 0.3 -o /dev/null.gif") +
+          "; " + testing::brimbleCommand("display -- true")) +
+      " 2>&1");
+  EXPECT_THAT(result.output, ::testing::HasSubstr("css:button"));
+  for (const auto& folder : {home.path(), temporary.path()}) {
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+      ADD_FAILURE() << "left behind: " << entry.path();
+    }
+  }
 }
 
 }  // namespace

@@ -13,14 +13,13 @@
 
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 #include "tests/Support/X11Helpers.h"
-
-extern char** environ;
 
 namespace brimble {
 namespace {
@@ -118,53 +117,53 @@ TEST(BrimbleRecord, RecordsAWindowForTheDurationIntoAnAnimation) {
   EXPECT_LE(centiseconds, 230);
 }
 
-bool processAlive(pid_t pid) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string pidText, name, state;
-  return stat >> pidText >> name >> state && state != "Z";
-}
-
-std::vector<pid_t> childrenOf(pid_t parent) {
-  std::vector<pid_t> children;
-  for (const auto& entry : fs::directory_iterator("/proc")) {
-    std::ifstream stat(entry.path() / "stat");
-    std::string pidText, name, state;
-    pid_t parentPid = 0;
-    if (stat >> pidText >> name >> state >> parentPid && parentPid == parent) {
-      children.push_back(std::stoi(pidText));
-    }
-  }
-  return children;
-}
-
-TEST(BrimbleRecord, CtrlCLeavesAValidAnimationOrNoneAndNothingElse) {
+/// `brimble record --headless` of the display in a temporary directory of its own, ended by
+/// `end` once it records: the frames taken are encoded, or (a second Ctrl-C) nothing is written,
+/// and either way every helper stops and nothing else is left in the temporary directory.
+void recordUntil(const std::string& end) {
+  SCOPED_TRACE(end);
   TempDirectory directory;
-  const auto out = directory / "interrupted.gif";
-  std::vector<std::string> environment{"TMPDIR=" + directory.path().string()};
-  for (char** variable = environ; *variable != nullptr; ++variable) {
-    if (std::string(*variable).rfind("TMPDIR=", 0) != 0) {
-      environment.emplace_back(*variable);
-    }
-  }
-  testing::ChildProcess recording(
-      {BRIMBLE_BINARY, "record", "--headless", "--display", "--fps", "20", "-o", out.string()},
-      environment);
+  const auto out = directory / "recording.gif";
+  testing::ChildProcess recording({"env", "TMPDIR=" + directory.path().string(), BRIMBLE_BINARY,
+                                   "record", "--headless", "--display", "--fps", "20", "-o",
+                                   out.string()});
   bool started = false;
   for (int i = 0; i < 500 && !started; ++i) {
     started = recording.errorOutput().find("recording display") != std::string::npos;
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   ASSERT_TRUE(started) << recording.errorOutput();
-  const std::vector<pid_t> helpers = childrenOf(recording.pid());
+  std::vector<pid_t> helpers;
+  pid_t server = 0;
+  for (const ProcessInfo& process : liveProcesses()) {
+    if (process.parent == recording.pid()) {
+      helpers.push_back(process.pid);
+      std::string name;
+      std::ifstream("/proc/" + std::to_string(process.pid) + "/comm") >> name;
+      server = name == "Xvfb" ? process.pid : server;
+    }
+  }
   EXPECT_EQ(helpers.size(), 3u) << "Xvfb, the session bus and openbox";
   std::this_thread::sleep_for(std::chrono::milliseconds(700));
-  recording.signal(SIGINT);
+  if (end == "Ctrl-C") {
+    recording.signal(SIGINT);
+  } else {
+    ::kill(server, SIGKILL);
+  }
   const auto exitCode = recording.wait(std::chrono::seconds(60));
   ASSERT_TRUE(exitCode) << recording.errorOutput();
+  if (end != "Ctrl-C") {
+    EXPECT_EQ(*exitCode, 0);
+    EXPECT_NE(recording.errorOutput().find("Brimble: capture stopped: Lost the connection to the "
+                                           "X display \":"),
+              std::string::npos)
+        << recording.errorOutput();
+  }
   if (*exitCode == 0) {
     const auto decoded = testing::decodeGIFFile(out);
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->width, 1920);
+    EXPECT_GE(decoded->frames.size(), 1u);
   } else {
     EXPECT_EQ(*exitCode, 130) << recording.errorOutput();
     EXPECT_FALSE(fs::exists(out));
@@ -174,6 +173,33 @@ TEST(BrimbleRecord, CtrlCLeavesAValidAnimationOrNoneAndNothingElse) {
   }
   for (const auto& entry : fs::directory_iterator(directory.path())) {
     EXPECT_EQ(entry.path(), out) << "left behind";
+  }
+}
+
+TEST(BrimbleRecord, CtrlCOrALostDisplayLeaveAValidAnimationOrNoneAndNothingElse) {
+  recordUntil("Ctrl-C");
+  recordUntil("the X server is killed");
+}
+
+TEST(BrimbleRecord, RecordAndTheMCPServerSweepFrameFilesThatCrashedRunsLeft) {
+  for (const std::string command :
+       {"record --headless --region 0,0,64,64 --duration 0.2 -o out.gif", "mcp-server"}) {
+    TempDirectory directory;
+    const auto orphan = directory / "brimble-frames-6F1C2D8E-0B4A-4C3E-9F57-2A1D3C4B5E6F";
+    const auto recent = directory / "brimble-frames-00000000-0B4A-4C3E-9F57-2A1D3C4B5E6F";
+    std::ofstream(orphan) << "frames of a run that crashed";
+    std::ofstream(recent) << "frames of a run going on";
+    fs::last_write_time(orphan, fs::file_time_type::clock::now() - std::chrono::hours(2));
+    const auto result = runCommand("cd " + shellQuote(directory.path().string()) +
+                                   " && TMPDIR=" + shellQuote(directory.path().string()) + " " +
+                                   brimble(command + " < /dev/null"));
+    EXPECT_EQ(result.exitCode, 0) << command << ": " << result.output;
+    EXPECT_NE(
+        result.output.find("Brimble: swept 1 orphaned frame-store file(s) from a prior session\n"),
+        std::string::npos)
+        << command << ": " << result.output;
+    EXPECT_FALSE(fs::exists(orphan)) << command;
+    EXPECT_TRUE(fs::exists(recent)) << command;
   }
 }
 

@@ -2,9 +2,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstring>
 #include <fstream>
 #include <system_error>
 #include <thread>
+#include <tuple>
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
@@ -47,7 +49,7 @@ constexpr const char* kOpenboxConfiguration = R"(<?xml version="1.0" encoding="U
 </openbox_config>
 )";
 
-std::optional<std::string> environment(const char* name) {
+std::optional<std::string> environmentVariable(const char* name) {
   const char* value = std::getenv(name);
   return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
 }
@@ -146,7 +148,9 @@ bool waitUntilManaging(Display* display, std::chrono::steady_clock::time_point d
   const Window probe =
       XCreateSimpleWindow(display, DefaultRootWindow(display), 0, 0, 1, 1, 0, 0, 0);
   bool managed = false;
-  for (int attempt = 0; !managed && std::chrono::steady_clock::now() < deadline; ++attempt) {
+  for (int attempt = 0;
+       !managed && !connectionLost(display) && std::chrono::steady_clock::now() < deadline;
+       ++attempt) {
     if (attempt % 20 == 0) {
       XUnmapWindow(display, probe);
       XMapWindow(display, probe);
@@ -193,19 +197,18 @@ HeadlessDisplayError HeadlessDisplayError::windowManagerFailed(const std::string
 }
 
 std::unique_ptr<HeadlessDisplay> HeadlessDisplay::start(const Options& options) {
-  for (const auto& [program, package] :
-       {std::pair{"Xvfb", "xvfb"}, std::pair{"dbus-daemon", "dbus-daemon"},
-        std::pair{"openbox", "openbox"}}) {
-    const bool needed = std::string(program) == "Xvfb" ||
-                        (std::string(program) == "dbus-daemon" && options.sessionBus) ||
-                        (std::string(program) == "openbox" && options.windowManager);
-    if (needed && !programAvailable(program)) {
+  for (const auto& [program, package, needed] :
+       {std::tuple{"Xvfb", "xvfb", true},
+        std::tuple{"dbus-daemon", "dbus-daemon", options.sessionBus},
+        std::tuple{"openbox", "openbox", options.windowManager}}) {
+    if (needed && !findProgram(program)) {
       throw HeadlessDisplayError::missingProgram(program, package);
     }
   }
   std::unique_ptr<HeadlessDisplay> display(new HeadlessDisplay());
-  display->previousDisplay_ = environment("DISPLAY");
-  display->previousBusAddress_ = environment("DBUS_SESSION_BUS_ADDRESS");
+  display->previousDisplay_ = environmentVariable("DISPLAY");
+  display->previousBusAddress_ = environmentVariable("DBUS_SESSION_BUS_ADDRESS");
+  display->makeSessionDirectory();
   display->startServer(options);
   if (options.sessionBus) {
     display->startSessionBus();
@@ -217,15 +220,46 @@ std::unique_ptr<HeadlessDisplay> HeadlessDisplay::start(const Options& options) 
 }
 
 HeadlessDisplay::~HeadlessDisplay() {
-  windowManager_.stop();
-  bus_.stop();
-  server_.stop();
-  if (!configDirectory_.empty()) {
+  windowManager_.terminate();
+  bus_.terminate();
+  server_.terminate();
+  if (!sessionDirectory_.empty()) {
     std::error_code ignored;
-    std::filesystem::remove_all(configDirectory_, ignored);
+    std::filesystem::remove_all(sessionDirectory_, ignored);
   }
   restoreEnvironment("DISPLAY", previousDisplay_);
   restoreEnvironment("DBUS_SESSION_BUS_ADDRESS", previousBusAddress_);
+}
+
+void HeadlessDisplay::makeSessionDirectory() {
+  std::string pattern = (temporaryDirectory() / "brimble-display-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr) {
+    throw HeadlessDisplayError::serverFailed("cannot create its session folder " + pattern + ": " +
+                                             std::strerror(errno));
+  }
+  sessionDirectory_ = pattern;
+  // mkdtemp made the folder private (0700), as XDG_RUNTIME_DIR must be.
+  for (const char* folder : {"config", "cache", "data", "runtime", "tmp"}) {
+    std::filesystem::create_directory(sessionDirectory_ / folder);
+    std::filesystem::permissions(sessionDirectory_ / folder, std::filesystem::perms::owner_all);
+  }
+}
+
+std::vector<std::string> HeadlessDisplay::privateFolders() const {
+  return {"XDG_CONFIG_HOME=" + (sessionDirectory_ / "config").string(),
+          "XDG_CACHE_HOME=" + (sessionDirectory_ / "cache").string(),
+          "XDG_DATA_HOME=" + (sessionDirectory_ / "data").string(),
+          "XDG_RUNTIME_DIR=" + (sessionDirectory_ / "runtime").string(),
+          "TMPDIR=" + (sessionDirectory_ / "tmp").string()};
+}
+
+std::vector<std::string> HeadlessDisplay::environment() const {
+  std::vector<std::string> entries = privateFolders();
+  entries.push_back("DISPLAY=" + displayName_);
+  if (!busAddress_.empty()) {
+    entries.push_back("DBUS_SESSION_BUS_ADDRESS=" + busAddress_);
+  }
+  return entries;
 }
 
 void HeadlessDisplay::startServer(const Options& options) {
@@ -237,10 +271,10 @@ void HeadlessDisplay::startServer(const Options& options) {
     // Xvfb writes the display number to -displayfd once it accepts connections; if the number is
     // taken it exits instead, and the pipe ends empty. -noreset: an X server resets when its last
     // client leaves, and connections made meanwhile fail (16 of 300 without a window manager).
-    DaemonProcess server = DaemonProcess::start(
+    Subprocess server = Subprocess::spawn(
         {"Xvfb", ":" + std::to_string(number), "-screen", "0", screen, "-nolisten", "tcp",
          "-noreset", "-displayfd", std::to_string(ready.write.get())},
-        ready.write.get());
+        {.dieWithParent = true, .inheritedFd = ready.write.get(), .environment = privateFolders()});
     const auto reported = ready.readLine(kStartTimeout);
     if (reported && !reported->empty()) {
       displayName_ = ":" + *reported;
@@ -248,8 +282,8 @@ void HeadlessDisplay::startServer(const Options& options) {
       ::setenv("DISPLAY", displayName_.c_str(), 1);
       return;
     }
-    // The pipe ends a moment before the process does; stop() reaps it either way.
-    server.stop();
+    // The pipe ends a moment before the process does; terminate() reaps it either way.
+    server.terminate();
     if (ready.timedOut) {
       throw HeadlessDisplayError::serverFailed("did not become ready within 10 seconds");
     }
@@ -260,14 +294,24 @@ void HeadlessDisplay::startServer(const Options& options) {
 
 void HeadlessDisplay::startSessionBus() {
   // Without a bus of our own, toolkits and accessibility would autolaunch stray daemons that
-  // outlive us.
+  // outlive us. What the bus starts on demand (dconf, AT-SPI) inherits its private folders.
   ReportPipe address;
-  bus_ = DaemonProcess::start({"dbus-daemon", "--session", "--nofork",
-                               "--print-address=" + std::to_string(address.write.get())},
-                              address.write.get());
+  std::vector<std::string> environment = privateFolders();
+  environment.push_back("DISPLAY=" + displayName_);
+  std::vector<std::string> arguments = {"dbus-daemon", "--session", "--nofork",
+                                        "--print-address=" + std::to_string(address.write.get())};
+  // Its socket in the session folder too, not in /tmp, unless that path would be too long for a
+  // socket's name (108 bytes with the "dbus-XXXXXXXXXX" it adds).
+  const std::string runtime = (sessionDirectory_ / "runtime").string();
+  if (runtime.size() < 80) {
+    arguments.push_back("--address=unix:dir=" + runtime);
+  }
+  bus_ = Subprocess::spawn(arguments, {.dieWithParent = true,
+                                       .inheritedFd = address.write.get(),
+                                       .environment = std::move(environment)});
   const auto reported = address.readLine(kStartTimeout);
   if (!reported || reported->empty()) {
-    bus_.stop();
+    bus_.terminate();
     throw HeadlessDisplayError::sessionBusFailed("dbus-daemon reported no address");
   }
   busAddress_ = *reported;
@@ -275,15 +319,11 @@ void HeadlessDisplay::startSessionBus() {
 }
 
 void HeadlessDisplay::startWindowManager() {
-  std::string pattern = (temporaryDirectory() / "brimble-openbox-XXXXXX").string();
-  if (::mkdtemp(pattern.data()) == nullptr) {
-    throw HeadlessDisplayError::windowManagerFailed("cannot create its configuration directory");
-  }
-  configDirectory_ = pattern;
-  const auto configuration = configDirectory_ / "rc.xml";
+  const auto configuration = sessionDirectory_ / "openbox.xml";
   std::ofstream(configuration) << kOpenboxConfiguration;
   windowManager_ =
-      DaemonProcess::start({"openbox", "--sm-disable", "--config-file", configuration.string()});
+      Subprocess::spawn({"openbox", "--sm-disable", "--config-file", configuration.string()},
+                        {.dieWithParent = true, .environment = environment()});
 
   // openbox is ready once it has published _NET_SUPPORTING_WM_CHECK on the root window.
   XDisplayPtr connection = openDisplay(displayName_);
@@ -292,6 +332,9 @@ void HeadlessDisplay::startWindowManager() {
   }
   const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
   while (!windowManagerIsUp(connection.get())) {
+    if (connectionLost(connection.get())) {
+      throw HeadlessDisplayError::windowManagerFailed("Xvfb ended");
+    }
     if (windowManager_.hasExited()) {
       throw HeadlessDisplayError::windowManagerFailed("openbox exited");
     }

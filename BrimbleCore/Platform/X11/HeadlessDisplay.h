@@ -5,8 +5,9 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
-#include "BrimbleCore/Support/DaemonProcess.h"
+#include "BrimbleCore/Support/Subprocess.h"
 
 namespace brimble::x11 {
 
@@ -39,9 +40,12 @@ class HeadlessDisplayError : public std::runtime_error {
 /// Brimble's own X display for machines without one (servers, CI): Xvfb from :99 upward, a
 /// private session bus, and openbox with our configuration (no root menu). While it lives, this
 /// process's DISPLAY and DBUS_SESSION_BUS_ADDRESS point at it, so everything started from here
-/// runs there; the destructor stops the three in reverse order and restores the environment.
-/// Its programs die with the thread that started them even if brimble is killed. One per
-/// process; start and destroy it on the main thread.
+/// runs there. Its programs keep their XDG configuration, cache, data and runtime folders and
+/// their temporary files in a private folder of the session ("brimble-display-…" in the
+/// temporary directory), so nothing lands in the user's home. The destructor stops the three in
+/// reverse order, deletes that folder and restores the environment. Its programs die with the
+/// thread that started them even if brimble is killed. One per process; start and destroy it
+/// on the main thread.
 class HeadlessDisplay {
  public:
   struct Options {
@@ -64,6 +68,12 @@ class HeadlessDisplay {
   const std::string& displayName() const noexcept { return displayName_; }
   /// The private session bus, empty without one.
   const std::string& busAddress() const noexcept { return busAddress_; }
+  /// What programs started in this display get in their environment: DISPLAY, the session bus,
+  /// XDG_CONFIG_HOME, XDG_CACHE_HOME, XDG_DATA_HOME, XDG_RUNTIME_DIR and TMPDIR in the session's
+  /// private folder ("NAME=value" entries).
+  std::vector<std::string> environment() const;
+  /// The session's private folder, deleted with it.
+  const std::filesystem::path& sessionDirectory() const noexcept { return sessionDirectory_; }
   pid_t serverPid() const noexcept { return server_.pid(); }
   pid_t busPid() const noexcept { return bus_.pid(); }
   pid_t windowManagerPid() const noexcept { return windowManager_.pid(); }
@@ -71,6 +81,9 @@ class HeadlessDisplay {
  private:
   HeadlessDisplay() = default;
 
+  void makeSessionDirectory();
+  /// The XDG and TMPDIR entries of `environment`.
+  std::vector<std::string> privateFolders() const;
   void startServer(const Options& options);
   void startSessionBus();
   void startWindowManager();
@@ -79,10 +92,10 @@ class HeadlessDisplay {
   std::string busAddress_;
   std::optional<std::string> previousDisplay_;
   std::optional<std::string> previousBusAddress_;
-  std::filesystem::path configDirectory_;
-  DaemonProcess server_;
-  DaemonProcess bus_;
-  DaemonProcess windowManager_;
+  std::filesystem::path sessionDirectory_;
+  Subprocess server_;
+  Subprocess bus_;
+  Subprocess windowManager_;
 };
 
 }  // namespace brimble::x11

@@ -199,6 +199,8 @@ void X11EventCapture::listen(const std::stop_token& stop, XDisplayPtr connection
     const auto detectWarp = [&] {
       const ScreenPoint queried = pointer(display);
       XSync(display, False);
+      // Without its server the answers are made up, and the connection polls readable for ever.
+      checkConnection(display);
       motionRead = false;
       drain();
       if (!motionRead) {

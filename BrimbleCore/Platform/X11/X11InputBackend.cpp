@@ -27,6 +27,7 @@ class Keymap {
     XDisplayKeycodes(display, &minKeycode_, &maxKeycode_);
     symbols_.reset(XGetKeyboardMapping(display, static_cast<KeyCode>(minKeycode_),
                                        maxKeycode_ - minKeycode_ + 1, &perKeycode_));
+    checkConnection(display);
     if (!symbols_) {
       maxKeycode_ = minKeycode_ - 1;
     }
@@ -132,7 +133,7 @@ X11InputBackend::X11InputBackend(const std::string& displayName)
 }
 
 X11InputBackend::~X11InputBackend() {
-  if (!available_) {
+  if (!available_ || connectionLost(display_.get())) {
     return;
   }
   for (const KeyNumber key : keysDown_) {
@@ -141,14 +142,19 @@ X11InputBackend::~X11InputBackend() {
   for (const int button : buttonsDown_) {
     XTestFakeButtonEvent(display_.get(), static_cast<unsigned>(button), False, CurrentTime);
   }
-  restoreSpareKeys();
-  sync();
+  try {
+    restoreSpareKeys();
+    sync();
+  } catch (const XDisplayError&) {
+    // The server is gone, and the keys we held and bound with it.
+  }
 }
 
 void X11InputBackend::sync() {
   // Discarding the queue drops the MappingNotify events our own map changes bring; nothing
   // else is selected on this connection, and a long session would pile them up.
   XSync(display_.get(), True);
+  checkConnection(display_.get());
 }
 
 void X11InputBackend::keyDown(KeyNumber key) {
@@ -182,6 +188,7 @@ void X11InputBackend::moveTo(ScreenPoint point) {
 
 ScreenPoint X11InputBackend::cursorPosition() {
   const PointerState pointer = queryPointer(display_.get());
+  checkConnection(display_.get());
   return {pointer.x, pointer.y};
 }
 
@@ -221,6 +228,7 @@ std::optional<KeyNumber> X11InputBackend::keyForModifier(Modifier modifier) {
   // The modifier map, not a keysym, says which keys set a modifier: Alt can sit on Meta_L.
   const std::unique_ptr<XModifierKeymap, decltype(&XFreeModifiermap)> map(
       XGetModifierMapping(display_.get()), &XFreeModifiermap);
+  checkConnection(display_.get());
   if (!map) {
     return std::nullopt;
   }
@@ -291,6 +299,7 @@ KeyboardState X11InputBackend::keyboardState() {
     }
   }
   const unsigned mask = queryPointer(display_.get()).mask;
+  checkConnection(display_.get());
   const std::pair<unsigned, Modifier> masks[] = {{ShiftMask, Modifier::shift},
                                                  {ControlMask, Modifier::control},
                                                  {Mod1Mask, Modifier::alt},

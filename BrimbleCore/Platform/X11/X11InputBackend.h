@@ -12,8 +12,9 @@ namespace brimble::x11 {
 /// Input through the XTest extension, on a connection of its own. Virtual key codes become the
 /// X keysyms of the same keys; a character the keyboard map lacks is bound to one of up to 16
 /// unused keycodes, taken in turn. Every event is synchronised with the server before a call
-/// returns, so a caller that then asks another connection what happened sees it. One thread at a
-/// time.
+/// returns, so a caller that then asks another connection what happened sees it. When the
+/// server goes away, every call from then on throws XDisplayError::connectionLost. One thread
+/// at a time.
 class X11InputBackend final : public InputBackend {
  public:
   /// Connects to `displayName` (empty: $DISPLAY). Never throws: without a reachable display or

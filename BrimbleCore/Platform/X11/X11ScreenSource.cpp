@@ -20,6 +20,13 @@ struct MonitorsDeleter {
   void operator()(XRRMonitorInfo* monitors) const noexcept { XRRFreeMonitors(monitors); }
 };
 
+/// Throws ScreenCaptureError::displayLost when the server went away during the queries made.
+void checkStillConnected(Display* display) {
+  if (connectionLost(display)) {
+    throw ScreenCaptureError::displayLost(DisplayString(display));
+  }
+}
+
 XDisplayPtr connect(const std::string& displayName) {
   XDisplayPtr display = openDisplay(displayName);
   if (!display) {
@@ -57,6 +64,7 @@ std::vector<ScreenDisplay> X11ScreenSource::displays() {
       });
     }
   }
+  checkStillConnected(display);
   if (result.empty()) {
     const ScreenSize size = screenSize(display);
     result.push_back({.displayID = 0,
@@ -73,15 +81,19 @@ std::optional<ScreenWindow> X11ScreenSource::window(std::uint32_t windowID) {
   Display* display = connection.get();
   XWindowAttributes attributes{};
   Status status = 0;
-  if (windowID == 0 ||
-      !succeeds(display, [&] { status = XGetWindowAttributes(display, windowID, &attributes); }) ||
-      status == 0 || attributes.c_class == InputOnly) {
+  const bool exists =
+      windowID != 0 &&
+      succeeds(display, [&] { status = XGetWindowAttributes(display, windowID, &attributes); }) &&
+      status != 0 && attributes.c_class != InputOnly;
+  checkStillConnected(display);
+  if (!exists) {
     return std::nullopt;
   }
   int x = 0;
   int y = 0;
   Window child = 0;
   XTranslateCoordinates(display, windowID, DefaultRootWindow(display), 0, 0, &x, &y, &child);
+  checkStillConnected(display);
   return ScreenWindow{windowID, {x, y, attributes.width, attributes.height}};
 }
 

@@ -30,12 +30,7 @@ class X11ScreenSource final : public ScreenSource {
   std::vector<ScreenDisplay> displays() override;
   std::optional<ScreenWindow> window(std::uint32_t windowID) override;
   std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target, bool showCursor) override;
-
-  /// The display this source reads (":99"; empty means $DISPLAY).
-  const std::string& displayName() const noexcept { return displayName_; }
-
-  /// The pointer position in screen coordinates; no value when it cannot be read.
-  std::optional<std::pair<int, int>> pointerPosition();
+  std::optional<std::pair<int, int>> pointerPosition() override;
 
  private:
   const std::string displayName_;

@@ -61,6 +61,12 @@ X11ScreenStream::X11ScreenStream(const std::string& displayName, const CaptureTa
 
 X11ScreenStream::~X11ScreenStream() = default;
 
+void X11ScreenStream::checkStillConnected() const {
+  if (connectionLost(display_.get())) {
+    throw ScreenCaptureError::displayLost(DisplayString(display_.get()));
+  }
+}
+
 void X11ScreenStream::openWindow() {
   Display* display = display_.get();
   const Window window = target_.windowID;
@@ -179,10 +185,18 @@ std::optional<PixelBuffer> X11ScreenStream::grabWindow() {
 
 std::optional<Image> X11ScreenStream::grab() {
   const bool isWindow = target_.kind == CaptureTarget::Kind::window;
-  std::optional<PixelBuffer> pixels = isWindow
-                                          ? grabWindow()
-                                          : grabber_->grab(root_, target_.area.x, target_.area.y,
-                                                           target_.area.width, target_.area.height);
+  std::optional<PixelBuffer> pixels;
+  try {
+    pixels = isWindow ? grabWindow()
+                      : grabber_->grab(root_, target_.area.x, target_.area.y, target_.area.width,
+                                       target_.area.height);
+  } catch (const ScreenCaptureError&) {
+    checkStillConnected();  // a lost server looks like a closed window
+    throw;
+  }
+  // A lost server fails every grab quietly; without this the recording would go on capturing
+  // nothing.
+  checkStillConnected();
   if (!pixels) {
     return std::nullopt;
   }

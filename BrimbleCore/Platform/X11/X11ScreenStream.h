@@ -37,6 +37,8 @@ class X11ScreenStream final : public ScreenStream {
   bool usesSharedMemory() const noexcept { return grabber_ && grabber_->usesSharedMemory(); }
 
  private:
+  /// Throws ScreenCaptureError::displayLost when the server went away.
+  void checkStillConnected() const;
   void openWindow();
   /// Reads the window's structure events: size, mapping, destruction.
   void followWindow();

@@ -93,8 +93,10 @@ X11WindowSystem::X11WindowSystem(const std::string& displayName)
 
 bool X11WindowSystem::exists(unsigned long window) {
   XWindowAttributes attributes{};
-  return succeeds(display_.get(),
-                  [&] { XGetWindowAttributes(display_.get(), window, &attributes); });
+  const bool found =
+      succeeds(display_.get(), [&] { XGetWindowAttributes(display_.get(), window, &attributes); });
+  checkConnection(display_.get());
+  return found;
 }
 
 std::optional<WindowInfo> X11WindowSystem::describe(unsigned long window) {
@@ -145,6 +147,7 @@ std::vector<WindowInfo> X11WindowSystem::windows() {
   if (!list) {
     list = longProperty(display, root, "_NET_CLIENT_LIST", XA_WINDOW);
   }
+  checkConnection(display);
   if (!list) {
     throw WindowManagerError::windowListUnavailable(
         "the window manager publishes no _NET_CLIENT_LIST (is an EWMH window manager running?)");
@@ -158,12 +161,14 @@ std::vector<WindowInfo> X11WindowSystem::windows() {
       windows.push_back(std::move(*info));
     }
   }
+  checkConnection(display);
   return windows;
 }
 
 std::optional<std::uint32_t> X11WindowSystem::activeWindow() {
   const auto active = longProperty(display_.get(), DefaultRootWindow(display_.get()),
                                    "_NET_ACTIVE_WINDOW", XA_WINDOW);
+  checkConnection(display_.get());
   if (!active || active->empty() || active->front() == 0) {
     return std::nullopt;
   }
@@ -184,6 +189,7 @@ void X11WindowSystem::sendToRoot(unsigned long window, const char* messageType,
   XSendEvent(display, DefaultRootWindow(display), False,
              SubstructureRedirectMask | SubstructureNotifyMask, &event);
   XSync(display, False);
+  checkConnection(display);
 }
 
 // Source indication 2 (a pager or tool acting for the user) in the messages below: window

@@ -14,7 +14,8 @@ namespace brimble::x11 {
 /// _NET_CLIENT_LIST_STACKING, titles from _NET_WM_NAME (else WM_NAME), application names from
 /// WM_CLASS (else the process name), process ids from the X-Resource extension (else
 /// _NET_WM_PID), frames including _NET_FRAME_EXTENTS. Requests are EWMH client messages from a
-/// pager (source indication 2). One thread at a time.
+/// pager (source indication 2). When the server goes away, calls throw
+/// XDisplayError::connectionLost. One thread at a time.
 class X11WindowSystem final : public WindowSystem {
  public:
   /// Connects to `displayName` (empty: $DISPLAY). Throws WindowManagerError when the display

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 struct _XDisplay;  // Xlib's Display, declared here so that headers need no Xlib
@@ -15,10 +16,34 @@ struct XDisplayCloser {
 /// XInitThreads; each thread that talks to X opens its own.
 using XDisplayPtr = std::unique_ptr<_XDisplay, XDisplayCloser>;
 
+/// Failures of a connection to an X server as a whole.
+class XDisplayError : public std::runtime_error {
+ public:
+  enum class Code { connectionLost };
+
+  /// The server went away under the connection: it ended, was stopped or crashed.
+  static XDisplayError connectionLost(const std::string& displayName);
+
+  Code code() const noexcept { return code_; }
+
+ private:
+  XDisplayError(Code code, const std::string& description)
+      : std::runtime_error(description), code_(code) {}
+
+  Code code_;
+};
+
 /// Connects to `name` (empty: $DISPLAY). No value's pointer (null) when the server cannot be
-/// reached. Installs, once per process, an X error handler that records errors instead of
-/// exiting the process (Xlib's default).
+/// reached. Xlib's default handlers exit the process on any error, from whatever thread meets
+/// it; on our connections an X error is recorded instead (see `succeeds`), and a broken
+/// connection is marked lost: from then on every request on it does nothing and fails, and
+/// `connectionLost` tells.
 XDisplayPtr openDisplay(const std::string& name = {});
+
+/// Whether the connection's server went away.
+bool connectionLost(_XDisplay* display) noexcept;
+/// Throws XDisplayError::connectionLost when it did.
+void checkConnection(_XDisplay* display);
 
 /// Runs `body` and reports whether the server answered it with an error: XSync is called before
 /// and after, so errors of earlier requests are not counted and this request's are. For requests

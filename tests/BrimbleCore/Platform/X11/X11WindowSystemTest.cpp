@@ -1,11 +1,7 @@
 #include "BrimbleCore/Platform/X11/X11WindowSystem.h"
 
-#include <chrono>
-#include <fstream>
-#include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -13,40 +9,18 @@
 
 #include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
-#include "tests/Support/ChildProcess.h"
+#include "BrimbleCore/Support/ProcessTable.h"
+#include "tests/Support/X11Helpers.h"
 
 namespace brimble::x11 {
 namespace {
 
-using namespace std::chrono_literals;
+using testing::eventually;
+using testing::TestWindow;
 
-bool eventually(const std::function<bool()>& condition) {
-  for (int i = 0; i < 500; ++i) {
-    if (condition()) {
-      return true;
-    }
-    std::this_thread::sleep_for(10ms);
-  }
-  return false;
+TestWindow windowOfClass(const std::string& windowClass, const std::string& size) {
+  return TestWindow({"--class", windowClass, "--title", windowClass + " window", "--size", size});
 }
-
-bool processAlive(int pid) {
-  std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-  std::string pidText, name, state;
-  return stat >> pidText >> name >> state && state != "Z";
-}
-
-/// Our test client with a window of the given class; `windowID` once it is mapped.
-struct Client {
-  Client(const std::string& windowClass, const std::string& size)
-      : process({BRIMBLE_X11_TEST_CLIENT, "--class", windowClass, "--title",
-                 windowClass + " window", "--size", size}) {
-    const std::string line = process.readLine(5s).value_or("");
-    windowID = line.rfind("window ", 0) == 0 ? std::stoul(line.substr(7)) : 0;
-  }
-  testing::ChildProcess process;
-  std::uint32_t windowID = 0;
-};
 
 class X11Windows : public ::testing::Test {
  protected:
@@ -66,20 +40,18 @@ class X11Windows : public ::testing::Test {
 };
 
 TEST_F(X11Windows, ListsTitleClassPidAndFrameFrontmostFirst) {
-  Client back("Terminal", "300x200");
-  Client front("Terminal Helper", "320x240");
-  ASSERT_NE(back.windowID, 0u) << back.process.errorOutput();
-  ASSERT_NE(front.windowID, 0u) << front.process.errorOutput();
+  const TestWindow back = windowOfClass("Terminal", "300x200");
+  const TestWindow front = windowOfClass("Terminal Helper", "320x240");
   // openbox focuses and raises each new window.
-  ASSERT_TRUE(eventually([&] { return windows_.activeWindow() == front.windowID; }));
+  ASSERT_TRUE(eventually([&] { return windows_.activeWindow() == front.id(); }));
 
   const std::vector<WindowInfo> listing = windows_.windows();
-  EXPECT_EQ(listing[0].id, front.windowID);
-  EXPECT_EQ(listing[1].id, back.windowID);
+  EXPECT_EQ(listing[0].id, front.id());
+  EXPECT_EQ(listing[1].id, back.id());
   const WindowInfo& window = listing[0];
   EXPECT_EQ(window.title, "Terminal Helper window");
   EXPECT_EQ(window.appName, "Terminal Helper");
-  EXPECT_EQ(window.pid, front.process.pid());
+  EXPECT_EQ(window.pid, front.pid());
   EXPECT_EQ(window.contentFrame.width, 320);
   EXPECT_EQ(window.contentFrame.height, 240);
   // openbox's decorations surround the content, with the title bar above it.
@@ -93,10 +65,10 @@ TEST_F(X11Windows, ListsTitleClassPidAndFrameFrontmostFirst) {
   // "terminal" prefers the application named exactly so, though the other is in front.
   const auto terminal = manager_.find("terminal");
   ASSERT_TRUE(terminal);
-  EXPECT_EQ(terminal->window.id, back.windowID);
+  EXPECT_EQ(terminal->window.id, back.id());
   EXPECT_EQ(terminal->otherMatches, 1);
-  EXPECT_EQ(manager_.find("term")->window.id, front.windowID);
-  EXPECT_EQ(manager_.find(OwnerPID{back.process.pid()})->id, back.windowID);
+  EXPECT_EQ(manager_.find("term")->window.id, front.id());
+  EXPECT_EQ(manager_.find(OwnerPID{back.pid()})->id, back.id());
 }
 
 TEST_F(X11Windows, OpenResizeFocusAndCloseARealTerminal) {
@@ -117,15 +89,15 @@ TEST_F(X11Windows, OpenResizeFocusAndCloseARealTerminal) {
   EXPECT_LE(resized->contentFrame.height, 600);
   EXPECT_GT(resized->contentFrame.height, 580);
 
-  Client other("Other", "200x100");
-  ASSERT_TRUE(eventually([&] { return windows_.activeWindow() == other.windowID; }));
+  const TestWindow other = windowOfClass("Other", "200x100");
+  ASSERT_TRUE(eventually([&] { return windows_.activeWindow() == other.id(); }));
   manager_.focusApp("Terminal");
   EXPECT_EQ(windows_.activeWindow(), terminal);
 
   manager_.close("Terminal", terminal);
   EXPECT_TRUE(eventually([&] { return !listed(terminal); }));
   EXPECT_TRUE(eventually([&] { return !processAlive(opened->pid); })) << opened->pid;
-  EXPECT_TRUE(listed(other.windowID));
+  EXPECT_TRUE(listed(other.id()));
 }
 
 }  // namespace

@@ -1,0 +1,61 @@
+#include "cli/PlatformBackend.h"
+
+#include <cstdlib>
+
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Platform/X11/X11EventCapture.h"
+#include "BrimbleCore/Platform/X11/X11InputBackend.h"
+#include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
+
+namespace brimble::cli {
+namespace {
+
+class X11EmbeddedDisplay final : public EmbeddedDisplay {
+ public:
+  X11EmbeddedDisplay() : display_(x11::HeadlessDisplay::start()) {}
+
+  std::string name() const override { return display_->displayName(); }
+  std::vector<std::string> environment() const override { return display_->environment(); }
+  std::vector<pid_t> processes() const override {
+    return {display_->serverPid(), display_->busPid(), display_->windowManagerPid()};
+  }
+
+ private:
+  std::unique_ptr<x11::HeadlessDisplay> display_;
+};
+
+}  // namespace
+
+namespace platform {
+
+std::optional<std::string> userDisplay() {
+  const char* display = std::getenv("DISPLAY");
+  if (display == nullptr || *display == '\0') {
+    return std::nullopt;
+  }
+  return display;
+}
+
+std::unique_ptr<EmbeddedDisplay> startEmbeddedDisplay() {
+  return std::make_unique<X11EmbeddedDisplay>();
+}
+
+std::unique_ptr<ScreenSource> screenSource(const std::string& display) {
+  return std::make_unique<x11::X11ScreenSource>(display);
+}
+
+std::unique_ptr<InputBackend> inputBackend(const std::string& display) {
+  return std::make_unique<x11::X11InputBackend>(display);
+}
+
+std::unique_ptr<WindowSystem> windowSystem(const std::string& display) {
+  return std::make_unique<x11::X11WindowSystem>(display);
+}
+
+std::unique_ptr<EventCapture> eventCapture(const std::string& display, const Clock& clock) {
+  return std::make_unique<x11::X11EventCapture>(display, clock);
+}
+
+}  // namespace platform
+}  // namespace brimble::cli

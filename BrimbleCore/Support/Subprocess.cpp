@@ -1,5 +1,6 @@
 #include "BrimbleCore/Support/Subprocess.h"
 
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -133,6 +134,12 @@ struct Launch {
     defaults.sa_handler = SIG_DFL;
     for (int number = 1; number < NSIG; ++number) {
       ::sigaction(number, &defaults, nullptr);
+    }
+    // glibc refuses the two signals it keeps for itself (32 and 33), which a sanitizer runtime
+    // may leave ignored; the kernel takes them. A zeroed kernel sigaction is SIG_DFL.
+    for (int number = 32; number < SIGRTMIN; ++number) {
+      const std::array<unsigned long, 4> kernelDefaults{};
+      ::syscall(SYS_rt_sigaction, number, kernelDefaults.data(), nullptr, sizeof(unsigned long));
     }
     const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     for (int fd = 0; fd < 3; ++fd) {

@@ -10,6 +10,7 @@
 
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenStream.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/X11Helpers.h"
 
@@ -132,12 +133,9 @@ TEST(X11ScreenSource, AWindowStreamFollowsResizesAndEndsWhenTheWindowCloses) {
   });
   EXPECT_EQ(closed, ScreenCaptureError::Code::windowClosed);
   EXPECT_FALSE(source.window(red.id()));
-  try {
-    source.openStream(CaptureTarget::windowOf(red.id()), false);
-    ADD_FAILURE() << "a closed window was opened";
-  } catch (const ScreenCaptureError& error) {
-    EXPECT_EQ(error.code(), ScreenCaptureError::Code::windowNotFound);
-  }
+  EXPECT_EQ(testing::errorText<ScreenCaptureError>(
+                [&] { source.openStream(CaptureTarget::windowOf(red.id()), false); }),
+            ScreenCaptureError::windowNotFound(red.id()).what());
 }
 
 TEST(X11ScreenSource, ThePointerIsDrawnWhereItIsOnlyWhenAsked) {

@@ -21,7 +21,6 @@ class FakeWindowSystem final : public WindowSystem {
   explicit FakeWindowSystem(const Clock& clock) : clock_(clock) {}
 
   std::vector<WindowInfo> windows() override {
-    ++listings_;
     if (failListing_) {
       throw WindowManagerError::windowListUnavailable("no window manager");
     }
@@ -70,7 +69,6 @@ class FakeWindowSystem final : public WindowSystem {
   }
   void setFailListing(bool fail) { failListing_ = fail; }
   void setRefusesFocus(bool refuses) { refusesFocus_ = refuses; }
-  int listings() const { return listings_; }
   const std::vector<std::string>& lines() const { return lines_; }
 
  private:
@@ -85,7 +83,6 @@ class FakeWindowSystem final : public WindowSystem {
   std::optional<std::uint32_t> active_;
   bool failListing_ = false;
   bool refusesFocus_ = false;
-  int listings_ = 0;
   std::vector<std::string> lines_;
 };
 

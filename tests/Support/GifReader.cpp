@@ -1,7 +1,6 @@
 #include "tests/Support/GifReader.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -102,22 +101,6 @@ std::optional<DecodedGIF> decodeGIFFile(const std::filesystem::path& file) {
   const std::vector<std::uint8_t> bytes((std::istreambuf_iterator<char>(in)),
                                         std::istreambuf_iterator<char>());
   return decodeGIF(bytes);
-}
-
-int maxChannelDifference(const Image& a, const Image& b) {
-  const Image left = a.toBGRA8();
-  const Image right = b.toBGRA8();
-  int worst = 0;
-  for (int y = 0; y < left.height(); ++y) {
-    const auto p = left.row(y);
-    const auto q = right.row(y);
-    for (std::size_t i = 0; i < p.size(); ++i) {
-      if (i % 4 != 3) {
-        worst = std::max(worst, std::abs(p[i] - q[i]));
-      }
-    }
-  }
-  return worst;
 }
 
 }  // namespace brimble::testing

@@ -29,7 +29,4 @@ struct DecodedGIF {
 std::optional<DecodedGIF> decodeGIF(std::span<const std::uint8_t> bytes);
 std::optional<DecodedGIF> decodeGIFFile(const std::filesystem::path& file);
 
-/// The largest per-channel difference between two bgra8 images of one size (alpha ignored).
-int maxChannelDifference(const Image& a, const Image& b);
-
 }  // namespace brimble::testing

@@ -1,7 +1,6 @@
 #include "tests/Support/RunCommand.h"
 
 #include <cstdio>
-#include <memory>
 
 #include <sys/wait.h>
 

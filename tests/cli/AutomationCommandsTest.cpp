@@ -5,7 +5,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <regex>
 #include <sstream>
 #include <string>
@@ -25,7 +24,6 @@
 namespace brimble {
 namespace {
 
-using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using testing::runCommand;
 using testing::shellQuote;
@@ -34,43 +32,21 @@ std::string brimble(const std::string& arguments) {
   return testing::brimbleCommand(arguments + " 2>&1");
 }
 
+/// Our test client, focused, in an embedded display that the brimble commands run here use (it
+/// sets DISPLAY).
 class AutomationCommands : public ::testing::Test {
  protected:
-  void SetUp() override {
-    const std::string mapped = client_.readLine(5s).value_or("");
-    ASSERT_EQ(mapped.rfind("window ", 0), 0u) << client_.errorOutput();
-    id_ = mapped.substr(7);
-    std::optional<std::string> line;
-    do {
-      line = client_.readLine(5s);
-    } while (line && *line != "focus in");
-    ASSERT_TRUE(line);
-  }
-
-  std::vector<std::string> clientLines(std::size_t count) {
-    std::vector<std::string> lines;
-    while (lines.size() < count) {
-      const auto line = client_.readLine(5s);
-      if (!line) {
-        break;
-      }
-      lines.push_back(*line);
-    }
-    return lines;
-  }
+  void SetUp() override { ASSERT_TRUE(client_.waitFor("focus in")) << client_.errorOutput(); }
 
   // A window id as brimble prints it; the client's own by default.
   std::string hexID(unsigned long offset = 0) const {
     std::ostringstream text;
-    text << "0x" << std::hex << std::stoul(id_) + offset;
+    text << "0x" << std::hex << client_.id() + offset;
     return text.str();
   }
 
-  // The display sets DISPLAY for the brimble commands these tests run.
   std::unique_ptr<x11::HeadlessDisplay> display_ = x11::HeadlessDisplay::start();
-  testing::ChildProcess client_{
-      {BRIMBLE_X11_TEST_CLIENT, "--class", "DemoApp", "--title", "Demo", "--size", "300x200"}};
-  std::string id_;
+  testing::TestWindow client_{{"--class", "DemoApp", "--title", "Demo", "--size", "300x200"}};
 };
 
 TEST_F(AutomationCommands, WindowsAreListedResizedAndClosed) {
@@ -78,7 +54,7 @@ TEST_F(AutomationCommands, WindowsAreListedResizedAndClosed) {
   ASSERT_EQ(listed.exitCode, 0) << listed.output;
   const auto windows = nlohmann::json::parse(listed.output).at("windows");
   ASSERT_EQ(windows.size(), 1u);
-  EXPECT_EQ(std::to_string(windows[0].at("id").get<long>()), id_);
+  EXPECT_EQ(windows[0].at("id"), client_.id());
   EXPECT_EQ(windows[0].at("app"), "DemoApp");
   EXPECT_EQ(windows[0].at("title"), "Demo");
 
@@ -91,7 +67,7 @@ TEST_F(AutomationCommands, WindowsAreListedResizedAndClosed) {
   EXPECT_EQ(missing.exitCode, 1);
   EXPECT_EQ(missing.output, "brimble window: No window found for app 'Safari'\n");
   EXPECT_EQ(runCommand(brimble("window close DemoApp")).exitCode, 0);
-  EXPECT_EQ(client_.readLine(5s), "closed");
+  EXPECT_EQ(client_.nextLine(), "closed");
 }
 
 TEST_F(AutomationCommands, WindowIdsAreHexadecimalAndTheJSONListHasThePid) {
@@ -106,10 +82,10 @@ TEST_F(AutomationCommands, WindowIdsAreHexadecimalAndTheJSONListHasThePid) {
   EXPECT_EQ(command("windows --app nothing" + stderrOnly).output,
             "brimble windows: no windows of an application matching \"nothing\"\n");
   EXPECT_EQ(command("windows --json --app nothing").output, "{\n  \"windows\": []\n}\n");
-  EXPECT_EQ(command("window close --id " + std::to_string(std::stoul(id_) + 1) + stderrOnly).output,
+  EXPECT_EQ(command("window close --id " + std::to_string(client_.id() + 1) + stderrOnly).output,
             "brimble window close: Window ID " + hexID(1) + " not found\n");
   EXPECT_EQ(command("window close --id " + hexID()).exitCode, 0);
-  EXPECT_EQ(client_.readLine(5s), "closed");
+  EXPECT_EQ(client_.nextLine(), "closed");
 }
 
 TEST_F(AutomationCommands, InputReachesTheFocusedWindow) {
@@ -121,7 +97,7 @@ TEST_F(AutomationCommands, InputReachesTheFocusedWindow) {
                              std::to_string(window.at("y").get<int>() + 100);
   EXPECT_EQ(runCommand(brimble("input click " + inside + " --right")).exitCode, 0);
   EXPECT_EQ(runCommand(brimble("input scroll up 1")).exitCode, 0);
-  const std::vector<std::string> lines = clientLines(15);
+  const std::vector<std::string> lines = client_.lines(15);
   EXPECT_THAT(std::vector<std::string>(lines.begin(), lines.begin() + 8),
               ElementsAre("key press Shift_L 0", "key press a 1", "key release a 1",
                           "key release Shift_L 1", "key press U20AC 0", "key release U20AC 0",

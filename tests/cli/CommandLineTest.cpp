@@ -70,6 +70,21 @@ TEST(BrimbleCommandLine, UsageErrorsSayWhatIsWrongInOneLineAndWhereTheUsageIs) {
       "--max-width: must be a whole number from 0 to 65535 (got '-1')");
   add("process in.gif --speed inf", "brimble process",
       "--speed: must be a number from 0.01 to 100 (got 'inf')");
+  add("encode --test-pattern --frames 0 -o x.gif", "brimble encode",
+      "--frames: must be a whole number from 1 to 100000 (got '0')");
+  add("encode --test-pattern --fps 0 -o x.gif", "brimble encode",
+      "--fps: must be a whole number from 1 to 100 (got '0')");
+  // The encoder's own checks, after the parser's: one line.
+  for (const auto& [arguments, what] : std::vector<std::pair<std::string, std::string>>{
+           {"--size 0x10 -o x.gif", "--size must be WIDTHxHEIGHT, each 1 to 65535 (got \"0x10\")"},
+           {"--size wide -o x.gif", "--size must be WIDTHxHEIGHT, each 1 to 65535 (got \"wide\")"},
+           {"--format tiff -o x", "unknown format \"tiff\" (use gif, webp or apng)"},
+           {"-o x.mp4", "MP4 output is not supported yet (use gif, webp or apng)"}}) {
+    rows.push_back({"encode --test-pattern " + arguments, 2, "brimble encode: " + what + "\n"});
+  }
+  rows.push_back({"encode -o x.gif", 2,
+                  "brimble encode: no input: give a directory of frames, frame files, a GIF, or "
+                  "--test-pattern\n"});
   // Window ids: decimal or 0x-hex, never octal.
   add("still --window 010 -o x.png", "brimble still",
       "--window: must be an X window id such as 0x1a00007 (got '010')");

@@ -14,9 +14,9 @@
 
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+#include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
-#include "tests/Support/ProcessGroups.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
@@ -169,12 +169,12 @@ TEST_F(CDPDriverTest, AClosingBrowserFailsTheCallInFlightAndEndingSessionsLeaves
   // A session given another ends its own browser first, and so does the last one.
   *session_ = ChromeLauncher::launch(0, "about:blank");
   EXPECT_FALSE(std::filesystem::exists(profile));
-  EXPECT_EQ(testing::runningProcessesInGroup(browser), 0);
+  EXPECT_EQ(liveProcessesInGroup(browser), 0);
   const pid_t second = session_->pid();
   const auto secondProfile = session_->userDataDirectory();
   session_.reset();
   EXPECT_FALSE(std::filesystem::exists(secondProfile));
-  EXPECT_EQ(testing::runningProcessesInGroup(second), 0);
+  EXPECT_EQ(liveProcessesInGroup(second), 0);
 }
 
 }  // namespace

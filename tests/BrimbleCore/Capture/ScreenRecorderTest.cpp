@@ -16,6 +16,7 @@
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/FakeClock.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/LogCapture.h"
@@ -133,31 +134,24 @@ TEST(ScreenRecorder, CaptureDimensionsCapTheWidthAndKeepSizesEven) {
 TEST(ScreenRecorder, FailedStartsSayWhyAndKeepNoFrameWriter) {
   RecorderFixture fixture;
   LogCapture log;
-  const auto startFailure = [&](const std::function<void()>& start) -> std::string {
-    try {
-      start();
-    } catch (const std::exception& error) {
-      return error.what();
-    }
-    return "started";
-  };
   const std::string noDisplay = "Couldn't find a display to record.";
-  EXPECT_EQ(startFailure([&] { fixture.recorder.start(ScreenDisplay{.displayID = 7}, 30, true); }),
-            noDisplay);
-  EXPECT_EQ(startFailure([&] {
+  EXPECT_EQ(
+      testing::errorText([&] { fixture.recorder.start(ScreenDisplay{.displayID = 7}, 30, true); }),
+      noDisplay);
+  EXPECT_EQ(testing::errorText([&] {
               fixture.recorder.start(ScreenRect{2000, 0, 100, 100}, {.displayID = 66}, 30, true);
             }),
             noDisplay)
       << "a region outside the display";
   fixture.source.failOpen = true;
-  EXPECT_EQ(startFailure([&] { fixture.start(); }),
+  EXPECT_EQ(testing::errorText([&] { fixture.start(); }),
             "Couldn't connect to the X display \":fake\" to record it.");
   EXPECT_TRUE(fixture.written.discarded);
   EXPECT_EQ(fixture.recorder.stopAndCollectFrameStore(), nullptr);
   fixture.recorder.frameWriterFactory = []() -> std::unique_ptr<FrameWriting> {
     throw std::runtime_error("no space left on device");
   };
-  EXPECT_EQ(startFailure([&] { fixture.start(); }),
+  EXPECT_EQ(testing::errorText([&] { fixture.start(); }),
             "Couldn't create the temporary file for this recording. Check that your disk has "
             "free space and try again.");
   EXPECT_EQ(log.lines(),

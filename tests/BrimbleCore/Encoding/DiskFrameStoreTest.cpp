@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <fstream>
-#include <iterator>
 #include <regex>
 #include <string>
 #include <system_error>
@@ -10,12 +9,12 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "BrimbleCore/Encoding/DiskFrameWriter.h"
 #include "BrimbleCore/Support/FileIO.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/LogCapture.h"
 #include "tests/Support/TempDirectory.h"
@@ -23,30 +22,13 @@
 namespace brimble {
 namespace {
 
+using testing::errorText;
 using testing::LogCapture;
 using testing::readFile;
 using testing::TempDirectory;
 
 std::vector<std::uint8_t> bytesOf(const std::string& text) {
   return {text.begin(), text.end()};
-}
-
-template <typename Body>
-void expectStoreError(CompressedFrameStoreError::Code code, Body body) {
-  try {
-    body();
-    ADD_FAILURE() << "no CompressedFrameStoreError was thrown";
-  } catch (const CompressedFrameStoreError& error) {
-    EXPECT_EQ(error.code(), code) << error.what();
-  }
-}
-
-std::vector<std::filesystem::path> filesIn(const std::filesystem::path& directory) {
-  std::vector<std::filesystem::path> files;
-  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
-    files.push_back(entry.path());
-  }
-  return files;
 }
 
 TEST(DiskFrameWriter, WritesTheBlobsBackToBackInOneUUIDNamedFile) {
@@ -57,13 +39,12 @@ TEST(DiskFrameWriter, WritesTheBlobsBackToBackInOneUUIDNamedFile) {
   writer.append(bytesOf("third!"));
   EXPECT_EQ(writer.count(), 3);
 
-  const auto files = filesIn(directory.path());
-  ASSERT_EQ(files.size(), 1u);
-  EXPECT_EQ(files[0], writer.fileURL());
+  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
+  EXPECT_EQ(writer.fileURL().parent_path(), directory.path());
   const std::regex name(
       "brimble-frames-[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-  EXPECT_TRUE(std::regex_match(files[0].filename().string(), name)) << files[0];
-  EXPECT_EQ(readFile(files[0]), "firstthird!");
+  EXPECT_TRUE(std::regex_match(writer.fileURL().filename().string(), name)) << writer.fileURL();
+  EXPECT_EQ(readFile(writer.fileURL()), "firstthird!");
 
   const auto store = writer.finalize();
   ASSERT_EQ(store->count(), 3);
@@ -80,7 +61,7 @@ TEST(DiskFrameWriter, EachWriterGetsItsOwnFileInTheTemporaryDirectory) {
   ::unsetenv("TMPDIR");
   EXPECT_EQ(first.fileURL().parent_path(), directory.path());
   EXPECT_NE(first.fileURL(), second.fileURL());
-  EXPECT_EQ(filesIn(directory.path()).size(), 2u);
+  EXPECT_EQ(testing::entriesIn(directory.path()), 2);
 
   // A forked child shares no random state with its parent: each names a different file.
   int pipeFds[2];
@@ -101,9 +82,13 @@ TEST(DiskFrameWriter, EachWriterGetsItsOwnFileInTheTemporaryDirectory) {
 
 TEST(DiskFrameWriter, UncreatableFileIsWriterUnavailableAndLeavesNothing) {
   TempDirectory directory;
-  expectStoreError(CompressedFrameStoreError::Code::writerUnavailable,
-                   [&] { DiskFrameWriter writer(directory / "missing"); });
-  EXPECT_TRUE(filesIn(directory.path()).empty());
+  EXPECT_EQ(
+      errorText<CompressedFrameStoreError>([&] { DiskFrameWriter writer(directory / "missing"); })
+          .rfind("could not create the frame file " +
+                     (directory / "missing" / "brimble-frames-").string(),
+                 0),
+      0u);
+  EXPECT_EQ(testing::entriesIn(directory.path()), 0);
 }
 
 TEST(DiskFrameStore, IndexesOutsideTheStoreOrTheFileAreOutOfRange) {
@@ -116,13 +101,16 @@ TEST(DiskFrameStore, IndexesOutsideTheStoreOrTheFileAreOutOfRange) {
   const auto store = writer.finalize();
   std::filesystem::resize_file(writer.fileURL(), 12);
   EXPECT_EQ(store->data(0), bytesOf("0123456789"));
-  for (const int index : {-1, 1, 2}) {  // 1: cut short on disk
-    expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { store->data(index); });
-  }
   const InMemoryFrameStore memory({bytesOf("a"), bytesOf("")});
   EXPECT_EQ(memory.data(1), bytesOf(""));
+  const auto outOfRange = [](int index) {
+    return "frame index " + std::to_string(index) + " is out of range for a store of 2 frame(s)";
+  };
+  for (const int index : {-1, 1, 2}) {  // 1: cut short on disk
+    EXPECT_EQ(errorText<CompressedFrameStoreError>([&] { store->data(index); }), outOfRange(index));
+  }
   for (const int index : {-1, 2}) {
-    expectStoreError(CompressedFrameStoreError::Code::indexOutOfRange, [&] { memory.data(index); });
+    EXPECT_EQ(errorText<CompressedFrameStoreError>([&] { memory.data(index); }), outOfRange(index));
   }
 }
 

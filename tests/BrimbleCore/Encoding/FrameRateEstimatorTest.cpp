@@ -1,6 +1,5 @@
 #include "BrimbleCore/Encoding/FrameRateEstimator.h"
 
-#include <limits>
 #include <vector>
 
 #include <gtest/gtest.h>

@@ -33,48 +33,48 @@ std::string parseFailure(const Bytes& data) {
   return "(parsed)";
 }
 
-TEST(GIFByteLayout, TakesASingleImageFileApart) {
-  const Bytes comment = {0x21, 0xFE, 0x03, 'a', 'b', 'c', 0x00};
-  const Bytes control = {0x21, 0xF9, 0x04, 0x05, 0x0A, 0x00, 0x01, 0x00};
-  const Bytes data = kHeader + kTable + comment + control + kDescriptor + kImageData + Bytes{0x3B};
-  const GIFFrameLayout layout = GIFByteLayout::parseSingleFrame(data);
-  EXPECT_EQ(layout.width, 3);
-  EXPECT_EQ(layout.height, 2);
-  EXPECT_EQ(layout.colorTable, kTable);
-  EXPECT_EQ(layout.colorTableSizeBits, 0);
-  EXPECT_EQ(layout.backgroundIndex, 1);
-  EXPECT_EQ(layout.aspectRatio, 0);
-  EXPECT_EQ(layout.imageDescriptor, kDescriptor);
-  EXPECT_EQ(layout.lzwMinimumCodeSize, 2);
-  EXPECT_EQ(layout.lzwSubBlocks, (Bytes{0x02, 0x4C, 0x01, 0x00}));
-  EXPECT_TRUE(layout.transparentFlag);
-  EXPECT_EQ(layout.transparentIndex, 1);
-}
-
-TEST(GIFByteLayout, UsesTheLastGraphicControlBeforeTheImageAndIgnoresWhatFollows) {
-  const Bytes transparent = {0x21, 0xF9, 0x04, 0x01, 0, 0, 0x07, 0x00};
-  const Bytes opaque = {0x21, 0xF9, 0x04, 0x00, 0, 0, 0x09, 0x00};
-  const GIFFrameLayout layout = GIFByteLayout::parseSingleFrame(
-      kHeader + kTable + transparent + opaque + kDescriptor + kImageData + Bytes{0x99, 0x99});
-  EXPECT_FALSE(layout.transparentFlag);
-  EXPECT_EQ(layout.transparentIndex, 9);
-
-  const GIFFrameLayout plain =
-      GIFByteLayout::parseSingleFrame(kHeader + kTable + kDescriptor + kImageData);
-  EXPECT_FALSE(plain.transparentFlag);
-  EXPECT_EQ(plain.transparentIndex, 0);
-}
-
-TEST(GIFByteLayout, ReadsLargeTablesAndWideScreens) {
-  Bytes header = {'G', 'I', 'F', '8', '7', 'a', 0x20, 0x03, 0xF4, 0x01, 0xF7, 0, 49};
-  const Bytes table(768, 0xAB);
-  const GIFFrameLayout layout =
-      GIFByteLayout::parseSingleFrame(header + table + kDescriptor + kImageData);
-  EXPECT_EQ(layout.width, 800);
-  EXPECT_EQ(layout.height, 500);
-  EXPECT_EQ(layout.colorTableSizeBits, 7);
-  EXPECT_EQ(layout.colorTable.size(), 768u);
-  EXPECT_EQ(layout.aspectRatio, 49);
+TEST(GIFByteLayout, TakesSingleImageFilesApart) {
+  const GIFFrameLayout plain{.width = 3,
+                             .height = 2,
+                             .colorTable = kTable,
+                             .backgroundIndex = 1,
+                             .imageDescriptor = kDescriptor,
+                             .lzwMinimumCodeSize = 2,
+                             .lzwSubBlocks = {0x02, 0x4C, 0x01, 0x00}};
+  const auto transparent = [&](bool flag, std::uint8_t index) {
+    GIFFrameLayout layout = plain;
+    layout.transparentFlag = flag;
+    layout.transparentIndex = index;
+    return layout;
+  };
+  GIFFrameLayout wide = plain;
+  wide.width = 800;
+  wide.height = 500;
+  wide.colorTable = Bytes(768, 0xAB);
+  wide.colorTableSizeBits = 7;
+  wide.backgroundIndex = 0;
+  wide.aspectRatio = 49;
+  const Bytes start = kHeader + kTable;
+  const Bytes image = kDescriptor + kImageData;
+  const std::pair<Bytes, GIFFrameLayout> cases[] = {
+      {start + image, plain},
+      // A comment is skipped; the control extension gives transparent index 1.
+      {start + Bytes{0x21, 0xFE, 0x03, 'a', 'b', 'c', 0x00} +
+           Bytes{0x21, 0xF9, 0x04, 0x05, 0x0A, 0x00, 0x01, 0x00} + image + Bytes{0x3B},
+       transparent(true, 1)},
+      // The last control extension before the image counts, and what follows it is ignored.
+      {start + Bytes{0x21, 0xF9, 0x04, 0x01, 0, 0, 0x07, 0x00} +
+           Bytes{0x21, 0xF9, 0x04, 0x00, 0, 0, 0x09, 0x00} + image + Bytes{0x99, 0x99},
+       transparent(false, 9)},
+      // Three body bytes put byte p+7 just inside the data when the image follows.
+      {start + Bytes{0x21, 0xF9, 0x03, 0x01, 0x00, 0x00, 0x00} + image, transparent(true, 0)},
+      {Bytes{'G', 'I', 'F', '8', '7', 'a', 0x20, 0x03, 0xF4, 0x01, 0xF7, 0, 49} + Bytes(768, 0xAB) +
+           image,
+       wide},
+  };
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    EXPECT_TRUE(GIFByteLayout::parseSingleFrame(cases[i].first) == cases[i].second) << "case " << i;
+  }
 }
 
 TEST(GIFByteLayout, EveryTruncationAndOddityIsNamed) {
@@ -113,15 +113,6 @@ TEST(GIFByteLayout, EveryTruncationAndOddityIsNamed) {
     EXPECT_EQ(parseFailure(example.data), example.message)
         << "input of " << example.data.size() << " bytes";
   }
-}
-
-TEST(GIFByteLayout, AShortGraphicControlThatReachesByteSevenIsRead) {
-  // Three body bytes put byte p+7 just inside the data when the image follows.
-  const Bytes control = {0x21, 0xF9, 0x03, 0x01, 0x00, 0x00, 0x00};
-  const GIFFrameLayout layout =
-      GIFByteLayout::parseSingleFrame(kHeader + kTable + control + kDescriptor + kImageData);
-  EXPECT_TRUE(layout.transparentFlag);
-  EXPECT_EQ(layout.transparentIndex, 0x00);
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 #include <array>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <stop_token>
 #include <vector>
 
@@ -15,6 +14,7 @@
 #include "BrimbleCore/Encoding/MuxError.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "BrimbleCore/Support/Cancellation.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
@@ -52,12 +52,6 @@ TEST(GIFEncoder, DiffFrameKeepsOnlyPixelsBeyondTheTolerance) {
             std::vector<std::uint8_t>(8, 0));
   EXPECT_FALSE(GIFEncoder::createDiffFrame(current, indexed, 0).has_value()) << "sizes differ";
 }
-
-}  // namespace
-}  // namespace brimble
-
-namespace brimble {
-namespace {
 
 using testing::TempDirectory;
 
@@ -100,12 +94,7 @@ TEST(GIFEncoder, NoFramesMP4AndMixedSizesWriteNothing) {
        MuxError::inconsistentCanvas()},
   };
   for (const auto& [encode, expected] : failures) {
-    try {
-      encode();
-      ADD_FAILURE() << "no error; expected " << expected.what();
-    } catch (const MuxError& error) {
-      EXPECT_EQ(error, expected);
-    }
+    EXPECT_EQ(testing::errorText<MuxError>(encode), expected.what());
   }
   EXPECT_EQ(testing::entriesIn(directory.path()), 0);
 }
@@ -127,15 +116,6 @@ TEST(GIFEncoder, CancellingLeavesNoFileAndTheOldOneIntact) {
                                   out, cancelAfterTwo, stop.get_token()),
                CancellationError);
   EXPECT_EQ(reported, 2);
-  EXPECT_EQ(testing::readFile(out), "the previous recording");
-  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
-
-  const InMemoryFrameStore store(jpegBlobs({frames[0].image, frames[1].image}));
-  std::stop_source early;
-  early.request_stop();
-  EXPECT_THROW(GIFEncoder::encodeCompressed(store, 10, 0, true, true, OutputFormat::webp, out, {},
-                                            {}, 75, early.get_token()),
-               CancellationError);
   EXPECT_EQ(testing::readFile(out), "the previous recording");
   EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }

@@ -1,7 +1,5 @@
 #include "BrimbleCore/Encoding/GIFMuxer.h"
 
-#include <algorithm>
-#include <cmath>
 #include <string>
 #include <vector>
 
@@ -9,6 +7,7 @@
 
 #include "BrimbleCore/Encoding/MuxError.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
@@ -55,11 +54,6 @@ std::vector<Image> movingSquareFrames(int count, int width, int height) {
   return frames;
 }
 
-std::size_t find(const Bytes& haystack, const std::string& needle) {
-  const auto at = std::search(haystack.begin(), haystack.end(), needle.begin(), needle.end());
-  return at == haystack.end() ? std::string::npos : static_cast<std::size_t>(at - haystack.begin());
-}
-
 TEST(GIFMuxer, ASingleFrameFileIsHeaderLoopControlDescriptorTablesAndTrailer) {
   const Image image = Image::indexed8(2, 2, {0, 1, 2, 0}, {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}});
   const Bytes file = muxToMemory({image}, {0.1}, 0, false);
@@ -86,31 +80,6 @@ TEST(GIFMuxer, ASingleFrameFileIsHeaderLoopControlDescriptorTablesAndTrailer) {
   ASSERT_EQ(decoded->frames.size(), 1u);
   EXPECT_TRUE(decoded->frames[0].hasSamePixels(image));
   EXPECT_EQ(decoded->plays, 0);
-}
-
-TEST(GIFMuxer, TheLoopBlockFollowsTheLoopCount) {
-  const Image image = Image::indexed8(1, 1, {0}, {{1, 2, 3}});
-  const struct {
-    int loopCount;
-    std::optional<int> repetitions;
-  } cases[] = {{0, 0}, {1, std::nullopt}, {2, 1}, {3, 2}, {65535, std::nullopt}};
-  for (const auto& example : cases) {
-    const Bytes file = muxToMemory({image, image}, {0.5}, example.loopCount, false);
-    const std::size_t at = find(file, "NETSCAPE2.0");
-    const auto decoded = decodeGIF(file);
-    ASSERT_TRUE(decoded);
-    if (!example.repetitions) {
-      EXPECT_EQ(at, std::string::npos) << "loop count " << example.loopCount;
-      EXPECT_FALSE(decoded->plays.has_value());
-      continue;
-    }
-    ASSERT_NE(at, std::string::npos) << "loop count " << example.loopCount;
-    EXPECT_EQ(at, 13u + 6u + 3u) << "the loop block follows the global table";
-    EXPECT_EQ(Bytes(file.begin() + static_cast<std::ptrdiff_t>(at) + 11,
-                    file.begin() + static_cast<std::ptrdiff_t>(at) + 16),
-              (Bytes{0x03, 0x01, static_cast<std::uint8_t>(*example.repetitions), 0x00, 0x00}));
-    EXPECT_EQ(decoded->plays, example.loopCount);
-  }
 }
 
 TEST(GIFMuxer, FramesOfFewColoursDecodeExactlyWithAndWithoutDiffing) {
@@ -180,17 +149,14 @@ TEST(GIFMuxer, MisuseIsRefusedAndWritesNothing) {
   muxer.append(testPatternFrame(0, 2, 40, 30), 0.1);
   const std::size_t written = memory->offset();
   for (const auto& [width, height] : {std::pair{39, 30}, std::pair{40, 31}}) {
-    try {
-      muxer.append(testPatternFrame(1, 2, width, height), 0.1);
-      ADD_FAILURE() << "no error for " << width << "x" << height;
-    } catch (const MuxError& error) {
-      EXPECT_EQ(error, MuxError::inconsistentCanvas());
-    }
+    EXPECT_EQ(testing::errorText<MuxError>(
+                  [&] { muxer.append(testPatternFrame(1, 2, width, height), 0.1); }),
+              MuxError::inconsistentCanvas().what());
   }
   EXPECT_EQ(memory->offset(), written);
 }
 
-TEST(GIFMuxer, IndependentDecodersAgreeOnFramesDelaysAndLoops) {
+TEST(GIFMuxer, ImageMagickAgreesOnDelaysAndLoops) {
   TempDirectory directory;
   const auto path = directory / "clip.gif";
   auto sink = std::make_unique<FileByteSink>(path);
@@ -200,13 +166,6 @@ TEST(GIFMuxer, IndependentDecodersAgreeOnFramesDelaysAndLoops) {
     muxer.append(testPatternFrame(static_cast<int>(i), 6, 160, 100), delays[i]);
   }
   muxer.finish();
-
-  const auto probe = testing::runCommand(
-      "ffprobe -v error -count_frames -select_streams v:0 -show_entries "
-      "stream=codec_name,width,height,nb_read_frames -of csv=p=0 " +
-      testing::shellQuote(path.string()));
-  ASSERT_EQ(probe.exitCode, 0) << probe.output;
-  EXPECT_EQ(probe.output, "gif,160,100,6\n");
 
   const auto identify =
       testing::runCommand("identify -format '%T ' " + testing::shellQuote(path.string()) + " 2>&1");

@@ -1,11 +1,11 @@
 #include "BrimbleCore/Encoding/ImageCodec.h"
 
 #include <array>
-#include <fstream>
 
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Encoding/TestPattern.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
@@ -74,14 +74,8 @@ TEST(ImageCodec, DamagedOrUnknownDataDecodesToNothing) {
 }
 
 TEST(ImageCodec, UnreadableFilesNameThemselves) {
-  try {
-    readFileBytes("/nonexistent/frame.png");
-    ADD_FAILURE() << "no error";
-  } catch (const ImageCodecError& error) {
-    EXPECT_EQ(error.code(), ImageCodecError::Code::unreadableFile);
-    EXPECT_EQ(std::string(error.what()),
-              "cannot read /nonexistent/frame.png: No such file or directory");
-  }
+  EXPECT_EQ(testing::errorText<ImageCodecError>([] { readFileBytes("/nonexistent/frame.png"); }),
+            "cannot read /nonexistent/frame.png: No such file or directory");
 }
 
 }  // namespace

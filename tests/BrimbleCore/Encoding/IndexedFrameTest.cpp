@@ -130,13 +130,5 @@ TEST(IndexedFrame, NothingVisibleIsOneTransparentPixel) {
   EXPECT_EQ(frame.indices, std::vector<std::uint8_t>{*frame.transparentIndex});
 }
 
-TEST(IndexedFrame, IndexedImagesKeepTheirPaletteAndIndices) {
-  const Image image = Image::indexed8(3, 1, {2, 2, 0}, {{1, 2, 3}, {4, 5, 6}, {7, 8, 9}});
-  const IndexedFrame frame = indexFrame(image);
-  EXPECT_EQ(frame.indices, (std::vector<std::uint8_t>{2, 2, 0}));
-  EXPECT_EQ(frame.palette, (std::vector<RGBColor>{{1, 2, 3}, {4, 5, 6}, {7, 8, 9}}));
-  EXPECT_FALSE(frame.transparentIndex);
-}
-
 }  // namespace
 }  // namespace brimble

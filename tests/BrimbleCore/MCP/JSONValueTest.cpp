@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/ErrorText.h"
+
 namespace brimble {
 namespace {
 
@@ -44,13 +46,8 @@ TEST(JSONValue, DeepNestingIsRefusedBeforeItExhaustsTheStack) {
     objects += "{\"a\":";
   }
   for (const std::string& tooDeep : {"[" + deepest + "]", std::string(100000, '['), objects}) {
-    try {
-      JSONValue::decode(tooDeep);
-      ADD_FAILURE() << "decoded";
-    } catch (const JSONCodingError& error) {
-      EXPECT_EQ(error.code(), JSONCodingError::Code::nestingTooDeep);
-      EXPECT_STREQ(error.what(), "arrays and objects nested deeper than 512 levels");
-    }
+    EXPECT_EQ(testing::errorText<JSONCodingError>([&] { JSONValue::decode(tooDeep); }),
+              "arrays and objects nested deeper than 512 levels");
   }
 }
 

@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -153,16 +154,10 @@ TEST_F(MCPInstallerTest, EmptyLinkedAndUnreadableFiles) {
 
 TEST_F(MCPInstallerTest, AShimThatCannotBeWrittenFailsTheWholeInstall) {
   writeFile(home_ / ".local/share", "a file, not a folder");
-  try {
-    install(Kind::cursor);
-    ADD_FAILURE() << "install succeeded";
-  } catch (const MCPInstallError& error) {
-    EXPECT_EQ(error.code(), MCPInstallError::Code::shimFailed);
-    EXPECT_TRUE(std::string(error.what())
-                    .starts_with("Failed to install MCP shim: could not create " +
-                                 (home_ / ".local/share/brimble").string()))
-        << error.what();
-  }
+  const std::string error = testing::errorText<MCPInstallError>([&] { install(Kind::cursor); });
+  EXPECT_TRUE(error.starts_with("Failed to install MCP shim: could not create " +
+                                (home_ / ".local/share/brimble").string()))
+      << error;
   EXPECT_FALSE(fs::exists(home_ / ".cursor"));
 }
 

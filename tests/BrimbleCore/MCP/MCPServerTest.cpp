@@ -79,6 +79,8 @@ TEST(MCPServer, EachLineGetsItsExactAnswerAndNothingElseReachesTheOutput) {
       {call("9", "tools/call", R"({"name":"echo","arguments":null})"), text("9", "{}")},
       {call("9", "tools/call", R"({"name":"echo","arguments":{"s":"é€😀"}})"),
        text("9", R"({\n  \"s\": \"é€😀\"\n})")},
+      {call("9", "tools/call", R"({"name":"explode"})"),
+       text("9", "Internal error: the test tool blew up", true)},
       {call("9", "tools/call", R"({"name":"throw_int"})"),
        text("9", "Internal error: unknown error", true)},
       {call("9", "tools/call", R"({"name":"not_a_number"})"), text("9", "{}")},

@@ -65,24 +65,17 @@ TEST_F(MCPShimTest, WithoutBrimbleItServesInstallHelpAndCleansUpOldResponders) {
   fs::last_write_time(tmp_ / "brimble-mcp-stub-1.py", threeDaysAgo);
   fs::last_write_time(tmp_ / "other-1.py", threeDaysAgo);
   ChildProcess shim = start("/usr/bin:/bin", tmp_.path());
-  const std::string call = R"({"jsonrpc":"2.0","id":)";
-  ASSERT_TRUE(shim.write(call +
-                         R"(1,"method":"initialize","params":{"protocolVersion":"x"}})"
-                         "\n"
-                         R"({"jsonrpc":"2.0","method":"notifications/initialized"})"
-                         "\n\nnot json\n" +
-                         call +
-                         R"("two","method":"tools/list"})"
-                         "\n" +
-                         call +
-                         R"(3,"method":"tools/call","params":{"name":"brimble_install_help"}})"
-                         "\n" +
-                         call +
-                         R"(4,"method":"ping"})"
-                         "\n" +
-                         call +
-                         R"(5,"method":"resources/list"})"
-                         "\n"));
+  // A blank line and one that is not JSON among the requests get no answer.
+  ASSERT_TRUE(shim.write(
+      R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":"x"}}
+{"jsonrpc":"2.0","method":"notifications/initialized"}
+
+not json
+{"jsonrpc":"2.0","id":"two","method":"tools/list"}
+{"jsonrpc":"2.0","id":3,"method":"tools/call","params":{"name":"brimble_install_help"}}
+{"jsonrpc":"2.0","id":4,"method":"ping"}
+{"jsonrpc":"2.0","id":5,"method":"resources/list"}
+)"));
   shim.closeInput();
   std::vector<std::string> replies;
   std::istringstream output(shim.readRemainingOutput(10s));

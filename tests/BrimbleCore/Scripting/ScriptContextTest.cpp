@@ -8,19 +8,11 @@
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/LogCapture.h"
 
 namespace brimble {
 namespace {
-
-std::string errorText(const std::function<void()>& action) {
-  try {
-    action();
-  } catch (const ScriptError& error) {
-    return error.what();
-  }
-  return "no error";
-}
 
 TEST(ScriptContext, StartsWithTheDefaultsPacePresetsMergeOverThemAndReadersFallBack) {
   ScriptContext context;
@@ -76,7 +68,7 @@ TEST(ScriptContext, ResolvesEachKindOfValueOrSaysWhyNot) {
        "Line 3: Expected number, got 'Ada'"},
   };
   for (const auto& [action, text] : failures) {
-    EXPECT_EQ(errorText(action), text);
+    EXPECT_EQ(testing::errorText<ScriptError>(action), text);
   }
 }
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
+#include "tests/Support/ErrorText.h"
 
 namespace brimble {
 namespace {
@@ -103,12 +104,8 @@ TEST(ScriptLexer, EachLexicalErrorIsLocatedAtItsTokenCountingCharacters) {
        "Line 1, Col 14: Expected variable name after $\n  type \"héllo\" $\n               ^"},
   };
   for (const auto& [source, located] : cases) {
-    try {
-      ScriptLexer::tokenizeLocated(source);
-      ADD_FAILURE() << "no error for " << source;
-    } catch (const ScriptError& error) {
-      EXPECT_EQ(error.what(), located);
-    }
+    EXPECT_EQ(testing::errorText<ScriptError>([&] { ScriptLexer::tokenizeLocated(source); }),
+              located);
   }
 }
 

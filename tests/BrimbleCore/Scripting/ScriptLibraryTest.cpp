@@ -1,7 +1,6 @@
 #include "BrimbleCore/Scripting/ScriptLibrary.h"
 
 #include <cstdlib>
-#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Scripting/ScriptCommandManifest.h"
+#include "tests/Support/ErrorText.h"
 
 namespace brimble {
 namespace {
@@ -29,12 +30,7 @@ ScriptRect rect(double x, double y, double w, double h) {
 }
 
 std::string parseError(const std::string& source) {
-  try {
-    ScriptParser::parse(source);
-  } catch (const ScriptError& error) {
-    return error.what();
-  }
-  return "no error";
+  return testing::errorText<ScriptError>([&] { ScriptParser::parse(source); });
 }
 
 // "Line L, Col C: message", then the source line and a caret under column C.

@@ -9,6 +9,7 @@
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
 #include "BrimbleCore/Scripting/ShellProcessRunner.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/LogCapture.h"
 
 namespace brimble {
@@ -26,12 +27,7 @@ class RunLine {
   }
 
   std::string error(const std::string& source) {
-    try {
-      (*this)(source);
-    } catch (const ScriptError& failure) {
-      return failure.what();
-    }
-    return "no error";
+    return testing::errorText<ScriptError>([&] { (*this)(source); });
   }
 
   std::string variable(const std::string& name) const {

@@ -3,12 +3,12 @@
 #include <csignal>
 #include <fstream>
 #include <string>
-#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
-#include "tests/Support/ProcessGroups.h"
+#include "BrimbleCore/Support/ProcessTable.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
@@ -52,21 +52,18 @@ TEST(ShellProcessRunner, TimeOutStopsTheWholeGroupAfterTheSetSeconds) {
   const auto pidFile = directory / "pid";
   ShellProcessRunner runner(200ms);
   const auto start = Clock::now();
-  try {
-    // A background job that keeps the pipes open, a child that ignores SIGTERM and a shell
-    // waiting for both.
-    runner.runShellCommand(
-        "echo $$ > '" + pidFile.string() + "'; sleep 30 & (trap '' TERM; sleep 30) & wait", 1, 9);
-    FAIL() << "no time-out";
-  } catch (const ScriptError& error) {
-    EXPECT_TRUE(std::string(error.what()).ends_with("& wait' timed out after 1s")) << error.what();
-  }
+  // A background job that keeps the pipes open, a child that ignores SIGTERM and a shell waiting
+  // for both.
+  const std::string command =
+      "echo $$ > '" + pidFile.string() + "'; sleep 30 & (trap '' TERM; sleep 30) & wait";
+  EXPECT_EQ(testing::errorText<ScriptError>([&] { runner.runShellCommand(command, 1, 9); }),
+            "Line 9: Command '" + command + "' timed out after 1s");
   const auto elapsed = Clock::now() - start;
   EXPECT_GE(elapsed, 1s);
   EXPECT_LT(elapsed, 3s);
   const pid_t group = readPid(pidFile);
   ASSERT_GT(group, 0);
-  EXPECT_EQ(testing::runningProcessesInGroup(group), 0);
+  EXPECT_EQ(liveProcessesInGroup(group), 0);
 }
 
 TEST(ShellProcessRunner, AFinishedCommandKeepsItsDetachedBackgroundJobs) {

@@ -1,6 +1,5 @@
 #include "BrimbleCore/Support/AtomicFile.h"
 
-#include <string>
 #include <system_error>
 
 #include <gtest/gtest.h>

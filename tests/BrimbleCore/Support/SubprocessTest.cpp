@@ -11,7 +11,7 @@
 #include <unistd.h>
 
 #include "BrimbleCore/Support/ProcessTable.h"
-#include "tests/Support/ProcessGroups.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
@@ -37,9 +37,9 @@ std::string outputOf(const std::string& script, SpawnOptions options = {}) {
   return text;
 }
 
-/// Waits until ps(1) sees `count` processes in `group`.
+/// Waits until `count` processes of `group` are running.
 void waitUntilGroupHas(pid_t group, int count) {
-  for (int i = 0; i < 400 && testing::runningProcessesInGroup(group) != count; ++i) {
+  for (int i = 0; i < 400 && liveProcessesInGroup(group) != count; ++i) {
     std::this_thread::sleep_for(5ms);
   }
 }
@@ -78,13 +78,12 @@ TEST(Subprocess, StartFailuresNameTheProgramAndTheCause) {
   for (const auto& start : failing) {
     const std::string message = "start " + start.arguments[0] + ": " + start.cause;
     for (const bool detached : {false, true}) {
-      try {
-        detached ? Subprocess::launchDetached(start.arguments, start.options)
-                 : Subprocess::spawn(start.arguments, start.options).pid();
-        ADD_FAILURE() << message << ": started";
-      } catch (const std::system_error& error) {
-        EXPECT_EQ(error.what(), message);
-      }
+      EXPECT_EQ(testing::errorText<std::system_error>([&] {
+                  detached ? Subprocess::launchDetached(start.arguments, start.options)
+                           : Subprocess::spawn(start.arguments, start.options).pid();
+                }),
+                message)
+          << (detached ? "detached" : "child");
     }
   }
 }
@@ -167,7 +166,7 @@ TEST(Subprocess, TerminateEndsTheWholeGroupEscalatingAfterTheGrace) {
   EXPECT_EQ(child.terminate(300ms), (ExitStatus{0, SIGTERM}));
   EXPECT_GE(Clock::now() - start, 300ms);
   EXPECT_LT(Clock::now() - start, 3s);
-  EXPECT_EQ(testing::runningProcessesInGroup(group), 0);
+  EXPECT_EQ(liveProcessesInGroup(group), 0);
 
   // Destroyed, it ends its group too, as soon as the group has ended (not after the grace).
   const auto quick = Clock::now();
@@ -177,7 +176,7 @@ TEST(Subprocess, TerminateEndsTheWholeGroupEscalatingAfterTheGrace) {
     waitUntilGroupHas(group, 2);
   }
   EXPECT_LT(Clock::now() - quick, 2s);
-  EXPECT_EQ(testing::runningProcessesInGroup(group), 0);
+  EXPECT_EQ(liveProcessesInGroup(group), 0);
 }
 
 TEST(Subprocess, ADetachedProgramIsNotOurChildAndOutlivesItsLauncher) {

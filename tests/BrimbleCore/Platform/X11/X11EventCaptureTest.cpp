@@ -1,6 +1,7 @@
 #include "BrimbleCore/Platform/X11/X11EventCapture.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <vector>
@@ -72,6 +73,9 @@ TEST(X11EventCapture, RecordsSimulatedKeysClicksScrollsAndMovesWithTimestamps) {
                   "scroll 1 at 210,160 simulated", "scroll 1 at 210,160 simulated"));
   // 12 steps over 0.2 s; each raw motion is sampled.
   ASSERT_GE(path.size(), 8u);
+  // The move starts from where the server says the pointer is.
+  EXPECT_LE(std::abs(path.front().position.x - 210) + std::abs(path.front().position.y - 160), 8)
+      << describe(path.front());
   EXPECT_EQ(describe(path.back()), "move at 400,300 simulated");
   EXPECT_GT(path.back().timestamp - path.front().timestamp, 0.1);
   for (std::size_t i = 1; i < events.size(); ++i) {

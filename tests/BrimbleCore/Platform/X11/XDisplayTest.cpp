@@ -14,20 +14,13 @@
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Platform/X11/X11WindowSystem.h"
 #include "BrimbleCore/Support/ProcessTable.h"
+#include "tests/Support/ErrorText.h"
 #include "tests/Support/LogCapture.h"
 
 namespace brimble::x11 {
 namespace {
 
-template <typename Error, typename Call>
-std::string errorOf(Call call) {
-  try {
-    call();
-  } catch (const Error& error) {
-    return error.what();
-  }
-  return "no error";
-}
+using testing::errorText;
 
 TEST(XDisplay, EveryConnectionReportsItsServerEndingInsteadOfExitingTheProcess) {
   const auto display = HeadlessDisplay::start({.sessionBus = false});
@@ -47,15 +40,15 @@ TEST(XDisplay, EveryConnectionReportsItsServerEndingInsteadOfExitingTheProcess) 
   }
   const std::string lost = "Lost the connection to the X display " + name + ": the X server ended.";
   EXPECT_EQ(
-      errorOf<ScreenCaptureError>([&] { region->grab(); }),
+      errorText<ScreenCaptureError>([&] { region->grab(); }),
       "Lost the connection to the X display \"" + name + "\" being recorded: the X server ended.");
-  EXPECT_EQ(errorOf<XDisplayError>([&] { input.keyDown(38); }), lost);
-  EXPECT_EQ(errorOf<XDisplayError>([&] { input.cursorPosition(); }), lost);
-  EXPECT_EQ(errorOf<XDisplayError>([&] { windows.windows(); }), lost);
-  EXPECT_EQ(errorOf<XDisplayError>([&] { windows.activeWindow(); }), lost);
+  EXPECT_EQ(errorText<XDisplayError>([&] { input.keyDown(38); }), lost);
+  EXPECT_EQ(errorText<XDisplayError>([&] { input.cursorPosition(); }), lost);
+  EXPECT_EQ(errorText<XDisplayError>([&] { windows.windows(); }), lost);
+  EXPECT_EQ(errorText<XDisplayError>([&] { windows.activeWindow(); }), lost);
   EXPECT_TRUE(events.stopAndCollectEvents().empty());
   EXPECT_THAT(log.lines(), ::testing::Contains("BrimbleCore: Event capture stopped: " + lost));
-  EXPECT_EQ(errorOf<ScreenCaptureError>([&] { source.displays(); }),
+  EXPECT_EQ(errorText<ScreenCaptureError>([&] { source.displays(); }),
             "Couldn't connect to the X display \"" + name + "\" to record it.");
 }
 

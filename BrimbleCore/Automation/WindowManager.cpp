@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "BrimbleCore/Automation/DemoDriverError.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Text.h"
 
@@ -41,8 +42,12 @@ int matchRank(const WindowInfo& window, const std::string& request,
 
 }  // namespace
 
-WindowManager::WindowManager(WindowSystem& windowSystem, AppLauncher& launcher, Clock& clock)
-    : windowSystem_(windowSystem), launcher_(launcher), clock_(clock) {}
+WindowManager::WindowManager(WindowSystem& windowSystem, AppLauncher& launcher, Clock& clock,
+                             AccessibilityBackend* accessibility)
+    : windowSystem_(windowSystem),
+      launcher_(launcher),
+      clock_(clock),
+      accessibility_(accessibility) {}
 
 std::vector<std::string> WindowManager::programsFor(std::string_view appName) {
   const std::string name = lowercased(appName);
@@ -254,6 +259,62 @@ void WindowManager::cleanupScriptWindows() {
       close(it->second, it->first);
     }
   }
+}
+
+bool WindowManager::accessibilityGranted(bool quiet, std::string_view command) {
+  std::string reason;
+  if (accessibility_ != nullptr && accessibility_->available(reason)) {
+    return true;
+  }
+  if (!quiet) {
+    logLine("Warning: " + std::string(command) +
+            " requires Accessibility (the XTest extension and the AT-SPI bus). Install "
+            "at-spi2-core and enable accessibility for the app, then re-run.");
+  }
+  return false;
+}
+
+int WindowManager::dialogOwner(std::string_view appName) {
+  if (accessibility_ == nullptr) {
+    throw DemoDriverError::permissionDenied(
+        "dialogs are answered through the accessibility service, and none is available");
+  }
+  const auto match = find(appName);
+  if (!match) {
+    throw WindowManagerError::windowNotFound(std::string(appName));
+  }
+  return match->window.pid;
+}
+
+std::string WindowManager::clickButtonInDialog(std::string_view appName,
+                                               const std::string& button) {
+  if (appName.empty()) {
+    return "Warning: click-button-in-dialog called with no app name — skipping";
+  }
+  const int owner = dialogOwner(appName);
+  const std::string name(appName);
+  switch (accessibility_->clickButtonInDialog(owner, button)) {
+    case DialogOutcome::clicked:
+    case DialogOutcome::dismissed:
+      return "Clicked '" + button + "' in " + name + " dialog";
+    case DialogOutcome::noDialog:
+      return "Warning: click-button-in-dialog found no dialog of " + name;
+    case DialogOutcome::noButton:
+      break;
+  }
+  return "Warning: click-button-in-dialog found no '" + button + "' button in a dialog of " + name;
+}
+
+std::string WindowManager::dismissDialog(std::string_view appName) {
+  if (appName.empty()) {
+    return "Warning: dismiss-dialog called with no app name — skipping";
+  }
+  const int owner = dialogOwner(appName);
+  const std::string name(appName);
+  if (accessibility_->dismissDialog(owner) == DialogOutcome::noDialog) {
+    return "Warning: dismiss-dialog found no dialog of " + name;
+  }
+  return "Dismissed dialog in " + name + " — sent Escape";
 }
 
 }  // namespace brimble

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "BrimbleCore/Automation/AccessibilityBackend.h"
 #include "BrimbleCore/Automation/AppLauncher.h"
 #include "BrimbleCore/Automation/WindowManagerError.h"
 #include "BrimbleCore/Automation/WindowSystem.h"
@@ -32,7 +33,10 @@ struct OwnerPID {
 /// launcher and clock are borrowed and must outlive it. One thread at a time.
 class WindowManager {
  public:
-  WindowManager(WindowSystem& windowSystem, AppLauncher& launcher, Clock& clock);
+  /// `accessibility`, when given, is borrowed as well: dialogs and element targets in native
+  /// applications need it.
+  WindowManager(WindowSystem& windowSystem, AppLauncher& launcher, Clock& clock,
+                AccessibilityBackend* accessibility = nullptr);
 
   /// The programs an application name stands for, in order of preference: "Terminal" is the
   /// first installed of x-terminal-emulator, gnome-terminal, konsole, xfce4-terminal and xterm;
@@ -68,13 +72,32 @@ class WindowManager {
   /// Closes the windows `openApp` opened that are still there.
   void cleanupScriptWindows();
 
+  /// Whether applications can be driven by element: there is an accessibility service and it
+  /// answers. When not, and not `quiet`, logs "Warning: <command> requires
+  /// Accessibility (the XTest extension and the AT-SPI bus). ...".
+  bool accessibilityGranted(bool quiet, std::string_view command);
+  /// Presses `button` in the topmost dialog of the application and returns the line to report:
+  /// "Clicked 'OK' in gedit dialog", or a warning when there is no such button (or no dialog, or
+  /// no application name). Throws WindowManagerError when the application has no window, and
+  /// DemoDriverError::permissionDenied without an accessibility service.
+  std::string clickButtonInDialog(std::string_view appName, const std::string& button);
+  /// Closes the topmost dialog of the application with Escape; reports as above ("Dismissed
+  /// dialog in gedit — sent Escape").
+  std::string dismissDialog(std::string_view appName);
+  /// The accessibility service, or null when there is none.
+  AccessibilityBackend* accessibility() const noexcept { return accessibility_; }
+
  private:
   void focusWindow(std::uint32_t id);
+  /// The process whose dialogs answer for `appName`. Throws DemoDriverError::permissionDenied
+  /// without an accessibility service, WindowManagerError when the application has no window.
+  int dialogOwner(std::string_view appName);
   void sleepFor(double seconds);
 
   WindowSystem& windowSystem_;
   AppLauncher& launcher_;
   Clock& clock_;
+  AccessibilityBackend* accessibility_;
   std::vector<std::pair<std::uint32_t, std::string>> scriptWindows_;  // id, requested name
 };
 

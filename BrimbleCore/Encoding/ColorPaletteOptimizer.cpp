@@ -80,7 +80,7 @@ bool isSceneChange(const Image& a, const Image& b) {
 
 std::optional<std::vector<RGBColor>> sharedPalette(std::size_t count,
                                                    const std::function<Image(std::size_t)>& frameAt,
-                                                   bool limitDistinctColors) {
+                                                   bool limitDistinctColors, int maxColors) {
   std::vector<RGBColor> pool;
   std::unordered_set<RGBColor> distinct;
   for (const std::size_t i : sampledFrames(count)) {
@@ -93,7 +93,7 @@ std::optional<std::vector<RGBColor>> sharedPalette(std::size_t count,
     }
     pool.insert(pool.end(), samples.begin(), samples.end());
   }
-  return MedianCutQuantizer::buildPalette(pool, 256);
+  return MedianCutQuantizer::buildPalette(pool, maxColors);
 }
 
 std::vector<std::size_t> sceneStarts(std::span<const ProcessedFrame> frames) {

@@ -43,10 +43,11 @@ std::vector<std::size_t> sampledFrames(std::size_t count);
 /// The palette a run of `count` frames shares, built by median cut from 500 colours sampled in
 /// each of at most 20 evenly spread frames (`frameAt(i)` gives frame i). With
 /// `limitDistinctColors`, no palette when the sampled frames hold more than 512 distinct colours:
-/// such a run looks better with a palette per frame.
+/// such a run looks better with a palette per frame. At most `maxColors` colours: 255 leaves room
+/// for a transparent entry.
 std::optional<std::vector<RGBColor>> sharedPalette(std::size_t count,
                                                    const std::function<Image(std::size_t)>& frameAt,
-                                                   bool limitDistinctColors);
+                                                   bool limitDistinctColors, int maxColors = 256);
 
 }  // namespace ColorPaletteOptimizer
 }  // namespace brimble

@@ -229,7 +229,9 @@ std::optional<std::vector<RGBColor>> SequenceEncoder::scenePalette(
   };
   const bool automatic = options_.tuning.paletteStrategy == PaletteStrategy::automatic;
   if (options_.tuning.paletteBuilder == PaletteBuilder::medianCut) {
-    return ColorPaletteOptimizer::sharedPalette(end - begin, frame, automatic);
+    // Diffed frames add a transparent entry to the scene's colours.
+    return ColorPaletteOptimizer::sharedPalette(end - begin, frame, automatic,
+                                                options_.frameDiffing ? 255 : 256);
   }
   // One sampled frame at a time: twenty full frames at once would dominate peak memory.
   HistogramQuantizer::ColorHistogram histogram;

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "BrimbleCore/Automation/DemoDriverError.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/FakeAppLauncher.h"
 #include "tests/Support/FakeClock.h"
@@ -136,6 +137,69 @@ TEST(WindowManager, FocusResizeAndClose) {
   EXPECT_THAT(log.lines(),
               ElementsAre("BrimbleCore: WindowManager: Window 3 did not become active",
                           "BrimbleCore: WindowManager: Failed to close window 99 for Terminal"));
+}
+
+// An accessibility service whose dialogs answer as told, and which records who was asked.
+class ScriptedAccessibility final : public AccessibilityBackend {
+ public:
+  bool answers = true;
+  DialogOutcome outcome = DialogOutcome::clicked;
+  std::vector<std::string> asked;
+
+  bool available(std::string& reason) override {
+    reason = answers ? "" : "the bus is down";
+    return answers;
+  }
+  std::unique_ptr<ElementDriver> driverFor(int) override { return nullptr; }
+  DialogOutcome clickButtonInDialog(int pid, const std::string& button) override {
+    asked.push_back("click " + button + " for " + std::to_string(pid));
+    return outcome;
+  }
+  DialogOutcome dismissDialog(int pid) override {
+    asked.push_back("dismiss for " + std::to_string(pid));
+    return outcome;
+  }
+};
+
+TEST(WindowManager, DialogsAreAnsweredThroughTheAccessibilityServiceOfTheAppsProcess) {
+  testing::FakeClock clock;
+  testing::FakeWindowSystem system{clock};
+  testing::FakeAppLauncher launcher({"gedit"});
+  ScriptedAccessibility accessibility;
+  WindowManager manager{system, launcher, clock, &accessibility};
+  system.add(window(1, "Gedit", 77));
+
+  EXPECT_EQ(manager.clickButtonInDialog("gedit", "Save"), "Clicked 'Save' in gedit dialog");
+  accessibility.outcome = DialogOutcome::noButton;
+  EXPECT_EQ(manager.clickButtonInDialog("gedit", "Save"),
+            "Warning: click-button-in-dialog found no 'Save' button in a dialog of gedit");
+  accessibility.outcome = DialogOutcome::dismissed;
+  EXPECT_EQ(manager.dismissDialog("gedit"), "Dismissed dialog in gedit — sent Escape");
+  accessibility.outcome = DialogOutcome::noDialog;
+  EXPECT_EQ(manager.dismissDialog("gedit"), "Warning: dismiss-dialog found no dialog of gedit");
+  EXPECT_EQ(manager.dismissDialog(""),
+            "Warning: dismiss-dialog called with no app name — skipping");
+  EXPECT_EQ(manager.clickButtonInDialog("", "OK"),
+            "Warning: click-button-in-dialog called with no app name — skipping");
+  EXPECT_THAT(accessibility.asked, ElementsAre("click Save for 77", "click Save for 77",
+                                               "dismiss for 77", "dismiss for 77"));
+  EXPECT_EQ(errorText<WindowManagerError>([&] { manager.dismissDialog("mousepad"); }),
+            WindowManagerError::windowNotFound("mousepad").what());
+
+  testing::LogCapture log;
+  EXPECT_TRUE(manager.accessibilityGranted(false, "fill"));
+  accessibility.answers = false;
+  EXPECT_FALSE(manager.accessibilityGranted(true, "fill"));
+  EXPECT_FALSE(manager.accessibilityGranted(false, "fill"));
+  EXPECT_THAT(log.lines(),
+              ElementsAre("Warning: fill requires Accessibility (the XTest extension and the "
+                          "AT-SPI bus). Install at-spi2-core and enable accessibility for the "
+                          "app, then re-run."));
+
+  WindowManager without{system, launcher, clock};
+  EXPECT_EQ(errorText<DemoDriverError>([&] { without.clickButtonInDialog("gedit", "OK"); }),
+            "Permission denied: dialogs are answered through the accessibility service, and "
+            "none is available");
 }
 
 }  // namespace

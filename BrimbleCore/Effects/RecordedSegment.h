@@ -1,0 +1,73 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "BrimbleCore/Automation/EventCapture.h"
+#include "BrimbleCore/Capture/ScreenRect.h"
+#include "BrimbleCore/Encoding/CompressedFrameStore.h"
+
+namespace brimble {
+
+/// A spotlight placed by a script: everything outside `rect` is dimmed from `startTime` for
+/// `duration` seconds; a shift moves the light there from where the previous one stood.
+struct EffectAnnotation {
+  enum class Kind { spotlight, spotlightShift };
+
+  Kind kind = Kind::spotlight;
+  /// Seconds from the start of the segment.
+  double startTime = 0;
+  double duration = 0;
+  /// Screen coordinates.
+  ScreenRect rect;
+};
+
+/// Something else a script did during a segment that the render shows: `clear-fx`, `highlight`,
+/// `zoom`, `zoom-out`, and a browser's `navigate ... show-typing`.
+struct DemoEvent {
+  enum class Kind { clearEffects, highlight, zoom, zoomOut, navigate };
+
+  Kind kind = Kind::clearEffects;
+  /// Seconds from the start of the segment.
+  double time = 0;
+  double duration = 0;
+  /// Screen coordinates of the element (highlight, zoom).
+  ScreenRect rect;
+  /// zoom: the magnification.
+  double scale = 1;
+  /// highlight: "outline", "glow" or "box".
+  std::string style;
+  /// navigate: the address typed into the browser's bar.
+  std::string url;
+};
+
+/// One finished `record` of a script (or one recording of an assistant): its frames, what
+/// happened while it ran, and where it was on screen. Move-only: it owns its frame store.
+struct RecordedSegment {
+  /// The JPEG frames, in capture order; their file lives as long as the store.
+  std::unique_ptr<CompressedFrameStore> frames;
+  /// Capture time of each frame in seconds from the segment's start; empty when the frames are
+  /// 1/fps apart.
+  std::vector<double> frameTimes;
+  /// Keyboard and pointer input, timestamped from the segment's start.
+  std::vector<InputEvent> events;
+  std::vector<EffectAnnotation> effects;
+  std::vector<DemoEvent> demoEvents;
+  int fps = 30;
+  /// The recorded area on screen (a window's content, or a region) at the start.
+  ScreenRect windowFrame;
+  double scaleFactor = 1;
+  bool isRegionCapture = false;
+  bool isBrowserContent = false;
+  bool isDeviceCapture = false;
+  /// Browser segments: the page's address, and whether a `navigate ... show-typing` typed it.
+  std::string chromeURL;
+  bool chromeTyping = false;
+  /// Display time of each frame when the recorder measured it; empty otherwise.
+  std::vector<double> frameDelays;
+  /// How long the segment ran, in seconds.
+  double duration = 0;
+};
+
+}  // namespace brimble

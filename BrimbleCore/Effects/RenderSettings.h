@@ -1,0 +1,58 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "BrimbleCore/Encoding/OutputFormat.h"
+#include "BrimbleCore/Encoding/PaletteStrategy.h"
+
+namespace brimble {
+
+/// How long stretches without change are treated.
+enum class IdleStrategy { fade, cut, ramp };
+
+/// A title card shown before or after the recording.
+struct TitleCard {
+  std::string title;
+  std::string subtitle;
+  /// Seconds; no value takes the renderer's default.
+  std::optional<double> duration;
+};
+
+/// What a render makes of recorded segments: the output's shape and timing, and the
+/// post-production effects, each off unless switched on (a script's settings, an assistant's
+/// transforms).
+struct RenderSettings {
+  OutputFormat format = OutputFormat::gif;
+  int fps = 30;
+  /// Frames wider than this are scaled down, keeping their aspect ratio; 0 keeps their size.
+  int maxWidth = 800;
+  /// Number of plays; 0 = forever.
+  int loopCount = 0;
+  /// Crossfade between segments, seconds; 0 is a cut.
+  double transition = 0.3;
+  PaletteStrategy paletteStrategy = PaletteStrategy::automatic;
+  /// Frames that repeat the frame before them only lengthen its delay.
+  bool deduplicate = true;
+  float webpQuality = 75;
+
+  bool showCursor = true;
+  bool cursorSmoothing = false;
+  bool clickIndicators = false;
+  bool typeSmoothing = false;
+  bool keystrokeBadges = false;
+  bool includeTitleBar = true;
+  std::optional<IdleStrategy> idleStrategy;
+  double idleThreshold = 2.0;
+  std::optional<TitleCard> intro;
+  std::optional<TitleCard> outro;
+  /// Title-card colours as "#rrggbb"; empty takes the renderer's.
+  std::string introBackground;
+  std::string introForeground;
+  /// Each frame centred on this colour ("#rrggbb") with padding; empty for none.
+  std::string background;
+  /// A plain title bar painted over the top of each frame with this title; no value for none.
+  std::optional<std::string> fauxTitleBar;
+};
+
+}  // namespace brimble

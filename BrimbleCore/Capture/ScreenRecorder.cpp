@@ -75,7 +75,8 @@ ScreenRecorder::ScreenRecorder(ScreenSource& source, Clock& clock)
       frameWriterFactory([] { return std::make_unique<DiskFrameWriter>(); }),
       source_(source),
       clock_(clock),
-      lastChangeDate_(clock.now()) {}
+      lastChangeDate_(clock.now()),
+      startDate_(lastChangeDate_) {}
 
 ScreenRecorder::~ScreenRecorder() {
   stopThreads();
@@ -154,6 +155,7 @@ void ScreenRecorder::startCapture(const CaptureTarget& target, ImageSize size, i
     std::scoped_lock lock(lock_);
     outputSize_ = size;
     lastChangeDate_ = clock_.now();
+    startDate_ = lastChangeDate_;
   }
   std::promise<void> opened;
   std::future<void> ready = opened.get_future();
@@ -213,8 +215,10 @@ void ScreenRecorder::captureLoop(const std::stop_token& stop, const CaptureTarge
       if (stop.stop_requested() || isPaused()) {
         continue;
       }
+      // Taken before the grab: the picture is the screen as it was at the tick.
+      const double captureTime = secondsSinceStart(clock_.now());
       if (std::optional<Image> frame = stream->grab()) {
-        running = handOver(stop, std::move(*frame));
+        running = handOver(stop, {std::move(*frame), captureTime});
       }
     }
   } catch (const std::exception& error) {
@@ -224,7 +228,7 @@ void ScreenRecorder::captureLoop(const std::stop_token& stop, const CaptureTarge
   endCapture();
 }
 
-bool ScreenRecorder::handOver(const std::stop_token& stop, Image frame) {
+bool ScreenRecorder::handOver(const std::stop_token& stop, PendingFrame frame) {
   {
     std::unique_lock lock(pendingMutex_);
     if (!pendingChanged_.wait(lock, stop, [&] { return pending_.size() < kPendingFrames; })) {
@@ -247,7 +251,7 @@ void ScreenRecorder::endCapture() {
 void ScreenRecorder::ingestLoop(const std::stop_token& stop, ImageSize size) {
   bool hasLoggedFailure = false;
   while (true) {
-    Image frame;
+    PendingFrame frame;
     {
       std::unique_lock lock(pendingMutex_);
       pendingChanged_.wait(lock, stop, [&] { return !pending_.empty() || captureEnded_; });
@@ -259,7 +263,7 @@ void ScreenRecorder::ingestLoop(const std::stop_token& stop, ImageSize size) {
     }
     pendingChanged_.notify_all();
     try {
-      ingestFrame(fitted(frame, size));
+      ingestFrame(fitted(frame.image, size), frame.captureTime);
     } catch (const std::exception& error) {
       // Only scaling can throw here (out of memory); that frame is lost, the recording goes on.
       if (!hasLoggedFailure) {
@@ -308,7 +312,8 @@ std::unique_ptr<CompressedFrameStore> ScreenRecorder::stopAndCollectFrameStore()
   return store;
 }
 
-void ScreenRecorder::ingestFrame(const Image& image) {
+void ScreenRecorder::ingestFrame(const Image& image, std::optional<double> captureTime) {
+  const double time = captureTime ? *captureTime : secondsSinceStart(clock_.now());
   bool checkDisk = false;
   std::optional<std::string> writeFailure;
   {
@@ -335,6 +340,7 @@ void ScreenRecorder::ingestFrame(const Image& image) {
       if (!drop && frameWriter_) {
         try {
           frameWriter_->append(bytes);
+          frameTimes_.push_back(time);
         } catch (const std::exception& error) {
           lostFrameCount_ = incremented(lostFrameCount_);
           if (!hasLoggedWriteFailure_) {
@@ -460,6 +466,15 @@ std::int64_t ScreenRecorder::ingestedFrameCount() const {
 std::int64_t ScreenRecorder::lostFrameCount() const {
   std::scoped_lock lock(lock_);
   return lostFrameCount_;
+}
+
+std::vector<double> ScreenRecorder::frameTimes() const {
+  std::scoped_lock lock(lock_);
+  return frameTimes_;
+}
+
+double ScreenRecorder::secondsSinceStart(Clock::TimePoint time) const {
+  return std::chrono::duration<double>(time - startDate_).count();
 }
 
 ImageSize ScreenRecorder::outputSize() const {

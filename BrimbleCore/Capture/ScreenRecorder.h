@@ -101,10 +101,15 @@ class ScreenRecorder {
   /// Logs how many frames were lost to write failures. The caller owns the store and its file.
   std::unique_ptr<CompressedFrameStore> stopAndCollectFrameStore();
 
-  /// One captured bgra8 image: compressed to JPEG, compared with the last frame, written unless
-  /// paused or dropped for disk pressure; every 60 frames the free space is checked. Called on
-  /// the ingest thread (tests call it directly), one thread at a time.
-  void ingestFrame(const Image& image);
+  /// One captured bgra8 image, grabbed `captureTime` seconds after the recording started (no
+  /// value: now): compressed to JPEG, compared with the last frame, written unless paused or
+  /// dropped for disk pressure; every 60 frames the free space is checked. Called on the ingest
+  /// thread (tests call it directly), one thread at a time.
+  void ingestFrame(const Image& image, std::optional<double> captureTime = std::nullopt);
+
+  /// When each frame of the store was grabbed, in seconds from the start of the recording, one
+  /// entry per written frame. Complete once `stopAndCollectFrameStore` has returned.
+  std::vector<double> frameTimes() const;
 
   /// The pixel size of the stream for a capture of `pointSize`: scaled down to
   /// `maxWidthPoints` wide when wider, times `scale`, truncated and rounded down to even
@@ -154,13 +159,20 @@ class ScreenRecorder {
   void prepareFrameStore();
   void captureLoop(const std::stop_token& stop, const CaptureTarget& target, int fps,
                    bool showCursor, std::promise<void> opened);
+  /// A grabbed frame on its way to the ingest thread.
+  struct PendingFrame {
+    Image image;
+    double captureTime = 0;
+  };
+
   /// Queues `frame` for the ingest thread, waiting for room; false when `stop` came first.
-  bool handOver(const std::stop_token& stop, Image frame);
+  bool handOver(const std::stop_token& stop, PendingFrame frame);
   void endCapture();
   void ingestLoop(const std::stop_token& stop, ImageSize size);
   /// Stops the capture thread, then lets the ingest thread finish the frames it was handed.
   void stopThreads();
   void checkDiskSpace();
+  double secondsSinceStart(Clock::TimePoint time) const;
 
   static constexpr std::size_t kPendingFrames = 3;
 
@@ -171,7 +183,7 @@ class ScreenRecorder {
 
   std::mutex pendingMutex_;  // guards the fields below
   std::condition_variable_any pendingChanged_;
-  std::deque<Image> pending_;
+  std::deque<PendingFrame> pending_;
   bool captureEnded_ = false;
 
   std::jthread ingestThread_;
@@ -189,6 +201,9 @@ class ScreenRecorder {
   bool hasLoggedWriteFailure_ = false;
   std::optional<std::vector<std::uint8_t>> lastFrameData_;
   Clock::TimePoint lastChangeDate_;
+  std::vector<double> frameTimes_;
+  // Set before the capture threads start and never again, so they read it without the lock.
+  Clock::TimePoint startDate_;
 };
 
 }  // namespace brimble

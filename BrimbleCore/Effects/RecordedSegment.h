@@ -19,8 +19,11 @@ struct EffectAnnotation {
   /// Seconds from the start of the segment.
   double startTime = 0;
   double duration = 0;
-  /// Screen coordinates.
+  /// Screen coordinates. Empty when the light falls on `text` instead.
   ScreenRect rect;
+  /// A line of command output (`spotlight stdout $v[N]`) to find on the frames at `startTime`:
+  /// the light falls on the line of the recording that shows it. Empty for a rectangle.
+  std::string text;
 };
 
 /// Something else a script did during a segment that the render shows: `clear-fx`, `highlight`,
@@ -57,6 +60,7 @@ struct RecordedSegment {
   int fps = 30;
   /// The recorded area on screen (a window's content, or a region) at the start.
   ScreenRect windowFrame;
+  /// Frame pixels per screen pixel: below 1 when the recorder scaled a wide capture down.
   double scaleFactor = 1;
   bool isRegionCapture = false;
   bool isBrowserContent = false;

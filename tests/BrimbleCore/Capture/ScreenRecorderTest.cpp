@@ -207,6 +207,8 @@ TEST(ScreenRecorder, WritesEveryFrameButPausedOnesAndKeepsTheFirstDateOfAPicture
   EXPECT_EQ(fixture.recorder.lastChangeDate(), firstChange + std::chrono::seconds(4));
   EXPECT_EQ(fixture.recorder.ingestedFrameCount(), 5);
   ASSERT_EQ(fixture.written.frames.size(), 5u);
+  // Each written frame keeps the time it was taken at; the paused one has none.
+  EXPECT_EQ(fixture.recorder.frameTimes(), (std::vector<double>{1, 2, 3, 4, 5}));
   EXPECT_EQ(fixture.written.frames[0], fixture.written.frames[3]);
   // What is written is the JPEG of the frame at quality 85.
   EXPECT_EQ(fixture.written.frames[0], encodeJPEG(shade(10), 85));
@@ -254,6 +256,15 @@ TEST(ScreenRecorder, ThreeSecondsOfARealScreenAreAboutFpsTimesThreeFrames) {
   EXPECT_GE(store->count(), 75);
   EXPECT_LE(store->count(), 92);
   EXPECT_FALSE(recorder.hasStreamEnded());
+  // Frames sit on the recording's clock, about 1/30 s apart (more where a tick was skipped).
+  const std::vector<double> times = recorder.frameTimes();
+  ASSERT_EQ(times.size(), static_cast<std::size_t>(store->count()));
+  EXPECT_LT(times.front(), 0.1);
+  EXPECT_GT(times.back(), 2.8);
+  EXPECT_LT(times.back(), 3.1);
+  for (std::size_t i = 1; i < times.size(); ++i) {
+    EXPECT_GE(times[i] - times[i - 1], 0.02) << i;
+  }
   const auto last = decodeImage(store->data(store->count() - 1));
   ASSERT_TRUE(last);
   EXPECT_EQ(last->width(), 320);

@@ -1,0 +1,73 @@
+#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
+
+#include <chrono>
+
+namespace brimble {
+
+ScreenSegmentRecorder::ScreenSegmentRecorder(ScreenSource& source, Clock& clock,
+                                             EventCaptureFactory eventCapture)
+    : source_(source),
+      clock_(clock),
+      eventCaptureFactory_(std::move(eventCapture)),
+      recorder_(source, clock) {}
+
+void ScreenSegmentRecorder::start(const SegmentRequest& request) {
+  segment_.fps = request.fps;
+  if (request.target.kind == CaptureTarget::Kind::window) {
+    const auto window = source_.window(request.target.windowID);
+    if (!window) {
+      throw ScreenCaptureError::windowNotFound(request.target.windowID);
+    }
+    segment_.windowFrame = window->frame;
+    recorder_.start(*window, request.fps, request.showCursor);
+  } else {
+    // The display that holds most of the area records it.
+    const ScreenRect& area = request.target.area;
+    std::optional<ScreenDisplay> best;
+    long bestOverlap = 0;
+    for (const ScreenDisplay& display : source_.displays()) {
+      const ScreenRect common = area.intersection(display.frame);
+      const long overlap = static_cast<long>(common.width) * common.height;
+      if (overlap > bestOverlap) {
+        bestOverlap = overlap;
+        best = display;
+      }
+    }
+    if (!best) {
+      throw RecordingError::noDisplay();
+    }
+    segment_.windowFrame = area.intersection(best->frame);
+    segment_.isRegionCapture = true;
+    recorder_.start(area, *best, request.fps, request.showCursor);
+  }
+  const ImageSize size = recorder_.outputSize();
+  if (segment_.windowFrame.width > 0) {
+    segment_.scaleFactor = static_cast<double>(size.width) / segment_.windowFrame.width;
+  }
+  // Input is listened to once frames come in, so both share (nearly) the same start.
+  if (eventCaptureFactory_) {
+    eventCapture_ = eventCaptureFactory_();
+    if (eventCapture_ && !eventCapture_->start()) {
+      eventCapture_.reset();
+    }
+  }
+  started_ = clock_.now();
+}
+
+int ScreenSegmentRecorder::frameCount() const {
+  return static_cast<int>(recorder_.ingestedFrameCount());
+}
+
+RecordedSegment ScreenSegmentRecorder::stop() {
+  RecordedSegment segment = std::move(segment_);
+  segment.duration = std::chrono::duration<double>(clock_.now() - started_).count();
+  segment.frames = recorder_.stopAndCollectFrameStore();
+  segment.frameTimes = recorder_.frameTimes();
+  if (eventCapture_) {
+    segment.events = eventCapture_->stopAndCollectEvents();
+    eventCapture_.reset();
+  }
+  return segment;
+}
+
+}  // namespace brimble

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+#include "BrimbleCore/Automation/EventCapture.h"
+#include "BrimbleCore/Capture/ScreenRecorder.h"
+#include "BrimbleCore/Scripting/SegmentRecorder.h"
+
+namespace brimble {
+
+/// A SegmentRecorder over the screen: a ScreenRecorder for the frames and, when the platform
+/// can listen, an EventCapture for the input. `source` and `clock` are borrowed and must outlive
+/// it. Thread contract as SegmentRecorder's.
+class ScreenSegmentRecorder final : public SegmentRecorder {
+ public:
+  using EventCaptureFactory = std::function<std::unique_ptr<EventCapture>()>;
+
+  /// `eventCapture` makes the listener of the segment's input; empty: no input is recorded.
+  ScreenSegmentRecorder(ScreenSource& source, Clock& clock, EventCaptureFactory eventCapture = {});
+
+  void start(const SegmentRequest& request) override;
+  bool hasEnded() const override { return recorder_.hasStreamEnded(); }
+  Clock::TimePoint lastChangeDate() const override { return recorder_.lastChangeDate(); }
+  int frameCount() const override;
+  RecordedSegment stop() override;
+
+ private:
+  ScreenSource& source_;
+  Clock& clock_;
+  EventCaptureFactory eventCaptureFactory_;
+  ScreenRecorder recorder_;
+  std::unique_ptr<EventCapture> eventCapture_;
+  Clock::TimePoint started_;
+  RecordedSegment segment_;  // what is known at the start: fps, frame on screen, scale, kind
+};
+
+}  // namespace brimble

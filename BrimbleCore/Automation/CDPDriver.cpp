@@ -306,6 +306,14 @@ void CDPDriver::fill(const std::string& target, const std::string& text) {
   }
 }
 
+void CDPDriver::focus(const std::string& target) {
+  if (evaluate(locateProgram(pageSelector(target),
+                             "if (!element) { return false; } element.focus(); return true;")) !=
+      true) {
+    throw DemoDriverError::elementNotFound(target);
+  }
+}
+
 ElementRect CDPDriver::waitFor(const std::string& target, std::chrono::milliseconds timeout) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (true) {

@@ -59,6 +59,8 @@ class CDPDriver {
   void click(const std::string& target);
   /// Focuses the element, sets its value and fires bubbling input and change events.
   void fill(const std::string& target, const std::string& text);
+  /// Gives the element the keyboard focus. DemoDriverError::elementNotFound when none matches.
+  void focus(const std::string& target);
   /// Waits until the target's element exists; DemoDriverError::elementNotFound after `timeout`.
   ElementRect waitFor(const std::string& target,
                       std::chrono::milliseconds timeout = std::chrono::seconds(10));

@@ -1,5 +1,6 @@
 #include "BrimbleCore/Automation/ChromeLauncher.h"
 
+#include <algorithm>
 #include <fstream>
 #include <system_error>
 #include <thread>
@@ -88,7 +89,8 @@ std::string ChromeLauncher::pageTargetURL(const std::string& targetList) {
 }
 
 ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
-                                               std::chrono::milliseconds timeout) {
+                                               std::chrono::milliseconds timeout,
+                                               const std::vector<std::string>& environment) {
   const std::string browser = findBrowser();
   if (browser.empty()) {
     throw CDPError::browserNotInstalled();
@@ -115,6 +117,9 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
       "--hide-crash-restore-bubble",
       "--no-restore-session-state",
       "--new-window",
+      // A size that reads well in a GIF, where the window manager puts nothing in its way.
+      "--window-position=0,0",
+      "--window-size=1280,800",
       // Loopback only, and no background traffic: on a closed network it fails noisily.
       "--remote-debugging-address=127.0.0.1",
       "--disable-background-networking",
@@ -135,7 +140,7 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
   // Whatever Chromium and its helpers keep outside the profile (crash reports, font and GPU
   // caches, dconf, "org.chromium.Chromium.*" temporary folders) goes inside it too, and is
   // deleted with it instead of piling up in the user's home and temporary directory.
-  std::vector<std::string> environment;
+  std::vector<std::string> browserEnvironment;
   for (const auto& [variable, folder] :
        {std::pair{"XDG_CONFIG_HOME", "xdg-config"}, std::pair{"XDG_CACHE_HOME", "xdg-cache"},
         std::pair{"XDG_DATA_HOME", "xdg-data"}, std::pair{"XDG_RUNTIME_DIR", "xdg-runtime"},
@@ -143,10 +148,18 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
     const auto path = session.userDataDirectory_ / folder;
     std::filesystem::create_directory(path);
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
-    environment.push_back(std::string(variable) + "=" + path.string());
+    browserEnvironment.push_back(std::string(variable) + "=" + path.string());
   }
-  session.process_ =
-      Subprocess::spawn(arguments, {.dieWithParent = true, .environment = std::move(environment)});
+  // The caller's entries (the display, its bus) join them; the profile's own folders win.
+  for (const std::string& entry : environment) {
+    const std::string name = entry.substr(0, entry.find('='));
+    if (std::none_of(browserEnvironment.begin(), browserEnvironment.end(),
+                     [&](const std::string& own) { return own.starts_with(name + "="); })) {
+      browserEnvironment.push_back(entry);
+    }
+  }
+  session.process_ = Subprocess::spawn(
+      arguments, {.dieWithParent = true, .environment = std::move(browserEnvironment)});
 
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (std::chrono::steady_clock::now() < deadline && !session.process_.hasExited()) {

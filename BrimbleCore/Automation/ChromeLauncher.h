@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "BrimbleCore/Support/Subprocess.h"
 
@@ -45,10 +46,13 @@ class ChromeLauncher {
 
   /// Starts the browser on `url` with the DevTools endpoint on `port` (0: a free one, read back
   /// from the profile), in a fresh profile directory "brimble-chrome-…" in the temporary
-  /// directory, and polls /json/list (up to `timeout`) for a page target. Throws CDPError:
-  /// browserNotInstalled, or noDebuggablePage when no page target appeared in time.
+  /// directory, in a 1280x800 window at the screen's top-left corner, and polls /json/list (up
+  /// to `timeout`) for a page target. `environment` ("NAME=value") is added to ours for the
+  /// browser: the display it opens on. Throws CDPError: browserNotInstalled, or
+  /// noDebuggablePage when no page target appeared in time.
   static Session launch(int port, const std::string& url,
-                        std::chrono::milliseconds timeout = std::chrono::seconds(20));
+                        std::chrono::milliseconds timeout = std::chrono::seconds(20),
+                        const std::vector<std::string>& environment = {});
 
   /// The WebSocket URL of the first "page" target in a /json/list body. Throws CDPError:
   /// malformedTargetList when the body is not a JSON array, noPageTarget when no entry is a page

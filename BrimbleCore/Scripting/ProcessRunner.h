@@ -33,6 +33,9 @@ class ProcessRunner {
   /// cannot start. `line` is the script line, for those errors.
   virtual ShellResult runShellCommand(const std::string& command, std::optional<double> timeout,
                                       int line) = 0;
+  /// Ends what finished commands left running in the background (`run "server &"`), for a
+  /// script's clean-up; returns how many commands had left something.
+  virtual int stopBackgroundProcesses() = 0;
 };
 
 }  // namespace brimble

@@ -5,12 +5,16 @@
 #include <cerrno>
 #include <string_view>
 #include <system_error>
+#include <thread>
 #include <vector>
 
 #include <poll.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Support/Cancellation.h"
+#include "BrimbleCore/Support/ProcessTable.h"
 #include "BrimbleCore/Support/Subprocess.h"
 #include "BrimbleCore/Support/SystemError.h"
 #include "BrimbleCore/Support/Text.h"
@@ -23,6 +27,8 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
 // Without a pidfd the child's exit is noticed by polling at this interval.
 constexpr int kExitPollMilliseconds = 10;
+// A stop request is noticed within this time.
+constexpr int kStopPollMilliseconds = 50;
 
 // Appends what is available; closes `fd` at end of file.
 void drain(UniqueFd& fd, std::string& into, std::array<char, kReadChunk>& buffer) {
@@ -49,8 +55,9 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
   std::optional<Subprocess> child;
   try {
     child.emplace(Subprocess::spawn(
-        {"/bin/sh", "-c", command},
-        {.output = StreamConnection::pipe, .errorOutput = StreamConnection::pipe}));
+        {"/bin/sh", "-c", command}, {.output = StreamConnection::pipe,
+                                     .errorOutput = StreamConnection::pipe,
+                                     .environment = options_.environment}));
   } catch (const std::system_error& error) {
     throw ScriptError::runtimeError(line, "Failed to run command: " + error.code().message());
   }
@@ -70,7 +77,7 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
     if (deadline) {
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
       if (left.count() <= 0) {
-        child->terminate(grace_);
+        child->terminate(options_.grace);
         throw ScriptError::commandTimeout(line, command, *timeout);
       }
       waitMilliseconds = static_cast<int>(std::min<long long>(left.count(), 60'000));
@@ -88,6 +95,14 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
       } else if (waitMilliseconds < 0 || waitMilliseconds > kExitPollMilliseconds) {
         waitMilliseconds = kExitPollMilliseconds;
       }
+    }
+    if (options_.stop.stop_requested()) {
+      child->terminate(options_.grace);
+      throw CancellationError();
+    }
+    if (options_.stop.stop_possible() &&
+        (waitMilliseconds < 0 || waitMilliseconds > kStopPollMilliseconds)) {
+      waitMilliseconds = kStopPollMilliseconds;
     }
     const int ready = ::poll(fds.data(), fds.size(), waitMilliseconds);
     if (ready < 0) {
@@ -109,9 +124,40 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
       }
     }
   }
+  const pid_t group = child->pid();
   const int status = child->wait().shellStatus();
+  if (liveProcessesInGroup(group) > 0) {
+    std::scoped_lock lock(groupsMutex_);
+    backgroundGroups_.push_back(group);
+  }
   return {std::string(trimmed(output)), std::string(trimmed(errorOutput)),
           static_cast<std::int32_t>(status)};
+}
+
+int ShellProcessRunner::stopBackgroundProcesses() {
+  std::vector<pid_t> groups;
+  {
+    std::scoped_lock lock(groupsMutex_);
+    groups.swap(backgroundGroups_);
+  }
+  int stopped = 0;
+  for (const pid_t group : groups) {
+    // The group's leader has been reaped, so its id could in principle be reused once the group
+    // is empty: only a group that still has members is signalled.
+    if (liveProcessesInGroup(group) == 0) {
+      continue;
+    }
+    ++stopped;
+    ::kill(-group, SIGTERM);
+    const auto deadline = Clock::now() + options_.grace;
+    while (liveProcessesInGroup(group) > 0 && Clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(kExitPollMilliseconds));
+    }
+    if (liveProcessesInGroup(group) > 0) {
+      ::kill(-group, SIGKILL);
+    }
+  }
+  return stopped;
 }
 
 }  // namespace brimble

@@ -1,28 +1,49 @@
 #pragma once
 
 #include <chrono>
+#include <mutex>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
 
 #include "BrimbleCore/Scripting/ProcessRunner.h"
 
 namespace brimble {
 
 /// Runs commands with the system's /bin/sh, each in a process group of its own, with standard
-/// input from /dev/null and the working directory and environment of this process. Both outputs
-/// are read together, so a command that fills one pipe while we wait on the other cannot stall.
-/// On time-out the whole group gets SIGTERM and, after `grace`, SIGKILL; a command that
-/// finishes normally keeps any background process it started. Stateless: callable from any
-/// thread.
+/// input from /dev/null and our working directory. Both outputs are read together, so a command
+/// that fills one pipe while we wait on the other cannot stall. On time-out or a stop request
+/// the whole group gets SIGTERM and, after `grace`, SIGKILL; a command that finishes normally
+/// keeps any background process it started until `stopBackgroundProcesses`. Thread-safe.
 class ShellProcessRunner : public ProcessRunner {
  public:
   static constexpr std::chrono::milliseconds kDefaultGrace{1000};
 
-  explicit ShellProcessRunner(std::chrono::milliseconds grace = kDefaultGrace) : grace_(grace) {}
+  struct Options {
+    std::chrono::milliseconds grace = kDefaultGrace;
+    /// "NAME=value" entries added to our environment for every command: the display a script
+    /// drives, for example.
+    std::vector<std::string> environment{};
+    /// Once it asks to stop, a running command is stopped and CancellationError thrown.
+    std::stop_token stop{};
+  };
+
+  ShellProcessRunner() : ShellProcessRunner(Options{}) {}
+  explicit ShellProcessRunner(Options options) : options_(std::move(options)) {}
 
   ShellResult runShellCommand(const std::string& command, std::optional<double> timeout,
                               int line) override;
 
+  /// Ends what finished commands left running in the background (their process groups, as
+  /// `grace` allows) and returns how many groups that was.
+  int stopBackgroundProcesses() override;
+
  private:
-  std::chrono::milliseconds grace_;
+  const Options options_;
+  std::mutex groupsMutex_;  // guards the field below
+  std::vector<pid_t> backgroundGroups_;
 };
 
 }  // namespace brimble

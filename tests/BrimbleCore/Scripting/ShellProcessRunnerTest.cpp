@@ -3,10 +3,12 @@
 #include <csignal>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/TempDirectory.h"
@@ -50,7 +52,7 @@ TEST(ShellProcessRunner, MegabyteOutputsOnBothStreamsDoNotDeadlock) {
 TEST(ShellProcessRunner, TimeOutStopsTheWholeGroupAfterTheSetSeconds) {
   testing::TempDirectory directory;
   const auto pidFile = directory / "pid";
-  ShellProcessRunner runner(200ms);
+  ShellProcessRunner runner({.grace = 200ms});
   const auto start = Clock::now();
   // A background job that keeps the pipes open, a child that ignores SIGTERM and a shell waiting
   // for both.
@@ -66,11 +68,26 @@ TEST(ShellProcessRunner, TimeOutStopsTheWholeGroupAfterTheSetSeconds) {
   EXPECT_EQ(liveProcessesInGroup(group), 0);
 }
 
-TEST(ShellProcessRunner, AFinishedCommandKeepsItsDetachedBackgroundJobs) {
-  const ShellResult result = run("sleep 30 > /dev/null 2>&1 & echo $!");
+TEST(ShellProcessRunner, BackgroundJobsOutliveTheirCommandUntilStoppedAndAStopEndsARunningOne) {
+  ShellProcessRunner runner({.grace = 200ms, .environment = {"BRIMBLE_TEST_DISPLAY=:123"}});
+  const ShellResult result =
+      runner.runShellCommand("sleep 30 > /dev/null 2>&1 & echo $! $BRIMBLE_TEST_DISPLAY", 10, 1);
   const pid_t background = std::stoi(result.output);
-  EXPECT_EQ(::kill(background, 0), 0) << "the background job was stopped";
-  ::kill(background, SIGKILL);
+  EXPECT_EQ(result.output, std::to_string(background) + " :123");
+  EXPECT_TRUE(processAlive(background)) << "the background job was stopped with its command";
+  EXPECT_EQ(runner.stopBackgroundProcesses(), 1);
+  EXPECT_FALSE(processAlive(background));
+  EXPECT_EQ(runner.stopBackgroundProcesses(), 0);
+
+  std::stop_source interrupt;
+  ShellProcessRunner stoppable({.grace = 200ms, .stop = interrupt.get_token()});
+  const std::jthread stopper([&] {
+    std::this_thread::sleep_for(300ms);
+    interrupt.request_stop();
+  });
+  const auto start = Clock::now();
+  EXPECT_THROW(stoppable.runShellCommand("sleep 30", std::nullopt, 1), CancellationError);
+  EXPECT_LT(Clock::now() - start, 3s);
 }
 
 }  // namespace

@@ -1,0 +1,39 @@
+#include "BrimbleCore/Automation/ChromeBrowserLauncher.h"
+
+#include "BrimbleCore/Automation/CDPDriver.h"
+#include "BrimbleCore/Automation/CDPElementDriver.h"
+#include "BrimbleCore/Automation/ChromeLauncher.h"
+
+namespace brimble {
+namespace {
+
+class ChromeBrowserSession final : public BrowserSession {
+ public:
+  explicit ChromeBrowserSession(ChromeLauncher::Session browser)
+      : browser_(std::move(browser)), driver_(CDPDriver::connect(browser_)), elements_(driver_) {}
+
+  int pid() const override { return browser_.pid(); }
+  ElementDriver& elements() override { return elements_; }
+  void navigate(const std::string& url) override { driver_.navigate(url); }
+  void setRealZoom(double scale, const std::optional<std::string>& focus) override {
+    driver_.setRealZoom(scale, focus);
+  }
+  void waitForLoad() { driver_.waitForLoad(); }
+
+ private:
+  // Declared in this order so the connection closes before the browser goes.
+  ChromeLauncher::Session browser_;
+  CDPDriver driver_;
+  CDPElementDriver elements_;
+};
+
+}  // namespace
+
+std::unique_ptr<BrowserSession> ChromeBrowserLauncher::launch(const std::string& url) {
+  auto session = std::make_unique<ChromeBrowserSession>(
+      ChromeLauncher::launch(0, url, std::chrono::seconds(20), environment_));
+  session->waitForLoad();
+  return session;
+}
+
+}  // namespace brimble

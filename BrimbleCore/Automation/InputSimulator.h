@@ -74,6 +74,8 @@ class InputSimulator {
   void waitForKeyboardIdle();
 
   ScreenPoint cursorPosition();
+  /// Whether synthetic input reaches the display (on X11: the XTest extension is there).
+  bool available() const { return backend_.available(); }
 
   /// Where an eased move is at `t` (0 to 1) of its time: ease-in-out cubic.
   static double easeInOutCubic(double t) noexcept;

@@ -40,6 +40,7 @@ void AnimationWriter::append(const Image& image, double delay) {
     delay = gifDelayOnTimeline(delay);
   }
   logged([&] { muxer_->append(image, delay); });
+  summary_.duration += delay;
   if (summary_.frames++ == 0) {
     summary_.width = image.width();
     summary_.height = image.height();

@@ -14,6 +14,7 @@ struct EncodeSummary {
   int frames = 0;  // frames in the file; 0 when nothing was written
   int width = 0;
   int height = 0;
+  double duration = 0;  // seconds the animation plays once, as written (GIF: whole centiseconds)
 };
 
 /// The writer of one output format, chosen from the format.

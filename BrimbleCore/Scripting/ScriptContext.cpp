@@ -35,18 +35,27 @@ void ScriptContext::applyPace(PacePreset preset) {
   }
 }
 
-bool ScriptContext::boolSetting(std::string_view name, bool defaultValue) const {
+const std::string* ScriptContext::usableSetting(std::string_view name) const {
   const std::string* text = setting(name);
+  if (text == nullptr) {
+    return nullptr;
+  }
+  const ScriptSettingSpec* spec = findScriptSetting(name);
+  return spec == nullptr || isAcceptedSettingValue(*spec, *text) ? text : nullptr;
+}
+
+bool ScriptContext::boolSetting(std::string_view name, bool defaultValue) const {
+  const std::string* text = usableSetting(name);
   return text == nullptr ? defaultValue : boolFromSettingText(*text).value_or(defaultValue);
 }
 
 int ScriptContext::intSetting(std::string_view name, int defaultValue) const {
-  const std::string* text = setting(name);
+  const std::string* text = usableSetting(name);
   return text == nullptr ? defaultValue : intFromSettingText(*text).value_or(defaultValue);
 }
 
 double ScriptContext::doubleSetting(std::string_view name, double defaultValue) const {
-  const std::string* text = setting(name);
+  const std::string* text = usableSetting(name);
   return text == nullptr ? defaultValue : doubleFromSettingText(*text).value_or(defaultValue);
 }
 

@@ -30,12 +30,16 @@ class ScriptContext {
   /// overrides the preset again.
   void applyPace(PacePreset preset);
 
-  /// The setting as a boolean (true, yes, on, 1 / false, no, off, 0 in any case), else
-  /// `defaultValue`.
+  /// The setting's text when the engine can use it: it is set and, for a setting of the table,
+  /// converts to its type, is one of its values and not below its minimum (so `set fps 25` or
+  /// `set max-width -5` leave the default). Null otherwise.
+  const std::string* usableSetting(std::string_view name) const;
+  /// The setting as a boolean (true, yes, on, 1 / false, no, off, 0 in any case) when usable,
+  /// else `defaultValue`.
   bool boolSetting(std::string_view name, bool defaultValue) const;
-  /// The setting as an integer, else `defaultValue`.
+  /// The setting as an integer when usable, else `defaultValue`.
   int intSetting(std::string_view name, int defaultValue) const;
-  /// The setting as a decimal number, else `defaultValue`.
+  /// The setting as a decimal number when usable, else `defaultValue`.
   double doubleSetting(std::string_view name, double defaultValue) const;
 
   /// The variable called `name` (without `$`), or null.

@@ -37,9 +37,9 @@ const std::vector<ScriptSettingSpec>& scriptSettingsTable() {
   static const std::vector<ScriptSettingSpec> table = {
       {"fps", "integer", "30", {"12", "24", "30", "60"}, "capture and output frame rate"},
       {"output", "string", "output.gif", {}, "output file path"},
-      {"max-width", "integer", "800", {}, "maximum output width in pixels"},
-      {"loop-count", "integer", "0", {}, "0 loops forever, 1 plays once"},
-      {"transition", "number", "0.3", {}, "crossfade between recorded segments, seconds"},
+      {"max-width", "integer", "800", {}, "maximum output width in pixels", 16},
+      {"loop-count", "integer", "0", {}, "0 loops forever, 1 plays once", 0},
+      {"transition", "number", "0.3", {}, "crossfade between recorded segments, seconds", 0},
       {"show-cursor", "boolean", "true", {}, "show the system cursor"},
       {"cursor-smoothing", "boolean", "false", {}, "smooth cursor paths"},
       {"click-indicators", "boolean", "false", {}, "draw click overlays"},
@@ -51,7 +51,7 @@ const std::vector<ScriptSettingSpec>& scriptSettingsTable() {
        std::nullopt,
        {"fade", "cut", "ramp"},
        "treatment of idle stretches"},
-      {"idle-threshold", "number", "2.0", {}, "seconds without change that count as idle"},
+      {"idle-threshold", "number", "2.0", {}, "seconds without change that count as idle", 0},
       {"palette-strategy",
        "string",
        "auto",
@@ -59,11 +59,11 @@ const std::vector<ScriptSettingSpec>& scriptSettingsTable() {
        "colour palette choice for the encoder"},
       {"cleanup", "boolean", "true", {}, "close windows the script opened, after render"},
       {"strict", "boolean", "true", {}, "fail on non-zero exit codes of `run`"},
-      {"run-timeout", "number", "30", {}, "seconds before a `run` command is stopped"},
+      {"run-timeout", "number", "30", {}, "seconds before a `run` command is stopped", 0},
       {"pace", "string", std::nullopt, {"tutorial", "demo", "cinematic"}, "pace preset"},
-      {"typing-delay", "number", "0.05", {}, "seconds between typed characters"},
+      {"typing-delay", "number", "0.05", {}, "seconds between typed characters", 0},
       {"auto-pace", "boolean", "false", {}, "insert pauses between actions"},
-      {"auto-pace-delay", "number", "0.8", {}, "length of an inserted pause, seconds"},
+      {"auto-pace-delay", "number", "0.8", {}, "length of an inserted pause, seconds", 0},
   };
   return table;
 }
@@ -151,10 +151,12 @@ bool isAcceptedSettingValue(const ScriptSettingSpec& setting, std::string_view t
     return std::any_of(setting.allowedValues.begin(), setting.allowedValues.end(), matches);
   }
   if (setting.type == "integer") {
-    return intFromSettingText(text).has_value();
+    const auto value = intFromSettingText(text);
+    return value && (!setting.minimum || *value >= *setting.minimum);
   }
   if (setting.type == "number") {
-    return doubleFromSettingText(text).has_value();
+    const auto value = doubleFromSettingText(text);
+    return value && (!setting.minimum || *value >= *setting.minimum);
   }
   if (setting.type == "boolean") {
     return boolFromSettingText(text).has_value();

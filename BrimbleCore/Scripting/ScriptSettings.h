@@ -10,13 +10,15 @@ namespace brimble {
 
 /// One key accepted by `set`: its value type ("integer", "number", "boolean" or "string"), its
 /// default as text (no value when there is none), the values it is restricted to (empty when
-/// any value of the type will do) and what it means.
+/// any value of the type will do), what it means, and for numbers the least value that makes
+/// sense (a negative width or delay does not).
 struct ScriptSettingSpec {
   std::string name;
   std::string type;
   std::optional<std::string> defaultValue;
   std::vector<std::string> allowedValues;
   std::string meaning;
+  std::optional<double> minimum{};
 };
 
 /// Every setting, in the order they are documented and published.
@@ -45,7 +47,8 @@ std::optional<int> intFromSettingText(std::string_view text);
 std::optional<double> doubleFromSettingText(std::string_view text);
 
 /// Whether `text` is a value the engine will use for `setting` rather than falling back to the
-/// default: it converts to the setting's type and, for restricted settings, is one of them.
+/// default: it converts to the setting's type, is not below its minimum and, for restricted
+/// settings, is one of them.
 bool isAcceptedSettingValue(const ScriptSettingSpec& setting, std::string_view text);
 
 }  // namespace brimble

@@ -1,6 +1,8 @@
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 
 #include <optional>
+#include <set>
+#include <string>
 #include <variant>
 
 #include "BrimbleCore/Scripting/PacePreset.h"
@@ -41,13 +43,94 @@ std::string expectedValues(const ScriptSettingSpec& setting) {
     }
     return list;
   }
+  const std::string atLeast =
+      setting.minimum ? " of at least " + formatScriptNumber(*setting.minimum) : "";
   if (setting.type == "integer") {
-    return "expected an integer";
+    return "expected an integer" + atLeast;
   }
   if (setting.type == "number") {
-    return "expected a number";
+    return "expected a number" + atLeast;
   }
   return "expected true or false";
+}
+
+using NamedValues = std::vector<const ScriptValue*>;
+
+void collect(const ScriptValue& value, NamedValues& into) { into.push_back(&value); }
+void collect(const std::optional<ScriptValue>& value, NamedValues& into) {
+  if (value) {
+    into.push_back(&*value);
+  }
+}
+void collect(const std::optional<ScriptRect>& rect, NamedValues& into) {
+  if (rect) {
+    for (const ScriptValue* field : {&rect->x, &rect->y, &rect->width, &rect->height}) {
+      into.push_back(field);
+    }
+  }
+}
+
+// Every argument of an instruction that may name a variable, found by the field names the
+// instruction types share, so a new command needs no entry here.
+template <typename Instruction>
+NamedValues argumentsOf(const Instruction& instruction) {
+  NamedValues values;
+  const auto add = [&](const auto& field) { collect(field, values); };
+  if constexpr (requires { instruction.value; }) add(instruction.value);
+  if constexpr (requires { instruction.app; }) add(instruction.app);
+  if constexpr (requires { instruction.window.value; }) add(instruction.window.value);
+  if constexpr (requires { instruction.width; }) add(instruction.width);
+  if constexpr (requires { instruction.height; }) add(instruction.height);
+  if constexpr (requires { instruction.duration; }) add(instruction.duration);
+  if constexpr (requires { instruction.text; }) add(instruction.text);
+  if constexpr (requires { instruction.delay; }) add(instruction.delay);
+  if constexpr (requires { instruction.x; }) add(instruction.x);
+  if constexpr (requires { instruction.y; }) add(instruction.y);
+  if constexpr (requires { instruction.ticks; }) add(instruction.ticks);
+  if constexpr (requires { instruction.keySpec; }) add(instruction.keySpec);
+  if constexpr (requires { instruction.seconds; }) add(instruction.seconds);
+  if constexpr (requires { instruction.command; }) add(instruction.command);
+  if constexpr (requires { instruction.title; }) add(instruction.title);
+  if constexpr (requires { instruction.subtitle; }) add(instruction.subtitle);
+  if constexpr (requires { instruction.button; }) add(instruction.button);
+  if constexpr (requires { instruction.color; }) add(instruction.color);
+  if constexpr (requires { instruction.match; }) add(instruction.match);
+  if constexpr (requires { instruction.target.rect; }) {
+    add(instruction.target.rect);
+  } else if constexpr (requires { instruction.target; }) {
+    add(instruction.target);
+  }
+  if constexpr (requires { instruction.timeout; }) add(instruction.timeout);
+  if constexpr (requires { instruction.url; }) add(instruction.url);
+  if constexpr (requires { instruction.scale; }) add(instruction.scale);
+  return values;
+}
+
+// The variable a record or spotlight target reads, beside its ScriptValues.
+template <typename Instruction>
+std::optional<std::string> targetVariableOf(const Instruction&) {
+  return std::nullopt;
+}
+std::optional<std::string> namedVariable(const std::string& name) {
+  return name.empty() ? std::nullopt : std::optional<std::string>(name);
+}
+std::optional<std::string> targetVariableOf(const RecordInstruction& record) {
+  return namedVariable(record.target.variable);
+}
+std::optional<std::string> targetVariableOf(const SpotlightInstruction& spotlight) {
+  return namedVariable(spotlight.target.variable);
+}
+std::optional<std::string> targetVariableOf(const SpotlightShiftInstruction& spotlight) {
+  return namedVariable(spotlight.target.variable);
+}
+
+// The variable an instruction defines with `as $v`.
+template <typename Instruction>
+std::optional<std::string> definedVariableOf(const Instruction& instruction) {
+  if constexpr (requires { instruction.variable; }) {
+    return instruction.variable;
+  }
+  return std::nullopt;
 }
 
 class Checker {
@@ -60,6 +143,7 @@ class Checker {
       reportedUnreachable_ = true;
     }
     const ScriptInstruction& instruction = located.instruction;
+    checkVariables(instruction, prefix);
     if (const auto* set = std::get_if<SetInstruction>(&instruction)) {
       checkSetting(*set, prefix);
     } else if (const auto* record = std::get_if<RecordInstruction>(&instruction)) {
@@ -73,6 +157,12 @@ class Checker {
       if (browser->engine == BrowserEngine::safari) {
         warnings_.push_back(prefix + kSafariUnavailable);
       }
+    } else if (const auto* key = std::get_if<KeyInstruction>(&instruction)) {
+      checkKey(*key, prefix);
+    } else if (const auto* wait = std::get_if<WaitInstruction>(&instruction)) {
+      checkWait(wait->seconds, prefix);
+    } else if (const auto* idle = std::get_if<WaitForIdleInstruction>(&instruction)) {
+      checkWait(idle->seconds, prefix);
     } else if (std::holds_alternative<RenderInstruction>(instruction) && !renderLine_) {
       renderLine_ = located.line;
     }
@@ -109,7 +199,66 @@ class Checker {
     }
   }
 
+  // A variable read before anything could have set it fails the line (`type $v`) or is typed
+  // as written.
+  void checkVariables(const ScriptInstruction& instruction, const std::string& prefix) {
+    std::vector<std::string> read;
+    std::optional<std::string> defined;
+    std::visit(
+        [&](const auto& command) {
+          for (const ScriptValue* value : argumentsOf(command)) {
+            if (value->kind == ScriptValue::Kind::variable ||
+                value->kind == ScriptValue::Kind::variableIndex) {
+              read.push_back(value->text);
+            }
+          }
+          if (auto variable = targetVariableOf(command)) {
+            read.push_back(std::move(*variable));
+          }
+          defined = definedVariableOf(command);
+        },
+        instruction);
+    for (const std::string& name : read) {
+      if (!defined_.contains(name) && warnedVariables_.insert(name).second) {
+        warnings_.push_back(prefix + "variable '$" + name +
+                            "' is used before anything sets it (with 'as $" + name +
+                            "' or 'run')");
+      }
+    }
+    if (defined) {
+      defined_.insert(*defined);
+      defined_.insert(*defined + "_stderr");
+    }
+    if (std::holds_alternative<RunInstruction>(instruction)) {
+      defined_.insert("_exitcode");
+    }
+  }
+
+  void checkKey(const KeyInstruction& key, const std::string& prefix) {
+    const auto text = literalText(key.keySpec);
+    if (!text) {
+      return;
+    }
+    const KeyChord chord = InputSimulator::parseKeyChord(*text);
+    for (const std::string& modifier : chord.unknownModifiers) {
+      warnings_.push_back(prefix + "unknown modifier '" + modifier + "' in '" + *text +
+                          "' is left out (known: cmd, ctrl, alt, shift, super)");
+    }
+    if (!InputSimulator::keyCodeForName(chord.key)) {
+      warnings_.push_back(prefix + "unknown key '" + chord.key + "' in '" + *text + "'");
+    }
+  }
+
+  void checkWait(const ScriptValue& seconds, const std::string& prefix) {
+    if (seconds.kind == ScriptValue::Kind::number && seconds.value < 0) {
+      warnings_.push_back(prefix + "a negative wait (" + formatScriptNumber(seconds.value) +
+                          " s) waits nothing");
+    }
+  }
+
   std::vector<std::string> warnings_;
+  std::set<std::string, std::less<>> defined_;
+  std::set<std::string, std::less<>> warnedVariables_;
   std::optional<int> renderLine_;
   bool reportedUnreachable_ = false;
   bool hasRecord_ = false;

@@ -33,6 +33,14 @@ class ScriptVariableValue {
   /// its decimal form at index 0. No value for a negative or too large index.
   std::optional<std::string> lineAt(long index) const;
 
+  /// The window number of a `windowID`; no value for the other kinds.
+  std::optional<std::uint32_t> windowIDValue() const {
+    if (const auto* id = std::get_if<std::uint32_t>(&value_)) {
+      return *id;
+    }
+    return std::nullopt;
+  }
+
   bool operator==(const ScriptVariableValue& other) const = default;
 
  private:

@@ -31,6 +31,13 @@ TEST(ScriptContext, StartsWithTheDefaultsPacePresetsMergeOverThemAndReadersFallB
   EXPECT_FALSE(context.boolSetting("cleanup", true));
   EXPECT_TRUE(context.boolSetting("show-cursor", true));
   EXPECT_EQ(context.intSetting("fps", 12), 12);
+  // Values the table rules out are ignored as unparsable ones are.
+  context.setSetting("fps", "25");
+  context.setSetting("max-width", "-5");
+  context.setSetting("transition", "0.5");
+  EXPECT_EQ(context.intSetting("fps", 30), 30);
+  EXPECT_EQ(context.intSetting("max-width", 800), 800);
+  EXPECT_EQ(context.doubleSetting("transition", 0.3), 0.5);
 }
 
 TEST(ScriptContext, ResolvesEachKindOfValueOrSaysWhyNot) {

@@ -29,6 +29,10 @@ constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
 constexpr int kExitPollMilliseconds = 10;
 // A stop request is noticed within this time.
 constexpr int kStopPollMilliseconds = 50;
+// Once the shell has exited, output still on its way is read for this long. A job it left in the
+// background (`server &`) holds the pipes open for as long as it runs, so their end cannot be
+// waited for.
+constexpr auto kOutputAfterExit = std::chrono::milliseconds(200);
 
 // Appends what is available; closes `fd` at end of file.
 void drain(UniqueFd& fd, std::string& into, std::array<char, kReadChunk>& buffer) {
@@ -54,10 +58,10 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
 
   std::optional<Subprocess> child;
   try {
-    child.emplace(Subprocess::spawn(
-        {"/bin/sh", "-c", command}, {.output = StreamConnection::pipe,
-                                     .errorOutput = StreamConnection::pipe,
-                                     .environment = options_.environment}));
+    child.emplace(
+        Subprocess::spawn({"/bin/sh", "-c", command}, {.output = StreamConnection::pipe,
+                                                       .errorOutput = StreamConnection::pipe,
+                                                       .environment = options_.environment}));
   } catch (const std::system_error& error) {
     throw ScriptError::runtimeError(line, "Failed to run command: " + error.code().message());
   }
@@ -66,11 +70,15 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
   std::string errorOutput;
   std::array<char, kReadChunk> buffer;
   bool exited = false;
+  std::optional<Clock::time_point> readUntil;
   for (;;) {
     if (!exited && child->exitNotifier() < 0) {
       exited = child->hasExited();
     }
-    if (exited && !child->output() && !child->errorOutput()) {
+    if (exited && !readUntil) {
+      readUntil = Clock::now() + kOutputAfterExit;
+    }
+    if (exited && ((!child->output() && !child->errorOutput()) || Clock::now() >= *readUntil)) {
       break;
     }
     int waitMilliseconds = -1;
@@ -103,6 +111,11 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
     if (options_.stop.stop_possible() &&
         (waitMilliseconds < 0 || waitMilliseconds > kStopPollMilliseconds)) {
       waitMilliseconds = kStopPollMilliseconds;
+    }
+    if (readUntil) {
+      const auto left = static_cast<int>(std::max<long long>(
+          0, std::chrono::ceil<std::chrono::milliseconds>(*readUntil - Clock::now()).count()));
+      waitMilliseconds = waitMilliseconds < 0 ? left : std::min(waitMilliseconds, left);
     }
     const int ready = ::poll(fds.data(), fds.size(), waitMilliseconds);
     if (ready < 0) {

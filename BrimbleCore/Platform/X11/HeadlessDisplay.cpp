@@ -19,6 +19,7 @@
 #include "BrimbleCore/Platform/X11/XHandles.h"
 #include "BrimbleCore/Platform/X11/XProperties.h"
 #include "BrimbleCore/Support/FileIO.h"
+#include "BrimbleCore/Support/Text.h"
 #include "BrimbleCore/Support/UniqueFd.h"
 
 namespace brimble::x11 {
@@ -48,6 +49,80 @@ constexpr const char* kOpenboxConfiguration = R"(<?xml version="1.0" encoding="U
   </mouse>
 </openbox_config>
 )";
+
+// Terminals opened in the embedded display are recorded for demos, so they should look like one:
+// an anti-aliased monospace font at a readable size, calm colours, some padding, no blinking
+// cursor (a blink is a picture change, which idle detection would never see the end of) and no
+// scroll bar. Programs read these from the root window's RESOURCE_MANAGER, as from xrdb; xterm
+// runs as class XTerm or, started through uxterm in a UTF-8 locale, UXTerm.
+constexpr const char* kFontResources = R"(Xft.antialias: 1
+Xft.hinting: 1
+Xft.hintstyle: hintslight
+Xft.rgba: none
+Xft.dpi: 96
+)";
+constexpr const char* kTerminalResources[] = {
+    "faceName: DejaVu Sans Mono",
+    "faceSize: 13",
+    "renderFont: true",
+    "utf8: 1",
+    "locale: true",
+    "termName: xterm-256color",
+    "geometry: 88x24",
+    "internalBorder: 16",
+    "scrollBar: false",
+    "saveLines: 4000",
+    "cursorBlink: false",
+    "visualBell: false",
+    "background: #1d2021",
+    "foreground: #e6e1d6",
+    "cursorColor: #f2c57c",
+    "color0: #2c2f30",
+    "color1: #e2786f",
+    "color2: #9ccf7a",
+    "color3: #ebc06d",
+    "color4: #79a7e0",
+    "color5: #c997d6",
+    "color6: #6fc4bd",
+    "color7: #d6d0c4",
+    "color8: #5b5f61",
+    "color9: #f0938b",
+    "color10: #b5e094",
+    "color11: #f4d38f",
+    "color12: #9cc0ee",
+    "color13: #dab3e4",
+    "color14: #93d8d2",
+    "color15: #f4f0e8",
+};
+
+// The shell those terminals run: the user's dotfiles are left out, since a prompt full of host
+// names, or a start-up file that waits on a lock, spoils a demo, and typed commands stay out of
+// the user's history. A short coloured prompt shows the folder.
+std::string demoShell(const std::filesystem::path& bashrc) {
+  return "#!/bin/sh\n"
+         "if command -v bash >/dev/null 2>&1; then\n"
+         "  exec bash --noprofile --rcfile '" +
+         bashrc.string() +
+         "' -i\n"
+         "fi\n"
+         "PS1='$ ' exec /bin/sh -i\n";
+}
+constexpr const char* kDemoBashrc =
+    R"(PS1='\[\e[1;38;5;110m\]\W\[\e[0m\] \[\e[1;38;5;114m\]$\[\e[0m\] '
+unset HISTFILE
+alias ls='ls --color=auto'
+alias grep='grep --color=auto'
+)";
+
+std::string demoResources() {
+  std::string resources = kFontResources;
+  for (const char* terminalClass : {"XTerm", "UXTerm"}) {
+    for (const char* resource : kTerminalResources) {
+      resources += std::string(terminalClass) + "*" + resource + "\n";
+    }
+  }
+  return resources;
+}
 
 std::optional<std::string> environmentVariable(const char* name) {
   const char* value = std::getenv(name);
@@ -243,6 +318,14 @@ void HeadlessDisplay::makeSessionDirectory() {
     std::filesystem::create_directory(sessionDirectory_ / folder);
     std::filesystem::permissions(sessionDirectory_ / folder, std::filesystem::perms::owner_all);
   }
+  std::ofstream(sessionDirectory_ / "demo-shell") << demoShell(sessionDirectory_ / "demo-bashrc");
+  // xterm runs $SHELL only when everyone may execute it, and otherwise falls back to the
+  // password file's shell; the session directory itself stays private.
+  using std::filesystem::perms;
+  std::filesystem::permissions(sessionDirectory_ / "demo-shell",
+                               perms::owner_all | perms::group_read | perms::group_exec |
+                                   perms::others_read | perms::others_exec);
+  std::ofstream(sessionDirectory_ / "demo-bashrc") << kDemoBashrc;
 }
 
 std::vector<std::string> HeadlessDisplay::privateFolders() const {
@@ -256,6 +339,15 @@ std::vector<std::string> HeadlessDisplay::privateFolders() const {
 std::vector<std::string> HeadlessDisplay::environment() const {
   std::vector<std::string> entries = privateFolders();
   entries.push_back("DISPLAY=" + displayName_);
+  entries.push_back("SHELL=" + (sessionDirectory_ / "demo-shell").string());
+  // Terminals show what scripts type, in any language, only in a UTF-8 locale; every Debian
+  // system has C.UTF-8.
+  const auto locale = environmentVariable("LC_ALL").value_or(
+      environmentVariable("LC_CTYPE").value_or(environmentVariable("LANG").value_or("")));
+  if (lowercased(locale).find("utf-8") == std::string::npos &&
+      lowercased(locale).find("utf8") == std::string::npos) {
+    entries.push_back("LC_ALL=C.UTF-8");
+  }
   if (!busAddress_.empty()) {
     entries.push_back("DBUS_SESSION_BUS_ADDRESS=" + busAddress_);
   }
@@ -280,6 +372,7 @@ void HeadlessDisplay::startServer(const Options& options) {
       displayName_ = ":" + *reported;
       server_ = std::move(server);
       ::setenv("DISPLAY", displayName_.c_str(), 1);
+      loadDemoResources();
       return;
     }
     // The pipe ends a moment before the process does; terminate() reaps it either way.
@@ -290,6 +383,19 @@ void HeadlessDisplay::startServer(const Options& options) {
   }
   throw HeadlessDisplayError::noFreeDisplay(options.firstDisplay,
                                             options.firstDisplay + kDisplaysToTry - 1);
+}
+
+void HeadlessDisplay::loadDemoResources() {
+  XDisplayPtr connection = openDisplay(displayName_);
+  if (!connection) {
+    throw HeadlessDisplayError::serverFailed("accepted no connection on " + displayName_);
+  }
+  Display* display = connection.get();
+  const std::string resources = demoResources();
+  XChangeProperty(display, DefaultRootWindow(display), XA_RESOURCE_MANAGER, XA_STRING, 8,
+                  PropModeReplace, reinterpret_cast<const unsigned char*>(resources.data()),
+                  static_cast<int>(resources.size()));
+  XSync(display, False);
 }
 
 void HeadlessDisplay::startSessionBus() {

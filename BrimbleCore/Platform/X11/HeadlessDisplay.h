@@ -70,7 +70,8 @@ class HeadlessDisplay {
   const std::string& busAddress() const noexcept { return busAddress_; }
   /// What programs started in this display get in their environment: DISPLAY, the session bus,
   /// XDG_CONFIG_HOME, XDG_CACHE_HOME, XDG_DATA_HOME, XDG_RUNTIME_DIR and TMPDIR in the session's
-  /// private folder ("NAME=value" entries).
+  /// private folder, a UTF-8 locale where ours is not one, and SHELL: a demo shell without the
+  /// user's start-up files and history ("NAME=value" entries).
   std::vector<std::string> environment() const;
   /// The session's private folder, deleted with it.
   const std::filesystem::path& sessionDirectory() const noexcept { return sessionDirectory_; }
@@ -85,6 +86,8 @@ class HeadlessDisplay {
   /// The XDG and TMPDIR entries of `environment`.
   std::vector<std::string> privateFolders() const;
   void startServer(const Options& options);
+  /// X resources that make terminals look like a demo rather than a debugging session.
+  void loadDemoResources();
   void startSessionBus();
   void startWindowManager();
 

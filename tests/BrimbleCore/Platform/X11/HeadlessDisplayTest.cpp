@@ -8,6 +8,7 @@
 
 #include "BrimbleCore/Platform/X11/XDisplay.h"
 #include "BrimbleCore/Support/ProcessTable.h"
+#include "tests/Support/RunCommand.h"
 #include "tests/Support/X11Helpers.h"
 
 namespace brimble::x11 {
@@ -18,6 +19,7 @@ TEST(HeadlessDisplay, StartsAServerABusAndAWindowManagerAndStopsThemAll) {
   const std::string previous = before != nullptr ? before : "";
   std::vector<pid_t> pids;
   std::filesystem::path folder;
+  ::setenv("LC_ALL", "C", 1);
   {
     const auto display = HeadlessDisplay::start();
     pids = {display->serverPid(), display->busPid(), display->windowManagerPid()};
@@ -25,14 +27,23 @@ TEST(HeadlessDisplay, StartsAServerABusAndAWindowManagerAndStopsThemAll) {
     EXPECT_GE(std::stoi(display->displayName().substr(1)), 99);
     EXPECT_EQ(std::getenv("DISPLAY"), display->displayName());
     EXPECT_EQ(std::getenv("DBUS_SESSION_BUS_ADDRESS"), display->busAddress());
-    EXPECT_THAT(display->environment(),
-                ::testing::ElementsAre("XDG_CONFIG_HOME=" + (folder / "config").string(),
-                                       "XDG_CACHE_HOME=" + (folder / "cache").string(),
-                                       "XDG_DATA_HOME=" + (folder / "data").string(),
-                                       "XDG_RUNTIME_DIR=" + (folder / "runtime").string(),
-                                       "TMPDIR=" + (folder / "tmp").string(),
-                                       "DISPLAY=" + display->displayName(),
-                                       "DBUS_SESSION_BUS_ADDRESS=" + display->busAddress()));
+    std::vector<std::string> expected = {
+        "XDG_CONFIG_HOME=" + (folder / "config").string(),
+        "XDG_CACHE_HOME=" + (folder / "cache").string(),
+        "XDG_DATA_HOME=" + (folder / "data").string(),
+        "XDG_RUNTIME_DIR=" + (folder / "runtime").string(), "TMPDIR=" + (folder / "tmp").string(),
+        "DISPLAY=" + display->displayName(), "SHELL=" + (folder / "demo-shell").string(),
+        // this test runs in the C locale
+        "LC_ALL=C.UTF-8", "DBUS_SESSION_BUS_ADDRESS=" + display->busAddress()};
+    EXPECT_EQ(display->environment(), expected);
+    // Terminals run the demo shell only when everyone may execute it (xterm falls back to the
+    // password file's shell otherwise); it reads no dotfiles and keeps no history.
+    const auto mode = std::filesystem::status(folder / "demo-shell").permissions();
+    EXPECT_NE(mode & std::filesystem::perms::others_exec, std::filesystem::perms::none);
+    const auto shell =
+        testing::runCommand("echo 'echo \"[$HISTFILE][$PS1]\"; exit' | " +
+                            testing::shellQuote((folder / "demo-shell").string()) + " 2>/dev/null");
+    EXPECT_THAT(shell.output, ::testing::HasSubstr("[][\\[\\e[1;38;5;110m\\]\\W"));
     const XDisplayPtr connection = openDisplay();
     ASSERT_TRUE(connection);
     EXPECT_EQ(screenSize(connection.get()), (ScreenSize{1920, 1080}));

@@ -3,7 +3,7 @@ BUILD     ?= build
 JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-peers fuzz format clean
+.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-script bench-peers fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -29,8 +29,9 @@ sanitize: deps
 	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  ctest --test-dir build-asan $(CTEST_FLAGS)
 
+# The example script in an embedded display, whatever $$DISPLAY says.
 demo: build
-	$(BUILD)/cli/brimble encode --test-pattern -o demo.gif
+	$(BUILD)/cli/brimble run --headless examples/hello.brim
 
 bench-build: deps
 	@test -f build-bench/build.ninja || cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release \
@@ -49,6 +50,10 @@ bench-memory: bench-build
 bench-capture: bench-build
 	build-bench/bench/BrimbleCaptureBench 10
 
+# `brimble run` of examples/hello.brim: wall time against the script's timeline, GIF length.
+bench-script: build
+	bench/run-script.sh -n 3
+
 # brimble beside ffmpeg, gifsicle, ImageMagick and gifski on real screen recordings.
 bench-peers: build
 	bench/run-peers.sh -n 3
@@ -65,4 +70,4 @@ format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-bench build-fuzz demo.gif
+	rm -rf build build-asan build-bench build-fuzz hello.gif

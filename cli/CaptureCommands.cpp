@@ -21,12 +21,12 @@
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Clock.h"
+#include "BrimbleCore/Support/XID.h"
 #include "cli/AnimationOutput.h"
 #include "cli/DisplaySession.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
-#include "cli/XID.h"
 
 namespace brimble::cli {
 namespace {

@@ -8,8 +8,8 @@
 
 #include <fmt/format.h>
 
+#include "BrimbleCore/Support/XID.h"
 #include "cli/UsageErrors.h"
-#include "cli/XID.h"
 
 namespace brimble::cli {
 namespace {

@@ -11,9 +11,9 @@
 #include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Automation/WindowManager.h"
+#include "BrimbleCore/Support/XID.h"
 #include "cli/DisplaySession.h"
 #include "cli/OptionChecks.h"
-#include "cli/XID.h"
 
 namespace brimble::cli {
 namespace {

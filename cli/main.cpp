@@ -21,6 +21,7 @@
 #include "cli/OutputPath.h"
 #include "cli/ProcessCommand.h"
 #include "cli/ReferenceCommands.h"
+#include "cli/RunCommand.h"
 #include "cli/UsageErrors.h"
 #include "cli/ValidateCommand.h"
 #include "cli/WindowCommands.h"
@@ -74,6 +75,7 @@ int main(int argc, char** argv) {
   const std::vector<Command> commands = {
       addEncodeCommand(app, interrupts),
       addProcessCommand(app, interrupts),
+      addRunCommand(app, interrupts),
       addValidateCommand(app),
       addCommandsCommand(app),
       addSettingsCommand(app),

@@ -9,6 +9,7 @@
 #include "BrimbleCore/Automation/DemoDriverError.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Text.h"
+#include "BrimbleCore/Support/XID.h"
 
 namespace brimble {
 namespace {
@@ -118,7 +119,7 @@ std::optional<WindowInfo> WindowManager::find(OwnerPID ownerPID) {
   return std::nullopt;
 }
 
-void WindowManager::focusWindow(std::uint32_t id) {
+void WindowManager::focus(std::uint32_t id) {
   if (!windowSystem_.activate(id)) {
     return;
   }
@@ -177,7 +178,7 @@ std::uint32_t WindowManager::openApp(std::string_view name) {
     for (const WindowInfo& window : matches) {
       if (before.count(window.id) == 0) {
         scriptWindows_.emplace_back(window.id, requested);
-        focusWindow(window.id);
+        focus(window.id);
         return window.id;
       }
     }
@@ -194,7 +195,7 @@ std::uint32_t WindowManager::openApp(std::string_view name) {
   const std::uint32_t id = frontmost->window.id;
   logLine("BrimbleCore: WindowManager: No new window detected for " + requested +
           ", using frontmost (ID: " + std::to_string(id) + ")");
-  focusWindow(id);
+  focus(id);
   return id;
 }
 
@@ -203,7 +204,7 @@ void WindowManager::focusApp(std::string_view name) {
   if (!match) {
     throw WindowManagerError::windowNotFound(std::string(name));
   }
-  focusWindow(match->window.id);
+  focus(match->window.id);
 }
 
 void WindowManager::resize(std::string_view appName, int width, int height) {
@@ -211,8 +212,15 @@ void WindowManager::resize(std::string_view appName, int width, int height) {
   if (!match) {
     throw WindowManagerError::windowNotFound(std::string(appName));
   }
-  const std::uint32_t id = match->window.id;
-  const ScreenRect before = match->window.contentFrame;
+  resize(match->window.id, width, height);
+}
+
+void WindowManager::resize(std::uint32_t id, int width, int height) {
+  const auto window = find(id);
+  if (!window) {
+    throw WindowManagerError::windowNotFound(formatXID(id));
+  }
+  const ScreenRect before = window->contentFrame;
   if (!windowSystem_.moveResize(id, {0, 0, width, height})) {
     return;
   }

@@ -64,9 +64,14 @@ class WindowManager {
   std::uint32_t openApp(std::string_view name);
   /// Raises and focuses the application's window. Throws WindowManagerError.
   void focusApp(std::string_view name);
+  /// Raises and focuses the window `id` and waits (briefly) until it has the focus; a window
+  /// that does not take it is logged.
+  void focus(std::uint32_t id);
   /// Moves the application's window to the top-left corner and sizes its content. Terminals
   /// size in character cells, so they may end a few pixels smaller. Throws WindowManagerError.
   void resize(std::string_view appName, int width, int height);
+  /// The same for the window `id`. Throws WindowManagerError when there is no such window.
+  void resize(std::uint32_t id, int width, int height);
   /// Asks a window to close; a failure is logged.
   void close(std::string_view appName, std::uint32_t windowID);
   /// Closes the windows `openApp` opened that are still there.
@@ -88,7 +93,6 @@ class WindowManager {
   AccessibilityBackend* accessibility() const noexcept { return accessibility_; }
 
  private:
-  void focusWindow(std::uint32_t id);
   /// The process whose dialogs answer for `appName`. Throws DemoDriverError::permissionDenied
   /// without an accessibility service, WindowManagerError when the application has no window.
   int dialogOwner(std::string_view appName);

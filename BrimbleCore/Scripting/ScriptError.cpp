@@ -50,9 +50,15 @@ std::string ScriptError::describe(Code code, int line, const std::string& bareMe
     case Code::fileNotFound:
     case Code::encodingFailed:
       return bareMessage;
+    case Code::runtimeError:
+      if (line <= 0) {
+        return bareMessage;  // the end of a script, which is no line of it
+      }
+      break;
     default:
-      return "Line " + std::to_string(line) + ": " + bareMessage;
+      break;
   }
+  return "Line " + std::to_string(line) + ": " + bareMessage;
 }
 
 ScriptError ScriptError::parseError(int line, const std::string& message, const std::string& detail,

@@ -43,7 +43,8 @@ class ScriptError : public std::runtime_error {
                                   const std::string& detail = {});
   /// "Line N: Undefined variable '$<name>'".
   static ScriptError undefinedVariable(int line, const std::string& name);
-  /// "Line N: <message>".
+  /// "Line N: <message>"; just the message for line 0, a failure at the end of a script that
+  /// belongs to none of its lines ("No segments recorded").
   static ScriptError runtimeError(int line, const std::string& message);
   /// "Permission denied: <message>".
   static ScriptError permissionDenied(const std::string& message);

@@ -11,6 +11,7 @@
 
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Support/Text.h"
+#include "BrimbleCore/Support/XID.h"
 
 namespace brimble {
 namespace {
@@ -51,16 +52,10 @@ bool isNumeric(const Token& token) {
 // may also be written as 0x1a00007.
 std::optional<double> hexadecimalWindowID(const Token& token) {
   const std::string& text = token.text;
-  if (token.kind != Token::Kind::word || text.size() < 3 || text[0] != '0' ||
-      (text[1] != 'x' && text[1] != 'X')) {
+  if (token.kind != Token::Kind::word || (!text.starts_with("0x") && !text.starts_with("0X"))) {
     return std::nullopt;
   }
-  std::uint32_t id = 0;
-  const auto [end, error] = std::from_chars(text.data() + 2, text.data() + text.size(), id, 16);
-  if (error != std::errc() || end != text.data() + text.size()) {
-    return std::nullopt;
-  }
-  return id;
+  return parseXID(text);
 }
 
 ScriptValue numericValue(const Token& token) {

@@ -56,7 +56,9 @@ std::string expectedValues(const ScriptSettingSpec& setting) {
 
 using NamedValues = std::vector<const ScriptValue*>;
 
-void collect(const ScriptValue& value, NamedValues& into) { into.push_back(&value); }
+void collect(const ScriptValue& value, NamedValues& into) {
+  into.push_back(&value);
+}
 void collect(const std::optional<ScriptValue>& value, NamedValues& into) {
   if (value) {
     into.push_back(&*value);
@@ -76,33 +78,55 @@ template <typename Instruction>
 NamedValues argumentsOf(const Instruction& instruction) {
   NamedValues values;
   const auto add = [&](const auto& field) { collect(field, values); };
-  if constexpr (requires { instruction.value; }) add(instruction.value);
-  if constexpr (requires { instruction.app; }) add(instruction.app);
-  if constexpr (requires { instruction.window.value; }) add(instruction.window.value);
-  if constexpr (requires { instruction.width; }) add(instruction.width);
-  if constexpr (requires { instruction.height; }) add(instruction.height);
-  if constexpr (requires { instruction.duration; }) add(instruction.duration);
-  if constexpr (requires { instruction.text; }) add(instruction.text);
-  if constexpr (requires { instruction.delay; }) add(instruction.delay);
-  if constexpr (requires { instruction.x; }) add(instruction.x);
-  if constexpr (requires { instruction.y; }) add(instruction.y);
-  if constexpr (requires { instruction.ticks; }) add(instruction.ticks);
-  if constexpr (requires { instruction.keySpec; }) add(instruction.keySpec);
-  if constexpr (requires { instruction.seconds; }) add(instruction.seconds);
-  if constexpr (requires { instruction.command; }) add(instruction.command);
-  if constexpr (requires { instruction.title; }) add(instruction.title);
-  if constexpr (requires { instruction.subtitle; }) add(instruction.subtitle);
-  if constexpr (requires { instruction.button; }) add(instruction.button);
-  if constexpr (requires { instruction.color; }) add(instruction.color);
-  if constexpr (requires { instruction.match; }) add(instruction.match);
+  if constexpr (requires { instruction.value; })
+    add(instruction.value);
+  if constexpr (requires { instruction.app; })
+    add(instruction.app);
+  if constexpr (requires { instruction.window.value; })
+    add(instruction.window.value);
+  if constexpr (requires { instruction.width; })
+    add(instruction.width);
+  if constexpr (requires { instruction.height; })
+    add(instruction.height);
+  if constexpr (requires { instruction.duration; })
+    add(instruction.duration);
+  if constexpr (requires { instruction.text; })
+    add(instruction.text);
+  if constexpr (requires { instruction.delay; })
+    add(instruction.delay);
+  if constexpr (requires { instruction.x; })
+    add(instruction.x);
+  if constexpr (requires { instruction.y; })
+    add(instruction.y);
+  if constexpr (requires { instruction.ticks; })
+    add(instruction.ticks);
+  if constexpr (requires { instruction.keySpec; })
+    add(instruction.keySpec);
+  if constexpr (requires { instruction.seconds; })
+    add(instruction.seconds);
+  if constexpr (requires { instruction.command; })
+    add(instruction.command);
+  if constexpr (requires { instruction.title; })
+    add(instruction.title);
+  if constexpr (requires { instruction.subtitle; })
+    add(instruction.subtitle);
+  if constexpr (requires { instruction.button; })
+    add(instruction.button);
+  if constexpr (requires { instruction.color; })
+    add(instruction.color);
+  if constexpr (requires { instruction.match; })
+    add(instruction.match);
   if constexpr (requires { instruction.target.rect; }) {
     add(instruction.target.rect);
   } else if constexpr (requires { instruction.target; }) {
     add(instruction.target);
   }
-  if constexpr (requires { instruction.timeout; }) add(instruction.timeout);
-  if constexpr (requires { instruction.url; }) add(instruction.url);
-  if constexpr (requires { instruction.scale; }) add(instruction.scale);
+  if constexpr (requires { instruction.timeout; })
+    add(instruction.timeout);
+  if constexpr (requires { instruction.url; })
+    add(instruction.url);
+  if constexpr (requires { instruction.scale; })
+    add(instruction.scale);
   return values;
 }
 
@@ -172,7 +196,7 @@ class Checker {
     if (!hasRecord_) {
       warnings_.push_back("Warning: script has no 'record' commands");
     }
-    return {instructionCount, renderLine_.has_value(), std::move(warnings_)};
+    return {instructionCount, renderLine_.has_value(), std::move(output_), std::move(warnings_)};
   }
 
  private:
@@ -182,6 +206,9 @@ class Checker {
       return;
     }
     const auto text = literalText(set.value);
+    if (set.name == "output") {
+      output_ = text;
+    }
     if (!text) {
       return;
     }
@@ -221,8 +248,7 @@ class Checker {
     for (const std::string& name : read) {
       if (!defined_.contains(name) && warnedVariables_.insert(name).second) {
         warnings_.push_back(prefix + "variable '$" + name +
-                            "' is used before anything sets it (with 'as $" + name +
-                            "' or 'run')");
+                            "' is used before anything sets it (with 'as $" + name + "' or 'run')");
       }
     }
     if (defined) {
@@ -260,6 +286,7 @@ class Checker {
   std::set<std::string, std::less<>> defined_;
   std::set<std::string, std::less<>> warnedVariables_;
   std::optional<int> renderLine_;
+  std::optional<std::string> output_;
   bool reportedUnreachable_ = false;
   bool hasRecord_ = false;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,9 @@ namespace brimble {
 struct ScriptValidation {
   int instructionCount = 0;
   bool explicitRender = false;
+  /// Where the script writes: the value of its last `set output` written as plain text; no value
+  /// when it never sets one that way (a variable decides only when it runs).
+  std::optional<std::string> output;
   /// In script order, each a full line such as "Warning: line 4: unknown pace preset 'fast'
   /// (expected: tutorial, demo, cinematic)"; the missing-`record` warning comes last.
   std::vector<std::string> warnings;

@@ -1,10 +1,10 @@
-#include "cli/XID.h"
+#include "BrimbleCore/Support/XID.h"
 
 #include <charconv>
 
 #include <fmt/format.h>
 
-namespace brimble::cli {
+namespace brimble {
 
 std::optional<std::uint32_t> parseXID(std::string_view text) {
   int base = 10;
@@ -26,4 +26,4 @@ std::string formatXID(std::uint32_t id) {
   return fmt::format("{:#x}", id);
 }
 
-}  // namespace brimble::cli
+}  // namespace brimble

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace brimble::cli {
+namespace brimble {
 
 /// An X resource id (a window, a RandR output) as users give it: decimal ("27262983") or
 /// hexadecimal with "0x" ("0x1a00007"), the form xwininfo, xprop and `brimble windows` print. No
@@ -16,4 +16,4 @@ std::optional<std::uint32_t> parseXID(std::string_view text);
 /// The one form brimble prints X ids in: "0x1a00007".
 std::string formatXID(std::uint32_t id);
 
-}  // namespace brimble::cli
+}  // namespace brimble

@@ -1,0 +1,195 @@
+#include "cli/RunCommand.h"
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include "BrimbleCore/Automation/ChromeBrowserLauncher.h"
+#include "BrimbleCore/Automation/InputSimulator.h"
+#include "BrimbleCore/Automation/WindowManager.h"
+#include "BrimbleCore/Capture/ScreenRecorder.h"
+#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
+#include "BrimbleCore/Scripting/ScriptEngine.h"
+#include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Scripting/ScriptValidation.h"
+#include "BrimbleCore/Scripting/ShellProcessRunner.h"
+#include "BrimbleCore/Support/Cancellation.h"
+#include "BrimbleCore/Support/Clock.h"
+#include "cli/AnimationOutput.h"
+#include "cli/DisplaySession.h"
+#include "cli/OutputPath.h"
+#include "cli/ProgressBar.h"
+#include "cli/ScriptSource.h"
+
+namespace brimble::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct RunOptions {
+  std::string script;
+  fs::path output;
+  bool preview = false;
+  bool quiet = false;
+  bool profile = false;
+  bool headless = false;
+};
+
+void printProfile(const ScriptEngine& engine) {
+  fmt::print(stderr, "brimble run: where the time went\n");
+  for (const std::string& line : engine.profiler().report()) {
+    fmt::print(stderr, "{}\n", line);
+  }
+}
+
+/// The first interrupt stops the script and leaves it to render what it recorded; the second
+/// abandons that render. Lives on the command's stack while the script runs.
+class InterruptStages {
+ public:
+  explicit InterruptStages(Interrupts& interrupts)
+      : interrupts_(interrupts), interrupt_(interrupts.watch()), onFirst_(interrupt_, [this] {
+          // Runs on the watcher's thread as it delivers the first signal.
+          secondSignal_.emplace(interrupts_.watchAgain(), [this] { abandon_.request_stop(); });
+        }) {}
+
+  std::stop_token interrupt() const { return interrupt_; }
+  std::stop_token abandon() const { return abandon_.get_token(); }
+
+ private:
+  Interrupts& interrupts_;
+  std::stop_source abandon_;
+  std::optional<std::stop_callback<std::function<void()>>> secondSignal_;
+  std::stop_token interrupt_;
+  std::stop_callback<std::function<void()>> onFirst_;
+};
+
+int runScript(const RunOptions& options, Interrupts& interrupts) {
+  const ScriptSource source = readScriptSource(options.script);
+  // The script is checked before anything is opened or recorded, so a typo costs no recording.
+  const ScriptValidation check = validate(source.text);
+  for (const std::string& warning : check.warnings) {
+    fmt::print(stderr, "{}\n", warning);
+  }
+  const fs::path output =
+      !options.output.empty() ? options.output : fs::path(check.output.value_or("output.gif"));
+  checkAnimationOutput("", output, false);
+
+  ScreenRecorder::sweepOrphanedFrameFiles();
+  InterruptStages stages(interrupts);
+  const DisplaySession session(options.headless);
+  if (session.embedded() && !options.quiet) {
+    fmt::print(stderr, "brimble run: no display to use, so running in an embedded one ({})\n",
+               session.name());
+  }
+  Clock& clock = steadyClock();
+  const auto screen = session.screenSource();
+  const auto inputBackend = session.inputBackend();
+  const auto windowSystem = session.windowSystem();
+  const auto launcher = session.appLauncher();
+  InputSimulator input(*inputBackend, clock);
+  WindowManager windows(*windowSystem, *launcher, clock);
+  ShellProcessRunner processes({.environment = session.environment(), .stop = stages.interrupt()});
+  ChromeBrowserLauncher browsers(session.environment());
+  const std::string displayName = session.name();
+
+  ProgressBar bar;
+  ScriptOptions scriptOptions;
+  scriptOptions.quiet = options.quiet;
+  scriptOptions.preview = options.preview;
+  if (!options.output.empty()) {
+    scriptOptions.output = options.output;
+  }
+  if (!source.file.empty()) {
+    scriptOptions.scriptDirectory = source.file.parent_path();
+  }
+  scriptOptions.print = [&bar](std::string_view line) {
+    bar.finish();
+    fmt::print(stderr, "{}\n", line);
+  };
+  scriptOptions.renderProgress = progressOn(bar);
+  scriptOptions.interrupt = stages.interrupt();
+  scriptOptions.abandon = stages.abandon();
+  ScriptEngine engine({.screen = *screen,
+                       .input = input,
+                       .windows = windows,
+                       .processes = processes,
+                       .clock = clock,
+                       .makeRecorder =
+                           [&] {
+                             return std::make_unique<ScreenSegmentRecorder>(*screen, clock, [&] {
+                               return platform::eventCapture(displayName, clock);
+                             });
+                           },
+                       .browsers = &browsers},
+                      scriptOptions);
+
+  ScriptOutcome outcome;
+  try {
+    outcome = engine.execute(source.text);
+  } catch (const CancellationError&) {
+    bar.finish();
+    if (options.profile) {
+      printProfile(engine);
+    }
+    fmt::print(stderr, "brimble run: interrupted; nothing was written\n");
+    return Interrupts::kExitInterrupted;
+  } catch (const ScriptError& error) {
+    bar.finish();
+    if (options.profile) {
+      printProfile(engine);
+    }
+    // The located message stands alone, so that its caret lines up under the quoted line.
+    fmt::print(stderr, "{}\n", error.what());
+    return kExitFailure;
+  }
+  bar.finish();
+  if (options.profile) {
+    printProfile(engine);
+  }
+  if (outcome.summary.frames == 0) {
+    fmt::print(stderr,
+               "brimble run: interrupted before anything was recorded; nothing was written\n");
+    return Interrupts::kExitInterrupted;
+  }
+  fmt::print("{}: {} bytes, {} frames, {}x{}, plays {:.2f} s\n", outcome.output.string(),
+             fs::file_size(outcome.output), outcome.summary.frames, outcome.summary.width,
+             outcome.summary.height, outcome.summary.duration);
+  return outcome.interrupted ? Interrupts::kExitInterrupted : kExitSuccess;
+}
+
+}  // namespace
+
+Command addRunCommand(CLI::App& app, Interrupts& interrupts) {
+  auto options = std::make_shared<RunOptions>();
+  CLI::App* command = app.add_subcommand(
+      "run",
+      "Run a .brim demo script: drive windows, terminals and browser pages, record them and "
+      "render the animation");
+  command
+      ->add_option("script", options->script,
+                   "The script: a file, - for standard input, or the name of one in "
+                   "$BRIMBLE_SCRIPT_DIR (default ~/.brimble/scripts)")
+      ->required();
+  command
+      ->add_option("-o,--output", options->output,
+                   "Write here instead of the script's output setting; the extension picks the "
+                   "format (.gif, .webp, .png)")
+      ->type_name("OUT");
+  command->add_flag("--preview", options->preview,
+                    "A quick, small render: 10 fps and at most 400 pixels wide");
+  command->add_flag("-q,--quiet", options->quiet, "No progress lines, only warnings and errors");
+  command->add_flag("--profile", options->profile,
+                    "Print how long each instruction, the render and the clean-up took");
+  command->add_flag("--headless", options->headless,
+                    "Use Brimble's own embedded display even when $DISPLAY is set");
+  return {command, [options, &interrupts] { return runScript(*options, interrupts); }};
+}
+
+}  // namespace brimble::cli

@@ -1,0 +1,594 @@
+#include "BrimbleCore/Scripting/ScriptEngine.h"
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <numeric>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Scripting/ScriptParser.h"
+#include "BrimbleCore/Scripting/ScriptProfiler.h"
+#include "BrimbleCore/Scripting/ScriptRenderSettings.h"
+#include "tests/Support/ErrorText.h"
+#include "tests/Support/FakeAppLauncher.h"
+#include "tests/Support/FakeClock.h"
+#include "tests/Support/FakeInputBackend.h"
+#include "tests/Support/FakeProcessRunner.h"
+#include "tests/Support/FakeScreen.h"
+#include "tests/Support/FakeWindowSystem.h"
+#include "tests/Support/GifReader.h"
+#include "tests/Support/Images.h"
+#include "tests/Support/LogCapture.h"
+#include "tests/Support/TempDirectory.h"
+
+namespace brimble {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using testing::Pixel;
+
+// Milliseconds of `clock` since `start`.
+long long millisecondsSince(const Clock& clock, Clock::TimePoint start) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(clock.now() - start).count();
+}
+
+/// What every fake recorder of a rig did, as "<ms> start <target> <fps>fps" and "<ms> stop".
+struct RecorderLog {
+  std::vector<std::string> lines;
+  int made = 0;
+};
+
+/// A recorder that "captures" a solid frame of its own colour every 1/fps of the fake clock.
+/// It can end on its own (a closed window) or run a hook at a time of its segment.
+class FakeSegmentRecorder final : public SegmentRecorder {
+ public:
+  struct Behaviour {
+    /// Ends on its own this long after its start.
+    std::optional<Clock::Duration> endsAfter;
+    /// The picture last changes this long after the start.
+    Clock::Duration changesUntil{};
+    bool capturesNothing = false;
+    /// Runs once when asked whether it ended at or after `at`.
+    std::optional<Clock::Duration> hookAt;
+    std::function<void()> hook;
+  };
+
+  FakeSegmentRecorder(const Clock& clock, Clock::TimePoint origin, RecorderLog& log,
+                      Behaviour behaviour)
+      : clock_(clock), origin_(origin), log_(log), behaviour_(std::move(behaviour)) {
+    colour_ = kColours[log_.made++ % 3];
+  }
+
+  void start(const SegmentRequest& request) override {
+    request_ = request;
+    start_ = clock_.now();
+    const std::string target =
+        request.target.kind == CaptureTarget::Kind::window
+            ? "window " + std::to_string(request.target.windowID)
+            : fmt::format("area {},{} {}x{}", request.target.area.x, request.target.area.y,
+                          request.target.area.width, request.target.area.height);
+    log_.lines.push_back(
+        fmt::format("{} start {} {}fps", millisecondsSince(clock_, origin_), target, request.fps));
+  }
+  bool hasEnded() const override {
+    if (behaviour_.hook && behaviour_.hookAt && clock_.now() - start_ >= *behaviour_.hookAt) {
+      std::exchange(behaviour_.hook, nullptr)();
+    }
+    return behaviour_.endsAfter && clock_.now() - start_ >= *behaviour_.endsAfter;
+  }
+  Clock::TimePoint lastChangeDate() const override {
+    return std::min(clock_.now(), start_ + behaviour_.changesUntil);
+  }
+  int frameCount() const override { return framesFor(elapsed()); }
+  RecordedSegment stop() override {
+    log_.lines.push_back(fmt::format("{} stop", millisecondsSince(clock_, origin_)));
+    const double seconds = elapsed();
+    RecordedSegment segment;
+    auto store = std::make_unique<InMemoryFrameStore>();
+    if (!behaviour_.capturesNothing) {
+      const auto jpeg = encodeJPEG(testing::solidImage(64, 40, colour_), 90);
+      store->frames.assign(static_cast<std::size_t>(framesFor(seconds)), jpeg);
+    }
+    segment.frames = std::move(store);
+    segment.fps = request_.fps;
+    segment.duration = seconds;
+    segment.windowFrame = {0, 0, 64, 40};
+    return segment;
+  }
+
+  static constexpr Pixel kColours[3] = {{220, 30, 30}, {30, 30, 220}, {30, 200, 30}};
+
+ private:
+  double elapsed() const {
+    Clock::Duration length = clock_.now() - start_;
+    if (behaviour_.endsAfter) {
+      length = std::min(length, *behaviour_.endsAfter);
+    }
+    return std::chrono::duration<double>(length).count();
+  }
+  int framesFor(double seconds) const {
+    return static_cast<int>(std::lround(seconds * request_.fps));
+  }
+
+  const Clock& clock_;
+  const Clock::TimePoint origin_;
+  RecorderLog& log_;
+  mutable Behaviour behaviour_;
+  SegmentRequest request_;
+  Clock::TimePoint start_;
+  Pixel colour_;
+};
+
+/// A page whose elements sit where a table says; `text:Field` takes no value directly.
+class FakePage final : public ElementDriver {
+ public:
+  std::optional<ScreenRect> find(const std::string& target) override {
+    const auto found = rects.find(target);
+    return found != rects.end() ? std::optional(found->second) : std::nullopt;
+  }
+  void press(const std::string& target) override { actions.push_back("press " + target); }
+  void setValue(const std::string& target, const std::string& text) override {
+    if (target == "text:Field") {
+      throw DemoDriverError::unsupported("not a text field");
+    }
+    actions.push_back("set " + target + " = " + text);
+  }
+  void focus(const std::string& target) override { actions.push_back("focus " + target); }
+  std::vector<DiscoveredElement> listElements(int) override { return {}; }
+
+  std::map<std::string, ScreenRect> rects;
+  std::vector<std::string> actions;
+};
+
+/// Browsers whose sessions share one page and report to the rig.
+class FakeBrowsers final : public BrowserLauncher {
+ public:
+  explicit FakeBrowsers(testing::FakeWindowSystem& windows) : windows_(windows) {}
+
+  std::unique_ptr<BrowserSession> launch(const std::string& url) override {
+    struct Session final : BrowserSession {
+      explicit Session(FakeBrowsers& owner) : browsers(owner) {}
+      ~Session() override { browsers.log.push_back("end"); }
+      int pid() const override { return 777; }
+      ElementDriver& elements() override { return browsers.page; }
+      void navigate(const std::string& url) override { browsers.log.push_back("go " + url); }
+      void setRealZoom(double scale, const std::optional<std::string>&) override {
+        browsers.log.push_back(fmt::format("zoom {}", scale));
+      }
+      FakeBrowsers& browsers;
+    };
+    log.push_back("launch " + url);
+    windows_.add({90, "Page", "chromium", 777, {0, 0, 1280, 800}, {0, 30, 1280, 770}});
+    return std::make_unique<Session>(*this);
+  }
+
+  FakePage page;
+  std::vector<std::string> log;
+
+ private:
+  testing::FakeWindowSystem& windows_;
+};
+
+/// An engine over fakes of everything it drives, on a clock that only moves when it waits.
+struct Rig {
+  Rig() {
+    launcher.onLaunch = [this] {
+      system.add({2, "Terminal", "xterm", 4242, {0, 0, 660, 440}, {0, 30, 640, 400}});
+    };
+  }
+
+  ScriptEngine engine(ScriptOptions options = {}) {
+    options.print = [this](std::string_view line) { printed.emplace_back(line); };
+    ScriptServices services{screen,
+                            input,
+                            windows,
+                            processes,
+                            clock,
+                            [this] {
+                              return std::make_unique<FakeSegmentRecorder>(clock, origin, recorders,
+                                                                           behaviour);
+                            },
+                            &browsers};
+    return ScriptEngine(std::move(services), std::move(options));
+  }
+
+  // Runs `source` with the output in the rig's directory.
+  ScriptOutcome run(const std::string& source, ScriptOptions options = {}) {
+    options.output = directory / "out.gif";
+    return engine(std::move(options)).execute(source);
+  }
+
+  // The lines of `source` one by one, leaving the engine as they left it.
+  void step(ScriptEngine& engine, const std::string& source) {
+    for (const LocatedInstruction& instruction : ScriptParser::parse(source)) {
+      engine.executeInstruction(instruction);
+    }
+  }
+
+  testing::TempDirectory directory;
+  testing::FakeClock clock;
+  const Clock::TimePoint origin = clock.now();
+  testing::FakeWindowSystem system{clock};
+  testing::FakeAppLauncher launcher{{"xterm"}};
+  WindowManager windows{system, launcher, clock};
+  testing::FakeInputBackend backend{clock};
+  InputSimulator input{backend, clock};
+  testing::FakeScreen screen;
+  testing::FakeProcessRunner processes;
+  FakeBrowsers browsers{system};
+  RecorderLog recorders;
+  FakeSegmentRecorder::Behaviour behaviour;
+  std::vector<std::string> printed;
+};
+
+// The moments keys went down, in milliseconds of the rig's clock.
+std::vector<long long> keyDownTimes(const testing::FakeInputBackend& backend) {
+  std::vector<long long> times;
+  for (const std::string& line : backend.timedLines()) {
+    if (line.ends_with(" down") && line.find(" key ") != std::string::npos &&
+        line.find("shift") == std::string::npos) {
+      times.push_back(std::stoll(line));
+    }
+  }
+  return times;
+}
+
+int totalCentiseconds(const testing::DecodedGIF& gif) {
+  return std::accumulate(gif.delaysCentiseconds.begin(), gif.delaysCentiseconds.end(), 0);
+}
+
+TEST(ScriptEngine, ABlockingRecordHoldsItsLineAndAContinuedOneRunsBesideTheNextUntilRemain) {
+  Rig rig;
+  const ScriptOutcome outcome = rig.run(R"(set fps 12
+set transition 0
+open "Terminal"
+capture-window app "Terminal" as $term
+record $term duration 2
+type "ab"
+record $term duration 3 continue
+type "cdefgh"
+remain
+)");
+
+  // The first segment ran its 2 s before "ab" was typed; the second started after it and the rest
+  // were typed while it ran; `remain` waited out its 3 s.
+  ASSERT_EQ(rig.recorders.lines.size(), 4u);
+  const auto at = [&](int i) { return std::stoll(rig.recorders.lines[i]); };
+  EXPECT_THAT(rig.recorders.lines[0], HasSubstr("start window 2 12fps"));
+  EXPECT_EQ(at(1) - at(0), 2000);
+  EXPECT_EQ(at(3) - at(2), 3000);
+  const std::vector<long long> keys = keyDownTimes(rig.backend);
+  ASSERT_EQ(keys.size(), 8u);
+  EXPECT_GE(keys[0], at(1));
+  EXPECT_LT(keys[1], at(2));
+  EXPECT_GE(keys[2], at(2));
+  EXPECT_LT(keys[7], at(3));
+  // Six keys of about 50 ms each have gone by.
+  EXPECT_THAT(rig.printed, Contains(::testing::MatchesRegex("Remaining: 2\\.[5-8]")));
+
+  // Without `render` the segments are rendered at the end: 2 s of the first colour, then 3 s of
+  // the second, and the window the script opened is closed.
+  EXPECT_EQ(outcome.segments, 2);
+  EXPECT_DOUBLE_EQ(outcome.recordedSeconds, 5);
+  EXPECT_FALSE(outcome.interrupted);
+  const auto gif = testing::decodeGIFFile(rig.directory / "out.gif");
+  ASSERT_TRUE(gif);
+  EXPECT_EQ(totalCentiseconds(*gif), 500);
+  EXPECT_DOUBLE_EQ(outcome.summary.duration, 5);
+  EXPECT_GT(testing::pixelAt(gif->frames.front(), 32, 20).r, 180);
+  EXPECT_GT(testing::pixelAt(gif->frames.back(), 32, 20).b, 180);
+  EXPECT_THAT(rig.system.lines(), Contains("close 2"));
+  EXPECT_EQ(rig.processes.backgroundStops, 1);
+  EXPECT_THAT(rig.printed, Contains("Cleaning up..."));
+}
+
+TEST(ScriptEngine, TheEndOfAScriptAndItsFailures) {
+  struct Case {
+    std::string source;
+    std::string error;
+  };
+  const std::string open = "open \"Terminal\"\ncapture-window app \"Terminal\" as $t\n";
+  const std::vector<Case> cases = {
+      {"wait 1\n", "No segments recorded"},
+      {"render\n", "Line 1: No segments to render"},
+      {"resize 800 600\n", "Line 1: 'resize' requires a captured or recording window"},
+      {"record simulator duration 2\n",
+       "Line 1: Simulator capture is not available on this platform."},
+      {"tap 10 20\n", "Line 1: Simulator capture is not available on this platform."},
+      {"browser safari \"https://example.com\"\n",
+       "Line 1: Safari is not available on this platform; use 'browser chrome'"},
+      {open + "record $nope duration 1\n", "Line 3: Undefined variable '$nope'"},
+      {open + "record $t duration 1\nkey \"ctrl+nokey\"\n",
+       "Line 4: Unknown key 'nokey' in 'ctrl+nokey'"},
+      {"capture-window app \"Gimp\" as $g\n", "Window not found: app 'Gimp'"},
+      {open + "record $t duration 1\nclick text:Save\n",
+       "Line 4: Permission denied: element targets in Terminal go through the accessibility "
+       "service (AT-SPI), which is not available"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.source);
+    Rig rig;
+    EXPECT_THAT(testing::errorText<ScriptError>([&] { rig.run(c.source); }), HasSubstr(c.error));
+    // Whatever failed, nothing is written and the script's windows and jobs are ended.
+    EXPECT_FALSE(std::filesystem::exists(rig.directory / "out.gif"));
+    EXPECT_EQ(rig.processes.backgroundStops, 1);
+    EXPECT_EQ(rig.recorders.lines.size() % 2, 0u) << "a recorder left running";
+  }
+
+  // The screen cannot be recorded at all.
+  Rig blind;
+  blind.screen.capturable = false;
+  EXPECT_THAT(testing::errorText<ScriptError>([&] { blind.run(open + "record $t duration 1\n"); }),
+              HasSubstr("Line 3: Screen Recording permission required. No X11 display could be "
+                        "captured"));
+
+  // `cleanup false` leaves the windows open.
+  Rig kept;
+  kept.run("set cleanup false\n" + open + "record $t duration 1\n");
+  EXPECT_THAT(kept.system.lines(), ::testing::Not(Contains("close 2")));
+  EXPECT_EQ(kept.processes.backgroundStops, 0);
+}
+
+TEST(ScriptEngine, RenderEndsTheScriptAndSegmentsWithoutFramesAreLeftOut) {
+  Rig rig;
+  testing::LogCapture log;
+  rig.behaviour.capturesNothing = true;
+  EXPECT_EQ(testing::errorText<ScriptError>([&] {
+              rig.run(
+                  "open \"Terminal\"\ncapture-window app \"Terminal\" as $t\n"
+                  "record $t duration 1\n");
+            }),
+            "No segments recorded");
+  EXPECT_THAT(log.lines(), Contains("Warning: segment captured 0 frames"));
+
+  // A running segment is stopped by `render`; nothing after it runs.
+  Rig rendered;
+  const ScriptOutcome outcome = rendered.run(R"(set fps 12
+open "Terminal"
+capture-window app "Terminal" as $t
+record $t continue
+wait 1.5
+render
+type "never"
+record $t duration 5
+)");
+  EXPECT_EQ(outcome.segments, 1);
+  EXPECT_EQ(rendered.recorders.lines.size(), 2u);
+  EXPECT_THAT(rendered.backend.lines(), IsEmpty());
+  const auto gif = testing::decodeGIFFile(rendered.directory / "out.gif");
+  ASSERT_TRUE(gif);
+  EXPECT_EQ(totalCentiseconds(*gif), 150);
+}
+
+TEST(ScriptEngine, AnInterruptEndsABlockingRecordAndRendersWhatWasRecorded) {
+  Rig rig;
+  std::stop_source interrupt;
+  rig.behaviour.hookAt = 1500ms;
+  rig.behaviour.hook = [&] { interrupt.request_stop(); };
+  ScriptOptions options;
+  options.interrupt = interrupt.get_token();
+  const ScriptOutcome outcome = rig.run(R"(set fps 12
+set transition 0
+open "Terminal"
+capture-window app "Terminal" as $t
+record $t duration 10
+type "never"
+)",
+                                        options);
+  EXPECT_TRUE(outcome.interrupted);
+  EXPECT_EQ(outcome.segments, 1);
+  EXPECT_THAT(rig.backend.lines(), IsEmpty());
+  EXPECT_THAT(rig.system.lines(), Contains("close 2"));
+  const auto gif = testing::decodeGIFFile(rig.directory / "out.gif");
+  ASSERT_TRUE(gif);
+  EXPECT_NEAR(totalCentiseconds(*gif), 150, 10);
+
+  // A window that closes during the recording ends the segment; the script goes on.
+  Rig closed;
+  testing::LogCapture log;
+  closed.behaviour.endsAfter = 700ms;
+  closed.run(R"(set fps 12
+open "Terminal"
+capture-window app "Terminal" as $t
+record $t duration 3
+type "a"
+)");
+  ASSERT_EQ(closed.recorders.lines.size(), 2u);
+  EXPECT_LT(std::stoll(closed.recorders.lines[1]) - std::stoll(closed.recorders.lines[0]), 800);
+  EXPECT_THAT(closed.backend.lines(), Contains("key a down"));
+  EXPECT_THAT(log.lines(), Contains(HasSubstr("the recording ended on its own")));
+}
+
+TEST(ScriptEngine, PacingTypingAndWaitingForTheScreenToSettle) {
+  Rig rig;
+  testing::LogCapture log;
+  ScriptEngine engine = rig.engine();
+  rig.step(engine, R"(set typing-delay 0.1
+set pace nonsense
+type "abc"
+set auto-pace true
+set auto-pace-delay 0.5
+key "enter"
+)");
+  const std::vector<long long> keys = keyDownTimes(rig.backend);
+  ASSERT_EQ(keys.size(), 4u);
+  // Each key waits the delay, give or take the 30% that keeps typing from ticking, after its
+  // own press.
+  for (const std::size_t i : {1u, 2u}) {
+    EXPECT_GE(keys[i] - keys[i - 1], 70);
+    EXPECT_LE(keys[i] - keys[i - 1], 150);
+  }
+  EXPECT_THAT(log.lines(), Contains("Warning: line 2: unknown pace preset 'nonsense' (expected: "
+                                    "tutorial, demo, cinematic)"));
+  // The action after `auto-pace` is followed by its pause.
+  const long long beforePause = millisecondsSince(rig.clock, rig.origin);
+  EXPECT_GE(beforePause - keys[3], 500);
+
+  rig.step(engine, "set pace demo\n");
+  EXPECT_THAT(rig.printed, Contains("Applied 'demo' timing preset"));
+
+  // Outside a recording the screen itself is watched: it changes on its first 12 grabs (0.1 s
+  // apart), then holds still for the second asked.
+  Rig idle;
+  ScriptEngine watcher = idle.engine();
+  idle.screen.changingGrabs = 12;
+  idle.step(watcher, "wait-for-idle 1\n");
+  EXPECT_NEAR(millisecondsSince(idle.clock, idle.origin), 2200, 120);
+
+  // While recording, the recorder's last change counts; a screen that never settles is given
+  // up on 10 s after the quiet time asked for.
+  Rig recording;
+  recording.behaviour.changesUntil = 2s;
+  ScriptEngine recorder = recording.engine();
+  recording.step(recorder,
+                 "open \"Terminal\"\ncapture-window app \"Terminal\" as $t\n"
+                 "record $t continue\n");
+  const auto started = recording.clock.now();
+  recording.step(recorder, "wait-for-idle 1\n");
+  EXPECT_NEAR(std::chrono::duration<double>(recording.clock.now() - started).count(), 3, 0.15);
+  recording.behaviour.changesUntil = 1h;
+  ScriptEngine busy = recording.engine();
+  recording.step(busy,
+                 "open \"Terminal\"\ncapture-window app \"Terminal\" as $t\n"
+                 "record $t continue\n");
+  const auto busyStart = recording.clock.now();
+  recording.step(busy, "wait-for-idle 1\n");
+  EXPECT_NEAR(std::chrono::duration<double>(recording.clock.now() - busyStart).count(), 11, 0.15);
+  EXPECT_THAT(log.lines(), Contains(HasSubstr("the screen kept changing for 11 s; going on")));
+}
+
+TEST(ScriptEngine, EffectsAreNotedAtTheirTimeInTheSegmentTheyBelongTo) {
+  Rig rig;
+  testing::LogCapture log;
+  rig.processes.answers["ls"] = ShellResult{"alpha\nbeta\ngamma", "", 0};
+  ScriptEngine engine = rig.engine();
+  rig.step(engine, R"(open "Terminal"
+capture-window app "Terminal" as $t
+run "ls" as $files
+spotlight region 10 20 300 40 duration 2
+record $t continue
+wait 1.5
+spotlight stdout $files[1] duration 2
+wait 0.5
+spotlight-shift region 0 0 100 100 duration 1
+clear-fx
+stop
+intro "Hello" subtitle "A subtitle" duration 2
+set-background color "#ABC"
+)");
+  ASSERT_EQ(engine.segments().size(), 1u);
+  const RecordedSegment& segment = engine.segments()[0];
+  ASSERT_EQ(segment.effects.size(), 2u);
+  EXPECT_EQ(segment.effects[0].kind, EffectAnnotation::Kind::spotlight);
+  EXPECT_NEAR(segment.effects[0].startTime, 1.5, 1e-9);
+  EXPECT_EQ(segment.effects[0].text, "beta");
+  EXPECT_TRUE(segment.effects[0].rect.empty());
+  EXPECT_EQ(segment.effects[1].kind, EffectAnnotation::Kind::spotlightShift);
+  EXPECT_NEAR(segment.effects[1].startTime, 2.0, 1e-9);
+  EXPECT_EQ(segment.effects[1].rect, (ScreenRect{0, 0, 100, 100}));
+  ASSERT_EQ(segment.demoEvents.size(), 1u);
+  EXPECT_EQ(segment.demoEvents[0].kind, DemoEvent::Kind::clearEffects);
+  // The spotlight before the recording had nothing to fall on.
+  EXPECT_THAT(log.lines(), Contains("Warning: line 4: 'spotlight' outside a recording shows "
+                                    "nothing"));
+
+  EXPECT_THAT(
+      testing::errorText<ScriptError>([&] { rig.step(engine, "set-background color \"navy\""); }),
+      HasSubstr("Line 1: Invalid value 'navy' for 'set-background'"));
+}
+
+TEST(ScriptEngine, BrowserPagesAreDrivenByElementAndEndWithTheScript) {
+  Rig rig;
+  rig.browsers.page.rects = {{"css:#go", {100, 200, 40, 20}},
+                             {"text:Field", {10, 10, 50, 20}},
+                             {"css:#name", {10, 40, 50, 20}}};
+  std::ofstream(rig.directory / "page.html") << "<p>hi</p>";
+  ScriptOptions options;
+  options.scriptDirectory = rig.directory.path();
+  rig.run(R"(set fps 12
+browser chrome "page.html" as $page
+record $page continue
+click css:#go
+fill css:#name "Ada"
+fill text:Field "Bo"
+navigate "https://example.com/next" show-typing
+zoom css:#go scale 2 duration 1
+wait 1
+)",
+          options);
+  const std::string page =
+      "file://" +
+      std::filesystem::absolute(rig.directory / "page.html").lexically_normal().string();
+  EXPECT_THAT(rig.browsers.log,
+              ElementsAre("launch " + page, "go https://example.com/next", "zoom 2", "end"));
+  EXPECT_THAT(rig.browsers.page.actions, ElementsAre("set css:#name = Ada", "focus text:Field"));
+  // The click glides to the element's centre and presses there; the field that takes no value
+  // is typed into.
+  const auto& lines = rig.backend.lines();
+  const auto press = std::find(lines.begin(), lines.end(), "button 1 down");
+  ASSERT_NE(press, lines.end());
+  EXPECT_EQ(*std::prev(press), "move 120,210");
+  EXPECT_THAT(lines, Contains("key b down"));
+  EXPECT_THAT(rig.recorders.lines[0], HasSubstr("start window 90"));
+
+  Rig missing;
+  EXPECT_EQ(testing::errorText<ScriptError>(
+                [&] { missing.run("browser chrome \"https://example.com\"\nclick css:#nope\n"); }),
+            "Line 2: Element not found: css:#nope");
+  EXPECT_THAT(missing.browsers.log, ElementsAre("launch https://example.com", "end"));
+}
+
+TEST(ScriptEngine, SettingsBecomeTheRenderAndTheProfileAccountsForTheTime) {
+  ScriptContext context;
+  context.setSetting("fps", "25");  // not a rate the table accepts: the default stays
+  context.setSetting("max-width", "640");
+  context.setSetting("idle-strategy", "cut");
+  context.setSetting("keystroke-badges", "true");
+  RenderSettings settings = scriptRenderSettings(context, false);
+  EXPECT_EQ(settings.fps, 30);
+  EXPECT_EQ(settings.maxWidth, 640);
+  EXPECT_EQ(settings.idleStrategy, IdleStrategy::cut);
+  EXPECT_TRUE(settings.keystrokeBadges);
+  EXPECT_FALSE(settings.clickIndicators);
+  settings = scriptRenderSettings(context, true);
+  EXPECT_EQ(settings.fps, kPreviewFPS);
+  EXPECT_EQ(settings.maxWidth, kPreviewMaxWidth);
+
+  // A preview records at its own rate too.
+  Rig rig;
+  ScriptOptions preview;
+  preview.preview = true;
+  ScriptEngine engine = rig.engine(preview);
+  rig.step(engine,
+           "open \"Terminal\"\ncapture-window app \"Terminal\" as $t\n"
+           "record $t duration 1\n");
+  EXPECT_THAT(rig.recorders.lines[0], HasSubstr("10fps"));
+
+  ScriptProfiler profiler;
+  profiler.record(1, "wait 3", 3);
+  profiler.record(2, "type \"x\"", 1);
+  profiler.record(0, "render", 0);
+  EXPECT_DOUBLE_EQ(profiler.totalSeconds(), 4);
+  const std::vector<std::string> report = profiler.report();
+  ASSERT_EQ(report.size(), 6u);
+  EXPECT_THAT(report[1], ::testing::MatchesRegex(" +1 +3\\.000 +75% +wait 3"));
+  EXPECT_THAT(report[3], ::testing::MatchesRegex(" +0\\.000 +0% +render"));
+  EXPECT_EQ(report[5], "  slowest: wait 3 (line 1)");
+}
+
+}  // namespace
+}  // namespace brimble

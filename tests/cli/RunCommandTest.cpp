@@ -1,0 +1,323 @@
+// `brimble run` as a user runs it: whole scripts in the embedded display, driving a real xterm
+// and a real Chromium, checked with independent decoders.
+
+#include "tests/Support/RunCommand.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Support/ProcessTable.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/GifReader.h"
+#include "tests/Support/Images.h"
+#include "tests/Support/TempDirectory.h"
+
+namespace brimble {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::runCommand;
+using testing::shellQuote;
+using testing::TempDirectory;
+
+std::string brimble(const std::string& arguments) {
+  return testing::brimbleCommand(arguments + " 2>&1");
+}
+
+fs::path writeScript(const TempDirectory& directory, const std::string& text) {
+  const fs::path script = directory / "script.brim";
+  std::ofstream(script) << text;
+  return script;
+}
+
+// The frame of `gif` shown at `seconds` into its playback.
+const Image& frameAt(const testing::DecodedGIF& gif, double seconds) {
+  int elapsed = 0;
+  for (std::size_t i = 0; i < gif.frames.size(); ++i) {
+    elapsed += gif.delaysCentiseconds[i];
+    if (elapsed > seconds * 100) {
+      return gif.frames[i];
+    }
+  }
+  return gif.frames.back();
+}
+
+// Where `middle` lies between `a` and `b`, 0 at `a` and 1 at `b`: the median over the pixels
+// where they differ clearly, with the share of such pixels.
+struct Blend {
+  double position = 0;
+  double differing = 0;
+};
+Blend blendBetween(const Image& a, const Image& b, const Image& middle) {
+  std::vector<double> positions;
+  for (int y = 0; y < a.height(); ++y) {
+    for (int x = 0; x < a.width(); ++x) {
+      const testing::Pixel p = testing::pixelAt(a, x, y);
+      const testing::Pixel q = testing::pixelAt(b, x, y);
+      const testing::Pixel m = testing::pixelAt(middle, x, y);
+      const double d[3] = {double(q.r - p.r), double(q.g - p.g), double(q.b - p.b)};
+      const double length = d[0] * d[0] + d[1] * d[1] + d[2] * d[2];
+      if (length < 100.0 * 100.0) {
+        continue;
+      }
+      positions.push_back(((m.r - p.r) * d[0] + (m.g - p.g) * d[1] + (m.b - p.b) * d[2]) / length);
+    }
+  }
+  if (positions.empty()) {
+    return {};
+  }
+  std::nth_element(positions.begin(), positions.begin() + positions.size() / 2, positions.end());
+  return {positions[positions.size() / 2],
+          static_cast<double>(positions.size()) / (a.width() * a.height())};
+}
+
+// The seconds the progress lines report for each recorded segment.
+std::vector<double> segmentSeconds(const std::string& output) {
+  std::vector<double> seconds;
+  const std::regex line(R"(segment \d+: \d+ frames in ([0-9.]+) s)");
+  for (auto it = std::sregex_iterator(output.begin(), output.end(), line);
+       it != std::sregex_iterator(); ++it) {
+    seconds.push_back(std::stod((*it)[1]));
+  }
+  return seconds;
+}
+
+TEST(BrimbleRun, TwoTerminalSegmentsCrossfadeIntoAnAnimationOfWhatWasOnScreen) {
+  TempDirectory directory;
+  const fs::path out = directory / "two.gif";
+  const fs::path still = directory / "still.png";
+  const fs::path script = writeScript(directory, R"(set fps 12
+set transition 0.5
+set max-width 1200
+open "Terminal"
+wait 0.5
+capture-window app "Terminal" as $term
+record $term continue
+type "echo ONE" enter
+wait 1
+stop
+key "ctrl+l"
+type "printf 'TWO %.0s' 1 2 3 4 5 6" enter
+wait 0.5
+run ")" + testing::brimbleCommand("still --window $term -o " + shellQuote(still.string())) +
+                                                     R"("
+record $term duration 1.5
+)");
+  const auto result = runCommand(
+      brimble("run --headless -o " + shellQuote(out.string()) + " " + shellQuote(script.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_NE(result.output.find(out.string() + ": "), std::string::npos) << result.output;
+  const std::vector<double> seconds = segmentSeconds(result.output);
+  ASSERT_EQ(seconds.size(), 2u) << result.output;
+  EXPECT_NEAR(seconds[1], 1.5, 0.1);
+
+  // ffprobe, an independent decoder, agrees on the timeline: both segments, less the fade. Each
+  // segment's last frame, taken as it stopped, still shows for a frame time (1/12 s), and the
+  // whole is a whole number of frames.
+  const auto probed = runCommand("ffprobe -v error -show_entries format=duration -of csv=p=0 " +
+                                 shellQuote(out.string()));
+  ASSERT_EQ(probed.exitCode, 0);
+  const double expected = seconds[0] + seconds[1] - 0.5;
+  EXPECT_GE(std::stod(probed.output), expected - 0.06) << result.output;
+  EXPECT_LE(std::stod(probed.output), expected + 3 / 12.0 + 0.06) << result.output;
+
+  const auto gif = testing::decodeGIFFile(out);
+  ASSERT_TRUE(gif);
+  const Image screen = *decodeImage(readFileBytes(still));
+  ASSERT_EQ(gif->width, screen.width());
+  ASSERT_EQ(gif->height, screen.height());
+  // The end of the animation is what the screen showed (a still taken by the script itself),
+  // typed text and its output included.
+  EXPECT_GT(testing::psnr(gif->frames.back(), screen), 28);
+  // The fade ends as the first segment does (a frame time after its last frame): before it the
+  // first screen, after it the second, and halfway through both show through.
+  const double fadeEnd = seconds[0] + 1 / 12.0;
+  const Image& first = frameAt(*gif, fadeEnd - 0.75);
+  const Image& second = frameAt(*gif, fadeEnd + 0.2);
+  const Blend middle = blendBetween(first, second, frameAt(*gif, fadeEnd - 0.25));
+  EXPECT_GT(middle.differing, 0.005) << "the segments show different screens";
+  EXPECT_NEAR(middle.position, 0.5, 0.25);
+}
+
+class BrimbleRunExample : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(BrimbleRunExample, RunsHeadlessIntoAValidAnimation) {
+  TempDirectory directory;
+  const fs::path out = directory / (GetParam() + ".gif");
+  const fs::path script = fs::path(BRIMBLE_SOURCE_DIR) / "examples" / (GetParam() + ".brim");
+  const auto result = runCommand("cd " + shellQuote(directory.path().string()) + " && " +
+                                 brimble("run --headless -q " + shellQuote(script.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  // The script's own output setting, in the working directory.
+  ASSERT_TRUE(fs::exists(out)) << result.output;
+  const auto identified =
+      runCommand("identify -format '%w %h\\n' " + shellQuote(out.string()) + " | head -n 1");
+  ASSERT_EQ(identified.exitCode, 0);
+  int width = 0;
+  int height = 0;
+  ASSERT_EQ(std::sscanf(identified.output.c_str(), "%d %d", &width, &height), 2);
+  EXPECT_GT(width, 300);
+  EXPECT_LE(width, 800);
+  EXPECT_GT(height, 200);
+  const auto gif = testing::decodeGIFFile(out);
+  ASSERT_TRUE(gif);
+  EXPECT_GE(gif->frames.size(), 5u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Examples, BrimbleRunExample,
+                         ::testing::Values("hello", "git-workflow", "multi-window",
+                                           "spotlight-demo", "polish-demo", "browser-demo"),
+                         [](const ::testing::TestParamInfo<std::string>& example) {
+                           std::string name = example.param;
+                           std::erase(name, '-');
+                           return name;
+                         });
+
+// Every process `root` started, however deep, and the ones that run on its display `display`
+// (started detached, as applications and background jobs are).
+std::vector<pid_t> helpersOf(pid_t root, const std::string& display) {
+  std::vector<pid_t> found{root};
+  const std::vector<ProcessInfo> processes = liveProcesses();
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    for (const ProcessInfo& process : processes) {
+      if (process.parent == found[i]) {
+        found.push_back(process.pid);
+      }
+    }
+  }
+  const std::string entry = "DISPLAY=" + display;
+  for (const ProcessInfo& process : processes) {
+    std::ifstream file("/proc/" + std::to_string(process.pid) + "/environ");
+    for (std::string variable; std::getline(file, variable, '\0');) {
+      if (variable == entry && std::find(found.begin(), found.end(), process.pid) == found.end()) {
+        found.push_back(process.pid);
+      }
+    }
+  }
+  found.erase(found.begin());
+  return found;
+}
+
+TEST(BrimbleRun, CtrlCDuringARecordingRendersWhatWasRecordedAndLeavesNothingBehind) {
+  TempDirectory directory;
+  const fs::path out = directory / "cut.gif";
+  const fs::path script = writeScript(directory, R"(set fps 12
+open "Terminal"
+wait 0.5
+capture-window app "Terminal" as $term
+run "sleep 300 &"
+record $term duration 60
+type "never typed"
+)");
+  testing::ChildProcess run({"env", "TMPDIR=" + directory.path().string(), BRIMBLE_BINARY, "run",
+                             "--headless", "-o", out.string(), script.string()});
+  bool recording = false;
+  for (int i = 0; i < 1000 && !recording; ++i) {
+    recording = run.errorOutput().find("recording") != std::string::npos;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ASSERT_TRUE(recording) << run.errorOutput();
+  std::smatch display;
+  const std::string errors = run.errorOutput();
+  ASSERT_TRUE(std::regex_search(errors, display, std::regex(R"(embedded one \((:[0-9]+)\))")));
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  const std::vector<pid_t> helpers = helpersOf(run.pid(), display[1]);
+  std::set<std::string> names;
+  for (const pid_t pid : helpers) {
+    std::string name;
+    std::ifstream("/proc/" + std::to_string(pid) + "/comm") >> name;
+    names.insert(name);
+  }
+  for (const char* expected : {"Xvfb", "openbox", "dbus-daemon", "xterm", "sleep"}) {
+    EXPECT_TRUE(names.count(expected)) << expected << " is not running";
+  }
+  run.signal(SIGINT);
+  const auto exitCode = run.wait(std::chrono::seconds(60));
+  ASSERT_TRUE(exitCode) << run.errorOutput();
+  EXPECT_EQ(*exitCode, 130) << run.errorOutput();
+  const auto gif = testing::decodeGIFFile(out);
+  ASSERT_TRUE(gif) << run.errorOutput();
+  int centiseconds = 0;
+  for (const int delay : gif->delaysCentiseconds) {
+    centiseconds += delay;
+  }
+  EXPECT_GE(centiseconds, 100);
+  EXPECT_LT(centiseconds, 1000);
+  for (const pid_t pid : helpers) {
+    EXPECT_FALSE(processAlive(pid)) << pid << " was left running";
+  }
+  for (const auto& entry : fs::directory_iterator(directory.path())) {
+    EXPECT_TRUE(entry.path() == out || entry.path() == script) << entry.path() << " left behind";
+  }
+}
+
+TEST(BrimbleRun, BadInputFailsClearlyAndWhatWasRecordedIsKept) {
+  TempDirectory directory;
+  const auto runScript = [&](const std::string& text, const std::string& prefix = "") {
+    const fs::path script = writeScript(directory, text);
+    return runCommand(prefix + brimble("run --headless -q -o " +
+                                       shellQuote((directory / "out.gif").string()) + " " +
+                                       shellQuote(script.string())));
+  };
+
+  // An output that cannot be written is refused before anything runs.
+  auto result = runCommand(brimble("run --headless -o /nonexistent/folder/out.gif " +
+                                   shellQuote(writeScript(directory, "wait 30\n").string())));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("/nonexistent/folder"), std::string::npos) << result.output;
+  EXPECT_EQ(result.output.find("embedded"), std::string::npos) << result.output;
+
+  result = runScript("open \"NoSuchApp\"\n");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("Line 1: "), std::string::npos) << result.output;
+  EXPECT_NE(result.output.find("nosuchapp"), std::string::npos) << result.output;
+
+  // A terminal that closes mid-recording ends its segment; the render goes on.
+  result = runScript(R"(set fps 12
+open "Terminal"
+wait 0.5
+capture-window app "Terminal" as $term
+record $term continue
+wait 1
+type "exit" enter
+wait 1.5
+stop
+)");
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_NE(result.output.find("the recording ended on its own"), std::string::npos)
+      << result.output;
+  EXPECT_TRUE(testing::decodeGIFFile(directory / "out.gif"));
+
+  // A command that hangs is stopped at the time-out, with everything it started.
+  result = runScript("set run-timeout 1\nrun \"sleep 61.25 & sleep 61.5\"\n");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("Line 2: "), std::string::npos) << result.output;
+  EXPECT_NE(runCommand("pgrep -f 'sleep 61.(25|5)'").exitCode, 0) << "a sleep was left running";
+
+  // Without a browser on the PATH, `browser chrome` says so.
+  const fs::path bin = directory / "bin";
+  fs::create_directory(bin);
+  for (const auto& entry : fs::directory_iterator("/usr/bin")) {
+    if (entry.path().filename().string().find("chrom") == std::string::npos) {
+      fs::create_symlink(entry.path(), bin / entry.path().filename());
+    }
+  }
+  result = runScript("browser chrome \"about:blank\"\n", "PATH=" + shellQuote(bin.string()) + " ");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("Line 1: "), std::string::npos) << result.output;
+  EXPECT_NE(result.output.find("not installed"), std::string::npos) << result.output;
+}
+
+}  // namespace
+}  // namespace brimble

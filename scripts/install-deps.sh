@@ -13,6 +13,8 @@ packages=(
   libxres-dev xvfb openbox dbus-daemon xterm x11-utils
   # the browser driver: Chromium over the DevTools protocol, Boost.Beast, fonts for pages
   chromium libboost-dev fonts-dejavu-core fonts-liberation
+  # the example scripts: a git repository in a terminal
+  git
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick webp giflib-tools time
   # MCP tests: the SDK client runs on node; the shim's install-help responder on python3

@@ -15,6 +15,8 @@ packages=(
   chromium libboost-dev fonts-dejavu-core fonts-liberation
   # the example scripts: a git repository in a terminal
   git
+  # element targets in native applications: AT-SPI, and GTK dialogs to test against
+  libatspi2.0-dev at-spi2-core zenity gtk-3-examples
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick webp giflib-tools time
   # MCP tests: the SDK client runs on node; the shim's install-help responder on python3

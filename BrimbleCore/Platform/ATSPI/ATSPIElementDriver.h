@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "BrimbleCore/Automation/ElementDriver.h"
+#include "BrimbleCore/Platform/ATSPI/ATSPIHandles.h"
+
+namespace brimble::atspi {
+
+/// The elements of one native application, through its tree on the accessibility bus: "text:"
+/// and "role:" targets (a "css:" target is refused), pressed through their default action, text
+/// set through the editable-text interface, focus through the component interface. Elements are
+/// looked up afresh for every call, so a target follows its element when the window changes.
+class ATSPIElementDriver final : public ElementDriver {
+ public:
+  explicit ATSPIElementDriver(GObjectPtr<AtspiAccessible> application)
+      : application_(std::move(application)) {}
+
+  std::optional<ScreenRect> find(const std::string& target) override;
+  void press(const std::string& target) override;
+  void setValue(const std::string& target, const std::string& text) override;
+  void focus(const std::string& target) override;
+  std::vector<DiscoveredElement> listElements(int limit) override;
+
+ private:
+  /// The element `target` names, on screen; DemoDriverError::elementNotFound when none is.
+  GObjectPtr<AtspiAccessible> element(const std::string& target);
+
+  GObjectPtr<AtspiAccessible> application_;
+};
+
+}  // namespace brimble::atspi

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "BrimbleCore/Capture/ScreenRect.h"
+#include "BrimbleCore/Platform/ATSPI/ATSPIHandles.h"
+
+namespace brimble::atspi {
+
+/// What an element shows of itself: its role, name, text and where it is on screen.
+struct ElementFacts {
+  std::string role;
+  std::string name;
+  /// The element's text when it has some and no name (a label's or an entry's contents).
+  std::string text;
+  /// Screen coordinates; empty when the element has no place on screen.
+  ScreenRect rect;
+  /// On screen now (the SHOWING state).
+  bool showing = false;
+};
+
+/// Reads what `element` shows; whatever the application does not answer stays empty.
+ElementFacts factsOf(AtspiAccessible* element);
+
+/// The application of process `pid` on the accessibility bus; null when it has none.
+GObjectPtr<AtspiAccessible> applicationOf(int pid);
+
+/// Calls `visit` for `root`'s descendants, depth first in the application's order, down to 40
+/// levels and 20,000 elements; `visit` returns false to stop.
+void walk(AtspiAccessible* root, const std::function<bool(AtspiAccessible*)>& visit);
+
+}  // namespace brimble::atspi

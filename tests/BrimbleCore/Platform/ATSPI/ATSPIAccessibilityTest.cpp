@@ -1,0 +1,143 @@
+// The accessibility service against real GTK dialogs (zenity) in the embedded display, on the
+// accessibility bus its session bus starts.
+
+#include "BrimbleCore/Platform/ATSPI/ATSPIAccessibility.h"
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/ErrorText.h"
+#include "tests/Support/Images.h"
+#include "tests/Support/RunCommand.h"
+#include "tests/Support/X11Helpers.h"
+
+namespace brimble::atspi {
+namespace {
+
+using namespace std::chrono_literals;
+
+// A driver for `app`'s elements once its `target` is on screen (GTK builds its tree as it maps).
+std::unique_ptr<ElementDriver> driverWhenShown(ATSPIAccessibility& accessibility,
+                                               const testing::ChildProcess& app,
+                                               const std::string& target) {
+  for (int i = 0; i < 100; ++i) {
+    try {
+      auto driver = accessibility.driverFor(app.pid());
+      if (driver->find(target)) {
+        return driver;
+      }
+    } catch (const DemoDriverError&) {
+      // not on the bus yet
+    }
+    std::this_thread::sleep_for(100ms);
+  }
+  return nullptr;
+}
+
+// A process reaches the accessibility bus of one session: the tests share one display.
+class ATSPIAccessibilityTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() { display_ = x11::HeadlessDisplay::start(); }
+  static void TearDownTestSuite() { display_.reset(); }
+
+  static std::unique_ptr<x11::HeadlessDisplay> display_;
+  ATSPIAccessibility accessibility;
+};
+std::unique_ptr<x11::HeadlessDisplay> ATSPIAccessibilityTest::display_;
+
+TEST_F(ATSPIAccessibilityTest, ListsFindsFillsAndPressesTheElementsOfAGtkDialog) {
+  std::string reason;
+  ASSERT_TRUE(accessibility.available(reason)) << reason;
+  testing::ChildProcess zenity({"zenity", "--entry", "--title", "Greeter", "--text", "Your name:"});
+  const auto driver = driverWhenShown(accessibility, zenity, "text:OK");
+  ASSERT_TRUE(driver) << zenity.errorOutput();
+
+  const std::vector<DiscoveredElement> elements = driver->listElements(100);
+  const auto listed = [&](const std::string& role, const std::string& text) {
+    return std::any_of(elements.begin(), elements.end(), [&](const DiscoveredElement& e) {
+      return e.role == role && e.text == text && !e.rect.empty() &&
+             driver->find(e.selector) == e.rect;
+    });
+  };
+  EXPECT_TRUE(listed("push button", "OK"));
+  EXPECT_TRUE(listed("push button", "Cancel"));
+  EXPECT_TRUE(listed("label", "Your name:"));
+  EXPECT_EQ(driver->listElements(2).size(), 2u);
+  EXPECT_FALSE(driver->find("text:Nowhere"));
+  EXPECT_THAT(testing::errorText<DemoDriverError>([&] { driver->find("css:#name"); }),
+              ::testing::HasSubstr("css: selectors require Chrome"));
+  EXPECT_EQ(testing::errorText<DemoDriverError>([&] { driver->press("text:Nowhere"); }),
+            "Element not found: text:Nowhere");
+  // A label takes no text; the engine types into such elements instead.
+  EXPECT_EQ(testing::errorText<DemoDriverError>([&] { driver->setValue("text:Your name", "x"); }),
+            "Unsupported: Element does not support direct value-setting");
+
+  // The entry's rectangle is where a capture shows its white field.
+  const auto entry = std::find_if(elements.begin(), elements.end(), [](const DiscoveredElement& e) {
+    return e.role == "text" || e.role == "entry";
+  });
+  ASSERT_NE(entry, elements.end());
+  x11::X11ScreenSource screen(display_->displayName());
+  const auto picture = screen.openStream(CaptureTarget::screenAreaOf(entry->rect), false)->grab();
+  ASSERT_TRUE(picture);
+  const testing::Pixel middle =
+      testing::pixelAt(*picture, entry->rect.width / 2, entry->rect.height / 2);
+  EXPECT_GT(middle.r + middle.g + middle.b, 3 * 240) << "not the entry's field";
+
+  // Filled through the editable text, sent with the OK button: zenity prints what it holds.
+  driver->setValue(entry->selector, "Ada Lovelace");
+  driver->press("role:AXButton/OK");
+  EXPECT_EQ(zenity.readLine(5000ms), "Ada Lovelace");
+  EXPECT_EQ(zenity.wait(5000ms), 0);
+}
+
+TEST_F(ATSPIAccessibilityTest, AnswersDialogsByTheirButtonsOrWithEscape) {
+  const std::vector<std::string> question = {"zenity",      "--question",     "--text",
+                                             "Ship it?",    "--ok-label",     "Ship",
+                                             "--cancel-label", "Wait"};
+  testing::ChildProcess first(question);
+  ASSERT_TRUE(driverWhenShown(accessibility, first, "text:Ship")) << first.errorOutput();
+  EXPECT_EQ(accessibility.clickButtonInDialog(first.pid(), "Maybe"), DialogOutcome::noButton);
+  EXPECT_EQ(accessibility.clickButtonInDialog(first.pid(), "ship"), DialogOutcome::clicked);
+  EXPECT_EQ(first.wait(5000ms), 0) << "Ship answers yes";
+
+  testing::ChildProcess second(question);
+  ASSERT_TRUE(driverWhenShown(accessibility, second, "text:Ship")) << second.errorOutput();
+  EXPECT_EQ(accessibility.dismissDialog(second.pid()), DialogOutcome::dismissed);
+  EXPECT_EQ(second.wait(5000ms), 1) << "Escape answers no";
+  // A process with no window on the bus has no dialog.
+  EXPECT_EQ(accessibility.dismissDialog(second.pid()), DialogOutcome::noDialog);
+}
+
+TEST_F(ATSPIAccessibilityTest, WithoutTheBusTheCommandLineSaysWhatIsMissingWithoutWaiting) {
+  const testing::ChildProcess xterm({"xterm"});
+  testing::CommandResult result;
+  EXPECT_TRUE(testing::eventually([&] {
+    result = testing::runCommand("env -u DBUS_SESSION_BUS_ADDRESS " +
+                                 testing::brimbleCommand("inspect --app xterm 2>&1"));
+    return result.output.find("no window") == std::string::npos;
+  }));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_THAT(result.output, ::testing::HasSubstr("Accessibility permission is required to "
+                                                  "inspect xterm. Enable the AT-SPI accessibility "
+                                                  "bus (package at-spi2-core) for it. (there is no "
+                                                  "session bus"));
+  // With it, the same command finds the dialog's button, as JSON.
+  testing::ChildProcess zenity({"zenity", "--info", "--text", "Done"});
+  ASSERT_TRUE(driverWhenShown(accessibility, zenity, "text:OK"));
+  result = testing::runCommand(
+      testing::brimbleCommand("inspect --app zenity --target 'role:AXButton/OK' --json"));
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_THAT(result.output, ::testing::HasSubstr(R"({"found":true,"rect":{)"));
+}
+
+}  // namespace
+}  // namespace brimble::atspi

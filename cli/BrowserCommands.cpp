@@ -16,8 +16,11 @@
 #include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Automation/CDPDriver.h"
+#include "BrimbleCore/Automation/CDPElementDriver.h"
 #include "BrimbleCore/Automation/ChromeLauncher.h"
 #include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Automation/WindowManager.h"
+#include "BrimbleCore/Support/Clock.h"
 #include "BrimbleCore/Support/Text.h"
 #include "cli/DisplaySession.h"
 
@@ -26,6 +29,7 @@ namespace {
 
 struct InspectOptions {
   std::string url;
+  std::string app;
   std::string target;
   int limit = 50;
   bool json = false;
@@ -63,30 +67,13 @@ std::optional<std::string> pageURL(const std::string& page) {
   return url;
 }
 
-int runInspect(const InspectOptions& options) {
-  const auto url = pageURL(options.url);
-  if (!url) {
-    fmt::print(stderr,
-               "brimble inspect: {}: no such file (give a page's path, or a URL with its scheme "
-               "such as https://)\n",
-               options.url);
-    return kExitFailure;
-  }
-  const DisplaySession display(options.headless);
-  const ChromeLauncher::Session browser = ChromeLauncher::launch(0, "about:blank");
-  CDPDriver driver = CDPDriver::connect(browser);
-  driver.navigate(*url);
+// Finds `options.target` through `driver`, or lists its elements, as the options ask.
+int printInspection(ElementDriver& driver, const InspectOptions& options) {
   if (!options.target.empty()) {
-    std::optional<ScreenRect> rect;
-    std::string notFound;
-    try {
-      rect = driver.screenRect(options.target);
-    } catch (const DemoDriverError& error) {
-      if (error.code() != DemoDriverError::Code::elementNotFound) {
-        throw;
-      }
-      notFound = error.what();
-    }
+    const std::optional<ScreenRect> rect = driver.find(options.target);
+    const std::string notFound =
+        DemoDriverError::elementNotFound(options.target + " (element not found or not visible)")
+            .what();
     if (options.json) {
       nlohmann::json answer{{"target", options.target}, {"found", rect.has_value()}};
       if (rect) {
@@ -136,26 +123,74 @@ int runInspect(const InspectOptions& options) {
   return kExitSuccess;
 }
 
+int inspectPage(const InspectOptions& options) {
+  const auto url = pageURL(options.url);
+  if (!url) {
+    fmt::print(stderr,
+               "brimble inspect: {}: no such file (give a page's path, or a URL with its scheme "
+               "such as https://)\n",
+               options.url);
+    return kExitFailure;
+  }
+  const DisplaySession display(options.headless);
+  const ChromeLauncher::Session browser = ChromeLauncher::launch(0, "about:blank");
+  CDPDriver driver = CDPDriver::connect(browser);
+  driver.navigate(*url);
+  CDPElementDriver elements(driver);
+  return printInspection(elements, options);
+}
+
+int inspectApp(const InspectOptions& options) {
+  const DisplaySession display(options.headless);
+  const auto system = display.windowSystem();
+  const auto launcher = display.appLauncher();
+  WindowManager windows(*system, *launcher, steadyClock());
+  const auto match = windows.find(std::string_view(options.app));
+  if (!match) {
+    fmt::print(stderr, "brimble inspect: no window of '{}' on display {}\n", options.app,
+               display.name());
+    return kExitFailure;
+  }
+  const auto accessibility = display.accessibility();
+  std::string reason;
+  if (!accessibility->available(reason)) {
+    fmt::print(stderr,
+               "brimble inspect: Accessibility permission is required to inspect {}. Enable the "
+               "AT-SPI accessibility bus (package at-spi2-core) for it. ({})\n",
+               options.app, reason);
+    return kExitFailure;
+  }
+  const auto elements = accessibility->driverFor(match->window.pid);
+  return printInspection(*elements, options);
+}
+
 }  // namespace
 
 Command addInspectCommand(CLI::App& app) {
   auto options = std::make_shared<InspectOptions>();
   CLI::App* command = app.add_subcommand(
       "inspect",
-      "Open a page in Chromium and list what can be clicked or typed into, with screen "
-      "rectangles, or find one target");
-  command->add_option("--url", options->url, "The page to open: a URL, or the path of a file")
-      ->required();
+      "List what can be clicked or typed into, with screen rectangles, in a page opened in "
+      "Chromium or in a running application, or find one target");
+  // One of the two: a page or an application.
+  CLI::Option_group* subject = command->add_option_group("page or application");
+  subject->add_option("--url", options->url, "The page to open: a URL, or the path of a file");
+  subject->add_option("--app", options->app,
+                      "A running application, through the accessibility service");
+  subject->require_option(1);
   command->add_option("--target", options->target,
-                      "Find only this target: \"text:Visible text\" or \"css:selector\" (exit "
-                      "status 1 when it is not there or not visible)");
+                      "Find only this target: \"text:Visible text\", \"css:selector\" (pages) "
+                      "or \"role:push button/OK\" (applications); exit status 1 when it is not "
+                      "there or not visible");
   command->add_option("--limit", options->limit, "List at most this many elements")
       ->check(CLI::Range(1, 10000))
       ->capture_default_str();
   command->add_flag("--json", options->json, "Print JSON");
   command->add_flag("--headless", options->headless,
                     "Use Brimble's embedded display even when $DISPLAY is set");
-  return {command, [options] { return runInspect(*options); }};
+  return {command, [options] {
+            return options->app.empty() ? inspectPage(*options) : inspectApp(*options);
+          }};
 }
 
 }  // namespace brimble::cli

@@ -25,6 +25,13 @@ DisplaySession DisplaySession::lasting() {
   return session;
 }
 
+std::unique_ptr<AppLauncher> DisplaySession::appLauncher() const {
+  std::vector<std::string> entries = environment();
+  const std::vector<std::string> accessible = platform::accessibilityEnvironment();
+  entries.insert(entries.end(), accessible.begin(), accessible.end());
+  return std::make_unique<DetachedAppLauncher>(std::move(entries));
+}
+
 std::vector<std::string> DisplaySession::environment() const {
   return embedded_ ? embedded_->environment() : std::vector<std::string>{};
 }

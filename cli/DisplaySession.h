@@ -34,10 +34,10 @@ class DisplaySession {
   std::unique_ptr<ScreenSource> screenSource() const { return platform::screenSource(name_); }
   std::unique_ptr<InputBackend> inputBackend() const { return platform::inputBackend(name_); }
   std::unique_ptr<WindowSystem> windowSystem() const { return platform::windowSystem(name_); }
-  /// Starts programs detached, on this display.
-  std::unique_ptr<AppLauncher> appLauncher() const {
-    return std::make_unique<DetachedAppLauncher>(environment());
-  }
+  /// The accessibility service of this display's session.
+  std::unique_ptr<AccessibilityBackend> accessibility() const { return platform::accessibility(); }
+  /// Starts programs detached, on this display, with their accessibility trees switched on.
+  std::unique_ptr<AppLauncher> appLauncher() const;
 
  private:
   DisplaySession() = default;

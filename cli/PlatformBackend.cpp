@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "BrimbleCore/Platform/ATSPI/ATSPIAccessibility.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11EventCapture.h"
 #include "BrimbleCore/Platform/X11/X11InputBackend.h"
@@ -55,6 +56,15 @@ std::unique_ptr<WindowSystem> windowSystem(const std::string& display) {
 
 std::unique_ptr<EventCapture> eventCapture(const std::string& display, const Clock& clock) {
   return std::make_unique<x11::X11EventCapture>(display, clock);
+}
+
+std::unique_ptr<AccessibilityBackend> accessibility() {
+  return std::make_unique<atspi::ATSPIAccessibility>();
+}
+
+std::vector<std::string> accessibilityEnvironment() {
+  // GTK shows its tree by default; Qt and Chromium only when asked.
+  return {"QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1", "ACCESSIBILITY_ENABLED=1"};
 }
 
 }  // namespace platform

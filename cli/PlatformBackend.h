@@ -7,6 +7,7 @@
 
 #include <sys/types.h>
 
+#include "BrimbleCore/Automation/AccessibilityBackend.h"
 #include "BrimbleCore/Automation/EventCapture.h"
 #include "BrimbleCore/Automation/InputBackend.h"
 #include "BrimbleCore/Automation/WindowSystem.h"
@@ -56,6 +57,11 @@ std::unique_ptr<InputBackend> inputBackend(const std::string& display);
 std::unique_ptr<WindowSystem> windowSystem(const std::string& display);
 /// Listens to the input on `display`; `clock` must outlive it.
 std::unique_ptr<EventCapture> eventCapture(const std::string& display, const Clock& clock);
+/// The accessibility service of the session this process runs in (its session bus).
+std::unique_ptr<AccessibilityBackend> accessibility();
+/// What programs need in their environment ("NAME=value") to show their elements to the
+/// accessibility service: Qt and Chromium keep their trees to themselves unless asked.
+std::vector<std::string> accessibilityEnvironment();
 
 }  // namespace platform
 }  // namespace brimble::cli

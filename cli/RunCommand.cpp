@@ -93,8 +93,9 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
   const auto inputBackend = session.inputBackend();
   const auto windowSystem = session.windowSystem();
   const auto launcher = session.appLauncher();
+  const auto accessibility = session.accessibility();
   InputSimulator input(*inputBackend, clock);
-  WindowManager windows(*windowSystem, *launcher, clock);
+  WindowManager windows(*windowSystem, *launcher, clock, accessibility.get());
   ShellProcessRunner processes({.environment = session.environment(), .stop = stages.interrupt()});
   ChromeBrowserLauncher browsers(session.environment());
   const std::string displayName = session.name();

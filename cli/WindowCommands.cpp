@@ -26,7 +26,8 @@ struct Windows {
   DisplaySession session;
   std::unique_ptr<WindowSystem> system = session.windowSystem();
   std::unique_ptr<AppLauncher> launcher = session.appLauncher();
-  WindowManager manager{*system, *launcher, steadyClock()};
+  std::unique_ptr<AccessibilityBackend> accessibility = session.accessibility();
+  WindowManager manager{*system, *launcher, steadyClock(), accessibility.get()};
 };
 
 struct WindowsOptions {

@@ -22,6 +22,7 @@
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/TempDirectory.h"
+#include "tests/Support/X11Helpers.h"
 
 namespace brimble {
 namespace {
@@ -148,6 +149,41 @@ record $term duration 1.5
   const Blend middle = blendBetween(first, second, frameAt(*gif, fadeEnd - 0.25));
   EXPECT_GT(middle.differing, 0.005) << "the segments show different screens";
   EXPECT_NEAR(middle.position, 0.5, 0.25);
+}
+
+TEST(BrimbleRun, ElementTargetsAndDialogsOfANativeAppGoThroughTheAccessibilityBus) {
+  TempDirectory directory;
+  const fs::path name = directory / "name.txt";
+  const fs::path answer = directory / "answer.txt";
+  const fs::path script = writeScript(directory, R"(set fps 12
+run "zenity --entry --title Greeter --text 'Your name:' > )" +
+                                                     name.string() + R"( &"
+capture-window app "zenity" as $dialog
+record $dialog continue
+wait-for role:text timeout 10
+fill role:text "Ada Lovelace"
+click text:OK
+wait 0.5
+run "(zenity --question --text 'Ship it?' --ok-label Ship --cancel-label Wait; echo $? > )" +
+                                                     answer.string() + R"() &"
+capture-window app "zenity" as $question
+wait-for text:Ship timeout 10
+click-button-in-dialog app "zenity" button "Ship"
+)");
+  const auto result =
+      runCommand(brimble("run --headless -o " + shellQuote((directory / "out.gif").string()) + " " +
+                         shellQuote(script.string())));
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_NE(result.output.find("Clicked 'Ship' in zenity dialog"), std::string::npos)
+      << result.output;
+  // The applications' own answers: the name typed into the entry, and the button pressed.
+  EXPECT_TRUE(testing::eventually([&] { return fs::file_size(answer) > 0; }));
+  std::string typed;
+  std::getline(std::ifstream(name), typed);
+  EXPECT_EQ(typed, "Ada Lovelace");
+  std::string pressed;
+  std::getline(std::ifstream(answer), pressed);
+  EXPECT_EQ(pressed, "0");
 }
 
 class BrimbleRunExample : public ::testing::TestWithParam<std::string> {};

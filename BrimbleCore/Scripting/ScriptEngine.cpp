@@ -60,6 +60,9 @@ template <typename... Visitors>
 struct Overloaded : Visitors... {
   using Visitors::operator()...;
 };
+// clang does not deduce an aggregate's template arguments yet.
+template <typename... Visitors>
+Overloaded(Visitors...) -> Overloaded<Visitors...>;
 
 Clock::Duration toDuration(double seconds) {
   return std::chrono::duration_cast<Clock::Duration>(

@@ -179,7 +179,15 @@ JSONValue MCPServer::callTool(const JSONValue& params) {
   }
   // Tool failures are results the assistant reads, not protocol errors.
   try {
-    return textContent(resultText((*handler)(arguments)), false);
+    MCPToolResult result = (*handler)(arguments);
+    JSONValue content = textContent(resultText(result.value), false);
+    // The JSON text stays first and unchanged, so hosts that show only the first item lose
+    // nothing.
+    JSONValue::Array& items = *(*content.objectValue())["content"].arrayValue();
+    for (JSONValue& item : result.extraContent) {
+      items.push_back(std::move(item));
+    }
+    return content;
   } catch (const MCPToolError& error) {
     return textContent(error.what(), true);
   } catch (const std::exception& error) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -13,9 +14,24 @@
 
 namespace brimble {
 
+/// What a tool answers: the structured result, sent first as one JSON text item, and content
+/// items to follow it (an `image` the assistant can look at). A plain value.
+struct MCPToolResult {
+  /// Implicit, so handlers return a JSONValue (or an Object, an Array) as they always did.
+  template <typename T>
+  requires std::convertible_to<T, JSONValue> MCPToolResult(T&& structured)  // NOLINT
+      : value(std::forward<T>(structured)) {}
+  MCPToolResult(JSONValue structured, std::vector<JSONValue> extra)
+      : value(std::move(structured)), extraContent(std::move(extra)) {}
+
+  JSONValue value;
+  /// Content items as the protocol writes them, for example {"type": "image", "data", "mimeType"}.
+  std::vector<JSONValue> extraContent;
+};
+
 /// Runs a tool: the call's `arguments` in, the structured result out. Throws MCPToolError for a
 /// failure the user can act on; any other exception is reported as an internal error.
-using MCPToolHandler = std::function<JSONValue(const JSONValue& arguments)>;
+using MCPToolHandler = std::function<MCPToolResult(const JSONValue& arguments)>;
 
 /// Reads a resource: the requested URI in (under a template, the full URI), its text out.
 using MCPResourceHandler = std::function<std::string(const std::string& uri)>;

@@ -20,7 +20,7 @@ int runMCPServer(bool headless) {
   // Declared before the server, so it outlives the recordings that capture its display.
   MCPDesktopSession desktop(headless);
   BrimbleMCPServer server(transport, desktop, BRIMBLE_VERSION);
-  server.start();
+  server.start([&streams] { streams.endInput(); });
   return kExitSuccess;
 }
 

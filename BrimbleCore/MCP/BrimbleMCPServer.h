@@ -22,8 +22,8 @@ class BrimbleMCPServer {
   BrimbleMCPServer(const BrimbleMCPServer&) = delete;
   BrimbleMCPServer& operator=(const BrimbleMCPServer&) = delete;
 
-  /// Serves until the input ends.
-  void start() { server_.run(); }
+  /// Serves until the input ends. `interruptInput` as for MCPServer::run.
+  void start(std::function<void()> interruptInput = {}) { server_.run(std::move(interruptInput)); }
 
   std::vector<std::string> registeredToolNames() const;
   std::vector<std::string> registeredResourceURIs() const;

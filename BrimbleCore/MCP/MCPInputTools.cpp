@@ -24,7 +24,7 @@ InputSimulator& inputOf(MCPDesktop& desktop) {
   return input;
 }
 
-JSONValue typeText(MCPDesktop& desktop, const Arguments& arguments) {
+JSONValue typeText(MCPDesktop& desktop, const MCPCallContext& call, const Arguments& arguments) {
   const auto text = arguments.string("text");
   if (!text) {
     fail("'text' parameter is required");
@@ -36,7 +36,7 @@ JSONValue typeText(MCPDesktop& desktop, const Arguments& arguments) {
   const bool enter = arguments.boolean("enter").value_or(false);
   InputSimulator& input = inputOf(desktop);
   input.waitForKeyboardIdle();
-  input.typeText(*text, delay, enter);
+  input.typeText(*text, delay, enter, [&call] { return call.stop().stop_requested(); });
   return JSONValue::Object{{"typed", true}, {"characters", text->size()}, {"enter", enter}};
 }
 
@@ -128,7 +128,9 @@ void registerInputTools(const ToolEnvironment& environment) {
                                         "Per-character delay in seconds (default: "
                                         "0.05)")}},
                     {"text"})},
-      [&desktop](const JSONValue& arguments) { return typeText(desktop, Arguments(arguments)); });
+      [&desktop, &server](const JSONValue& arguments) {
+        return typeText(desktop, server.currentCall(), Arguments(arguments));
+      });
   server.registerTool(
       {"click", "Click at screen coordinates. If x/y omitted, clicks at current cursor position.",
        objectSchema({{"x", property("number", "X screen coordinate")},

@@ -15,6 +15,7 @@
 #include "BrimbleCore/Encoding/ImageScaler.h"
 #include "BrimbleCore/MCP/MCPToolSupport.h"
 #include "BrimbleCore/MCP/MCPTools.h"
+#include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Log.h"
 
 namespace brimble::mcp {
@@ -145,7 +146,16 @@ std::optional<Image> lastFrame(const RecordedSegment& segment) {
   }
 }
 
-MCPToolResult renderGIF(SessionContext& context, const Arguments& arguments) {
+/// Encoder progress as the call's progress.
+EncodeProgress progressOf(MCPCallContext& call) {
+  return [&call](RenderPhase phase, int done, int total) {
+    call.reportProgress(done, total,
+                        phase == RenderPhase::palette ? "Choosing palettes" : "Encoding frames");
+  };
+}
+
+MCPToolResult renderGIF(SessionContext& context, MCPCallContext& call,
+                        const Arguments& arguments) {
   const auto id = arguments.string("session_id");
   if (!id || id->empty()) {
     fail("'session_id' is required");
@@ -179,7 +189,10 @@ MCPToolResult renderGIF(SessionContext& context, const Arguments& arguments) {
   EncodeSummary summary;
   try {
     summary =
-        SegmentRenderer::render(std::span<const RecordedSegment>(&segment, 1), settings, output);
+        SegmentRenderer::render(std::span<const RecordedSegment>(&segment, 1), settings, output,
+                                progressOf(call), call.stop());
+  } catch (const CancellationError&) {
+    fail("Rendering cancelled; nothing was written");
   } catch (const std::system_error& error) {
     fail("Failed to write " + output.string() + ": " + error.what());
   } catch (const std::exception& error) {
@@ -220,7 +233,7 @@ void shortenIdle(std::vector<ProcessedFrame>& frames, IdleStrategy strategy, dou
   }
 }
 
-JSONValue processGIF(SessionContext& context, const Arguments& arguments) {
+JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Arguments& arguments) {
   const auto input = arguments.string("input");
   if (!input || input->empty()) {
     fail("'input' parameter is required");
@@ -278,7 +291,10 @@ JSONValue processGIF(SessionContext& context, const Arguments& arguments) {
     // Written beside the destination and renamed over it, so processing in place is safe.
     summary =
         GIFEncoder::encode(frames, loopCount, palette,
-                           arguments.boolean("frame_diffing").value_or(false), format, output);
+                           arguments.boolean("frame_diffing").value_or(false), format, output,
+                           progressOf(call), call.stop());
+  } catch (const CancellationError&) {
+    fail("Processing cancelled; nothing was written");
   } catch (const std::system_error& error) {
     fail("Failed to write " + output.string() + ": " + error.what());
   } catch (const std::exception& error) {
@@ -378,7 +394,9 @@ void registerRenderTools(const ToolEnvironment& environment) {
                                  "false)")},
             {"transforms", transforms}},
            {"session_id"})},
-      [&context](const JSONValue& arguments) { return renderGIF(context, Arguments(arguments)); });
+      [&context, &server](const JSONValue& arguments) {
+        return renderGIF(context, server.currentCall(), Arguments(arguments));
+      });
   server.registerTool(
       {"process_gif",
        "Post-process an existing GIF file (resize, speed adjustment, idle handling).",
@@ -399,7 +417,9 @@ void registerRenderTools(const ToolEnvironment& environment) {
                       "Merge consecutive near-identical frames to shrink the file, "
                       "preserving duration (default: false)")}},
            {"input"})},
-      [&context](const JSONValue& arguments) { return processGIF(context, Arguments(arguments)); });
+      [&context, &server](const JSONValue& arguments) {
+        return processGIF(context, server.currentCall(), Arguments(arguments));
+      });
   server.registerTool(
       {"discard_recording",
        "Release a completed recording's frames to free memory when you are done rendering it. "

@@ -51,7 +51,10 @@ JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arg
   if (!screenRecordingGranted(desktop)) {
     fail(kScreenRecordingRequired);
   }
-  ShellProcessRunner processes({.environment = desktop.environment()});
+  MCPCallContext& call = environment.server.currentCall();
+  // A cancelled call stops like Ctrl-C twice: the script ends, its commands are stopped and the
+  // render is abandoned, so nothing partial is written.
+  ShellProcessRunner processes({.environment = desktop.environment(), .stop = call.stop()});
   const std::unique_ptr<WindowManager> windows = desktop.makeWindowManager();
   ScriptOptions options;
   options.quiet = true;
@@ -60,7 +63,16 @@ JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arg
     options.scriptDirectory = source.file.parent_path();
   }
   // Progress lines are diagnostics: standard output belongs to the protocol.
-  options.print = [](std::string_view line) { logLine("[Brimble MCP] " + std::string(line)); };
+  options.print = [&call](std::string_view line) {
+    logLine("[Brimble MCP] " + std::string(line));
+    call.reportProgress(0, std::nullopt, std::string(line));
+  };
+  options.renderProgress = [&call](RenderPhase phase, int done, int total) {
+    call.reportProgress(done, total,
+                        phase == RenderPhase::palette ? "Choosing palettes" : "Encoding frames");
+  };
+  options.interrupt = call.stop();
+  options.abandon = call.stop();
   ScriptOutcome outcome;
   try {
     ScriptEngine engine({.screen = desktop.screen(),

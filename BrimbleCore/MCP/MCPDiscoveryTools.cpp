@@ -2,8 +2,10 @@
 // (through the accessibility service), so an assistant can find what to click.
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "BrimbleCore/Automation/AccessibilityBackend.h"
 #include "BrimbleCore/Automation/DemoDriverError.h"
@@ -15,6 +17,8 @@ namespace {
 
 constexpr int kDefaultLimit = 100;
 constexpr int kMaxLimit = 500;
+constexpr int kFreshPageRetries = 20;
+constexpr auto kFreshPageRetryDelay = std::chrono::milliseconds(100);
 
 /// The element driver a call names, with what keeps it alive (a browser, ended with it).
 struct Inspection {
@@ -71,6 +75,11 @@ JSONValue listElements(MCPDesktop& desktop, const Arguments& arguments) {
   std::vector<DiscoveredElement> found;
   try {
     found = inspection.elements().listElements(limit);
+    for (int attempt = 0; found.empty() && inspection.browser && attempt < kFreshPageRetries;
+         ++attempt) {
+      std::this_thread::sleep_for(kFreshPageRetryDelay);
+      found = inspection.elements().listElements(limit);
+    }
   } catch (const std::exception& error) {
     fail(std::string("Failed to list elements: ") + error.what());
   }
@@ -94,7 +103,13 @@ JSONValue resolveTarget(MCPDesktop& desktop, const Arguments& arguments) {
   }
   Inspection inspection = inspect(desktop, arguments);
   try {
-    const auto rect = inspection.elements().find(*target);
+    auto rect = inspection.elements().find(*target);
+    // A page opened for this call may still be laying out when it reports loaded: a target
+    // that is not visible yet gets a moment before it counts as missing.
+    for (int attempt = 0; !rect && inspection.browser && attempt < kFreshPageRetries; ++attempt) {
+      std::this_thread::sleep_for(kFreshPageRetryDelay);
+      rect = inspection.elements().find(*target);
+    }
     if (rect) {
       return JSONValue::Object{{"found", true}, {"target", *target}, {"rect", rectJSON(*rect)}};
     }

@@ -264,6 +264,34 @@ TEST_F(BrimbleMCPStory, KeepsTheDesignedLimits) {
   EXPECT_EQ(errorText("badKey"), "Unknown modifier 'hyper' in 'hyper+q'");
 }
 
+TEST_F(BrimbleMCPStory, PausesCropsAndDrivesThePointer) {
+  EXPECT_EQ(value("pause")["paused"], true);
+  EXPECT_EQ(value("pause")["note"], "Capture stream continues running. For true pause, use "
+                                    "stop_recording + start_recording.");
+  EXPECT_EQ(value("resume")["paused"], false);
+  EXPECT_EQ(value("resume")["note"], "Recording continues. Use stop_recording when done.");
+  EXPECT_TRUE(errorText("pauseUnknown")
+                  .starts_with("No active recording with session ID 'rec-00000000'. Active "
+                               "sessions: "));
+  // The crop is of the window's content, so the frames are exactly its size.
+  const auto cropped = testing::decodeGIFFile(value("cropRender")["path"].get<std::string>());
+  ASSERT_TRUE(cropped);
+  EXPECT_EQ(cropped->width, 200);
+  EXPECT_EQ(cropped->height, 100);
+  EXPECT_EQ(value("focus")["focused"], true);
+  EXPECT_EQ(errorText("focusMissing"), "Failed to focus no-such-app-anywhere");
+  EXPECT_EQ(value("move"), json::parse(R"({"moved":true,"x":120,"y":80,"duration":0.2})"));
+  EXPECT_EQ(value("click"), json::parse(R"({"clicked":true,"x":121,"y":81,"button":"right"})"));
+  // Without coordinates the click lands where the pointer is.
+  EXPECT_EQ(value("clickHere"), json::parse(R"({"clicked":true,"x":121,"y":81,"button":"left"})"));
+  EXPECT_EQ(value("scroll"), json::parse(R"({"scrolled":"down","ticks":2})"));
+  EXPECT_EQ(value("settings")["settings"],
+            json::parse((*seen_)["reads"]["brimble://schema/settings"]["text"].get<std::string>())
+                ["settings"]);
+  EXPECT_EQ(value("commands")["commands"][0]["command"], "set");
+  EXPECT_GT(value("commands")["commands"].size(), 30u);
+}
+
 TEST_F(BrimbleMCPStory, ARecordingWithADurationStopsItself) {
   const std::string id = value("timed")["session_id"];
   EXPECT_EQ(errorText("timedStop"),
@@ -317,7 +345,7 @@ TEST_F(BrimbleMCPStory, FindsTheElementsOfALocalPage) {
   }
   EXPECT_TRUE(hasName) << listed.dump();
   const json& found = value("resolveFound");
-  EXPECT_EQ(found["found"], true);
+  ASSERT_EQ(found["found"], true) << found.dump();
   EXPECT_GT(found["rect"]["width"].get<int>(), 0);
   EXPECT_EQ(value("resolveMissing")["found"], false);
   EXPECT_EQ(errorText("elementsOfApp"),

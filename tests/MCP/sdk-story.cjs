@@ -147,6 +147,32 @@ async function main() {
   });
   await record("renderReleased", "render_gif", { session_id: regions[1] });
 
+  // Pausing, cropping, the pointer and the wheel.
+  const paused = await call("record_region", { x: 0, y: 0, width: 100, height: 100, fps: 10 });
+  await record("pause", "pause_recording", { session_id: paused.value.session_id });
+  await record("resume", "resume_recording", { session_id: paused.value.session_id });
+  await call("stop_recording", { session_id: paused.value.session_id });
+  await record("pauseUnknown", "pause_recording", { session_id: "rec-00000000" });
+  const cropped = await record("cropStart", "start_recording", {
+    app: "Terminal",
+    crop: { x: 10, y: 10, w: 200, h: 100 },
+    fps: 10,
+  });
+  await new Promise((resolve) => setTimeout(resolve, 300));
+  await call("stop_recording", { session_id: cropped.value.session_id });
+  await record("cropRender", "render_gif", {
+    session_id: cropped.value.session_id,
+    output: path.join(workdir, "crop.gif"),
+  });
+  await record("focus", "focus_app", { app: "Terminal" });
+  await record("focusMissing", "focus_app", { app: "no-such-app-anywhere" });
+  await record("move", "move_cursor", { x: 120, y: 80, duration: 0.2 });
+  await record("click", "click", { x: 121, y: 81, right: true });
+  await record("clickHere", "click", {});
+  await record("scroll", "scroll", { direction: "down", ticks: 2 });
+  await record("settings", "list_settings", {});
+  await record("commands", "list_commands", {});
+
   // Limits.
   for (const [key, fps] of [["fps0", 0], ["fps121", 121], ["fps1", 1], ["fps120", 120]]) {
     const result = await record(key, "record_region", { x: 0, y: 0, width: 64, height: 64, fps });

@@ -136,7 +136,7 @@ std::string gifEntry(const std::string& path) {
       return jsonText(savedGIF(entry));
     }
   }
-  throw std::runtime_error("No saved GIF with path: " + path);
+  throw MCPResourceError::noSavedGIF(path);
 }
 
 std::string scriptLibrary() {
@@ -213,7 +213,7 @@ std::string example(std::string_view key) {
     }
     available += (available.empty() ? "" : ", ") + std::string(name);
   }
-  throw std::runtime_error("Unknown example '" + std::string(key) + "'. Available: " + available);
+  throw MCPResourceError::unknownExample(key, available);
 }
 
 std::string permissionStatus(bool screenRecording, bool accessibility) {

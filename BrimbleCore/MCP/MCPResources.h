@@ -1,5 +1,6 @@
 #pragma once
 
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -10,6 +11,30 @@
 #include "BrimbleCore/MCP/SessionContext.h"
 
 namespace brimble {
+
+/// Why a resource cannot be read; the server answers it as "Resource read error: " + the text.
+class MCPResourceError : public std::runtime_error {
+ public:
+  enum class Code { unknownExample, noSavedGIF };
+
+  /// "Unknown example '<key>'. Available: <keys joined by ", ">".
+  static MCPResourceError unknownExample(std::string_view key, const std::string& available) {
+    return {Code::unknownExample,
+            "Unknown example '" + std::string(key) + "'. Available: " + available};
+  }
+  /// "No saved GIF with path: <path>".
+  static MCPResourceError noSavedGIF(const std::string& path) {
+    return {Code::noSavedGIF, "No saved GIF with path: " + path};
+  }
+
+  Code code() const noexcept { return code_; }
+
+ private:
+  MCPResourceError(Code code, const std::string& description)
+      : std::runtime_error(description), code_(code) {}
+
+  Code code_;
+};
 
 /// The read-only documents the MCP server offers: the scripting reference, the examples, the
 /// settings schema, permission status, this server's outputs, the desktop app's library and the
@@ -27,7 +52,7 @@ std::string scriptingReference();
 /// The example scripts (key, text), in their documented order: the examples/ files, built in.
 const std::vector<std::pair<std::string_view, std::string_view>>& examples();
 
-/// The text of one example. Throws std::runtime_error "Unknown example '<key>'. Available: ...".
+/// The text of one example. Throws MCPResourceError::unknownExample.
 std::string example(std::string_view key);
 
 /// The exact permission status text; the notes carry the Linux wording.

@@ -4,6 +4,7 @@
 // own embedded display.
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -25,12 +26,19 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 namespace fs = std::filesystem;
 
+std::vector<std::string> bareEnvironment(const fs::path& tmp, std::vector<std::string> more = {}) {
+  more.insert(more.end(), {"PATH=/usr/local/bin:/usr/bin:/bin", "TMPDIR=" + tmp.string(),
+                           "HOME=" + tmp.string()});
+  return more;
+}
+
 class MCPServerProcess {
  public:
-  explicit MCPServerProcess(const fs::path& tmp)
-      : process_({BRIMBLE_BINARY, "mcp-server"},
-                 std::vector<std::string>{"PATH=/usr/local/bin:/usr/bin:/bin",
-                                          "TMPDIR=" + tmp.string(), "HOME=" + tmp.string()}) {
+  explicit MCPServerProcess(const fs::path& tmp,
+                            const std::vector<std::string>& arguments = {BRIMBLE_BINARY,
+                                                                         "mcp-server"},
+                            const std::vector<std::string>& extraEnvironment = {})
+      : process_(arguments, bareEnvironment(tmp, extraEnvironment)) {
     send({{"jsonrpc", "2.0"}, {"id", 0}, {"method", "initialize"}, {"params", json::object()}});
     EXPECT_EQ(next(20s)["id"], 0);
     send({{"jsonrpc", "2.0"}, {"method", "notifications/initialized"}});
@@ -163,6 +171,63 @@ TEST(BrimbleMCPProtocol, ACancelledScriptLeavesNoFileNoChildAndNoReply) {
   EXPECT_EQ(frameFiles(tmp.path()), std::vector<std::string>{});
   server.process().closeInput();
   EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+/// The text of the reply to a tools/call, and whether it is an error.
+std::pair<std::string, bool> toolReply(const json& reply) {
+  return {reply["result"]["content"][0]["text"].get<std::string>(),
+          reply["result"].value("isError", false)};
+}
+
+TEST(BrimbleMCPProtocol, WithoutADisplayToCaptureToolsSayHowToGetOne) {
+  testing::TempDirectory tmp;
+  // A display that does not exist, and not --headless: nothing can be captured.
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, {"DISPLAY=:59999"});
+  const std::string text =
+      "Screen Recording permission is required. No X11 display could be captured: run inside an "
+      "X11 session or start the server with --headless.";
+  server.callTool(1, "list_windows", json::object());
+  EXPECT_EQ(toolReply(server.next(20s)), std::make_pair(text, true));
+  server.callTool(2, "record_region", {{"x", 0}, {"y", 0}, {"width", 10}, {"height", 10}});
+  EXPECT_EQ(toolReply(server.next(20s)), std::make_pair(text, true));
+  server.callTool(3, "check_permissions", json::object());
+  EXPECT_EQ(json::parse(toolReply(server.next(20s)).first),
+            json({{"screen_recording", false}, {"accessibility", false}, {"note", text}}));
+  server.send({{"jsonrpc", "2.0"},
+               {"id", 4},
+               {"method", "resources/read"},
+               {"params", {{"uri", "brimble://status/permissions"}}}});
+  EXPECT_NE(server.next(20s)["result"]["contents"][0]["text"].get<std::string>().find(
+                "Not granted — required for recording. No X11 display could be captured (run in "
+                "an X11 session or with --headless)."),
+            std::string::npos);
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+TEST(BrimbleMCPProtocol, HeadlessRecordsInTheEmbeddedDisplayEvenWithADisplaySet) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server", "--headless"},
+                          {"DISPLAY=:59999"});
+  server.callTool(1, "brimble_status", json::object());
+  const json status = json::parse(toolReply(server.next(30s)).first);
+  EXPECT_EQ(status["display"]["embedded"], true);
+  EXPECT_EQ(status["display"]["reason"], "--headless was given");
+  EXPECT_EQ(status["permissions"]["screen_recording"], true);
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+TEST(BrimbleMCPProtocol, SIGTERMDuringARecordingStopsItAndDeletesItsFrames) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path());
+  server.callTool(1, "record_region", {{"x", 0}, {"y", 0}, {"width", 320}, {"height", 200}});
+  ASSERT_FALSE(toolReply(server.next(30s)).second);
+  std::this_thread::sleep_for(300ms);
+  EXPECT_EQ(frameFiles(tmp.path()).size(), 1u);
+  server.process().signal(SIGTERM);
+  EXPECT_EQ(server.process().wait(20s), 0);
+  EXPECT_EQ(frameFiles(tmp.path()), std::vector<std::string>{});
 }
 
 TEST(BrimbleMCPProtocol, TheEndOfInputDuringARecordingStopsItAndDeletesItsFrames) {

@@ -3,7 +3,7 @@ BUILD     ?= build
 JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-script bench-peers fuzz format clean
+.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-mcp bench-script bench-peers fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -52,6 +52,10 @@ bench-memory: bench-build
 # Screen capture at 1920x1080: display start-up, per-frame costs, sustained 30 and 60 fps.
 bench-capture: bench-build
 	build-bench/bench/BrimbleCaptureBench 10
+
+# The MCP tools through pipes: tools/list, list_windows, start_recording, render_gif of 10 s.
+bench-mcp: bench-build
+	build-bench/bench/BrimbleMCPToolsBench 5
 
 # `brimble run` of examples/hello.brim: wall time against the script's timeline, GIF length.
 bench-script: build

@@ -1,27 +1,26 @@
 #include "cli/MCPServerCommand.h"
 
+#include <memory>
+
 #include <CLI/CLI.hpp>
 
 #include "BrimbleCore/Capture/ScreenRecorder.h"
-#include "BrimbleCore/MCP/MCPServer.h"
+#include "BrimbleCore/MCP/BrimbleMCPServer.h"
 #include "BrimbleCore/MCP/MCPStandardStreams.h"
 #include "BrimbleCore/MCP/MCPTransport.h"
+#include "cli/MCPDesktopSession.h"
 
 namespace brimble::cli {
 namespace {
 
-// The name and version hosts show for this server; the protocol surface is versioned on its
-// own, apart from the command-line tool.
-constexpr const char* kServerName = "brimble";
-constexpr const char* kServerVersion = "1.0.0";
-
-int runMCPServer() {
+int runMCPServer(bool headless) {
   ScreenRecorder::sweepOrphanedFrameFiles();
   MCPStandardStreams streams;
   MCPTransport transport(streams.input(), streams.output());
-  MCPServer server(transport, kServerName, kServerVersion,
-                   MCPServerCapabilities{.tools = true, .resources = true});
-  server.run();
+  // Declared before the server, so it outlives the recordings that capture its display.
+  MCPDesktopSession desktop(headless);
+  BrimbleMCPServer server(transport, desktop, BRIMBLE_VERSION);
+  server.start([&streams] { streams.endInput(); });
   return kExitSuccess;
 }
 
@@ -30,9 +29,12 @@ int runMCPServer() {
 Command addMCPServerCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "mcp-server", "Serve the Model Context Protocol on standard input and output (for AI tools)");
-  // Hosts may pass arguments through the shim; none change the server.
+  auto headless = std::make_shared<bool>(false);
+  command->add_flag("--headless", *headless,
+                    "Record and drive Brimble's own embedded display even when $DISPLAY is set");
+  // Hosts may pass other arguments through the shim; none change the server.
   command->allow_extras();
-  return {command, [] { return runMCPServer(); }};
+  return {command, [headless] { return runMCPServer(*headless); }};
 }
 
 }  // namespace brimble::cli

@@ -1,6 +1,10 @@
 #include "BrimbleCore/MCP/MCPServer.h"
 
 #include <algorithm>
+#include <cmath>
+#include <thread>
+
+#include <nlohmann/json.hpp>
 #include <exception>
 #include <variant>
 
@@ -86,10 +90,29 @@ std::vector<MCPResourceDefinition> MCPServer::resourceDefinitions() const {
   return definitions;
 }
 
-void MCPServer::run() {
+void MCPCallContext::reportProgress(double done, std::optional<double> total,
+                                    std::string message) {
+  std::scoped_lock guard(progressMutex_);
+  progress_ = {done, total, std::move(message), true};
+}
+
+MCPCallContext::Progress MCPCallContext::progress() const {
+  std::scoped_lock guard(progressMutex_);
+  return progress_;
+}
+
+void MCPServer::run(std::function<void()> interruptInput) {
   transport_.log("Server starting (" + serverName_ + " v" + serverVersion_ + ")");
+  // Reads on while a tool runs, so that a cancellation or the end of the input reaches it.
+  std::jthread reader([this](std::stop_token stop) { readLoop(std::move(stop)); });
   while (true) {
-    MCPTransport::Incoming incoming = transport_.readNextRequest();
+    MCPTransport::Incoming incoming;
+    {
+      std::unique_lock guard(queueMutex_);
+      queueChanged_.wait(guard, [this] { return !queue_.empty(); });
+      incoming = std::move(queue_.front());
+      queue_.pop_front();
+    }
     if (std::holds_alternative<MCPTransport::EndOfInput>(incoming)) {
       transport_.log("EOF on stdin, shutting down");
       return;
@@ -103,9 +126,77 @@ void MCPServer::run() {
     // (recordings among them) for nobody.
     if (transport_.isOutputClosed()) {
       transport_.log("Output closed, shutting down");
+      reader.request_stop();
+      if (interruptInput) {
+        interruptInput();
+      }
       return;
     }
   }
+}
+
+void MCPServer::readLoop(std::stop_token stop) {
+  while (!stop.stop_requested()) {
+    MCPTransport::Incoming incoming = transport_.readNextRequest();
+    const bool ended = std::holds_alternative<MCPTransport::EndOfInput>(incoming);
+    if (const MCPRequest* request = std::get_if<MCPRequest>(&incoming);
+        request != nullptr && request->method == "notifications/cancelled") {
+      cancelIfRunning(*request);
+    }
+    {
+      std::scoped_lock guard(queueMutex_);
+      if (ended) {
+        // Nobody will read the answer: the running call stops like an interrupt.
+        inputEnded_ = true;
+        runningStop_.request_stop();
+      }
+      queue_.push_back(std::move(incoming));
+    }
+    queueChanged_.notify_one();
+    if (ended) {
+      return;
+    }
+  }
+}
+
+void MCPServer::cancelIfRunning(const MCPRequest& notification) {
+  const JSONValue noParams;
+  const JSONValue& params = notification.params ? *notification.params : noParams;
+  std::optional<RequestID> id;
+  try {
+    id = RequestID::fromJSON(params["requestId"].toJSON());
+  } catch (const std::exception&) {
+    return;
+  }
+  std::scoped_lock guard(queueMutex_);
+  if (runningID_ && *runningID_ == *id) {
+    transport_.log("Cancelling the running request");
+    runningStop_.request_stop();
+  }
+}
+
+void MCPServer::sendProgress(const JSONValue& token, std::chrono::steady_clock::time_point started,
+                             double& lastSent) {
+  const MCPCallContext::Progress progress = call_->progress();
+  const double elapsed =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  // Without a count of a known total the elapsed seconds serve as the count; progress must only
+  // grow, so a count below what was sent waits until it passes it.
+  const bool counted = progress.reported && progress.total.has_value();
+  const double value = counted ? progress.done : std::floor(elapsed * 10) / 10;
+  if (value <= lastSent) {
+    return;
+  }
+  lastSent = value;
+  JSONValue::Object params{{"progressToken", token}, {"progress", value}};
+  if (counted) {
+    params.emplace("total", *progress.total);
+  }
+  params.emplace("message", progress.message.empty()
+                                ? "Still running (" + std::to_string(static_cast<int>(elapsed)) +
+                                      " s)"
+                                : progress.message);
+  transport_.sendNotification("notifications/progress", params);
 }
 
 void MCPServer::handle(const MCPRequest& request) {
@@ -133,7 +224,13 @@ void MCPServer::handle(const MCPRequest& request) {
       }
       result = JSONValue::Object{{"tools", std::move(tools)}};
     } else if (method == "tools/call") {
-      result = callTool(params);
+      bool cancelled = false;
+      result = callTool(params, request, cancelled);
+      if (cancelled) {
+        // The protocol asks for no reply to a cancelled request; the client has forgotten it.
+        transport_.log("Request cancelled: " + method);
+        return;
+      }
     } else if (method == "resources/list") {
       JSONValue::Array resources;
       for (const MCPResourceDefinition& definition : resourceDefinitions()) {
@@ -166,7 +263,8 @@ JSONValue MCPServer::initializeResult() const {
   };
 }
 
-JSONValue MCPServer::callTool(const JSONValue& params) {
+JSONValue MCPServer::callTool(const JSONValue& params, const MCPRequest& request,
+                              bool& cancelled) {
   const std::string* name = params["name"].stringValue();
   if (name == nullptr) {
     throw MCPError::invalidParams("tools/call requires 'name' parameter");
@@ -177,16 +275,64 @@ JSONValue MCPServer::callTool(const JSONValue& params) {
   if (!handler) {
     throw MCPError::methodNotFound("Unknown tool: " + *name);
   }
+  std::stop_source stop;
+  {
+    std::scoped_lock guard(queueMutex_);
+    runningID_ = request.id;
+    runningStop_ = stop;
+    if (inputEnded_) {
+      stop.request_stop();
+    }
+  }
+  call_ = std::make_unique<MCPCallContext>(stop.get_token());
+  const JSONValue& token = params["_meta"]["progressToken"];
+  const bool wantsProgress = token.stringValue() != nullptr || token.numberValue().has_value();
+  const auto started = std::chrono::steady_clock::now();
+  std::mutex tickMutex;
+  std::condition_variable_any tick;
+  std::jthread ticker;
+  if (wantsProgress) {
+    ticker = std::jthread([&](const std::stop_token& tickerStop) {
+      std::unique_lock guard(tickMutex);
+      auto next = started + kFirstProgress;
+      double lastSent = -1;
+      while (true) {
+        tick.wait_until(guard, tickerStop, next, [] { return false; });
+        if (tickerStop.stop_requested()) {
+          return;
+        }
+        sendProgress(token, started, lastSent);
+        next += kProgressInterval;
+      }
+    });
+  }
+  JSONValue content;
   // Tool failures are results the assistant reads, not protocol errors.
   try {
-    return textContent(resultText((*handler)(arguments)), false);
+    MCPToolResult result = (*handler)(arguments);
+    content = textContent(resultText(result.value), false);
+    // The JSON text stays first and unchanged, so hosts that show only the first item lose
+    // nothing.
+    JSONValue::Array& items = *(*content.objectValue())["content"].arrayValue();
+    for (JSONValue& item : result.extraContent) {
+      items.push_back(std::move(item));
+    }
   } catch (const MCPToolError& error) {
-    return textContent(error.what(), true);
+    content = textContent(error.what(), true);
   } catch (const std::exception& error) {
-    return textContent(std::string("Internal error: ") + error.what(), true);
+    content = textContent(std::string("Internal error: ") + error.what(), true);
   } catch (...) {
-    return textContent("Internal error: unknown error", true);
+    content = textContent("Internal error: unknown error", true);
   }
+  // No progress may follow the reply.
+  ticker = std::jthread();
+  {
+    std::scoped_lock guard(queueMutex_);
+    cancelled = stop.stop_requested() && !inputEnded_;
+    runningID_.reset();
+  }
+  call_.reset();
+  return content;
 }
 
 JSONValue MCPServer::readResource(const JSONValue& params) {

@@ -120,4 +120,9 @@ MCPStandardStreams::~MCPStandardStreams() {
   output_.flush();
 }
 
+void MCPStandardStreams::endInput() noexcept {
+  const char byte = 0;
+  [[maybe_unused]] const ssize_t ignored = ::write(wakeWrite_.get(), &byte, 1);
+}
+
 }  // namespace brimble

@@ -29,6 +29,8 @@ class MCPStandardStreams {
   ~MCPStandardStreams();
 
   std::istream& input() noexcept { return input_; }
+  /// Ends the input as a signal would, so a reader blocked on it returns. Any thread.
+  void endInput() noexcept;
   std::ostream& output() noexcept { return output_; }
 
  private:

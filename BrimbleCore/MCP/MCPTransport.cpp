@@ -121,12 +121,30 @@ void MCPTransport::sendResponse(const MCPResponse& response) {
     return;
   }
   line += '\n';
+  writeLine(line);
+}
+
+void MCPTransport::writeLine(const std::string& line) {
+  std::scoped_lock guard(writeMutex_);
   output_.write(line.data(), static_cast<std::streamsize>(line.size()));
   output_.flush();
   if (!output_ && !outputClosed_) {
     outputClosed_ = true;
     log("Failed to write response: the output is closed");
   }
+}
+
+void MCPTransport::sendNotification(std::string_view method, const JSONValue& params) {
+  std::string line;
+  try {
+    line = JSONValue(JSONValue::Object{{"jsonrpc", "2.0"}, {"method", method}, {"params", params}})
+               .encode();
+  } catch (const JSONCodingError& error) {
+    log(std::string("Failed to encode notification: ") + error.what());
+    return;
+  }
+  line += '\n';
+  writeLine(line);
 }
 
 void MCPTransport::sendResult(std::optional<RequestID> id, JSONValue result) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <mutex>
 #include <iosfwd>
 #include <optional>
 #include <string>
@@ -16,7 +18,8 @@ namespace brimble {
 
 /// Newline-delimited JSON-RPC over an input and an output stream: one request per input line,
 /// one response per output line. Diagnostics go through the core log as "[Brimble MCP] " lines,
-/// never to the output. One thread at a time; the streams must outlive the transport.
+/// never to the output. One thread reads; any thread may send (each line is written whole). The
+/// streams must outlive the transport.
 class MCPTransport {
  public:
   /// Longer lines are answered with a parse error and skipped, so that a runaway client cannot
@@ -45,21 +48,25 @@ class MCPTransport {
   void sendResponse(const MCPResponse& response);
   void sendResult(std::optional<RequestID> id, JSONValue result);
   void sendError(std::optional<RequestID> id, MCPError error);
+  /// A notification from the server ("notifications/progress"): one line, like a response.
+  void sendNotification(std::string_view method, const JSONValue& params);
 
   /// One diagnostic line, "[Brimble MCP] " + message, through the core log (standard error).
   void log(std::string_view message);
 
   /// Whether a response could not be written: nobody reads the answers any more.
-  bool isOutputClosed() const noexcept { return outputClosed_; }
+  bool isOutputClosed() const noexcept { return outputClosed_.load(); }
 
  private:
   /// The next line without its terminator; no value at end of input. `tooLong` tells that bytes
   /// past kMaxLineBytes were dropped.
   std::optional<std::string> readLine(bool& tooLong);
+  void writeLine(const std::string& line);
 
   std::istream& input_;
+  std::mutex writeMutex_;  // guards writes to the output, which notifications make from any thread
   std::ostream& output_;
-  bool outputClosed_ = false;
+  std::atomic<bool> outputClosed_ = false;
 };
 
 /// `text` without leading and trailing white space and line breaks: the ASCII ones and the

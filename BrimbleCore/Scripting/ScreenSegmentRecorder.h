@@ -23,6 +23,13 @@ class ScreenSegmentRecorder final : public SegmentRecorder {
   bool hasEnded() const override { return recorder_.hasStreamEnded(); }
   Clock::TimePoint lastChangeDate() const override { return recorder_.lastChangeDate(); }
   int frameCount() const override;
+  void setPaused(bool paused) override {
+    if (paused) {
+      recorder_.pause();
+    } else {
+      recorder_.resume();
+    }
+  }
   RecordedSegment stop() override;
 
  private:

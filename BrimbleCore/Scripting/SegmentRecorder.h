@@ -37,6 +37,8 @@ class SegmentRecorder {
   virtual Clock::TimePoint lastChangeDate() const = 0;
   /// Frames captured so far.
   virtual int frameCount() const = 0;
+  /// While paused no frames are taken; the time paused still counts towards the duration.
+  virtual void setPaused(bool paused) = 0;
   /// Stops and returns the segment: its frames (none when nothing was captured), their capture
   /// times, the input events, where it was on screen and how long it ran. Call once.
   virtual RecordedSegment stop() = 0;

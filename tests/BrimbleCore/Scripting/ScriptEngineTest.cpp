@@ -94,6 +94,7 @@ class FakeSegmentRecorder final : public SegmentRecorder {
     return std::min(clock_.now(), start_ + behaviour_.changesUntil);
   }
   int frameCount() const override { return framesFor(elapsed()); }
+  void setPaused(bool) override { ADD_FAILURE() << "scripts never pause a segment"; }
   RecordedSegment stop() override {
     log_.lines.push_back(fmt::format("{} stop", millisecondsSince(clock_, origin_)));
     const double seconds = elapsed();

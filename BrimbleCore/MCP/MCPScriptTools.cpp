@@ -1,0 +1,143 @@
+// The script family: .brim scripts run by the script engine on the server's display, or only
+// checked.
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "BrimbleCore/MCP/MCPToolSupport.h"
+#include "BrimbleCore/MCP/MCPTools.h"
+#include "BrimbleCore/Scripting/ScriptEngine.h"
+#include "BrimbleCore/Scripting/ScriptValidation.h"
+#include "BrimbleCore/Scripting/ShellProcessRunner.h"
+#include "BrimbleCore/Support/Cancellation.h"
+#include "BrimbleCore/Support/Log.h"
+
+namespace brimble::mcp {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Source {
+  std::string text;
+  fs::path file;  // empty for inline source
+};
+
+Source scriptSource(const Arguments& arguments) {
+  if (const auto script = arguments.string("script")) {
+    return {*script, {}};
+  }
+  const auto file = arguments.string("file");
+  if (!file) {
+    fail("Either 'script' (inline source) or 'file' (path) is required");
+  }
+  const fs::path path = fs::absolute(*file);
+  std::error_code error;
+  std::ifstream stream;
+  if (fs::is_regular_file(path, error)) {
+    stream.open(path, std::ios::binary);
+  }
+  std::ostringstream text;
+  if (!stream || !(text << stream.rdbuf())) {
+    fail("Failed to read file: " + *file);
+  }
+  return {text.str(), path};
+}
+
+JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arguments) {
+  const Source source = scriptSource(arguments);
+  MCPDesktop& desktop = environment.desktop;
+  if (!screenRecordingGranted(desktop)) {
+    fail(kScreenRecordingRequired);
+  }
+  MCPCallContext& call = environment.server.currentCall();
+  // A cancelled call stops like Ctrl-C twice: the script ends, its commands are stopped and the
+  // render is abandoned, so nothing partial is written.
+  ShellProcessRunner processes({.environment = desktop.environment(), .stop = call.stop()});
+  const std::unique_ptr<WindowManager> windows = desktop.makeWindowManager();
+  ScriptOptions options;
+  options.quiet = true;
+  options.preview = arguments.boolean("preview").value_or(false);
+  if (!source.file.empty()) {
+    options.scriptDirectory = source.file.parent_path();
+  }
+  // Progress lines are diagnostics: standard output belongs to the protocol.
+  options.print = [&call](std::string_view line) {
+    logLine("[Brimble MCP] " + std::string(line));
+    call.reportProgress(0, std::nullopt, std::string(line));
+  };
+  options.renderProgress = [&call](RenderPhase phase, int done, int total) {
+    call.reportProgress(done, total,
+                        phase == RenderPhase::palette ? "Choosing palettes" : "Encoding frames");
+  };
+  options.interrupt = call.stop();
+  options.abandon = call.stop();
+  ScriptOutcome outcome;
+  try {
+    ScriptEngine engine({.screen = desktop.screen(),
+                         .input = desktop.input(),
+                         .windows = *windows,
+                         .processes = processes,
+                         .clock = desktop.clock(),
+                         .makeRecorder = [&desktop] { return desktop.makeRecorder(); },
+                         .browsers = &desktop.browsers()},
+                        options);
+    outcome = engine.execute(source.text);
+  } catch (const CancellationError&) {
+    fail("Script execution failed: cancelled; nothing was written");
+  } catch (const std::exception& error) {
+    fail(std::string("Script execution failed: ") + error.what());
+  }
+  if (outcome.summary.frames == 0) {
+    fail("Script execution failed: nothing was recorded");
+  }
+  const fs::path output = fs::absolute(outcome.output);
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(output, error);
+  environment.context.addRecentOutput(
+      {output, error ? 0 : size,
+       std::to_string(outcome.summary.width) + "x" + std::to_string(outcome.summary.height),
+       isoDateNow()});
+  return JSONValue::Object{{"path", output.string()}, {"size_mb", megabytes(error ? 0 : size)}};
+}
+
+JSONValue validateScript(const Arguments& arguments) {
+  const Source source = scriptSource(arguments);
+  try {
+    const ScriptValidation check = validate(source.text);
+    JSONValue::Array warnings(check.warnings.begin(), check.warnings.end());
+    return JSONValue::Object{{"valid", true},
+                             {"instruction_count", check.instructionCount},
+                             {"warnings", std::move(warnings)}};
+  } catch (const std::exception& error) {
+    return JSONValue::Object{
+        {"valid", false}, {"error", error.what()}, {"warnings", JSONValue::Array{}}};
+  }
+}
+
+}  // namespace
+
+void registerScriptTools(const ToolEnvironment& environment) {
+  const JSONValue script = property("string", "Inline .brim script source code");
+  const JSONValue file = property("string", "Path to a .brim script file");
+  environment.server.registerTool(
+      {"execute_script",
+       "Execute a .brim script to generate a GIF demo. Provide either inline script source or a "
+       "file path.",
+       objectSchema({{"script", script},
+                     {"file", file},
+                     {"preview", property("boolean",
+                                          "Render a quick low-res preview (10fps, "
+                                          "400px)")}})},
+      [environment](const JSONValue& arguments) {
+        return executeScript(environment, Arguments(arguments));
+      });
+  environment.server.registerTool(
+      {"validate_script",
+       "Validate a .brim script without executing it. Returns syntax errors and warnings.",
+       objectSchema({{"script", script}, {"file", file}})},
+      [](const JSONValue& arguments) { return validateScript(Arguments(arguments)); });
+}
+
+}  // namespace brimble::mcp

@@ -1,0 +1,255 @@
+// `brimble mcp-server` read line by line while its tools run: progress notifications, a
+// cancelled script, the end of the input during a recording, children that print, and a bare
+// environment. Each server runs with exactly the environment given here, so it records in its
+// own embedded display.
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/Files.h"
+#include "tests/Support/GifReader.h"
+#include "tests/Support/TempDirectory.h"
+
+namespace brimble {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+std::vector<std::string> bareEnvironment(const fs::path& tmp, std::vector<std::string> more = {}) {
+  more.insert(more.end(), {"PATH=/usr/local/bin:/usr/bin:/bin", "TMPDIR=" + tmp.string(),
+                           "HOME=" + tmp.string()});
+  return more;
+}
+
+class MCPServerProcess {
+ public:
+  explicit MCPServerProcess(const fs::path& tmp,
+                            const std::vector<std::string>& arguments = {BRIMBLE_BINARY,
+                                                                         "mcp-server"},
+                            const std::vector<std::string>& extraEnvironment = {})
+      : process_(arguments, bareEnvironment(tmp, extraEnvironment)) {
+    send({{"jsonrpc", "2.0"}, {"id", 0}, {"method", "initialize"}, {"params", json::object()}});
+    EXPECT_EQ(next(20s)["id"], 0);
+    send({{"jsonrpc", "2.0"}, {"method", "notifications/initialized"}});
+  }
+
+  void send(const json& message) { ASSERT_TRUE(process_.write(message.dump() + "\n")); }
+  void callTool(int id, const std::string& name, const json& arguments,
+                const std::optional<std::string>& progressToken = std::nullopt) {
+    json params = {{"name", name}, {"arguments", arguments}};
+    if (progressToken) {
+      params["_meta"] = {{"progressToken", *progressToken}};
+    }
+    send({{"jsonrpc", "2.0"}, {"id", id}, {"method", "tools/call"}, {"params", params}});
+  }
+  /// The next line of standard output, which must be a JSON-RPC message.
+  json next(std::chrono::milliseconds timeout) {
+    const auto line = process_.readLine(timeout);
+    if (!line) {
+      ADD_FAILURE() << "no line from the server; standard error:\n" << process_.errorOutput();
+      return json();
+    }
+    const json message = json::parse(*line, nullptr, false);
+    EXPECT_TRUE(message.is_object() && message["jsonrpc"] == "2.0") << "not protocol: " << *line;
+    return message;
+  }
+  /// The messages up to and including the reply to `id`.
+  std::vector<json> untilReply(int id, std::chrono::milliseconds timeout) {
+    std::vector<json> messages;
+    const auto end = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < end) {
+      messages.push_back(next(std::chrono::duration_cast<std::chrono::milliseconds>(
+          end - std::chrono::steady_clock::now())));
+      if (messages.back().is_null() || messages.back().value("id", json()) == id) {
+        break;
+      }
+    }
+    return messages;
+  }
+  testing::ChildProcess& process() { return process_; }
+
+ private:
+  testing::ChildProcess process_;
+};
+
+std::vector<std::string> frameFiles(const fs::path& directory) {
+  std::vector<std::string> files;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    if (entry.path().filename().string().starts_with("brimble-frames-")) {
+      files.push_back(entry.path().filename().string());
+    }
+  }
+  return files;
+}
+
+/// Whether a process whose command line contains `marker` runs.
+bool processRuns(const std::string& marker) {
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    std::error_code error;
+    if (!fs::exists(entry.path() / "cmdline", error)) {
+      continue;
+    }
+    std::string cmdline;
+    try {
+      cmdline = testing::readFile(entry.path() / "cmdline");
+    } catch (const std::exception&) {
+      continue;
+    }
+    for (char& c : cmdline) {
+      c = c == '\0' ? ' ' : c;
+    }
+    if (cmdline.find(marker) != std::string::npos && cmdline.find("bash -c") == std::string::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST(BrimbleMCPProtocol, ReportsProgressOnlyWhenAskedAndKeepsStdoutForTheProtocol) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path());
+  // The script's command prints to its standard output: none of it may reach the protocol.
+  const std::string script = "set output \"" + (tmp / "progress.gif").string() +
+                             "\"\nset fps 10\nrun \"echo child-says-hello; echo more >&2\"\n"
+                             "record region 0 0 160 120 duration 3.2\n";
+  server.callTool(1, "execute_script", {{"script", script}}, "tok-1");
+  const std::vector<json> withToken = server.untilReply(1, 60s);
+  int notifications = 0;
+  for (const json& message : withToken) {
+    if (message.value("method", "") == "notifications/progress") {
+      ++notifications;
+      EXPECT_EQ(message["params"]["progressToken"], "tok-1");
+      EXPECT_FALSE(message.contains("id"));
+    }
+  }
+  EXPECT_GE(notifications, 1);
+  EXPECT_EQ(withToken.back()["id"], 1);
+  EXPECT_FALSE(withToken.back()["result"].value("isError", false)) << withToken.back().dump();
+  ASSERT_TRUE(testing::decodeGIFFile(tmp / "progress.gif"));
+
+  server.callTool(2, "execute_script", {{"script", script}});
+  const std::vector<json> withoutToken = server.untilReply(2, 60s);
+  ASSERT_EQ(withoutToken.size(), 1u) << withoutToken.front().dump();
+  EXPECT_EQ(withoutToken.back()["id"], 2);
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+TEST(BrimbleMCPProtocol, ACancelledScriptLeavesNoFileNoChildAndNoReply) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path());
+  const fs::path output = tmp / "cancelled.gif";
+  server.callTool(
+      1, "execute_script",
+      {{"script", "set output \"" + output.string() +
+                      "\"\nrecord region 0 0 160 120 continue\nrun \"sleep 47.25\"\n"}});
+  const auto deadline = std::chrono::steady_clock::now() + 20s;
+  while (!processRuns("sleep 47.25") && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(50ms);
+  }
+  ASSERT_TRUE(processRuns("sleep 47.25"));
+  EXPECT_FALSE(frameFiles(tmp.path()).empty());
+  server.send({{"jsonrpc", "2.0"},
+               {"method", "notifications/cancelled"},
+               {"params", {{"requestId", 1}, {"reason", "the user changed their mind"}}}});
+  server.send({{"jsonrpc", "2.0"}, {"id", 2}, {"method", "ping"}});
+  // The ping's answer comes next: the cancelled call gets none.
+  EXPECT_EQ(server.next(20s), json::parse(R"({"jsonrpc":"2.0","id":2,"result":{}})"));
+  EXPECT_FALSE(fs::exists(output));
+  EXPECT_FALSE(processRuns("sleep 47.25"));
+  EXPECT_EQ(frameFiles(tmp.path()), std::vector<std::string>{});
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+/// The text of the reply to a tools/call, and whether it is an error.
+std::pair<std::string, bool> toolReply(const json& reply) {
+  return {reply["result"]["content"][0]["text"].get<std::string>(),
+          reply["result"].value("isError", false)};
+}
+
+TEST(BrimbleMCPProtocol, WithoutADisplayToCaptureToolsSayHowToGetOne) {
+  testing::TempDirectory tmp;
+  // A display that does not exist, and not --headless: nothing can be captured.
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, {"DISPLAY=:59999"});
+  const std::string text =
+      "Screen Recording permission is required. No X11 display could be captured: run inside an "
+      "X11 session or start the server with --headless.";
+  server.callTool(1, "list_windows", json::object());
+  EXPECT_EQ(toolReply(server.next(20s)), std::make_pair(text, true));
+  server.callTool(2, "record_region", {{"x", 0}, {"y", 0}, {"width", 10}, {"height", 10}});
+  EXPECT_EQ(toolReply(server.next(20s)), std::make_pair(text, true));
+  server.callTool(3, "check_permissions", json::object());
+  EXPECT_EQ(json::parse(toolReply(server.next(20s)).first),
+            json({{"screen_recording", false}, {"accessibility", false}, {"note", text}}));
+  server.send({{"jsonrpc", "2.0"},
+               {"id", 4},
+               {"method", "resources/read"},
+               {"params", {{"uri", "brimble://status/permissions"}}}});
+  EXPECT_NE(server.next(20s)["result"]["contents"][0]["text"].get<std::string>().find(
+                "Not granted — required for recording. No X11 display could be captured (run in "
+                "an X11 session or with --headless)."),
+            std::string::npos);
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+TEST(BrimbleMCPProtocol, HeadlessRecordsInTheEmbeddedDisplayEvenWithADisplaySet) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server", "--headless"},
+                          {"DISPLAY=:59999"});
+  server.callTool(1, "brimble_status", json::object());
+  const json status = json::parse(toolReply(server.next(30s)).first);
+  EXPECT_EQ(status["display"]["embedded"], true);
+  EXPECT_EQ(status["display"]["reason"], "--headless was given");
+  EXPECT_EQ(status["permissions"]["screen_recording"], true);
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+TEST(BrimbleMCPProtocol, SIGTERMDuringARecordingStopsItAndDeletesItsFrames) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path());
+  server.callTool(1, "record_region", {{"x", 0}, {"y", 0}, {"width", 320}, {"height", 200}});
+  ASSERT_FALSE(toolReply(server.next(30s)).second);
+  std::this_thread::sleep_for(300ms);
+  EXPECT_EQ(frameFiles(tmp.path()).size(), 1u);
+  server.process().signal(SIGTERM);
+  EXPECT_EQ(server.process().wait(20s), 0);
+  EXPECT_EQ(frameFiles(tmp.path()), std::vector<std::string>{});
+}
+
+TEST(BrimbleMCPProtocol, TheEndOfInputDuringARecordingStopsItAndDeletesItsFrames) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path());
+  // A bare environment: no $DISPLAY, so the embedded display records.
+  server.callTool(1, "record_region", {{"x", 0}, {"y", 0}, {"width", 320}, {"height", 200}});
+  const json started = server.next(30s);
+  ASSERT_FALSE(started["result"].value("isError", false)) << started.dump();
+  std::this_thread::sleep_for(500ms);
+  EXPECT_EQ(frameFiles(tmp.path()).size(), 1u);
+  server.callTool(2, "brimble_status", json::object());
+  const json status =
+      json::parse(server.next(10s)["result"]["content"][0]["text"].get<std::string>());
+  EXPECT_EQ(status["display"]["embedded"], true);
+  const auto closed = std::chrono::steady_clock::now();
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - closed, 5s);
+  EXPECT_EQ(frameFiles(tmp.path()), std::vector<std::string>{});
+  EXPECT_NE(server.process().errorOutput().find("EOF on stdin, shutting down"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace brimble

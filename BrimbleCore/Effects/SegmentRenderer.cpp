@@ -119,6 +119,10 @@ EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSett
   options.webpQuality = settings.webpQuality;
   options.stop = stop;
   options.tuning.paletteStrategy = settings.paletteStrategy;
+  // Screen recordings change a few pixels at a time (a typed character): only a comparison of
+  // every pixel tells such frames apart, and histogram palettes keep antialiased text faithful.
+  options.tuning.dedupRule = DedupRule::everyPixel;
+  options.tuning.paletteBuilder = PaletteBuilder::histogram;
   // An output frame that shows the same source frame as the one before it needs no decoding.
   options.repeatsPrevious = [&](int k) {
     return k > 0 &&

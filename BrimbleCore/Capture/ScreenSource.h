@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "BrimbleCore/Capture/CursorImage.h"
 #include "BrimbleCore/Capture/ScreenRect.h"
 #include "BrimbleCore/Encoding/Image.h"
 
@@ -70,6 +71,16 @@ class ScreenCaptureError : public std::runtime_error {
   Code code_;
 };
 
+/// The pointer as a stream last saw it.
+struct PointerState {
+  /// Screen coordinates of the hot spot.
+  int x = 0;
+  int y = 0;
+  CursorImage cursor;
+  /// Changes whenever the pointer's picture does.
+  std::uint64_t serial = 0;
+};
+
 /// The frames of one capture target, grabbed on demand. A stream belongs to the thread that
 /// opened it: it holds that thread's own connection to the display server.
 class ScreenStream {
@@ -82,6 +93,9 @@ class ScreenStream {
   /// moment (a window that is unmapped). Throws ScreenCaptureError: windowClosed when the window
   /// is gone for good, displayLost when the display server is.
   virtual std::optional<Image> grab() = 0;
+
+  /// Where the pointer is now and what it looks like; no value when the platform cannot tell.
+  virtual std::optional<PointerState> pointer() { return std::nullopt; }
 };
 
 /// The screen as a source of raw frames: its displays, its windows, and streams of pixels.
@@ -105,6 +119,10 @@ class ScreenSource {
 
   /// The pointer's position in screen coordinates; no value when it cannot be read.
   virtual std::optional<std::pair<int, int>> pointerPosition() = 0;
+
+  /// Whether its streams tell where the pointer is and what it looks like
+  /// (ScreenStream::pointer), so that frames can be taken without it and have it drawn later.
+  virtual bool followsPointer() const { return false; }
 };
 
 }  // namespace brimble

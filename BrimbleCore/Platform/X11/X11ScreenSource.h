@@ -30,6 +30,7 @@ class X11ScreenSource final : public ScreenSource {
   std::vector<ScreenDisplay> displays() override;
   std::optional<ScreenWindow> window(std::uint32_t windowID) override;
   std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target, bool showCursor) override;
+  bool followsPointer() const override { return true; }
   std::optional<std::pair<int, int>> pointerPosition() override;
 
  private:

@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/X11ScreenStream.h"
+#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/X11Helpers.h"
@@ -152,7 +154,50 @@ TEST(X11ScreenSource, ThePointerIsDrawnWhereItIsOnlyWhenAsked) {
     EXPECT_GE(changed, 20) << "no pointer drawn";
     EXPECT_EQ(farAway, 0) << "pointer drawn away from its position";
     EXPECT_EQ(testing::pixelAt(withCursor, 0, 0).a, 255);
+    // A stream without the pointer still tells where it is and what it looks like.
+    const auto pointer = source.openStream(target, false)->pointer();
+    ASSERT_TRUE(pointer);
+    EXPECT_EQ(pointer->x, frame.x + 150);
+    EXPECT_EQ(pointer->y, frame.y + 100);
+    EXPECT_FALSE(pointer->cursor.image.empty());
   }
+}
+
+TEST(X11ScreenSource, SegmentsAreRecordedWithoutThePointerAndWithItsTrackBeside) {
+  const auto display = HeadlessDisplay::start();
+  TestWindow red({"--color", "ff0000", "--size", "320x240", "--position", "100,100"});
+  X11ScreenSource source(display->displayName());
+  const ScreenRect frame = source.window(red.id())->frame;
+  red.warpPointer(frame.x + 40, frame.y + 40);
+  ASSERT_TRUE(eventually(
+      [&] { return source.pointerPosition() == std::pair{frame.x + 40, frame.y + 40}; }));
+  ScreenSegmentRecorder recorder(source, steadyClock());
+  recorder.start({CaptureTarget::windowOf(red.id()), 20, true});
+  ASSERT_TRUE(eventually([&] { return recorder.frameCount() >= 3; }));
+  red.warpPointer(frame.x + 200, frame.y + 150);
+  ASSERT_TRUE(eventually([&] { return recorder.frameCount() >= 8; }));
+  const RecordedSegment segment = recorder.stop();
+
+  EXPECT_FALSE(segment.framesShowCursor);
+  ASSERT_TRUE(segment.frames);
+  const auto last = decodeImage(segment.frames->data(segment.frames->count() - 1));
+  ASSERT_TRUE(last);
+  // JPEG keeps red red, and no dark pointer pixels anywhere.
+  int dark = 0;
+  for (int y = 0; y < last->height(); ++y) {
+    for (int x = 0; x < last->width(); ++x) {
+      dark += testing::pixelAt(*last, x, y).r < 128 ? 1 : 0;
+    }
+  }
+  EXPECT_EQ(dark, 0);
+  ASSERT_GE(segment.pointerTrack.size(), 8u);
+  EXPECT_EQ(segment.pointerTrack.front().position, (ScreenPoint{frame.x + 40, frame.y + 40}));
+  EXPECT_EQ(segment.pointerTrack.back().position, (ScreenPoint{frame.x + 200, frame.y + 150}));
+  for (std::size_t i = 1; i < segment.pointerTrack.size(); ++i) {
+    EXPECT_GE(segment.pointerTrack[i].time, segment.pointerTrack[i - 1].time);
+  }
+  ASSERT_FALSE(segment.cursorImages.empty());
+  EXPECT_EQ(segment.pointerTrack.back().cursor, static_cast<int>(segment.cursorImages.size()) - 1);
 }
 
 /// Whether each System V segment this process created is marked for removal (SHM_DEST).

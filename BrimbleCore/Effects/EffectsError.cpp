@@ -1,5 +1,7 @@
 #include "BrimbleCore/Effects/EffectsError.h"
 
+#include <sstream>
+
 namespace brimble {
 
 EffectsError EffectsError::invalidColor(const std::string& setting, const std::string& value) {
@@ -11,6 +13,13 @@ EffectsError EffectsError::invalidSetting(const std::string& setting, const std:
                                           const std::string& expected) {
   return {Code::invalidSetting,
           "Invalid value '" + value + "' for '" + setting + "': expected " + expected};
+}
+
+EffectsError EffectsError::invalidSetting(const std::string& setting, double value,
+                                          const std::string& expected) {
+  std::ostringstream text;
+  text << value;
+  return invalidSetting(setting, text.str(), expected);
 }
 
 EffectsError EffectsError::drawingFailed(const std::string& reason) {

@@ -15,6 +15,9 @@ class EffectsError : public std::runtime_error {
   /// `setting` holds `value`, which it cannot take; `expected` says what it can.
   static EffectsError invalidSetting(const std::string& setting, const std::string& value,
                                      const std::string& expected);
+  /// As above for a number, written as briefly as it reads ("-1", "0.25").
+  static EffectsError invalidSetting(const std::string& setting, double value,
+                                     const std::string& expected);
   /// cairo refused to draw; `reason` is its own words.
   static EffectsError drawingFailed(const std::string& reason);
 

@@ -153,10 +153,10 @@ FrameCompositor::FrameCompositor(std::span<const RecordedSegment> segments,
                                  const RenderSettings& settings)
     : segments_(segments), settings_(settings) {
   if (settings.fps <= 0) {
-    throw EffectsError::invalidSetting("fps", std::to_string(settings.fps), "a positive number");
+    throw EffectsError::invalidSetting("fps", settings.fps, "a positive number");
   }
   if (!(settings.idleThreshold >= 0)) {
-    throw EffectsError::invalidSetting("idle-threshold", std::to_string(settings.idleThreshold),
+    throw EffectsError::invalidSetting("idle-threshold", settings.idleThreshold,
                                        "a number of seconds, 0 or more");
   }
   const auto background = colorSetting("background", settings.background);

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <numbers>
+#include <utility>
 
 #include <cairo.h>
 #include <pango/pangocairo.h>
@@ -21,12 +22,16 @@ void PangoFontDescriptionCloser::operator()(PangoFontDescription* font) const no
   pango_font_description_free(font);
 }
 
-DrawingSurface::DrawingSurface(int width, int height)
+DrawingSurface::DrawingSurface(int width, int height) : DrawingSurface(width, height, true) {}
+
+DrawingSurface::DrawingSurface(int width, int height, bool cleared)
     : width_(width),
       height_(height),
       pixels_(static_cast<std::size_t>(std::max(width, 0)) * 4 *
-                  static_cast<std::size_t>(std::max(height, 0)),
-              0) {
+              static_cast<std::size_t>(std::max(height, 0))) {
+  if (cleared) {
+    std::fill(pixels_.begin(), pixels_.end(), std::uint8_t{0});
+  }
   if (width <= 0 || height <= 0) {
     throw EffectsError::drawingFailed("a surface of " + std::to_string(width) + "x" +
                                       std::to_string(height) + " pixels has no area");
@@ -39,12 +44,17 @@ DrawingSurface::DrawingSurface(int width, int height)
   }
 }
 
-DrawingSurface::DrawingSurface(const Image& image) : DrawingSurface(image.width(), image.height()) {
+DrawingSurface::DrawingSurface(const Image& image)
+    : DrawingSurface(image.width(), image.height(), false) {
   const Image bgra = image.toBGRA8();
   const std::size_t rowBytes = static_cast<std::size_t>(width_) * 4;
-  for (int y = 0; y < height_; ++y) {
-    std::memcpy(pixels_.data() + rowBytes * static_cast<std::size_t>(y), bgra.row(y).data(),
-                rowBytes);
+  if (bgra.bytesPerRow() == rowBytes) {
+    std::memcpy(pixels_.data(), bgra.bytes().data(), rowBytes * static_cast<std::size_t>(height_));
+  } else {
+    for (int y = 0; y < height_; ++y) {
+      std::memcpy(pixels_.data() + rowBytes * static_cast<std::size_t>(y), bgra.row(y).data(),
+                  rowBytes);
+    }
   }
   markDirty();
 }
@@ -59,7 +69,15 @@ CairoPtr DrawingSurface::context() const {
 
 Image DrawingSurface::image() const {
   flush();
-  return Image::bgra8(width_, height_, PixelBuffer(pixels_.begin(), pixels_.end()));
+  PixelBuffer copy(pixels_.size());
+  std::memcpy(copy.data(), pixels_.data(), pixels_.size());
+  return Image::bgra8(width_, height_, std::move(copy));
+}
+
+Image DrawingSurface::release() && {
+  flush();
+  surface_.reset();
+  return Image::bgra8(std::exchange(width_, 0), std::exchange(height_, 0), std::move(pixels_));
 }
 
 std::uint8_t* DrawingSurface::data() noexcept {

@@ -48,12 +48,18 @@ class DrawingSurface {
   CairoPtr context() const;
   /// The pixels drawn so far, as an Image (the surface keeps its own copy).
   Image image() const;
+  /// The pixels drawn, handed over without a copy; the surface is empty afterwards. Contexts
+  /// on it must be gone.
+  Image release() &&;
   /// The pixels, for loops that cairo has no operator for. Call `markDirty` after writing.
   std::uint8_t* data() noexcept;
   void markDirty() noexcept;
   void flush() const noexcept;
 
  private:
+  /// Pixels left uninitialised, for constructors that fill every byte.
+  DrawingSurface(int width, int height, bool cleared);
+
   int width_ = 0;
   int height_ = 0;
   PixelBuffer pixels_;

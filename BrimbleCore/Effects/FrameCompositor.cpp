@@ -33,6 +33,8 @@ struct FrameCompositor::SegmentEffects {
   ElementHighlights highlights;
   CameraTrack camera;
   WindowChrome chrome;
+  /// For each frame, the first of its run of identical pictures, which stands for it.
+  std::vector<int> pictures;
 };
 
 namespace {
@@ -64,23 +66,35 @@ ImageSize firstFrameSize(const RecordedSegment& segment) {
   return {};
 }
 
-// Capture times of frames whose picture differs from the frame before (identical pictures
-// compress to identical bytes, so the bytes are compared).
-std::vector<double> changeTimes(const RecordedSegment& segment) {
-  std::vector<double> times;
+// What one pass over a segment's compressed frames tells: which frames repeat the picture
+// before them (identical pictures compress to identical bytes), so that repeats are neither
+// decoded again nor drawn again, and when the picture changed.
+struct PictureRuns {
+  /// For each frame, the first frame of its run of identical pictures.
+  std::vector<int> first;
+  /// Capture times of the frames that start a run.
+  std::vector<double> changeTimes;
+};
+
+PictureRuns pictureRuns(const RecordedSegment& segment) {
+  PictureRuns runs;
   std::vector<std::uint8_t> previous;
   const int count = segment.frames->count();
+  runs.first.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) {
     std::vector<std::uint8_t> data = segment.frames->data(i);
     if (i == 0 || data != previous) {
       const double time = static_cast<std::size_t>(i) < segment.frameTimes.size()
                               ? segment.frameTimes[static_cast<std::size_t>(i)]
                               : i / static_cast<double>(std::max(segment.fps, 1));
-      times.push_back(time);
+      runs.changeTimes.push_back(time);
+      runs.first.push_back(i);
+    } else {
+      runs.first.push_back(runs.first.back());
     }
     previous = std::move(data);
   }
-  return times;
+  return runs;
 }
 
 std::vector<double> inputTimes(const RecordedSegment& segment, bool pointerDrawn) {
@@ -179,9 +193,10 @@ FrameCompositor::FrameCompositor(std::span<const RecordedSegment> segments,
       continue;
     }
     const bool drawPointer = settings.showCursor && !segment.framesShowCursor;
+    PictureRuns runs = pictureRuns(segment);
     std::vector<TimeSpan> idle;
     if (settings.idleStrategy) {
-      idle = SegmentClock::idleStretches(changeTimes(segment), inputTimes(segment, drawPointer),
+      idle = SegmentClock::idleStretches(runs.changeTimes, inputTimes(segment, drawPointer),
                                          length, settings.idleThreshold);
     }
     std::vector<double> keys;
@@ -211,6 +226,7 @@ FrameCompositor::FrameCompositor(std::span<const RecordedSegment> segments,
         ElementHighlights(segment.demoEvents),
         CameraTrack(segment.demoEvents),
         WindowChrome(segment),
+        std::move(runs.first),
     });
     clocks.push_back(clock);
     effects_.push_back(std::move(effects));
@@ -234,6 +250,20 @@ FrameCompositor::FrameCompositor(std::span<const RecordedSegment> segments,
     }
   }
   timeline_ = RenderTimeline::build(segments, clocks, cards, settings.fps, settings.transition);
+  // A repeated picture is shown as the frame that began its run.
+  const auto picture = [&](int segment, int& frame) {
+    if (segment >= 0 && frame >= 0 && effects_[static_cast<std::size_t>(segment)]) {
+      frame = effects_[static_cast<std::size_t>(segment)]->pictures[static_cast<std::size_t>(frame)];
+    }
+  };
+  for (TimelineFrame& entry : timeline_) {
+    if (entry.source == TimelineSource::segment) {
+      picture(entry.segment, entry.frame);
+    }
+    if (entry.nextSource == TimelineSource::segment) {
+      picture(entry.nextSegment, entry.nextFrame);
+    }
+  }
 }
 
 FrameCompositor::~FrameCompositor() = default;
@@ -331,7 +361,7 @@ Image FrameCompositor::segmentFrame(int segment, int frame, double time, bool& d
     effects.badges->paint(cairo, area, placed.uiScale, time);
   }
   owned.reset();
-  return canvas.image();
+  return std::move(canvas).release();
 }
 
 Image FrameCompositor::sourceFrame(TimelineSource source, int segment, int frame, double time,
@@ -353,7 +383,7 @@ Image FrameCompositor::sourceFrame(TimelineSource source, int segment, int frame
   cairo_set_source_rgb(cairo.get(), 0, 0, 0);
   cairo_paint_with_alpha(cairo.get(), std::clamp(dip, 0.0, 1.0));
   cairo.reset();
-  return dipped.image();
+  return std::move(dipped).release();
 }
 
 std::optional<Image> FrameCompositor::frame(int index) const {
@@ -382,7 +412,7 @@ std::optional<Image> FrameCompositor::frame(int index) const {
   cairo_set_source_surface(cairo.get(), nextSurface.get(), 0, 0);
   cairo_paint_with_alpha(cairo.get(), std::clamp(entry.blend, 0.0, 1.0));
   cairo.reset();
-  return mixed.image();
+  return std::move(mixed).release();
 }
 
 bool FrameCompositor::overlaysChange(int segment, double from, double to) const {

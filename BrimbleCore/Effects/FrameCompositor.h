@@ -23,8 +23,8 @@ class TitleCardPainter;
 /// overlays (zoom, highlights, spotlights, click ripples, the pointer, key badges).
 ///
 /// Frames are decoded only when asked for, so memory holds a few frames whatever the
-/// recordings' length. Building it reads every compressed frame once when idle handling is on
-/// (to see where the picture changes), and otherwise only each segment's first frame.
+/// recordings' length. Building it reads every compressed frame once, to see where the picture
+/// changes: a repeated picture is decoded and drawn once.
 ///
 /// Thread-safe once built: `frame` may run on several threads at once. The segments must
 /// outlive it.

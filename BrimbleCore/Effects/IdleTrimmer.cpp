@@ -20,7 +20,7 @@ Image darkened(const Image& image, double amount) {
   cairo_set_source_rgb(cairo.get(), 0, 0, 0);
   cairo_paint_with_alpha(cairo.get(), amount);
   cairo.reset();
-  return surface.image();
+  return std::move(surface).release();
 }
 
 // The steps of a dip, as fractions of its half and how dark each is.

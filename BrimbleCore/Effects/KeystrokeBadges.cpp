@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cctype>
 #include <optional>
 #include <utility>
@@ -172,6 +173,10 @@ void KeystrokeBadges::paint(cairo_t* cairo, const CanvasRect& area, double uiSca
   const double top = area.y + area.height - pillHeight - 22 * ui + rise;
 
   cairo_save(cairo);
+  // The group is only as large as the clip: the badge, not the whole frame.
+  cairo_rectangle(cairo, std::floor(left) - 1, std::floor(top) - 1, std::ceil(pillWidth) + 2,
+                  std::ceil(pillHeight) + 2);
+  cairo_clip(cairo);
   cairo_push_group(cairo);
   roundedRectangle(cairo, left, top, pillWidth, pillHeight, pillHeight / 2.4);
   cairo_set_source_rgba(cairo, 0.08, 0.08, 0.1, 0.82);

@@ -94,7 +94,7 @@ TitleCardPainter::TitleCardPainter(const TitleCard& card, EffectColor background
   cairo_set_source_surface(compose.get(), text.surface(), 0, 0);
   cairo_paint(compose.get());
   compose.reset();
-  settled_ = settled.image();
+  settled_ = std::move(settled).release();
 }
 
 Image TitleCardPainter::frameAt(double time) const {
@@ -108,7 +108,7 @@ Image TitleCardPainter::frameAt(double time) const {
   cairo_set_source_surface(cairo.get(), text.get(), 0, (1 - p) * rise_);
   cairo_paint_with_alpha(cairo.get(), p);
   cairo.reset();
-  return frame.image();
+  return std::move(frame).release();
 }
 
 bool TitleCardPainter::changesBetween(double from, double to) const {

@@ -85,7 +85,7 @@ Image make(const SegmentLayout& layout, ImageSize canvas,
     WindowChrome::paintTitleBar(cairo.get(), layout, *titleBar, background.has_value());
   }
   cairo.reset();
-  return surface.image();
+  return std::move(surface).release();
 }
 
 }  // namespace brimble::WindowBackdrop

@@ -32,6 +32,22 @@ struct ScreenWindow {
   ScreenRect frame{};
 };
 
+/// The window manager's decorations around a window, in screen pixels: the title bar is `top`.
+struct FrameExtents {
+  int left = 0;
+  int right = 0;
+  int top = 0;
+  int bottom = 0;
+  bool operator==(const FrameExtents&) const = default;
+};
+
+/// A window with the window manager's frame around it, recordable as one window.
+struct DecoratedWindow {
+  /// The frame: its id names it to `openStream`, and `frame` covers decorations and content.
+  ScreenWindow window;
+  FrameExtents extents;
+};
+
 /// What a stream records: a rectangle of the screen (a region or a whole display), or one window
 /// wherever it is and whatever covers it.
 struct CaptureTarget {
@@ -119,6 +135,13 @@ class ScreenSource {
 
   /// The pointer's position in screen coordinates; no value when it cannot be read.
   virtual std::optional<std::pair<int, int>> pointerPosition() = 0;
+
+  /// The window manager's frame around window `windowID`, with its title bar and borders, when
+  /// it has one; no value for an undecorated window or one that is gone.
+  virtual std::optional<DecoratedWindow> decoratedWindow(std::uint32_t windowID) {
+    (void)windowID;
+    return std::nullopt;
+  }
 
   /// Whether its streams tell where the pointer is and what it looks like
   /// (ScreenStream::pointer), so that frames can be taken without it and have it drawn later.

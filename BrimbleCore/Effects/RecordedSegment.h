@@ -7,6 +7,7 @@
 #include "BrimbleCore/Automation/EventCapture.h"
 #include "BrimbleCore/Capture/CursorImage.h"
 #include "BrimbleCore/Capture/ScreenRect.h"
+#include "BrimbleCore/Capture/ScreenSource.h"
 #include "BrimbleCore/Encoding/CompressedFrameStore.h"
 
 namespace brimble {
@@ -52,15 +53,6 @@ struct PointerSample {
   double time = 0;
   ScreenPoint position;
   int cursor = -1;
-};
-
-/// The window manager's decorations around a window, in screen pixels: the title bar is `top`.
-struct FrameExtents {
-  int left = 0;
-  int right = 0;
-  int top = 0;
-  int bottom = 0;
-  bool operator==(const FrameExtents&) const = default;
 };
 
 /// One finished `record` of a script (or one recording of an assistant): its frames, what

@@ -61,8 +61,16 @@ CanvasLayout CanvasLayout::make(std::span<const RecordedSegment> segments,
       };
       placed.cropLeft = std::clamp(frame(extents.left), 0, size.width - 1);
       placed.cropTop = std::clamp(frame(extents.top), 0, size.height - 1);
-      placed.cropWidth = std::max(1, size.width - placed.cropLeft - frame(extents.right));
-      placed.cropHeight = std::max(1, size.height - placed.cropTop - frame(extents.bottom));
+      // The content's own size where the recorded area is known: the recorder may have left a
+      // last odd row or column off the frames, which must not come off the content.
+      const ScreenRect& area = segment.windowFrame;
+      const int contentWidth = area.empty() ? size.width - placed.cropLeft - frame(extents.right)
+                                            : frame(area.width - extents.left - extents.right);
+      const int contentHeight = area.empty()
+                                    ? size.height - placed.cropTop - frame(extents.bottom)
+                                    : frame(area.height - extents.top - extents.bottom);
+      placed.cropWidth = std::clamp(contentWidth, 1, size.width - placed.cropLeft);
+      placed.cropHeight = std::clamp(contentHeight, 1, size.height - placed.cropTop);
     } else {
       placed.cropWidth = size.width;
       placed.cropHeight = size.height;

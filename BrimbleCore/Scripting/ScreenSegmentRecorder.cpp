@@ -20,9 +20,15 @@ void ScreenSegmentRecorder::start(const SegmentRequest& request) {
   segment_.framesShowCursor = follow ? false : request.showCursor;
   const bool showCursor = follow ? false : request.showCursor;
   if (request.target.kind == CaptureTarget::Kind::window) {
-    const auto window = source_.window(request.target.windowID);
+    auto window = source_.window(request.target.windowID);
     if (!window) {
       throw ScreenCaptureError::windowNotFound(request.target.windowID);
+    }
+    // The window manager's frame is recorded with the window, so the render can keep the real
+    // title bar or cut it away exactly.
+    if (const auto decorated = source_.decoratedWindow(request.target.windowID)) {
+      window = decorated->window;
+      segment_.frameExtents = decorated->extents;
     }
     segment_.windowFrame = window->frame;
     recorder_.start(*window, request.fps, showCursor);

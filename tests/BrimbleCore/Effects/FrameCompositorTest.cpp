@@ -154,6 +154,7 @@ TEST(FrameCompositor, CroppingTheTitleBarRemovesExactlyTheFrameExtent) {
   std::vector<RecordedSegment> segments;
   segments.push_back(segmentOf(decorated));
   segments[0].scaleFactor = 0.5;
+  segments[0].windowFrame = {100, 50, 400, 300};  // screen pixels, twice the frames'
   segments[0].frameExtents = {2, 2, 24, 2};
   RenderSettings settings = tenFPS();
   const auto redRows = [](const Image& image) {

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Effects/FrameCompositor.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/X11ScreenStream.h"
 #include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
@@ -176,28 +177,54 @@ TEST(X11ScreenSource, SegmentsAreRecordedWithoutThePointerAndWithItsTrackBeside)
   ASSERT_TRUE(eventually([&] { return recorder.frameCount() >= 3; }));
   red.warpPointer(frame.x + 200, frame.y + 150);
   ASSERT_TRUE(eventually([&] { return recorder.frameCount() >= 8; }));
-  const RecordedSegment segment = recorder.stop();
+  RecordedSegment segment = recorder.stop();
 
   EXPECT_FALSE(segment.framesShowCursor);
   ASSERT_TRUE(segment.frames);
+  // The window manager's frame is recorded around the window, its extents beside it.
+  const FrameExtents extents = segment.frameExtents;
+  EXPECT_GT(extents.top, 0);
+  EXPECT_EQ(segment.windowFrame.width, 320 + extents.left + extents.right);
+  EXPECT_EQ(segment.windowFrame.height, 240 + extents.top + extents.bottom);
   const auto last = decodeImage(segment.frames->data(segment.frames->count() - 1));
   ASSERT_TRUE(last);
-  // JPEG keeps red red, and no dark pointer pixels anywhere.
-  int dark = 0;
-  for (int y = 0; y < last->height(); ++y) {
-    for (int x = 0; x < last->width(); ++x) {
-      dark += testing::pixelAt(*last, x, y).r < 128 ? 1 : 0;
+  // JPEG keeps red red, and no dark pointer pixels anywhere in the window.
+  const auto darkPixels = [](const Image& image, int left, int top, int width, int height) {
+    int dark = 0;
+    for (int y = top; y < top + height; ++y) {
+      for (int x = left; x < left + width; ++x) {
+        dark += testing::pixelAt(image, x, y).r < 128 ? 1 : 0;
+      }
     }
+    return dark;
+  };
+  EXPECT_EQ(darkPixels(*last, extents.left, extents.top, 320, 240), 0);
+
+  // Rendered without the title bar, exactly the window is left: all of it red but the pointer,
+  // which the render draws where the track says.
+  std::vector<RecordedSegment> segments;
+  segments.push_back(std::move(segment));
+  RenderSettings settings;
+  settings.fps = 20;
+  settings.includeTitleBar = false;
+  settings.showCursor = false;
+  const FrameCompositor cropped(segments, settings);
+  EXPECT_EQ(cropped.canvasSize(), (ImageSize{320, 240}));
+  EXPECT_EQ(darkPixels(*cropped.frame(0), 0, 0, 320, 240), 0);
+  settings.includeTitleBar = true;
+  const FrameCompositor kept(segments, settings);
+  const Image decorated = *kept.frame(0);
+  EXPECT_GT(darkPixels(decorated, extents.left, 0, 320, extents.top), 320 * extents.top / 4)
+      << "the title bar";
+  const RecordedSegment& recorded = segments[0];
+  ASSERT_GE(recorded.pointerTrack.size(), 8u);
+  EXPECT_EQ(recorded.pointerTrack.front().position, (ScreenPoint{frame.x + 40, frame.y + 40}));
+  EXPECT_EQ(recorded.pointerTrack.back().position, (ScreenPoint{frame.x + 200, frame.y + 150}));
+  for (std::size_t i = 1; i < recorded.pointerTrack.size(); ++i) {
+    EXPECT_GE(recorded.pointerTrack[i].time, recorded.pointerTrack[i - 1].time);
   }
-  EXPECT_EQ(dark, 0);
-  ASSERT_GE(segment.pointerTrack.size(), 8u);
-  EXPECT_EQ(segment.pointerTrack.front().position, (ScreenPoint{frame.x + 40, frame.y + 40}));
-  EXPECT_EQ(segment.pointerTrack.back().position, (ScreenPoint{frame.x + 200, frame.y + 150}));
-  for (std::size_t i = 1; i < segment.pointerTrack.size(); ++i) {
-    EXPECT_GE(segment.pointerTrack[i].time, segment.pointerTrack[i - 1].time);
-  }
-  ASSERT_FALSE(segment.cursorImages.empty());
-  EXPECT_EQ(segment.pointerTrack.back().cursor, static_cast<int>(segment.cursorImages.size()) - 1);
+  ASSERT_FALSE(recorded.cursorImages.empty());
+  EXPECT_EQ(recorded.pointerTrack.back().cursor, static_cast<int>(recorded.cursorImages.size()) - 1);
 }
 
 /// Whether each System V segment this process created is marked for removal (SHM_DEST).

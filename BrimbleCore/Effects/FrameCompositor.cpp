@@ -15,6 +15,7 @@
 #include "BrimbleCore/Effects/ElementHighlights.h"
 #include "BrimbleCore/Effects/KeystrokeBadges.h"
 #include "BrimbleCore/Effects/SpotlightTrack.h"
+#include "BrimbleCore/Effects/StdoutLocator.h"
 #include "BrimbleCore/Effects/TitleCardPainter.h"
 #include "BrimbleCore/Effects/WindowBackdrop.h"
 #include "BrimbleCore/Effects/WindowChrome.h"
@@ -95,6 +96,24 @@ PictureRuns pictureRuns(const RecordedSegment& segment) {
     previous = std::move(data);
   }
   return runs;
+}
+
+// Where the command output of a `spotlight stdout` annotation shows, in screen coordinates:
+// read off the frame on screen when the spotlight begins. Empty when it cannot be found.
+ScreenRect outputLine(const RecordedSegment& segment, const EffectAnnotation& annotation) {
+  const int index = RenderTimeline::frameAt(segment, annotation.startTime);
+  const auto frame = decodeImage(segment.frames->data(index));
+  if (!frame) {
+    return {};
+  }
+  const auto line = StdoutLocator::locate(*frame, annotation.text);
+  if (!line) {
+    return {};
+  }
+  const double scale = segment.scaleFactor > 0 ? segment.scaleFactor : 1;
+  const auto screen = [&](int pixels) { return static_cast<int>(std::lround(pixels / scale)); };
+  return {segment.windowFrame.x + screen(line->x), segment.windowFrame.y + screen(line->y),
+          screen(line->width), screen(line->height)};
 }
 
 std::vector<double> inputTimes(const RecordedSegment& segment, bool pointerDrawn) {
@@ -211,7 +230,9 @@ FrameCompositor::FrameCompositor(std::span<const RecordedSegment> segments,
                                                       keys);
     std::vector<ScreenRect> lights;
     for (const EffectAnnotation& annotation : segment.effects) {
-      lights.push_back(annotation.rect);
+      lights.push_back(annotation.rect.empty() && !annotation.text.empty()
+                           ? outputLine(segment, annotation)
+                           : annotation.rect);
     }
     auto effects = std::make_unique<SegmentEffects>(SegmentEffects{
         clock,

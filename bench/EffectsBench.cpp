@@ -54,7 +54,8 @@ RecordedSegment busySegment(int storedFrames) {
   for (int i = 0; i <= kSeconds * kFPS; ++i) {
     const double t = i / static_cast<double>(kFPS);
     segment.pointerTrack.push_back(
-        {t, {400 + static_cast<int>(300 * std::sin(t)), 250 + static_cast<int>(180 * std::cos(t))},
+        {t,
+         {400 + static_cast<int>(300 * std::sin(t)), 250 + static_cast<int>(180 * std::cos(t))},
          -1});
   }
   for (double t = 0.25; t < kSeconds; t += 0.5) {
@@ -112,12 +113,14 @@ void run(benchmark::State& state, int storedFrames) {
     benchmark::DoNotOptimize(compositor.frame(k));
     k = (k + 1) % compositor.frameCount();
   }
-  state.counters["realtime"] =
-      benchmark::Counter(static_cast<double>(state.iterations()) / kFPS, benchmark::Counter::kIsRate);
+  state.counters["realtime"] = benchmark::Counter(static_cast<double>(state.iterations()) / kFPS,
+                                                  benchmark::Counter::kIsRate);
   state.counters["width"] = compositor.canvasSize().width;
 }
 
-void BM_EffectsPassAllOn800x500(benchmark::State& state) { run(state, 1); }
+void BM_EffectsPassAllOn800x500(benchmark::State& state) {
+  run(state, 1);
+}
 BENCHMARK(BM_EffectsPassAllOn800x500)->Unit(benchmark::kMillisecond);
 
 void BM_EffectsPassAllOn800x500WithDecoding(benchmark::State& state) {

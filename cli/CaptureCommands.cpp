@@ -20,9 +20,9 @@
 #include "BrimbleCore/Effects/SegmentRenderer.h"
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
-#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Support/Clock.h"
 #include "cli/AnimationOutput.h"
 #include "cli/DisplaySession.h"
@@ -293,8 +293,8 @@ RenderSettings effectSettings(const CaptureOptions& options) {
 /// A recording with effects: frames without the pointer, the pointer's track and the input
 /// beside them, then the effects pass into the encoder.
 int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
-                         const DisplaySession& session, ScreenSource& source,
-                         const Target& target, OutputFormat format, const std::stop_token& stop) {
+                         const DisplaySession& session, ScreenSource& source, const Target& target,
+                         OutputFormat format, const std::stop_token& stop) {
   const char* command = "record";
   RenderSettings settings = effectSettings(options);
   settings.format = format;
@@ -304,8 +304,8 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
   });
   recorder.start({target.captureTarget(), options.fps, !options.noCursor});
   const auto started = Clock::now();
-  fmt::print(stderr, "brimble record: recording {} with effects, {} fps; {}\n",
-             target.description, options.fps,
+  fmt::print(stderr, "brimble record: recording {} with effects, {} fps; {}\n", target.description,
+             options.fps,
              options.duration > 0 ? fmt::format("{} s or Ctrl-C", options.duration)
                                   : std::string("Ctrl-C stops"));
   const auto deadline = started + std::chrono::duration_cast<Clock::duration>(
@@ -471,9 +471,10 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
                    "Seconds without change or input that count as a pause")
       ->check(numberIn(0, 3600))
       ->capture_default_str();
-  command->add_option("--background", options->background,
-                      "Set the recording on this colour (#rrggbb) with padding, rounded corners "
-                      "and a soft shadow")
+  command
+      ->add_option("--background", options->background,
+                   "Set the recording on this colour (#rrggbb) with padding, rounded corners "
+                   "and a soft shadow")
       ->type_name("COLOR");
   command
       ->add_option("-o,--output", options->output,

@@ -64,8 +64,7 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
   if (!options.idleStrategy.empty()) {
     idle = idleStrategyFromArgument(options.idleStrategy);
     if (!idle) {
-      fmt::print(stderr,
-                 "brimble process: unknown idle strategy \"{}\" (use cut, ramp or fade)\n",
+      fmt::print(stderr, "brimble process: unknown idle strategy \"{}\" (use cut, ramp or fade)\n",
                  options.idleStrategy);
       return kExitUsage;
     }

@@ -13,11 +13,15 @@
 
 namespace brimble {
 
-void CairoCloser::operator()(cairo_t* cairo) const noexcept { cairo_destroy(cairo); }
+void CairoCloser::operator()(cairo_t* cairo) const noexcept {
+  cairo_destroy(cairo);
+}
 void CairoSurfaceCloser::operator()(cairo_surface_t* surface) const noexcept {
   cairo_surface_destroy(surface);
 }
-void PangoLayoutCloser::operator()(PangoLayout* layout) const noexcept { g_object_unref(layout); }
+void PangoLayoutCloser::operator()(PangoLayout* layout) const noexcept {
+  g_object_unref(layout);
+}
 void PangoFontDescriptionCloser::operator()(PangoFontDescription* font) const noexcept {
   pango_font_description_free(font);
 }
@@ -85,9 +89,13 @@ std::uint8_t* DrawingSurface::data() noexcept {
   return pixels_.data();
 }
 
-void DrawingSurface::markDirty() noexcept { cairo_surface_mark_dirty(surface_.get()); }
+void DrawingSurface::markDirty() noexcept {
+  cairo_surface_mark_dirty(surface_.get());
+}
 
-void DrawingSurface::flush() const noexcept { cairo_surface_flush(surface_.get()); }
+void DrawingSurface::flush() const noexcept {
+  cairo_surface_flush(surface_.get());
+}
 
 CairoSurfacePtr surfaceOver(const Image& image) {
   // cairo wants a mutable pointer, but a surface only ever used as a source never writes.

@@ -37,7 +37,8 @@ CanvasRect mixed(const CanvasRect& a, const CanvasRect& b, double p) {
 CameraTrack::CameraTrack(std::span<const DemoEvent> demoEvents) {
   for (const DemoEvent& event : demoEvents) {
     if (event.kind == DemoEvent::Kind::zoom && event.scale > 0 && !event.rect.empty()) {
-      moves_.push_back({event.time, std::max(event.duration, 0.0),
+      moves_.push_back({event.time,
+                        std::max(event.duration, 0.0),
                         {std::clamp(event.scale, 1.0, 8.0), event.rect}});
     } else if (event.kind == DemoEvent::Kind::zoomOut) {
       moves_.push_back({event.time, std::max(event.duration, 0.0), {1, std::nullopt}});
@@ -53,8 +54,7 @@ CanvasRect CameraTrack::contentAt(const SegmentLayout& layout, double time) cons
       return layout.content;
     }
     const CanvasRect target = layout.toCanvas(*view.target);
-    return framed(layout, view.scale,
-                  {target.x + target.width / 2, target.y + target.height / 2});
+    return framed(layout, view.scale, {target.x + target.width / 2, target.y + target.height / 2});
   };
   CanvasRect current = layout.content;
   for (const Move& move : moves_) {

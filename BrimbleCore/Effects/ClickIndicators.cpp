@@ -9,7 +9,9 @@
 namespace brimble {
 namespace {
 
-double easeOut(double p) { return 1 - (1 - p) * (1 - p) * (1 - p); }
+double easeOut(double p) {
+  return 1 - (1 - p) * (1 - p) * (1 - p);
+}
 
 void ripple(cairo_t* cairo, CanvasPoint centre, double radius, double alpha, double red,
             double green, double blue, double ui) {

@@ -30,10 +30,10 @@ CursorTrack::CursorTrack(const RecordedSegment& segment, bool smoothing)
   std::vector<Pin> clicks;
   for (const InputEvent& event : segment.events) {
     if (event.kind == InputEvent::Kind::mouseDown || event.kind == InputEvent::Kind::mouseUp) {
-      clicks.push_back({event.timestamp,
-                        {static_cast<double>(event.position.x),
-                         static_cast<double>(event.position.y)},
-                        kClickPull});
+      clicks.push_back(
+          {event.timestamp,
+           {static_cast<double>(event.position.x), static_cast<double>(event.position.y)},
+           kClickPull});
     }
   }
   // Neighbouring pins bend the path over disjoint spans, so each is met exactly.

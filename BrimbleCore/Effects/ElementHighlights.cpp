@@ -48,8 +48,8 @@ void ElementHighlights::paint(cairo_t* cairo, const SegmentLayout& layout, doubl
     if (time < mark.start || time > mark.end) {
       continue;
     }
-    const double alpha = std::clamp(
-        std::min((time - mark.start) / kFadeIn, (mark.end - time) / kFadeOut), 0.0, 1.0);
+    const double alpha =
+        std::clamp(std::min((time - mark.start) / kFadeIn, (mark.end - time) / kFadeOut), 0.0, 1.0);
     const CanvasRect r = layout.toCanvas(mark.rect);
     const double margin = 4 * ui;
     const double radius = 6 * ui;

@@ -158,7 +158,8 @@ void roundCorners(cairo_t* cairo, const SegmentLayout& layout, cairo_surface_t* 
     double x;
     double y;
   };
-  std::vector<Corner> corners = {{w.x, c.y + c.height - r}, {w.x + w.width - r, c.y + c.height - r}};
+  std::vector<Corner> corners = {{w.x, c.y + c.height - r},
+                                 {w.x + w.width - r, c.y + c.height - r}};
   if (top) {
     corners.push_back({w.x, c.y});
     corners.push_back({w.x + w.width - r, c.y});
@@ -215,8 +216,8 @@ FrameCompositor::FrameCompositor(std::span<const RecordedSegment> segments,
     PictureRuns runs = pictureRuns(segment);
     std::vector<TimeSpan> idle;
     if (settings.idleStrategy) {
-      idle = SegmentClock::idleStretches(runs.changeTimes, inputTimes(segment, drawPointer),
-                                         length, settings.idleThreshold);
+      idle = SegmentClock::idleStretches(runs.changeTimes, inputTimes(segment, drawPointer), length,
+                                         settings.idleThreshold);
     }
     std::vector<double> keys;
     std::vector<TimeSpan> bursts;
@@ -224,10 +225,10 @@ FrameCompositor::FrameCompositor(std::span<const RecordedSegment> segments,
       keys = SegmentClock::typedKeyTimes(segment.events);
       bursts = SegmentClock::typingBursts(keys);
     }
-    SegmentClock clock = idle.empty() && bursts.empty()
-                             ? SegmentClock(length)
-                             : SegmentClock::remapped(length, idle, settings.idleStrategy, bursts,
-                                                      keys);
+    SegmentClock clock =
+        idle.empty() && bursts.empty()
+            ? SegmentClock(length)
+            : SegmentClock::remapped(length, idle, settings.idleStrategy, bursts, keys);
     std::vector<ScreenRect> lights;
     for (const EffectAnnotation& annotation : segment.effects) {
       lights.push_back(annotation.rect.empty() && !annotation.text.empty()
@@ -274,7 +275,8 @@ FrameCompositor::FrameCompositor(std::span<const RecordedSegment> segments,
   // A repeated picture is shown as the frame that began its run.
   const auto picture = [&](int segment, int& frame) {
     if (segment >= 0 && frame >= 0 && effects_[static_cast<std::size_t>(segment)]) {
-      frame = effects_[static_cast<std::size_t>(segment)]->pictures[static_cast<std::size_t>(frame)];
+      frame =
+          effects_[static_cast<std::size_t>(segment)]->pictures[static_cast<std::size_t>(frame)];
     }
   };
   for (TimelineFrame& entry : timeline_) {
@@ -413,8 +415,8 @@ std::optional<Image> FrameCompositor::frame(int index) const {
   }
   const TimelineFrame& entry = timeline_[static_cast<std::size_t>(index)];
   bool firstDecoded = true;
-  Image first = sourceFrame(entry.source, entry.segment, entry.frame, entry.time, entry.dip,
-                            firstDecoded);
+  Image first =
+      sourceFrame(entry.source, entry.segment, entry.frame, entry.time, entry.dip, firstDecoded);
   if (entry.nextFrame < 0) {
     return firstDecoded ? std::optional<Image>(first) : std::nullopt;
   }

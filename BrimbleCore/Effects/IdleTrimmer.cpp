@@ -24,7 +24,8 @@ Image darkened(const Image& image, double amount) {
 }
 
 // The steps of a dip, as fractions of its half and how dark each is.
-constexpr std::array<std::pair<double, double>, 3> kDipOut = {{{0.4, 0.3}, {0.3, 0.7}, {0.3, 0.95}}};
+constexpr std::array<std::pair<double, double>, 3> kDipOut = {
+    {{0.4, 0.3}, {0.3, 0.7}, {0.3, 0.95}}};
 
 }  // namespace
 
@@ -53,8 +54,8 @@ std::vector<ProcessedFrame> apply(std::span<const ProcessedFrame> frames, IdleSt
       // Up out of the dark over the first half beat (or the whole frame when shorter).
       const double half = std::min(SegmentClock::kIdleBeat / 2, held.delay / 2);
       for (auto step = kDipOut.rbegin(); step != kDipOut.rend(); ++step) {
-        result.push_back({darkened(held.image, step->second), half * step->first,
-                          held.sourceTimestamp});
+        result.push_back(
+            {darkened(held.image, step->second), half * step->first, held.sourceTimestamp});
       }
       held.delay -= half;
       dipIn = false;

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cctype>
+#include <cmath>
 #include <optional>
 #include <utility>
 
@@ -67,25 +67,11 @@ std::string capLabel(const std::string& key) {
 
 std::string KeystrokeBadges::specialKeyLabel(const std::string& key) {
   static const std::array<std::pair<const char*, const char*>, 19> kSpecial = {{
-      {"Return", "Enter"},
-      {"KP_Enter", "Enter"},
-      {"Tab", "Tab"},
-      {"ISO_Left_Tab", "Tab"},
-      {"Escape", "Esc"},
-      {"Left", "\u2190"},
-      {"Right", "\u2192"},
-      {"Up", "\u2191"},
-      {"Down", "\u2193"},
-      {"BackSpace", "\u232B"},
-      {"Delete", "Del"},
-      {"Home", "Home"},
-      {"End", "End"},
-      {"Prior", "PgUp"},
-      {"Page_Up", "PgUp"},
-      {"Next", "PgDn"},
-      {"Page_Down", "PgDn"},
-      {"Insert", "Ins"},
-      {"space", "Space"},
+      {"Return", "Enter"},   {"KP_Enter", "Enter"},   {"Tab", "Tab"},      {"ISO_Left_Tab", "Tab"},
+      {"Escape", "Esc"},     {"Left", "\u2190"},      {"Right", "\u2192"}, {"Up", "\u2191"},
+      {"Down", "\u2193"},    {"BackSpace", "\u232B"}, {"Delete", "Del"},   {"Home", "Home"},
+      {"End", "End"},        {"Prior", "PgUp"},       {"Page_Up", "PgUp"}, {"Next", "PgDn"},
+      {"Page_Down", "PgDn"}, {"Insert", "Ins"},       {"space", "Space"},
   }};
   for (const auto& [name, label] : kSpecial) {
     if (key == name) {
@@ -138,13 +124,13 @@ KeystrokeBadges::KeystrokeBadges(std::span<const InputEvent> events) {
 
 void KeystrokeBadges::paint(cairo_t* cairo, const CanvasRect& area, double uiScale,
                             double time) const {
-  const auto badge = std::find_if(badges_.begin(), badges_.end(), [&](const Badge& b) {
-    return time >= b.time && time < b.end;
-  });
+  const auto badge = std::find_if(badges_.begin(), badges_.end(),
+                                  [&](const Badge& b) { return time >= b.time && time < b.end; });
   if (badge == badges_.end()) {
     return;
   }
-  const double alpha = std::min({1.0, (time - badge->time) / kFadeIn, (badge->end - time) / kFadeOut});
+  const double alpha =
+      std::min({1.0, (time - badge->time) / kFadeIn, (badge->end - time) / kFadeOut});
   const double ui = std::clamp(uiScale, 0.5, 2.0);
   const double fontSize = 17 * ui;
   const double capPadX = 9 * ui;

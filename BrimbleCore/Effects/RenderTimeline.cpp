@@ -6,10 +6,9 @@
 namespace brimble {
 
 bool TimelineFrame::showsSameAs(const TimelineFrame& other) const noexcept {
-  const auto sameFirst = source == other.source &&
-                         (source == TimelineSource::segment
-                              ? segment == other.segment && frame == other.frame
-                              : true);
+  const auto sameFirst =
+      source == other.source &&
+      (source == TimelineSource::segment ? segment == other.segment && frame == other.frame : true);
   const auto sameNext = nextSegment == other.nextSegment && nextSource == other.nextSource &&
                         nextFrame == other.nextFrame;
   return sameFirst && sameNext && blend == other.blend && dip == other.dip;
@@ -87,8 +86,8 @@ std::vector<TimelineFrame> build(std::span<const RecordedSegment> segments,
   }
   for (std::size_t i = 0; i < segments.size() && i < clocks.size(); ++i) {
     if (hasFrames(segments[i]) && clocks[i].length() > 0) {
-      clips.push_back({TimelineSource::segment, static_cast<int>(i), &clocks[i],
-                       clocks[i].length()});
+      clips.push_back(
+          {TimelineSource::segment, static_cast<int>(i), &clocks[i], clocks[i].length()});
       segmentLengths.push_back(clocks[i].length());
     }
   }
@@ -105,9 +104,9 @@ std::vector<TimelineFrame> build(std::span<const RecordedSegment> segments,
   for (std::size_t i = 0; i + 1 < clips.size(); ++i) {
     const bool card = clips[i].source != TimelineSource::segment ||
                       clips[i + 1].source != TimelineSource::segment;
-    fades[i] = card ? std::min({std::max(cards.fade, 0.0), clips[i].length / 2,
-                                clips[i + 1].length / 2})
-                    : segmentFade;
+    fades[i] =
+        card ? std::min({std::max(cards.fade, 0.0), clips[i].length / 2, clips[i + 1].length / 2})
+             : segmentFade;
   }
   std::vector<double> starts(clips.size(), 0);
   for (std::size_t i = 1; i < clips.size(); ++i) {

@@ -32,8 +32,8 @@ SegmentClock::SegmentClock(double length) : outputLength_(std::max(length, 0.0))
 }
 
 std::vector<TimeSpan> SegmentClock::idleStretches(std::span<const double> changeTimes,
-                                                  std::span<const double> inputTimes,
-                                                  double length, double threshold) {
+                                                  std::span<const double> inputTimes, double length,
+                                                  double threshold) {
   std::vector<double> activity(changeTimes.begin(), changeTimes.end());
   activity.insert(activity.end(), inputTimes.begin(), inputTimes.end());
   activity.push_back(0);

@@ -52,8 +52,7 @@ class SegmentClock {
   /// `bursts` moved to an even cadence.
   static SegmentClock remapped(double length, std::span<const TimeSpan> stretches,
                                std::optional<IdleStrategy> strategy,
-                               std::span<const TimeSpan> bursts,
-                               std::span<const double> keyTimes);
+                               std::span<const TimeSpan> bursts, std::span<const double> keyTimes);
 
   /// Seconds the segment plays for.
   double length() const noexcept { return outputLength_; }

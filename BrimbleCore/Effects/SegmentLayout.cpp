@@ -12,7 +12,9 @@ constexpr double kPadding = 48;           // at a uiScale of 1
 constexpr double kCornerRadius = 10;      // at a uiScale of 1
 constexpr double kReferenceWidth = 800;
 
-int even(double size) { return std::max(2, static_cast<int>(std::lround(size / 2)) * 2); }
+int even(double size) {
+  return std::max(2, static_cast<int>(std::lround(size / 2)) * 2);
+}
 
 }  // namespace
 
@@ -66,9 +68,8 @@ CanvasLayout CanvasLayout::make(std::span<const RecordedSegment> segments,
       const ScreenRect& area = segment.windowFrame;
       const int contentWidth = area.empty() ? size.width - placed.cropLeft - frame(extents.right)
                                             : frame(area.width - extents.left - extents.right);
-      const int contentHeight = area.empty()
-                                    ? size.height - placed.cropTop - frame(extents.bottom)
-                                    : frame(area.height - extents.top - extents.bottom);
+      const int contentHeight = area.empty() ? size.height - placed.cropTop - frame(extents.bottom)
+                                             : frame(area.height - extents.top - extents.bottom);
       placed.cropWidth = std::clamp(contentWidth, 1, size.width - placed.cropLeft);
       placed.cropHeight = std::clamp(contentHeight, 1, size.height - placed.cropTop);
     } else {

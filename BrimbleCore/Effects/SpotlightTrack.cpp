@@ -36,8 +36,12 @@ SpotlightTrack::SpotlightTrack(std::span<const EffectAnnotation> annotations,
     if (rects[i].empty()) {
       continue;
     }
-    Light light{annotation.startTime, annotation.startTime + std::max(annotation.duration, 0.0),
-                rects[i], std::nullopt, true, true};
+    Light light{annotation.startTime,
+                annotation.startTime + std::max(annotation.duration, 0.0),
+                rects[i],
+                std::nullopt,
+                true,
+                true};
     if (annotation.kind == EffectAnnotation::Kind::spotlightShift && !lights_.empty()) {
       Light& previous = lights_.back();
       light.from = previous.rect;
@@ -110,8 +114,8 @@ void SpotlightTrack::paint(cairo_t* cairo, const SegmentLayout& layout, const Ca
 bool SpotlightTrack::changesBetween(double from, double to) const {
   for (const Light& light : lights_) {
     const double glideEnd = light.start + (light.from ? kShift : kFade);
-    const bool fading = (light.start <= to && glideEnd >= from) ||
-                        (light.end - kFade <= to && light.end >= from);
+    const bool fading =
+        (light.start <= to && glideEnd >= from) || (light.end - kFade <= to && light.end >= from);
     if (fading) {
       return true;
     }

@@ -50,9 +50,8 @@ std::optional<std::vector<OCRLine>> readLines(const std::vector<std::uint8_t>& p
       temporaryDirectory() / ("brimble-ocr-" + makeUUIDString() + ".png");
   std::string output;
   try {
-    writeFileAtomically(file, std::string_view(reinterpret_cast<const char*>(png.data()),
-                                               png.size()),
-                        0600);
+    writeFileAtomically(
+        file, std::string_view(reinterpret_cast<const char*>(png.data()), png.size()), 0600);
     SpawnOptions options;
     options.output = StreamConnection::pipe;
     Subprocess tesseract =
@@ -144,8 +143,8 @@ std::optional<ScreenRect> locate(const Image& frame, std::string_view text) {
   if (frame.empty() || normalized(text).empty()) {
     return std::nullopt;
   }
-  const Image large = ImageScaler::resize(
-      frame.toBGRA8(), {frame.width() * kUpscale, frame.height() * kUpscale});
+  const Image large =
+      ImageScaler::resize(frame.toBGRA8(), {frame.width() * kUpscale, frame.height() * kUpscale});
   const auto lines = readLines(encodePNG(large));
   if (!lines) {
     return std::nullopt;

@@ -20,8 +20,7 @@ double easeOut(double p) {
 
 TitleCardPainter::TitleCardPainter(const TitleCard& card, EffectColor background,
                                    EffectColor foreground, ImageSize canvas, bool intro)
-    : duration_(card.duration.value_or(kDefaultDuration)),
-      intro_(intro) {
+    : duration_(card.duration.value_or(kDefaultDuration)), intro_(intro) {
   const double width = canvas.width;
   const double height = canvas.height;
   DrawingSurface backdrop(canvas.width, canvas.height);
@@ -31,9 +30,8 @@ TitleCardPainter::TitleCardPainter(const TitleCard& card, EffectColor background
     CairoPtr cairo = backdrop.context();
     cairo_set_source_rgb(cairo.get(), background.red, background.green, background.blue);
     cairo_paint(cairo.get());
-    cairo_pattern_t* light =
-        cairo_pattern_create_radial(width / 2, -height * 0.2, 0, width / 2, -height * 0.2,
-                                    std::max(width, height) * 1.1);
+    cairo_pattern_t* light = cairo_pattern_create_radial(
+        width / 2, -height * 0.2, 0, width / 2, -height * 0.2, std::max(width, height) * 1.1);
     const double lift = background.luminance() < 0.5 ? 1 : 0;
     cairo_pattern_add_color_stop_rgba(light, 0, lift, lift, lift, 0.10);
     cairo_pattern_add_color_stop_rgba(light, 1, lift, lift, lift, 0);
@@ -65,8 +63,7 @@ TitleCardPainter::TitleCardPainter(const TitleCard& card, EffectColor background
     int subtitleWidth = 0;
     pango_layout_get_pixel_size(subtitle.get(), &subtitleWidth, &subtitleHeight);
   }
-  const double block =
-      titleHeight + (subtitle ? gap + rule + gap + subtitleHeight : 0);
+  const double block = titleHeight + (subtitle ? gap + rule + gap + subtitleHeight : 0);
   double y = (height - block) / 2;
   const double x = (width - wrapWidth) / 2;
   cairo_set_source_rgba(cairo.get(), foreground.red, foreground.green, foreground.blue, 1);

@@ -60,8 +60,7 @@ WindowChrome::WindowChrome(const RecordedSegment& segment) : initial_(segment.ch
   }
   // A page typed in without a recorded navigation is typed from the segment's start.
   if (navigations_.empty() && segment.chromeTyping && !initial_.empty()) {
-    navigations_.push_back(
-        {0, std::min(2.0, kTypingStep * characterCount(initial_)), initial_});
+    navigations_.push_back({0, std::min(2.0, kTypingStep * characterCount(initial_)), initial_});
     initial_.clear();
   }
   std::stable_sort(navigations_.begin(), navigations_.end(),
@@ -149,8 +148,7 @@ void WindowChrome::paintAddressBar(cairo_t* cairo, const SegmentLayout& layout, 
   }
   const double fieldX = bar.x + 60 * ui;
   const double fieldHeight = bar.height - 12 * ui;
-  const CanvasRect field{fieldX, bar.y + 6 * ui, bar.x + bar.width - 12 * ui - fieldX,
-                         fieldHeight};
+  const CanvasRect field{fieldX, bar.y + 6 * ui, bar.x + bar.width - 12 * ui - fieldX, fieldHeight};
   roundedRectangle(cairo, field.x, field.y, field.width, field.height, fieldHeight / 2);
   cairo_set_source_rgb(cairo, 1, 1, 1);
   cairo_fill_preserve(cairo);

@@ -125,8 +125,9 @@ TEST(BrimbleRecord, EffectsSetTheWindowOnABackgroundDrawThePointerAndCutThePause
   x11::X11ScreenSource source(display->displayName());
   const ScreenRect frame = source.window(red.id())->frame;
   red.warpPointer(frame.x + 100, frame.y + 80);
-  ASSERT_TRUE(testing::eventually(
-      [&] { return source.pointerPosition() == std::pair{frame.x + 100, frame.y + 80}; }));
+  ASSERT_TRUE(testing::eventually([&] {
+    return source.pointerPosition() == std::pair{frame.x + 100, frame.y + 80};
+  }));
   TempDirectory directory;
   const auto out = directory / "effects.gif";
   const auto result = runCommand(
@@ -159,8 +160,8 @@ TEST(BrimbleRecord, EffectsSetTheWindowOnABackgroundDrawThePointerAndCutThePause
   }
   EXPECT_GT(drawn, 20);
   // Nothing moved for 3 s: the pause is cut to half a second.
-  const int centiseconds = std::accumulate(decoded->delaysCentiseconds.begin(),
-                                           decoded->delaysCentiseconds.end(), 0);
+  const int centiseconds =
+      std::accumulate(decoded->delaysCentiseconds.begin(), decoded->delaysCentiseconds.end(), 0);
   EXPECT_GE(centiseconds, 40);
   EXPECT_LE(centiseconds, 70);
 

@@ -263,9 +263,9 @@ TEST(BrimbleProcess, IdleStrategiesShortenPausesAndDedupeKeepsTheTime) {
   GIFEncoder::encode(frames, 0, PaletteStrategy::perFrame, false, OutputFormat::gif, in);
   const auto processed = [&](const std::string& options) {
     const auto out = directory / "out.gif";
-    const auto result = runCommand(brimbleCommand("process " + shellQuote(in.string()) + " -o " +
-                                                  shellQuote(out.string()) + " " + options +
-                                                  " 2>&1"));
+    const auto result =
+        runCommand(brimbleCommand("process " + shellQuote(in.string()) + " -o " +
+                                  shellQuote(out.string()) + " " + options + " 2>&1"));
     EXPECT_EQ(result.exitCode, 0) << result.output;
     const auto decoded = testing::decodeGIFFile(out);
     return decoded ? std::accumulate(decoded->delaysCentiseconds.begin(),

@@ -115,9 +115,10 @@ std::optional<DecoratedWindow> X11ScreenSource::decoratedWindow(std::uint32_t wi
     Window* children = nullptr;
     unsigned int count = 0;
     Status status = 0;
-    if (!succeeds(display, [&] {
-          status = XQueryTree(display, frame, &rootReturn, &parent, &children, &count);
-        }) ||
+    if (!succeeds(display,
+                  [&] {
+                    status = XQueryTree(display, frame, &rootReturn, &parent, &children, &count);
+                  }) ||
         status == 0) {
       return std::nullopt;
     }
@@ -130,8 +131,7 @@ std::optional<DecoratedWindow> X11ScreenSource::decoratedWindow(std::uint32_t wi
     frame = parent;
   }
   const FrameExtents decorations{static_cast<int>((*extents)[0]), static_cast<int>((*extents)[1]),
-                                 static_cast<int>((*extents)[2]),
-                                 static_cast<int>((*extents)[3])};
+                                 static_cast<int>((*extents)[2]), static_cast<int>((*extents)[3])};
   if (frame == windowID || decorations == FrameExtents{}) {
     return std::nullopt;
   }

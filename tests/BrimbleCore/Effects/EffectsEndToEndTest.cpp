@@ -64,13 +64,17 @@ TEST(EffectsEndToEnd, EveryEffectOnARealRecordingDecodesInFFprobeAndImageMagick)
   RecordedSegment& first = segments[0];
   ASSERT_TRUE(first.frames);
   ASSERT_FALSE(first.pointerTrack.empty());
-  ASSERT_GE(std::count_if(first.events.begin(), first.events.end(),
-                          [](const InputEvent& e) { return e.kind == InputEvent::Kind::mouseDown; }),
-            2);
+  ASSERT_GE(
+      std::count_if(first.events.begin(), first.events.end(),
+                    [](const InputEvent& e) { return e.kind == InputEvent::Kind::mouseDown; }),
+      2);
   const ScreenRect inside{content.x + 150, content.y + 100, 120, 40};
   first.effects = {{EffectAnnotation::Kind::spotlight, 0.2, 1.0, inside, ""},
-                   {EffectAnnotation::Kind::spotlightShift, 1.2, 0.8,
-                    {content.x + 20, content.y + 20, 100, 40}, ""}};
+                   {EffectAnnotation::Kind::spotlightShift,
+                    1.2,
+                    0.8,
+                    {content.x + 20, content.y + 20, 100, 40},
+                    ""}};
   first.demoEvents = {{DemoEvent::Kind::highlight, 0.3, 1.5, inside, 1, "glow", ""},
                       {DemoEvent::Kind::zoom, 0.5, 0.5, inside, 1.6, "", ""},
                       {DemoEvent::Kind::zoomOut, 1.5, 0.4, {}, 1, "", ""},
@@ -110,15 +114,16 @@ TEST(EffectsEndToEnd, EveryEffectOnARealRecordingDecodesInFFprobeAndImageMagick)
 
     const auto probe = testing::runCommand(
         "ffprobe -v error -count_frames -show_entries stream=width,height,nb_read_frames -of "
-        "csv=p=0 " + testing::shellQuote(out.string()));
+        "csv=p=0 " +
+        testing::shellQuote(out.string()));
     std::ostringstream expected;
     expected << summary.width << "," << summary.height << "," << summary.frames << "\n";
     if (settings.format == OutputFormat::gif) {
       EXPECT_EQ(probe.output, expected.str());
     }
     // ImageMagick: every frame's size and delay.
-    const auto identify = testing::runCommand(
-        "identify -format '%W %H %T\\n' " + testing::shellQuote(out.string()) + " 2>/dev/null");
+    const auto identify = testing::runCommand("identify -format '%W %H %T\\n' " +
+                                              testing::shellQuote(out.string()) + " 2>/dev/null");
     std::istringstream lines(identify.output);
     int frames = 0;
     int centiseconds = 0;

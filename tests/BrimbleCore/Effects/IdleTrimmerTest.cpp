@@ -16,7 +16,7 @@ std::vector<ProcessedFrame> pausedClip() {
   const auto frame = [](std::uint8_t shade, double delay) {
     return ProcessedFrame{testing::solidImage(8, 8, {shade, shade, shade}), delay, std::nullopt};
   };
-  return {frame(10, 0.2), frame(10, 0.2), frame(120, 2), frame(120, 2),
+  return {frame(10, 0.2), frame(10, 0.2), frame(120, 2),   frame(120, 2),
           frame(120, 2),  frame(120, 2),  frame(200, 0.3), frame(250, 1)};
 }
 
@@ -62,9 +62,9 @@ TEST(IdleTrimmer, PausesLongerThanTheThresholdShrinkAndEveryPictureStays) {
   EXPECT_LT(darkest, 10);
   // A threshold above every pause changes nothing.
   EXPECT_NEAR(total(IdleTrimmer::apply(clip, IdleStrategy::cut, 20)), 9.7, 1e-9);
-  EXPECT_EQ(testing::errorText<EffectsError>(
-                [&] { IdleTrimmer::apply(clip, IdleStrategy::cut, -1); }),
-            "Invalid value '-1' for 'idle-threshold': expected a number of seconds, 0 or more");
+  EXPECT_EQ(
+      testing::errorText<EffectsError>([&] { IdleTrimmer::apply(clip, IdleStrategy::cut, -1); }),
+      "Invalid value '-1' for 'idle-threshold': expected a number of seconds, 0 or more");
 }
 
 }  // namespace

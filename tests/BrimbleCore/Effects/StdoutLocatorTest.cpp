@@ -72,8 +72,8 @@ TEST(StdoutLocator, FindsTheOutputLineInARealTerminalAndTheSpotlightLightsIt) {
 
   // Through the render: the annotation names only the text; the light falls on its row.
   std::vector<RecordedSegment> segments(1);
-  segments[0].frames =
-      std::make_unique<InMemoryFrameStore>(std::vector<std::vector<std::uint8_t>>{encodePNG(frame)});
+  segments[0].frames = std::make_unique<InMemoryFrameStore>(
+      std::vector<std::vector<std::uint8_t>>{encodePNG(frame)});
   segments[0].windowFrame = content;
   segments[0].duration = 1;
   EffectAnnotation light;

@@ -8,9 +8,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Effects/FrameCompositor.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenStream.h"
 #include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "tests/Support/ErrorText.h"
@@ -170,8 +170,9 @@ TEST(X11ScreenSource, SegmentsAreRecordedWithoutThePointerAndWithItsTrackBeside)
   X11ScreenSource source(display->displayName());
   const ScreenRect frame = source.window(red.id())->frame;
   red.warpPointer(frame.x + 40, frame.y + 40);
-  ASSERT_TRUE(eventually(
-      [&] { return source.pointerPosition() == std::pair{frame.x + 40, frame.y + 40}; }));
+  ASSERT_TRUE(eventually([&] {
+    return source.pointerPosition() == std::pair{frame.x + 40, frame.y + 40};
+  }));
   ScreenSegmentRecorder recorder(source, steadyClock());
   recorder.start({CaptureTarget::windowOf(red.id()), 20, true});
   ASSERT_TRUE(eventually([&] { return recorder.frameCount() >= 3; }));
@@ -224,7 +225,8 @@ TEST(X11ScreenSource, SegmentsAreRecordedWithoutThePointerAndWithItsTrackBeside)
     EXPECT_GE(recorded.pointerTrack[i].time, recorded.pointerTrack[i - 1].time);
   }
   ASSERT_FALSE(recorded.cursorImages.empty());
-  EXPECT_EQ(recorded.pointerTrack.back().cursor, static_cast<int>(recorded.cursorImages.size()) - 1);
+  EXPECT_EQ(recorded.pointerTrack.back().cursor,
+            static_cast<int>(recorded.cursorImages.size()) - 1);
 }
 
 /// Whether each System V segment this process created is marked for removal (SHM_DEST).

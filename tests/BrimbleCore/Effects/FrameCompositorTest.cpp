@@ -7,6 +7,7 @@
 #include "BrimbleCore/Effects/CameraTrack.h"
 #include "BrimbleCore/Effects/CursorTrack.h"
 #include "BrimbleCore/Effects/EffectsError.h"
+#include "BrimbleCore/Effects/KeystrokeBadges.h"
 #include "BrimbleCore/Effects/WindowChrome.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "tests/Support/ErrorText.h"
@@ -50,7 +51,9 @@ RenderSettings tenFPS() {
   return settings;
 }
 
-double luminance(Pixel p) { return 0.2126 * p.r + 0.7152 * p.g + 0.0722 * p.b; }
+double luminance(Pixel p) {
+  return 0.2126 * p.r + 0.7152 * p.g + 0.0722 * p.b;
+}
 
 // The mean position of the pixels of `image` that `matches` picks; (-1, -1) for none.
 std::pair<double, double> centroid(const Image& image, const std::function<bool(Pixel)>& matches,
@@ -192,9 +195,11 @@ TEST(FrameCompositor, TitleCardsShowTheirColoursAndTextAndAddTheirTime) {
   EXPECT_EQ(compositor.frameCount(), 50);
   const Image card = *compositor.frame(6);
   int text = 0;
-  centroid(card, [](Pixel p) { return p.r > 220 && p.g > 180 && p.b < 60; }, &text);
+  centroid(
+      card, [](Pixel p) { return p.r > 220 && p.g > 180 && p.b < 60; }, &text);
   int background = 0;
-  centroid(card, [](Pixel p) { return p.r < 70 && std::abs(p.b - 0x80) < 30; }, &background);
+  centroid(
+      card, [](Pixel p) { return p.r < 70 && std::abs(p.b - 0x80) < 30; }, &background);
   EXPECT_GT(text, 200);
   EXPECT_GT(background, 320 * 180 / 2);
   // The recording fades in from the card and out into the outro, which uses the same colours.
@@ -335,8 +340,8 @@ TEST(FrameCompositor, SmoothedPointerGlidesAndMeetsEveryClickAtItsTime) {
   // No step along the smoothed path is a jump.
   double largest = 0;
   for (double t = 0.5; t < 1.5; t += 1.0 / 30) {
-    largest = std::max(largest, std::abs(smooth.positionAt(t + 1.0 / 30)->x -
-                                         smooth.positionAt(t)->x));
+    largest =
+        std::max(largest, std::abs(smooth.positionAt(t + 1.0 / 30)->x - smooth.positionAt(t)->x));
   }
   EXPECT_LT(largest, 60);
 
@@ -349,10 +354,10 @@ TEST(FrameCompositor, SmoothedPointerGlidesAndMeetsEveryClickAtItsTime) {
   EXPECT_NEAR(x, 20 + 4, 3);
   EXPECT_NEAR(y, 20 + 8, 4);
   settings.showCursor = false;
-  EXPECT_EQ(centroid(*FrameCompositor(segments, settings).frame(0), [](Pixel p) {
-              return p.r > 240;
-            }).first,
-            -1);
+  EXPECT_EQ(
+      centroid(*FrameCompositor(segments, settings).frame(0), [](Pixel p) { return p.r > 240; })
+          .first,
+      -1);
 }
 
 TEST(FrameCompositor, ZoomEasesIntoTheElementHoldsAndEasesBack) {
@@ -448,6 +453,133 @@ TEST(FrameCompositor, HighlightTintsTheElementAndLeavesTheRestAlone) {
   const Pixel outside = testing::pixelAt(frame, 10, 10);
   EXPECT_EQ(outside.r, 40);
   EXPECT_EQ(testing::pixelAt(*compositor.frame(1), 70, 50).r, 40);
+}
+
+TEST(FrameCompositor, AFrameReportedAsARepeatLooksExactlyLikeTheOneBefore) {
+  // A segment where something moves now and then: pointer, ripples, badges, a spotlight and a
+  // zoom, over pictures that change every half second.
+  auto store = std::make_unique<InMemoryFrameStore>();
+  for (int i = 0; i < 60; ++i) {
+    const auto shade = static_cast<std::uint8_t>(60 + (i / 5) * 15);
+    store->frames.push_back(encodePNG(testing::solidImage(160, 100, {shade, 90, 140})));
+  }
+  std::vector<RecordedSegment> segments(1);
+  RecordedSegment& segment = segments[0];
+  segment.frames = std::move(store);
+  segment.fps = 10;
+  segment.windowFrame = {0, 0, 160, 100};
+  segment.framesShowCursor = false;
+  for (int i = 0; i < 60; ++i) {
+    const ScreenPoint at = i < 10 || i > 20 ? ScreenPoint{20, 20} : ScreenPoint{20 + 5 * i, 40};
+    segment.pointerTrack.push_back({i / 10.0, at, -1});
+  }
+  segment.events = {event(InputEvent::Kind::mouseDown, 1.5, {120, 40}, 1),
+                    event(InputEvent::Kind::keyDown, 2.2, {}, 0, "Escape")};
+  EffectAnnotation light;
+  light.startTime = 2.5;
+  light.duration = 1;
+  light.rect = {10, 10, 50, 20};
+  segment.effects = {light};
+  DemoEvent zoom;
+  zoom.kind = DemoEvent::Kind::zoom;
+  zoom.time = 0.3;
+  zoom.duration = 0.4;
+  zoom.scale = 1.5;
+  zoom.rect = {60, 40, 20, 20};
+  segment.demoEvents = {zoom};
+  RenderSettings settings = tenFPS();
+  settings.cursorSmoothing = true;
+  settings.clickIndicators = true;
+  settings.keystrokeBadges = true;
+  settings.intro = TitleCard{"Repeat", "", 1.0};
+  const FrameCompositor compositor(segments, settings);
+  int repeats = 0;
+  for (int k = 1; k < compositor.frameCount(); ++k) {
+    if (compositor.repeatsPrevious(k)) {
+      ++repeats;
+      EXPECT_TRUE(compositor.frame(k)->hasSamePixels(*compositor.frame(k - 1))) << k;
+    }
+  }
+  // Still stretches are found: after 3.5 s nothing moves, and each picture holds 0.5 s.
+  EXPECT_GE(repeats, 15);
+}
+
+TEST(FrameCompositor, BrokenFramesAndOddInputRenderWhatCanBeShown) {
+  std::vector<RecordedSegment> segments;
+  segments.push_back(segmentOf(testing::solidImage(100, 60, kGrey), 6));
+  // Frames 2 and 3 are not images at all.
+  auto& blobs = dynamic_cast<InMemoryFrameStore&>(*segments[0].frames).frames;
+  blobs[2] = {1, 2, 3};
+  blobs[3] = {};
+  segments[0].scaleFactor = 0;  // unknown
+  segments[0].windowFrame = {};
+  segments[0].events = {event(InputEvent::Kind::keyDown, -1, {}, 0, "Control_L"),
+                        event(InputEvent::Kind::keyDown, 0.1, {}, 0, ""),
+                        event(InputEvent::Kind::mouseDown, 0.2, {-5000, 99999}, 7)};
+  EffectAnnotation empty;
+  empty.duration = -3;
+  segments[0].effects = {empty};
+  DemoEvent zoom;
+  zoom.kind = DemoEvent::Kind::zoom;
+  zoom.scale = 0;
+  zoom.rect = {0, 0, 0, 0};
+  segments[0].demoEvents = {zoom, DemoEvent{DemoEvent::Kind::navigate, 0, -1, {}, 1, "", ""}};
+  segments.push_back(RecordedSegment{});  // nothing recorded
+  RenderSettings settings = tenFPS();
+  settings.clickIndicators = true;
+  settings.keystrokeBadges = true;
+  settings.transition = -2;
+  settings.intro = TitleCard{"", "", -1.0};
+  const FrameCompositor compositor(segments, settings);
+  ASSERT_EQ(compositor.frameCount(), 6);
+  EXPECT_TRUE(compositor.frame(1));
+  EXPECT_FALSE(compositor.frame(2));
+  EXPECT_FALSE(compositor.frame(3));
+  EXPECT_EQ(testing::pixelAt(*compositor.frame(5), 50, 30).r, kGrey.r);
+  EXPECT_FALSE(compositor.frame(6));
+  EXPECT_FALSE(compositor.frame(-1));
+
+  // Nothing to show at all: no frames, no canvas, nothing written.
+  std::vector<RecordedSegment> none(2);
+  const FrameCompositor nothing(none, settings);
+  EXPECT_EQ(nothing.frameCount(), 0);
+  settings.fps = 0;
+  EXPECT_EQ(testing::errorText<EffectsError>([&] { FrameCompositor(segments, settings); }),
+            "Invalid value '0' for 'fps': expected a positive number");
+}
+
+TEST(KeystrokeBadges, SpecialKeysHaveShortLabelsAndTypingHasNone) {
+  for (const auto& [key, label] : std::vector<std::pair<std::string, std::string>>{
+           {"Return", "Enter"},
+           {"Escape", "Esc"},
+           {"Tab", "Tab"},
+           {"Left", "\u2190"},
+           {"Down", "\u2193"},
+           {"Prior", "PgUp"},
+           {"F5", "F5"},
+           {"F12", "F12"},
+           {"a", ""},
+           {"F", ""},
+           {"Fx1", ""},
+           {"Shift_L", ""},
+       }) {
+    EXPECT_EQ(KeystrokeBadges::specialKeyLabel(key), label) << key;
+  }
+  const std::vector<InputEvent> events = {
+      event(InputEvent::Kind::keyDown, 0, {}, 0, "Shift_L"),
+      event(InputEvent::Kind::keyDown, 0.1, {}, 0, "A"),        // typing a capital
+      event(InputEvent::Kind::keyDown, 0.2, {}, 0, "Tab"),      // Shift+Tab
+      event(InputEvent::Kind::keyUp, 0.3, {}, 0, "Shift_L"),
+      event(InputEvent::Kind::keyDown, 0.5, {}, 0, "Alt_L"),
+      event(InputEvent::Kind::keyDown, 0.6, {}, 0, "comma"),    // Alt+,
+      event(InputEvent::Kind::keyDown, 0.65, {}, 0, "space"),   // Alt+Space
+  };
+  const KeystrokeBadges badges(events);
+  ASSERT_EQ(badges.badges().size(), 3u);
+  EXPECT_EQ(badges.badges()[0].keys, (std::vector<std::string>{"Shift", "Tab"}));
+  EXPECT_EQ(badges.badges()[1].keys, (std::vector<std::string>{"Alt", ","}));
+  EXPECT_DOUBLE_EQ(badges.badges()[1].end, 0.65) << "the next badge takes its place";
+  EXPECT_EQ(badges.badges()[2].keys, (std::vector<std::string>{"Alt", "Space"}));
 }
 
 }  // namespace

@@ -108,6 +108,20 @@ void SpotlightTrack::paint(cairo_t* cairo, const SegmentLayout& layout, const Ca
                    light.height + 2 * margin, 8 * layout.uiScale);
   cairo_set_source_rgba(cairo, 0, 0, 0, kDimming * state->strength);
   cairo_fill(cairo);
+  // A soft inner edge: thin rings inside the light, each a little lighter, so the light fades
+  // out over a few pixels instead of ending on a hard line.
+  constexpr int kRings = 4;
+  const double ring = 1.25 * layout.uiScale;
+  cairo_set_line_width(cairo, ring);
+  for (int i = 0; i < kRings; ++i) {
+    const double inset = (i + 0.5) * ring;
+    roundedRectangle(cairo, light.x - margin + inset, light.y - margin + inset,
+                     light.width + 2 * (margin - inset), light.height + 2 * (margin - inset),
+                     std::max(0.0, 8 * layout.uiScale - inset));
+    const double fade = 1 - (i + 1.0) / (kRings + 1);
+    cairo_set_source_rgba(cairo, 0, 0, 0, kDimming * state->strength * fade * 0.6);
+    cairo_stroke(cairo);
+  }
   cairo_restore(cairo);
 }
 

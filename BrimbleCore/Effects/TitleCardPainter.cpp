@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 
 #include <cairo.h>
 #include <pango/pangocairo.h>
 
 #include "BrimbleCore/Effects/CairoHandles.h"
+#include "BrimbleCore/Support/Log.h"
 
 namespace brimble {
 namespace {
@@ -62,6 +64,12 @@ TitleCardPainter::TitleCardPainter(const TitleCard& card, EffectColor background
     pango_layout_set_alignment(subtitle.get(), PANGO_ALIGN_CENTER);
     int subtitleWidth = 0;
     pango_layout_get_pixel_size(subtitle.get(), &subtitleWidth, &subtitleHeight);
+  }
+  missingGlyphs_ = pango_layout_get_unknown_glyphs_count(title.get()) +
+                  (subtitle ? pango_layout_get_unknown_glyphs_count(subtitle.get()) : 0);
+  if (missingGlyphs_ > 0) {
+    logLine("BrimbleCore: no installed font has " + std::to_string(missingGlyphs_) +
+            " of the title card's characters; they show as boxes");
   }
   const double block = titleHeight + (subtitle ? gap + rule + gap + subtitleHeight : 0);
   double y = (height - block) / 2;

@@ -28,6 +28,8 @@ class TitleCardPainter {
   /// Whether frames at `from` and `to` differ.
   bool changesBetween(double from, double to) const;
   double duration() const noexcept { return duration_; }
+  /// Characters of the title and subtitle that no installed font has (drawn as boxes).
+  int missingGlyphs() const noexcept { return missingGlyphs_; }
 
  private:
   Image backdrop_;
@@ -36,6 +38,7 @@ class TitleCardPainter {
   double duration_ = kDefaultDuration;
   double rise_ = 0;
   bool intro_ = true;
+  int missingGlyphs_ = 0;
 };
 
 }  // namespace brimble

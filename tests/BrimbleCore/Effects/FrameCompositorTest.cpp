@@ -8,6 +8,7 @@
 #include "BrimbleCore/Effects/CursorTrack.h"
 #include "BrimbleCore/Effects/EffectsError.h"
 #include "BrimbleCore/Effects/KeystrokeBadges.h"
+#include "BrimbleCore/Effects/TitleCardPainter.h"
 #include "BrimbleCore/Effects/WindowChrome.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "tests/Support/ErrorText.h"
@@ -213,6 +214,23 @@ TEST(FrameCompositor, TitleCardsShowTheirColoursAndTextAndAddTheirTime) {
   settings.introForeground = "yellowish";
   EXPECT_EQ(testing::errorText<EffectsError>([&] { FrameCompositor(segments, settings); }),
             "Invalid colour 'yellowish' for 'intro-fg': expected a hex colour such as #1a1a2e");
+}
+
+TEST(TitleCardPainter, TitlesInAnyScriptAndEmojiFindAFont) {
+  const TitleCard card{"Grüße · Привет · 漢字テスト · مرحبا 🚀", "Γειά σου · 한국어 ✅", 1};
+  const TitleCardPainter painter(card, {0.1, 0.1, 0.18, 1}, {0.96, 0.96, 0.97, 1}, {480, 270},
+                                 false);
+  EXPECT_EQ(painter.missingGlyphs(), 0);
+  // The rocket and the check mark keep their own colours: strongly saturated pixels that are
+  // neither the text's nor the background's.
+  int coloured = 0;
+  centroid(
+      painter.frameAt(0),
+      [](Pixel p) {
+        return std::max({p.r, p.g, p.b}) - std::min({p.r, p.g, p.b}) > 120;
+      },
+      &coloured);
+  EXPECT_GT(coloured, 20);
 }
 
 TEST(FrameCompositor, CrossfadeMiddleFrameLiesBetweenItsSources) {

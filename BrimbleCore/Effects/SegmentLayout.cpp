@@ -57,7 +57,8 @@ CanvasLayout CanvasLayout::make(std::span<const RecordedSegment> segments,
     placed.screenY = segment.windowFrame.y;
     // The decorations come off exactly as the window manager reported them, in frame pixels.
     const FrameExtents& extents = segment.frameExtents;
-    if (!settings.includeTitleBar) {
+    // A plain title bar takes the place of the window manager's, so it is cut away then too.
+    if (!settings.includeTitleBar || settings.fauxTitleBar) {
       const auto frame = [&](int screenPixels) {
         return static_cast<int>(std::lround(screenPixels * placed.screenScale));
       };
@@ -96,8 +97,9 @@ CanvasLayout CanvasLayout::make(std::span<const RecordedSegment> segments,
     placed.uiScale = ui;
     const double contentWidth = std::round(placed.cropWidth * scale);
     const double contentHeight = std::round(placed.cropHeight * scale);
-    placed.titleBarHeight = hasTitleBar ? std::round(kTitleBarHeight * ui) : 0;
-    placed.addressBarHeight = hasAddressBar ? std::round(kAddressBarHeight * ui) : 0;
+    // Even heights, so that bars over an even frame leave no odd row for the canvas to pad.
+    placed.titleBarHeight = hasTitleBar ? 2 * std::round(kTitleBarHeight * ui / 2) : 0;
+    placed.addressBarHeight = hasAddressBar ? 2 * std::round(kAddressBarHeight * ui / 2) : 0;
     placed.cornerRadius = background ? kCornerRadius * ui : 0;
     const double bars = placed.titleBarHeight + placed.addressBarHeight;
     placed.content = {0, bars, contentWidth, contentHeight};

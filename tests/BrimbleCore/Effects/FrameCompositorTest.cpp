@@ -181,6 +181,14 @@ TEST(FrameCompositor, CroppingTheTitleBarRemovesExactlyTheFrameExtent) {
   EXPECT_EQ(redRows(frame), 0);
   EXPECT_GT(testing::pixelAt(frame, 0, 0).b, 180) << "the first row is the content's first";
   EXPECT_GT(testing::pixelAt(frame, 0, 1).g, 150) << "the border is cut away too";
+
+  // A plain title bar replaces the real one rather than stacking on it.
+  settings.includeTitleBar = true;
+  settings.fauxTitleBar = "Plain";
+  const FrameCompositor replaced(segments, settings);
+  const SegmentLayout& placed = replaced.layout().segments[0];
+  EXPECT_EQ(replaced.canvasSize().height, 136 + static_cast<int>(placed.titleBarHeight));
+  EXPECT_EQ(redRows(*replaced.frame(0)), 0);
 }
 
 TEST(FrameCompositor, TitleCardsShowTheirColoursAndTextAndAddTheirTime) {

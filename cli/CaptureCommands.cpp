@@ -465,11 +465,13 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
   command->add_flag("--keystroke-badges", options->keystrokeBadges,
                     "Show shortcuts and special keys (Ctrl+Shift+T, Enter, Esc) as key badges");
   command->add_option("--idle-strategy", options->idleStrategy,
-                      "Pauses without change or input: cut, ramp or fade (default: kept)");
+                      "Pauses without change or input: cut, ramp or fade (default: kept)")
+      ->type_name("STRATEGY");
   command
       ->add_option("--idle-threshold", options->idleThreshold,
                    "Seconds without change or input that count as a pause")
       ->check(numberIn(0, 3600))
+      ->type_name("S")
       ->capture_default_str();
   command
       ->add_option("--background", options->background,

@@ -128,11 +128,13 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
                     "Merge repeated frames into longer ones, keeping the total time (default on)");
   command->add_option("--idle-strategy", options->idleStrategy,
                       "Pauses longer than the idle threshold: cut (to a short beat), ramp (play "
-                      "them fast) or fade (cut with a dip to black); default: kept");
+                      "them fast) or fade (cut with a dip to black); default: kept")
+      ->type_name("STRATEGY");
   command
       ->add_option("--idle-threshold", options->idleThreshold,
                    "Seconds without change that count as a pause")
       ->check(numberIn(0, 3600))
+      ->type_name("S")
       ->capture_default_str();
   command->add_option("--format", options->format, "gif, webp or apng (default: from -o)");
   return {command, [options, &interrupts] {

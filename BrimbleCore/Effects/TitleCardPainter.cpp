@@ -13,6 +13,9 @@
 namespace brimble {
 namespace {
 
+// How opaque the text is as the card opens.
+constexpr double kFirstOpacity = 0.6;
+
 double easeOut(double p) {
   const double t = std::clamp(p, 0.0, 1.0);
   return 1 - (1 - t) * (1 - t) * (1 - t);
@@ -111,7 +114,8 @@ Image TitleCardPainter::frameAt(double time) const {
   CairoPtr cairo = frame.context();
   const CairoSurfacePtr text = surfaceOver(text_);
   cairo_set_source_surface(cairo.get(), text.get(), 0, (1 - p) * rise_);
-  cairo_paint_with_alpha(cairo.get(), p);
+  // Readable from the very first frame, which players and chat previews show as the still.
+  cairo_paint_with_alpha(cairo.get(), kFirstOpacity + (1 - kFirstOpacity) * p);
   cairo.reset();
   return std::move(frame).release();
 }

@@ -202,6 +202,11 @@ TEST(FrameCompositor, TitleCardsShowTheirColoursAndTextAndAddTheirTime) {
   const FrameCompositor compositor(segments, settings);
   // 1.5 s intro + 2 s recording + the default 2.5 s outro, less two 0.5 s card fades.
   EXPECT_EQ(compositor.frameCount(), 50);
+  // The title is readable on the first frame already, then settles.
+  int first = 0;
+  centroid(*compositor.frame(0), [](Pixel p) { return p.r > 150 && p.g > 120 && p.b < 90; },
+           &first);
+  EXPECT_GT(first, 200);
   const Image card = *compositor.frame(6);
   int text = 0;
   centroid(

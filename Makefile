@@ -3,7 +3,7 @@ BUILD     ?= build
 JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-mcp bench-script bench-peers fuzz format clean
+.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-script bench-peers fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -48,6 +48,11 @@ bench: bench-build
 bench-memory: bench-build
 	/usr/bin/time -v build-bench/bench/BrimbleLongRecordingBench 10 30 build-bench/long.gif 2>&1 \
 	  | grep -E '^(store|encode):|Maximum resident|Elapsed'
+
+# The same recording rendered through the effects pass with every effect on (target: under 200 MB).
+bench-memory-effects: bench-build
+	/usr/bin/time -v build-bench/bench/BrimbleLongRecordingBench 10 30 build-bench/long-effects.gif \
+	  effects 2>&1 | grep -E '^(store|render):|Maximum resident|Elapsed'
 
 # Screen capture at 1920x1080: display start-up, per-frame costs, sustained 30 and 60 fps.
 bench-capture: bench-build

@@ -16,8 +16,11 @@
 
 #include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
+#include "BrimbleCore/Effects/EffectColor.h"
+#include "BrimbleCore/Effects/SegmentRenderer.h"
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Clock.h"
@@ -49,6 +52,13 @@ struct CaptureOptions {
   double duration = 0;
   int fps = 30;
   bool noCursor = false;
+  // record only: effects drawn onto the recording
+  bool cursorSmoothing = false;
+  bool clickIndicators = false;
+  bool keystrokeBadges = false;
+  std::string idleStrategy;
+  double idleThreshold = 2.0;
+  std::string background;
   // which target options were given
   CLI::Option* regionOption = nullptr;
   CLI::Option* displayOption = nullptr;
@@ -247,6 +257,86 @@ void addTargetOptions(CLI::App& command, CaptureOptions& options) {
                    "Use Brimble's own embedded display even when $DISPLAY is set");
 }
 
+bool wantsEffects(const CaptureOptions& options) {
+  return options.cursorSmoothing || options.clickIndicators || options.keystrokeBadges ||
+         !options.idleStrategy.empty() || !options.background.empty();
+}
+
+/// The effects the switches ask for; exits with a usage error for values they cannot take.
+RenderSettings effectSettings(const CaptureOptions& options) {
+  const char* command = "record";
+  RenderSettings settings;
+  settings.fps = options.fps;
+  settings.maxWidth = 0;  // the size recorded, as without effects
+  settings.transition = 0;
+  settings.showCursor = !options.noCursor;
+  settings.cursorSmoothing = options.cursorSmoothing;
+  settings.clickIndicators = options.clickIndicators;
+  settings.keystrokeBadges = options.keystrokeBadges;
+  settings.idleThreshold = options.idleThreshold;
+  settings.paletteStrategy = PaletteStrategy::automatic;
+  if (!options.idleStrategy.empty()) {
+    settings.idleStrategy = idleStrategyFromArgument(options.idleStrategy);
+    if (!settings.idleStrategy) {
+      fail(command, kExitUsage, "unknown idle strategy \"{}\" (use cut, ramp or fade)",
+           options.idleStrategy);
+    }
+  }
+  if (!options.background.empty() && !EffectColor::parse(options.background)) {
+    fail(command, kExitUsage, "--background must be a hex colour such as #1a1a2e (got \"{}\")",
+         options.background);
+  }
+  settings.background = options.background;
+  return settings;
+}
+
+/// A recording with effects: frames without the pointer, the pointer's track and the input
+/// beside them, then the effects pass into the encoder.
+int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
+                         const DisplaySession& session, ScreenSource& source, const Target& target,
+                         OutputFormat format, const std::stop_token& stop) {
+  const char* command = "record";
+  RenderSettings settings = effectSettings(options);
+  settings.format = format;
+  const std::string displayName = session.name();
+  ScreenSegmentRecorder recorder(source, steadyClock(), [displayName] {
+    return platform::eventCapture(displayName, steadyClock());
+  });
+  recorder.start({target.captureTarget(), options.fps, !options.noCursor});
+  const auto started = Clock::now();
+  fmt::print(stderr, "brimble record: recording {} with effects, {} fps; {}\n", target.description,
+             options.fps,
+             options.duration > 0 ? fmt::format("{} s or Ctrl-C", options.duration)
+                                  : std::string("Ctrl-C stops"));
+  const auto deadline = started + std::chrono::duration_cast<Clock::duration>(
+                                      std::chrono::duration<double>(options.duration));
+  while (!stop.stop_requested() && !recorder.hasEnded()) {
+    if (options.duration > 0 && Clock::now() >= deadline) {
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  std::vector<RecordedSegment> segments;
+  segments.push_back(recorder.stop());
+  if (!segments[0].frames || segments[0].frames->count() == 0) {
+    fail(command, stop.stop_requested() ? Interrupts::kExitInterrupted : kExitFailure,
+         "no frame was recorded; nothing was written");
+  }
+  fmt::print(stderr, "brimble record: {} frames, {} input events in {:.1f} s; rendering\n",
+             segments[0].frames->count(), segments[0].events.size(), segments[0].duration);
+  const std::stop_token encodeStop = interrupts.watchAgain();
+  const auto encodeStarted = Clock::now();
+  ProgressBar bar;
+  const EncodeSummary summary =
+      SegmentRenderer::render(segments, settings, options.output, progressOn(bar), encodeStop);
+  bar.finish();
+  if (summary.frames == 0) {
+    fail(command, kExitFailure, "no frame could be decoded; nothing was written");
+  }
+  printSummary(options.output, summary, encodeStarted);
+  return kExitSuccess;
+}
+
 int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   const char* command = "record";
   const std::stop_token stop = interrupts.watch();
@@ -256,6 +346,10 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   const DisplaySession session(options.headless);
   const auto source = session.screenSource();
   const Target target = resolveTarget(command, options, session, *source);
+  if (wantsEffects(options)) {
+    effectSettings(options);  // usage errors before anything is recorded
+    return runRecordWithEffects(options, interrupts, session, *source, target, format, stop);
+  }
 
   ScreenRecorder recorder(*source, steadyClock());
   const bool showCursor = !options.noCursor;
@@ -364,6 +458,26 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
       ->type_name("N")
       ->capture_default_str();
   command->add_flag("--no-cursor", options->noCursor, "Leave the pointer out");
+  command->add_flag("--cursor-smoothing", options->cursorSmoothing,
+                    "Draw the pointer gliding along a smoothed path that meets every click");
+  command->add_flag("--click-indicators", options->clickIndicators,
+                    "Show a ripple at every click (right clicks in another colour)");
+  command->add_flag("--keystroke-badges", options->keystrokeBadges,
+                    "Show shortcuts and special keys (Ctrl+Shift+T, Enter, Esc) as key badges");
+  command->add_option("--idle-strategy", options->idleStrategy,
+                      "Pauses without change or input: cut, ramp or fade (default: kept)")
+      ->type_name("STRATEGY");
+  command
+      ->add_option("--idle-threshold", options->idleThreshold,
+                   "Seconds without change or input that count as a pause")
+      ->check(numberIn(0, 3600))
+      ->type_name("S")
+      ->capture_default_str();
+  command
+      ->add_option("--background", options->background,
+                   "Set the recording on this colour (#rrggbb) with padding, rounded corners "
+                   "and a soft shadow")
+      ->type_name("COLOR");
   command
       ->add_option("-o,--output", options->output,
                    "The file to write; its extension picks the format (.gif, .webp, .png)")

@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "BrimbleCore/Effects/IdleTrimmer.h"
 #include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
@@ -33,6 +34,8 @@ struct ProcessOptions {
   bool frameDiffing = true;
   bool dedup = true;
   std::string format;
+  std::string idleStrategy;
+  double idleThreshold = 2.0;
 };
 
 /// Beside the input, named after it: clip.gif becomes clip.processed.gif (or .webp, .png).
@@ -57,6 +60,15 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
         options.input, outputFormatFromRawValue(options.format).value_or(OutputFormat::gif));
   }
   const OutputFormat format = checkAnimationOutput(options.format, options.output, true);
+  std::optional<IdleStrategy> idle;
+  if (!options.idleStrategy.empty()) {
+    idle = idleStrategyFromArgument(options.idleStrategy);
+    if (!idle) {
+      fmt::print(stderr, "brimble process: unknown idle strategy \"{}\" (use cut, ramp or fade)\n",
+                 options.idleStrategy);
+      return kExitUsage;
+    }
+  }
 
   GIFDecoder decoder(options.input);
   std::vector<ProcessedFrame> frames = decoder.readAll();
@@ -69,6 +81,9 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
     if (options.maxWidth > 0) {
       frame.image = ImageScaler::scaleToMaxWidth(frame.image, options.maxWidth);
     }
+  }
+  if (idle) {
+    frames = IdleTrimmer::apply(frames, *idle, options.idleThreshold);
   }
   if (options.dedup) {
     frames = FrameDeduplicator::merge(frames);
@@ -109,8 +124,18 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
       ->capture_default_str();
   command->add_flag("--frame-diffing,!--no-frame-diffing", options->frameDiffing,
                     "Store only the pixels that changed (GIF; default on)");
-  command->add_flag("--dedup,!--no-dedup", options->dedup,
-                    "Merge repeated frames into longer ones (default on)");
+  command->add_flag("--dedup,--dedupe,!--no-dedup,!--no-dedupe", options->dedup,
+                    "Merge repeated frames into longer ones, keeping the total time (default on)");
+  command->add_option("--idle-strategy", options->idleStrategy,
+                      "Pauses longer than the idle threshold: cut (to a short beat), ramp (play "
+                      "them fast) or fade (cut with a dip to black); default: kept")
+      ->type_name("STRATEGY");
+  command
+      ->add_option("--idle-threshold", options->idleThreshold,
+                   "Seconds without change that count as a pause")
+      ->check(numberIn(0, 3600))
+      ->type_name("S")
+      ->capture_default_str();
   command->add_option("--format", options->format, "gif, webp or apng (default: from -o)");
   return {command, [options, &interrupts] {
             try {

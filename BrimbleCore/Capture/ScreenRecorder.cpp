@@ -218,6 +218,9 @@ void ScreenRecorder::captureLoop(const std::stop_token& stop, const CaptureTarge
       // Taken before the grab: the picture is the screen as it was at the tick.
       const double captureTime = secondsSinceStart(clock_.now());
       if (std::optional<Image> frame = stream->grab()) {
+        if (tracksPointer) {
+          recordPointer(*stream, captureTime);
+        }
         running = handOver(stop, {std::move(*frame), captureTime});
       }
     }
@@ -466,6 +469,30 @@ std::int64_t ScreenRecorder::ingestedFrameCount() const {
 std::int64_t ScreenRecorder::lostFrameCount() const {
   std::scoped_lock lock(lock_);
   return lostFrameCount_;
+}
+
+void ScreenRecorder::recordPointer(ScreenStream& stream, double time) {
+  const std::optional<PointerState> pointer = stream.pointer();
+  if (!pointer) {
+    return;
+  }
+  std::scoped_lock lock(pointerMutex_);
+  if (cursorSerial_ != pointer->serial || cursorImages_.empty()) {
+    cursorImages_.push_back(pointer->cursor);
+    cursorSerial_ = pointer->serial;
+  }
+  pointerTrack_.push_back(
+      {time, pointer->x, pointer->y, static_cast<int>(cursorImages_.size()) - 1});
+}
+
+std::vector<ScreenRecorder::PointerPosition> ScreenRecorder::pointerTrack() const {
+  std::scoped_lock lock(pointerMutex_);
+  return pointerTrack_;
+}
+
+std::vector<CursorImage> ScreenRecorder::cursorImages() const {
+  std::scoped_lock lock(pointerMutex_);
+  return cursorImages_;
 }
 
 std::vector<double> ScreenRecorder::frameTimes() const {

@@ -82,6 +82,18 @@ class ScreenRecorder {
   /// Replaceable before `start`, for tests of the disk logic and of failing writers.
   DiskSpaceProvider availableDiskSpaceProvider;
   FrameWriterFactory frameWriterFactory;
+  /// Set before `start` to follow the pointer: at every grab the stream is also asked where the
+  /// pointer is and what it looks like, so effects can draw it on frames taken without it.
+  bool tracksPointer = false;
+
+  /// Where the pointer was at `time` (seconds from the start), in screen coordinates, and the
+  /// index of its picture in `cursorImages()` (-1 when unknown).
+  struct PointerPosition {
+    double time = 0;
+    int x = 0;
+    int y = 0;
+    int cursor = -1;
+  };
 
   /// Records `region` (screen coordinates) of the display `screen`, at most 900 points wide.
   /// The region is clipped to the display. Throws RecordingError::noDisplay when no display has
@@ -110,6 +122,10 @@ class ScreenRecorder {
   /// When each frame of the store was grabbed, in seconds from the start of the recording, one
   /// entry per written frame. Complete once `stopAndCollectFrameStore` has returned.
   std::vector<double> frameTimes() const;
+  /// The pointer at every grab while `tracksPointer` was set, in time order, and its pictures,
+  /// each kept once. Complete once `stopAndCollectFrameStore` has returned.
+  std::vector<PointerPosition> pointerTrack() const;
+  std::vector<CursorImage> cursorImages() const;
 
   /// The pixel size of the stream for a capture of `pointSize`: scaled down to
   /// `maxWidthPoints` wide when wider, times `scale`, truncated and rounded down to even
@@ -168,6 +184,8 @@ class ScreenRecorder {
   /// Queues `frame` for the ingest thread, waiting for room; false when `stop` came first.
   bool handOver(const std::stop_token& stop, PendingFrame frame);
   void endCapture();
+  /// Asks `stream` where the pointer is; called on the capture thread.
+  void recordPointer(ScreenStream& stream, double time);
   void ingestLoop(const std::stop_token& stop, ImageSize size);
   /// Stops the capture thread, then lets the ingest thread finish the frames it was handed.
   void stopThreads();
@@ -202,6 +220,11 @@ class ScreenRecorder {
   std::optional<std::vector<std::uint8_t>> lastFrameData_;
   Clock::TimePoint lastChangeDate_;
   std::vector<double> frameTimes_;
+  mutable std::mutex pointerMutex_;  // guards the fields below
+  std::vector<PointerPosition> pointerTrack_;
+  std::vector<CursorImage> cursorImages_;
+  std::optional<std::uint64_t> cursorSerial_;
+
   // Set before the capture threads start and never again, so they read it without the lock.
   Clock::TimePoint startDate_;
 };

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "BrimbleCore/Capture/CursorImage.h"
 #include "BrimbleCore/Capture/ScreenRect.h"
 #include "BrimbleCore/Encoding/Image.h"
 
@@ -29,6 +30,22 @@ struct ScreenWindow {
   std::uint32_t windowID = 0;
   /// Its content area in screen coordinates, without the window manager's frame.
   ScreenRect frame{};
+};
+
+/// The window manager's decorations around a window, in screen pixels: the title bar is `top`.
+struct FrameExtents {
+  int left = 0;
+  int right = 0;
+  int top = 0;
+  int bottom = 0;
+  bool operator==(const FrameExtents&) const = default;
+};
+
+/// A window with the window manager's frame around it, recordable as one window.
+struct DecoratedWindow {
+  /// The frame: its id names it to `openStream`, and `frame` covers decorations and content.
+  ScreenWindow window;
+  FrameExtents extents;
 };
 
 /// What a stream records: a rectangle of the screen (a region or a whole display), or one window
@@ -70,6 +87,16 @@ class ScreenCaptureError : public std::runtime_error {
   Code code_;
 };
 
+/// The pointer as a stream last saw it.
+struct PointerState {
+  /// Screen coordinates of the hot spot.
+  int x = 0;
+  int y = 0;
+  CursorImage cursor;
+  /// Changes whenever the pointer's picture does.
+  std::uint64_t serial = 0;
+};
+
 /// The frames of one capture target, grabbed on demand. A stream belongs to the thread that
 /// opened it: it holds that thread's own connection to the display server.
 class ScreenStream {
@@ -82,6 +109,9 @@ class ScreenStream {
   /// moment (a window that is unmapped). Throws ScreenCaptureError: windowClosed when the window
   /// is gone for good, displayLost when the display server is.
   virtual std::optional<Image> grab() = 0;
+
+  /// Where the pointer is now and what it looks like; no value when the platform cannot tell.
+  virtual std::optional<PointerState> pointer() { return std::nullopt; }
 };
 
 /// The screen as a source of raw frames: its displays, its windows, and streams of pixels.
@@ -105,6 +135,17 @@ class ScreenSource {
 
   /// The pointer's position in screen coordinates; no value when it cannot be read.
   virtual std::optional<std::pair<int, int>> pointerPosition() = 0;
+
+  /// The window manager's frame around window `windowID`, with its title bar and borders, when
+  /// it has one; no value for an undecorated window or one that is gone.
+  virtual std::optional<DecoratedWindow> decoratedWindow(std::uint32_t windowID) {
+    (void)windowID;
+    return std::nullopt;
+  }
+
+  /// Whether its streams tell where the pointer is and what it looks like
+  /// (ScreenStream::pointer), so that frames can be taken without it and have it drawn later.
+  virtual bool followsPointer() const { return false; }
 };
 
 }  // namespace brimble

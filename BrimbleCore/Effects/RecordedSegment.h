@@ -5,7 +5,9 @@
 #include <vector>
 
 #include "BrimbleCore/Automation/EventCapture.h"
+#include "BrimbleCore/Capture/CursorImage.h"
 #include "BrimbleCore/Capture/ScreenRect.h"
+#include "BrimbleCore/Capture/ScreenSource.h"
 #include "BrimbleCore/Encoding/CompressedFrameStore.h"
 
 namespace brimble {
@@ -45,6 +47,14 @@ struct DemoEvent {
   std::string url;
 };
 
+/// Where the pointer was at `time` (seconds from the segment's start), in screen coordinates,
+/// and which of the segment's cursor pictures it showed (-1: none known).
+struct PointerSample {
+  double time = 0;
+  ScreenPoint position;
+  int cursor = -1;
+};
+
 /// One finished `record` of a script (or one recording of an assistant): its frames, what
 /// happened while it ran, and where it was on screen. Move-only: it owns its frame store.
 struct RecordedSegment {
@@ -72,6 +82,16 @@ struct RecordedSegment {
   std::vector<double> frameDelays;
   /// How long the segment ran, in seconds.
   double duration = 0;
+  /// Whether the frames show the pointer. When they do not, the render draws it from
+  /// `pointerTrack` (smoothed, or not at all, as the settings say).
+  bool framesShowCursor = true;
+  /// The pointer over time, ascending in time; empty when it was not followed.
+  std::vector<PointerSample> pointerTrack;
+  /// The pictures `pointerTrack` refers to.
+  std::vector<CursorImage> cursorImages;
+  /// The window manager's decorations that the frames include at the edges of `windowFrame`
+  /// (which then is the whole decorated window); all 0 when the frames show content only.
+  FrameExtents frameExtents;
 };
 
 }  // namespace brimble

@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Encoding/PaletteStrategy.h"
@@ -10,6 +11,10 @@ namespace brimble {
 
 /// How long stretches without change are treated.
 enum class IdleStrategy { fade, cut, ramp };
+
+/// The strategy a script setting, a tool argument or a command-line switch names ("cut",
+/// "ramp", "fade", any case); no value for anything else.
+std::optional<IdleStrategy> idleStrategyFromArgument(std::string_view text);
 
 /// A title card shown before or after the recording.
 struct TitleCard {

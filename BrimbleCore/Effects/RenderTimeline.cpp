@@ -3,7 +3,18 @@
 #include <algorithm>
 #include <cmath>
 
-namespace brimble::RenderTimeline {
+namespace brimble {
+
+bool TimelineFrame::showsSameAs(const TimelineFrame& other) const noexcept {
+  const auto sameFirst =
+      source == other.source &&
+      (source == TimelineSource::segment ? segment == other.segment && frame == other.frame : true);
+  const auto sameNext = nextSegment == other.nextSegment && nextSource == other.nextSource &&
+                        nextFrame == other.nextFrame;
+  return sameFirst && sameNext && blend == other.blend && dip == other.dip;
+}
+
+namespace RenderTimeline {
 namespace {
 
 double frameTime(const RecordedSegment& segment, int index) {
@@ -13,23 +24,31 @@ double frameTime(const RecordedSegment& segment, int index) {
   return index / static_cast<double>(std::max(segment.fps, 1));
 }
 
-// The latest frame captured at or before `time` (the first frame before it was captured).
+bool hasFrames(const RecordedSegment& segment) {
+  return segment.frames && segment.frames->count() > 0;
+}
+
+// One thing that plays: a card, or a segment with its clock.
+struct Clip {
+  TimelineSource source = TimelineSource::segment;
+  int segment = -1;
+  const SegmentClock* clock = nullptr;
+  double length = 0;
+};
+
+}  // namespace
+
 int frameAt(const RecordedSegment& segment, double time) {
   const int count = segment.frames->count();
   if (!segment.frameTimes.empty()) {
-    const auto after = std::upper_bound(segment.frameTimes.begin(),
-                                        segment.frameTimes.begin() + count, time + 1e-9);
+    const auto end = segment.frameTimes.begin() +
+                     std::min<std::ptrdiff_t>(count, std::ssize(segment.frameTimes));
+    const auto after = std::upper_bound(segment.frameTimes.begin(), end, time + 1e-9);
     return std::max(0, static_cast<int>(after - segment.frameTimes.begin()) - 1);
   }
   const int index = static_cast<int>(std::floor(time * std::max(segment.fps, 1) + 1e-9));
   return std::clamp(index, 0, count - 1);
 }
-
-bool hasFrames(const RecordedSegment& segment) {
-  return segment.frames && segment.frames->count() > 0;
-}
-
-}  // namespace
 
 double segmentLength(const RecordedSegment& segment) {
   if (!hasFrames(segment)) {
@@ -50,44 +69,87 @@ double crossfadeLength(std::span<const double> lengths, double transition) {
 
 std::vector<TimelineFrame> build(std::span<const RecordedSegment> segments, int fps,
                                  double transition) {
-  std::vector<int> playing;
-  std::vector<double> lengths;
-  for (std::size_t i = 0; i < segments.size(); ++i) {
-    if (hasFrames(segments[i])) {
-      playing.push_back(static_cast<int>(i));
-      lengths.push_back(segmentLength(segments[i]));
+  std::vector<SegmentClock> clocks;
+  for (const RecordedSegment& segment : segments) {
+    clocks.emplace_back(segmentLength(segment));
+  }
+  return build(segments, clocks, {0, 0, 0}, fps, transition);
+}
+
+std::vector<TimelineFrame> build(std::span<const RecordedSegment> segments,
+                                 std::span<const SegmentClock> clocks, const TimelineCards& cards,
+                                 int fps, double transition) {
+  std::vector<Clip> clips;
+  std::vector<double> segmentLengths;
+  if (cards.introLength > 0) {
+    clips.push_back({TimelineSource::intro, -1, nullptr, cards.introLength});
+  }
+  for (std::size_t i = 0; i < segments.size() && i < clocks.size(); ++i) {
+    if (hasFrames(segments[i]) && clocks[i].length() > 0) {
+      clips.push_back(
+          {TimelineSource::segment, static_cast<int>(i), &clocks[i], clocks[i].length()});
+      segmentLengths.push_back(clocks[i].length());
     }
   }
   std::vector<TimelineFrame> timeline;
-  if (playing.empty() || fps <= 0) {
+  if (segmentLengths.empty() || fps <= 0) {
     return timeline;
   }
-  const double fade = crossfadeLength(lengths, transition);
-  std::vector<double> starts(playing.size(), 0);
-  for (std::size_t i = 1; i < playing.size(); ++i) {
-    starts[i] = starts[i - 1] + lengths[i - 1] - fade;
+  if (cards.outroLength > 0) {
+    clips.push_back({TimelineSource::outro, -1, nullptr, cards.outroLength});
   }
-  const double total = starts.back() + lengths.back();
+  // Segments share one crossfade length; a card fades by its own, within half of either side.
+  const double segmentFade = crossfadeLength(segmentLengths, transition);
+  std::vector<double> fades(clips.size(), 0);  // fades[i]: between clip i and i + 1
+  for (std::size_t i = 0; i + 1 < clips.size(); ++i) {
+    const bool card = clips[i].source != TimelineSource::segment ||
+                      clips[i + 1].source != TimelineSource::segment;
+    fades[i] =
+        card ? std::min({std::max(cards.fade, 0.0), clips[i].length / 2, clips[i + 1].length / 2})
+             : segmentFade;
+  }
+  std::vector<double> starts(clips.size(), 0);
+  for (std::size_t i = 1; i < clips.size(); ++i) {
+    starts[i] = starts[i - 1] + clips[i - 1].length - fades[i - 1];
+  }
+  const double total = starts.back() + clips.back().length;
+  const auto entryOf = [&](const Clip& clip, double local, int& frame, double& time) {
+    if (clip.source == TimelineSource::segment) {
+      time = clip.clock->sourceTime(local);
+      frame = frameAt(segments[static_cast<std::size_t>(clip.segment)], time);
+    } else {
+      time = local;
+      frame = 0;
+    }
+  };
   // Rounded, so that a length of exactly N frame times is N frames despite floating point.
   const auto frames = static_cast<long>(std::llround(std::ceil(total * fps - 1e-6)));
   std::size_t current = 0;
   for (long k = 0; k < frames; ++k) {
     const double time = static_cast<double>(k) / fps;
-    while (current + 1 < playing.size() && time >= starts[current] + lengths[current] - 1e-9) {
+    while (current + 1 < clips.size() && time >= starts[current] + clips[current].length - 1e-9) {
       ++current;
     }
-    const RecordedSegment& segment = segments[static_cast<std::size_t>(playing[current])];
-    TimelineFrame entry{playing[current], frameAt(segment, time - starts[current])};
+    const Clip& clip = clips[current];
+    TimelineFrame entry;
+    entry.source = clip.source;
+    entry.segment = clip.segment;
+    entryOf(clip, time - starts[current], entry.frame, entry.time);
+    if (clip.clock != nullptr) {
+      entry.dip = clip.clock->dip(time - starts[current]);
+    }
     const std::size_t next = current + 1;
-    if (next < playing.size() && fade > 0 && time >= starts[next] - 1e-9) {
-      const RecordedSegment& following = segments[static_cast<std::size_t>(playing[next])];
-      entry.nextSegment = playing[next];
-      entry.nextFrame = frameAt(following, time - starts[next]);
-      entry.blend = std::clamp((time - starts[next]) / fade, 0.0, 1.0);
+    if (next < clips.size() && fades[current] > 0 && time >= starts[next] - 1e-9) {
+      const Clip& following = clips[next];
+      entry.nextSource = following.source;
+      entry.nextSegment = following.segment;
+      entryOf(following, time - starts[next], entry.nextFrame, entry.nextTime);
+      entry.blend = std::clamp((time - starts[next]) / fades[current], 0.0, 1.0);
     }
     timeline.push_back(entry);
   }
   return timeline;
 }
 
-}  // namespace brimble::RenderTimeline
+}  // namespace RenderTimeline
+}  // namespace brimble

@@ -12,15 +12,18 @@ namespace brimble {
 
 /// The render path: recorded segments in, one animation file out. The segments play one after
 /// another at the settings' frame rate, each crossfading into the next over the `transition`,
-/// scaled to the maximum width and centred on one canvas as large as the largest of them, and
-/// stream into the encoder. Frames are decoded when they are needed and repeats are not decoded
-/// at all, so memory stays small whatever the recordings' length.
+/// between the title cards, scaled to the maximum width and centred on one canvas as large as
+/// the largest of them, with the effects the settings and the segments' annotations ask for
+/// (FrameCompositor), and stream into the encoder. Frames are decoded when they are needed and
+/// repeats are neither decoded nor drawn again, so memory stays small whatever the recordings'
+/// length.
 namespace SegmentRenderer {
 
 /// Writes `segments` to `output` (through an AtomicFile: on failure or cancellation nothing is
 /// left). Segments without frames are left out; with none left nothing is written and the
-/// summary counts 0 frames. Throws what the encoder throws (MuxError, file errors,
-/// CancellationError once `stop` is requested).
+/// summary counts 0 frames. Throws EffectsError for settings it cannot use (a colour that is
+/// none) and what the encoder throws (MuxError, file errors, CancellationError once `stop` is
+/// requested).
 EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSettings& settings,
                      const std::filesystem::path& output, const EncodeProgress& progress = {},
                      const std::stop_token& stop = {});

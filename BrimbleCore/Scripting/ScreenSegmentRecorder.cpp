@@ -13,13 +13,25 @@ ScreenSegmentRecorder::ScreenSegmentRecorder(ScreenSource& source, Clock& clock,
 
 void ScreenSegmentRecorder::start(const SegmentRequest& request) {
   segment_.fps = request.fps;
+  // Where the platform can follow the pointer, frames are taken without it and the render draws
+  // it (smoothed, with clicks, or not at all, as its settings say).
+  const bool follow = source_.followsPointer();
+  recorder_.tracksPointer = follow;
+  segment_.framesShowCursor = follow ? false : request.showCursor;
+  const bool showCursor = follow ? false : request.showCursor;
   if (request.target.kind == CaptureTarget::Kind::window) {
-    const auto window = source_.window(request.target.windowID);
+    auto window = source_.window(request.target.windowID);
     if (!window) {
       throw ScreenCaptureError::windowNotFound(request.target.windowID);
     }
+    // The window manager's frame is recorded with the window, so the render can keep the real
+    // title bar or cut it away exactly.
+    if (const auto decorated = source_.decoratedWindow(request.target.windowID)) {
+      window = decorated->window;
+      segment_.frameExtents = decorated->extents;
+    }
     segment_.windowFrame = window->frame;
-    recorder_.start(*window, request.fps, request.showCursor);
+    recorder_.start(*window, request.fps, showCursor);
   } else {
     // The display that holds most of the area records it.
     const ScreenRect& area = request.target.area;
@@ -38,7 +50,7 @@ void ScreenSegmentRecorder::start(const SegmentRequest& request) {
     }
     segment_.windowFrame = area.intersection(best->frame);
     segment_.isRegionCapture = true;
-    recorder_.start(area, *best, request.fps, request.showCursor);
+    recorder_.start(area, *best, request.fps, showCursor);
   }
   const ImageSize size = recorder_.outputSize();
   if (segment_.windowFrame.width > 0) {
@@ -63,6 +75,10 @@ RecordedSegment ScreenSegmentRecorder::stop() {
   segment.duration = std::chrono::duration<double>(clock_.now() - started_).count();
   segment.frames = recorder_.stopAndCollectFrameStore();
   segment.frameTimes = recorder_.frameTimes();
+  for (const ScreenRecorder::PointerPosition& at : recorder_.pointerTrack()) {
+    segment.pointerTrack.push_back({at.time, {at.x, at.y}, at.cursor});
+  }
+  segment.cursorImages = recorder_.cursorImages();
   if (eventCapture_) {
     segment.events = eventCapture_->stopAndCollectEvents();
     eventCapture_.reset();

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -13,6 +14,7 @@
 
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/GifReader.h"
@@ -115,6 +117,59 @@ TEST(BrimbleRecord, RecordsAWindowForTheDurationIntoAnAnimation) {
   }
   EXPECT_GE(centiseconds, 170);
   EXPECT_LE(centiseconds, 230);
+}
+
+TEST(BrimbleRecord, EffectsSetTheWindowOnABackgroundDrawThePointerAndCutThePause) {
+  const auto display = x11::HeadlessDisplay::start();
+  TestWindow red({"--color", "ff0000", "--size", "320x200", "--position", "50,50"});
+  x11::X11ScreenSource source(display->displayName());
+  const ScreenRect frame = source.window(red.id())->frame;
+  red.warpPointer(frame.x + 100, frame.y + 80);
+  ASSERT_TRUE(testing::eventually([&] {
+    return source.pointerPosition() == std::pair{frame.x + 100, frame.y + 80};
+  }));
+  TempDirectory directory;
+  const auto out = directory / "effects.gif";
+  const auto result = runCommand(
+      brimble("record --window " + std::to_string(red.id()) +
+              " --duration 3 --fps 10 --cursor-smoothing --click-indicators --keystroke-badges "
+              "--idle-strategy cut --background '#336699' -o " +
+              shellQuote(out.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  EXPECT_GT(decoded->width, 320);
+  EXPECT_GT(decoded->height, 200);
+  const Image& first = decoded->frames.front();
+  const testing::Pixel corner = testing::pixelAt(first, 1, 1);
+  EXPECT_NEAR(corner.r, 0x33, 4);
+  EXPECT_NEAR(corner.b, 0x99, 4);
+  const testing::Pixel middle = testing::pixelAt(first, decoded->width / 2, decoded->height / 2);
+  EXPECT_GT(middle.r, 230);
+  EXPECT_LT(middle.g, 30);
+  // The pointer, taken out of the frames, is drawn back where it was: some pixels in the window
+  // near it are not red.
+  int drawn = 0;
+  const int left = (decoded->width - 320) / 2;
+  const int top = (decoded->height - 200) / 2;
+  for (int y = top + 75; y < top + 105; ++y) {
+    for (int x = left + 95; x < left + 120; ++x) {
+      const testing::Pixel p = testing::pixelAt(first, x, y);
+      drawn += p.g > 100 || p.r < 100 ? 1 : 0;
+    }
+  }
+  EXPECT_GT(drawn, 20);
+  // Nothing moved for 3 s: the pause is cut to half a second.
+  const int centiseconds =
+      std::accumulate(decoded->delaysCentiseconds.begin(), decoded->delaysCentiseconds.end(), 0);
+  EXPECT_GE(centiseconds, 40);
+  EXPECT_LE(centiseconds, 70);
+
+  const auto wrong = runCommand(brimble("record --window " + std::to_string(red.id()) +
+                                        " --background teal -o " + shellQuote(out.string())));
+  EXPECT_EQ(wrong.exitCode, 2);
+  EXPECT_EQ(wrong.output,
+            "brimble record: --background must be a hex colour such as #1a1a2e (got \"teal\")\n");
 }
 
 /// `brimble record --headless` of the display in a temporary directory of its own, ended by

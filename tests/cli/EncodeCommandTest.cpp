@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "tests/Support/ChildProcess.h"
@@ -248,6 +249,40 @@ TEST(BrimbleProcess, ChangesSpeedAndSizeAndWritesBesideTheInput) {
   EXPECT_EQ(missing.exitCode, 1);
   EXPECT_EQ(missing.output, "brimble process: cannot read " + (directory / "nope.gif").string() +
                                 ": No such file or directory\n");
+}
+
+TEST(BrimbleProcess, IdleStrategiesShortenPausesAndDedupeKeepsTheTime) {
+  TempDirectory directory;
+  const auto in = directory / "paused.gif";
+  // 0.5 s of one picture, a 4 s pause on the next, then 0.5 s of a third.
+  const auto frame = [](std::uint8_t shade, double delay) {
+    return ProcessedFrame{testing::solidImage(40, 20, {shade, 60, 90}), delay, std::nullopt};
+  };
+  const std::vector<ProcessedFrame> frames = {frame(20, 0.5), frame(120, 1), frame(120, 3),
+                                              frame(220, 0.5)};
+  GIFEncoder::encode(frames, 0, PaletteStrategy::perFrame, false, OutputFormat::gif, in);
+  const auto processed = [&](const std::string& options) {
+    const auto out = directory / "out.gif";
+    const auto result =
+        runCommand(brimbleCommand("process " + shellQuote(in.string()) + " -o " +
+                                  shellQuote(out.string()) + " " + options + " 2>&1"));
+    EXPECT_EQ(result.exitCode, 0) << result.output;
+    const auto decoded = testing::decodeGIFFile(out);
+    return decoded ? std::accumulate(decoded->delaysCentiseconds.begin(),
+                                     decoded->delaysCentiseconds.end(), 0)
+                   : -1;
+  };
+  EXPECT_EQ(processed("--no-dedupe"), 500);
+  EXPECT_EQ(processed("--dedupe"), 500);
+  EXPECT_EQ(processed("--idle-strategy cut"), 150);
+  EXPECT_EQ(processed("--idle-strategy fade --idle-threshold 2.5"), 150);
+  EXPECT_EQ(processed("--idle-strategy ramp"), 150);
+  EXPECT_EQ(processed("--idle-strategy cut --idle-threshold 5"), 500);
+  const auto wrong = runCommand(
+      brimbleCommand("process " + shellQuote(in.string()) + " --idle-strategy skip 2>&1"));
+  EXPECT_EQ(wrong.exitCode, 2);
+  EXPECT_EQ(wrong.output,
+            "brimble process: unknown idle strategy \"skip\" (use cut, ramp or fade)\n");
 }
 
 TEST(BrimbleEncode, CtrlCStopsCleanlyAndKeepsTheOldFile) {

@@ -12,6 +12,7 @@
 #include "BrimbleCore/Platform/X11/X11ScreenStream.h"
 #include "BrimbleCore/Platform/X11/XDisplay.h"
 #include "BrimbleCore/Platform/X11/XHandles.h"
+#include "BrimbleCore/Platform/X11/XProperties.h"
 
 namespace brimble::x11 {
 namespace {
@@ -95,6 +96,50 @@ std::optional<ScreenWindow> X11ScreenSource::window(std::uint32_t windowID) {
   XTranslateCoordinates(display, windowID, DefaultRootWindow(display), 0, 0, &x, &y, &child);
   checkStillConnected(display);
   return ScreenWindow{windowID, {x, y, attributes.width, attributes.height}};
+}
+
+std::optional<DecoratedWindow> X11ScreenSource::decoratedWindow(std::uint32_t windowID) {
+  const XDisplayPtr connection = connect(displayName_);
+  Display* display = connection.get();
+  const auto extents = longProperty(display, windowID, "_NET_FRAME_EXTENTS", XA_CARDINAL);
+  checkStillConnected(display);
+  if (!extents || extents->size() != 4) {
+    return std::nullopt;
+  }
+  // The frame is the client's ancestor just below the root.
+  const Window root = DefaultRootWindow(display);
+  Window frame = windowID;
+  for (int depth = 0; depth < 16; ++depth) {
+    Window rootReturn = 0;
+    Window parent = 0;
+    Window* children = nullptr;
+    unsigned int count = 0;
+    Status status = 0;
+    if (!succeeds(display,
+                  [&] {
+                    status = XQueryTree(display, frame, &rootReturn, &parent, &children, &count);
+                  }) ||
+        status == 0) {
+      return std::nullopt;
+    }
+    if (children != nullptr) {
+      XFree(children);
+    }
+    if (parent == root || parent == 0) {
+      break;
+    }
+    frame = parent;
+  }
+  const FrameExtents decorations{static_cast<int>((*extents)[0]), static_cast<int>((*extents)[1]),
+                                 static_cast<int>((*extents)[2]), static_cast<int>((*extents)[3])};
+  if (frame == windowID || decorations == FrameExtents{}) {
+    return std::nullopt;
+  }
+  const auto outer = window(static_cast<std::uint32_t>(frame));
+  if (!outer) {
+    return std::nullopt;
+  }
+  return DecoratedWindow{*outer, decorations};
 }
 
 std::unique_ptr<ScreenStream> X11ScreenSource::openStream(const CaptureTarget& target,

@@ -30,6 +30,10 @@ class X11ScreenSource final : public ScreenSource {
   std::vector<ScreenDisplay> displays() override;
   std::optional<ScreenWindow> window(std::uint32_t windowID) override;
   std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target, bool showCursor) override;
+  bool followsPointer() const override { return true; }
+  /// The top-level ancestor the window manager reparented the window into, with the extents
+  /// it announces in _NET_FRAME_EXTENTS.
+  std::optional<DecoratedWindow> decoratedWindow(std::uint32_t windowID) override;
   std::optional<std::pair<int, int>> pointerPosition() override;
 
  private:

@@ -147,6 +147,15 @@ bool X11ScreenStream::updateCursor(int& rootX, int& rootY) {
   return true;
 }
 
+std::optional<brimble::PointerState> X11ScreenStream::pointer() {
+  int x = 0;
+  int y = 0;
+  if (!updateCursor(x, y)) {
+    return std::nullopt;
+  }
+  return brimble::PointerState{x, y, *cursor_, cursorSerial_};
+}
+
 std::optional<PixelBuffer> X11ScreenStream::grabWindow() {
   Display* display = display_.get();
   const Window window = target_.windowID;

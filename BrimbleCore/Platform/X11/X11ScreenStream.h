@@ -32,6 +32,8 @@ class X11ScreenStream final : public ScreenStream {
   ~X11ScreenStream() override;
 
   std::optional<Image> grab() override;
+  /// From XFixes, on this stream's connection.
+  std::optional<brimble::PointerState> pointer() override;
 
   /// Whether frames come through MIT-SHM (known after the first grab).
   bool usesSharedMemory() const noexcept { return grabber_ && grabber_->usesSharedMemory(); }

@@ -99,5 +99,42 @@ TEST(SegmentRenderer, SegmentsCrossfadeOnOneCanvasAndKeepTheirTime) {
   EXPECT_TRUE(mixed);
 }
 
+TEST(SegmentRenderer, CardsAddTheirTimeAndAnIdleCutTakesItsPauseOutOfTheFile) {
+  // 1 s of change, a 3 s pause, 1 s of change, at 10 fps.
+  std::vector<Image> images;
+  for (int i = 0; i < 50; ++i) {
+    const int shade = i < 10 ? i * 20 : (i < 40 ? 200 : 10 + (i - 40) * 20);
+    images.push_back(testing::solidImage(60, 40, {static_cast<std::uint8_t>(shade), 80, 120}));
+  }
+  std::vector<RecordedSegment> segments;
+  segments.push_back(segmentOf(images, 10));
+  RenderSettings settings;
+  settings.fps = 10;
+  testing::TempDirectory directory;
+  const auto playTime = [&](const RenderSettings& chosen) {
+    const auto out = directory / "out.gif";
+    const EncodeSummary summary = SegmentRenderer::render(segments, chosen, out);
+    const auto gif = testing::decodeGIFFile(out);
+    EXPECT_TRUE(gif);
+    const int total =
+        gif ? std::accumulate(gif->delaysCentiseconds.begin(), gif->delaysCentiseconds.end(), 0)
+            : 0;
+    EXPECT_NEAR(summary.duration * 100, total, 1);
+    return total;
+  };
+  EXPECT_EQ(playTime(settings), 500);
+  // An intro of 1 s and the outro's default 2.5 s, each crossfading 0.5 s with the recording.
+  RenderSettings cards = settings;
+  cards.intro = TitleCard{"Intro", "", 1.0};
+  cards.outro = TitleCard{"Outro", "", std::nullopt};
+  EXPECT_EQ(playTime(cards), 500 + 100 + 250 - 50 - 50);
+  // The 3 s pause (from 1.0 s to 4.0 s) keeps half a second.
+  RenderSettings cut = settings;
+  cut.idleStrategy = IdleStrategy::cut;
+  EXPECT_EQ(playTime(cut), 500 - 250);
+  cut.idleThreshold = 3.5;
+  EXPECT_EQ(playTime(cut), 500);
+}
+
 }  // namespace
 }  // namespace brimble

@@ -8,8 +8,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "BrimbleCore/Effects/FrameCompositor.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenStream.h"
+#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/X11Helpers.h"
@@ -152,7 +155,78 @@ TEST(X11ScreenSource, ThePointerIsDrawnWhereItIsOnlyWhenAsked) {
     EXPECT_GE(changed, 20) << "no pointer drawn";
     EXPECT_EQ(farAway, 0) << "pointer drawn away from its position";
     EXPECT_EQ(testing::pixelAt(withCursor, 0, 0).a, 255);
+    // A stream without the pointer still tells where it is and what it looks like.
+    const auto pointer = source.openStream(target, false)->pointer();
+    ASSERT_TRUE(pointer);
+    EXPECT_EQ(pointer->x, frame.x + 150);
+    EXPECT_EQ(pointer->y, frame.y + 100);
+    EXPECT_FALSE(pointer->cursor.image.empty());
   }
+}
+
+TEST(X11ScreenSource, SegmentsAreRecordedWithoutThePointerAndWithItsTrackBeside) {
+  const auto display = HeadlessDisplay::start();
+  TestWindow red({"--color", "ff0000", "--size", "320x240", "--position", "100,100"});
+  X11ScreenSource source(display->displayName());
+  const ScreenRect frame = source.window(red.id())->frame;
+  red.warpPointer(frame.x + 40, frame.y + 40);
+  ASSERT_TRUE(eventually([&] {
+    return source.pointerPosition() == std::pair{frame.x + 40, frame.y + 40};
+  }));
+  ScreenSegmentRecorder recorder(source, steadyClock());
+  recorder.start({CaptureTarget::windowOf(red.id()), 20, true});
+  ASSERT_TRUE(eventually([&] { return recorder.frameCount() >= 3; }));
+  red.warpPointer(frame.x + 200, frame.y + 150);
+  ASSERT_TRUE(eventually([&] { return recorder.frameCount() >= 8; }));
+  RecordedSegment segment = recorder.stop();
+
+  EXPECT_FALSE(segment.framesShowCursor);
+  ASSERT_TRUE(segment.frames);
+  // The window manager's frame is recorded around the window, its extents beside it.
+  const FrameExtents extents = segment.frameExtents;
+  EXPECT_GT(extents.top, 0);
+  EXPECT_EQ(segment.windowFrame.width, 320 + extents.left + extents.right);
+  EXPECT_EQ(segment.windowFrame.height, 240 + extents.top + extents.bottom);
+  const auto last = decodeImage(segment.frames->data(segment.frames->count() - 1));
+  ASSERT_TRUE(last);
+  // JPEG keeps red red, and no dark pointer pixels anywhere in the window.
+  const auto darkPixels = [](const Image& image, int left, int top, int width, int height) {
+    int dark = 0;
+    for (int y = top; y < top + height; ++y) {
+      for (int x = left; x < left + width; ++x) {
+        dark += testing::pixelAt(image, x, y).r < 128 ? 1 : 0;
+      }
+    }
+    return dark;
+  };
+  EXPECT_EQ(darkPixels(*last, extents.left, extents.top, 320, 240), 0);
+
+  // Rendered without the title bar, exactly the window is left: all of it red but the pointer,
+  // which the render draws where the track says.
+  std::vector<RecordedSegment> segments;
+  segments.push_back(std::move(segment));
+  RenderSettings settings;
+  settings.fps = 20;
+  settings.includeTitleBar = false;
+  settings.showCursor = false;
+  const FrameCompositor cropped(segments, settings);
+  EXPECT_EQ(cropped.canvasSize(), (ImageSize{320, 240}));
+  EXPECT_EQ(darkPixels(*cropped.frame(0), 0, 0, 320, 240), 0);
+  settings.includeTitleBar = true;
+  const FrameCompositor kept(segments, settings);
+  const Image decorated = *kept.frame(0);
+  EXPECT_GT(darkPixels(decorated, extents.left, 0, 320, extents.top), 320 * extents.top / 4)
+      << "the title bar";
+  const RecordedSegment& recorded = segments[0];
+  ASSERT_GE(recorded.pointerTrack.size(), 8u);
+  EXPECT_EQ(recorded.pointerTrack.front().position, (ScreenPoint{frame.x + 40, frame.y + 40}));
+  EXPECT_EQ(recorded.pointerTrack.back().position, (ScreenPoint{frame.x + 200, frame.y + 150}));
+  for (std::size_t i = 1; i < recorded.pointerTrack.size(); ++i) {
+    EXPECT_GE(recorded.pointerTrack[i].time, recorded.pointerTrack[i - 1].time);
+  }
+  ASSERT_FALSE(recorded.cursorImages.empty());
+  EXPECT_EQ(recorded.pointerTrack.back().cursor,
+            static_cast<int>(recorded.cursorImages.size()) - 1);
 }
 
 /// Whether each System V segment this process created is marked for removal (SHM_DEST).

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <thread>
+#include <variant>
 
 #include <nlohmann/json.hpp>
-#include <exception>
-#include <variant>
 
 #include "BrimbleCore/MCP/MCPError.h"
 #include "BrimbleCore/MCP/MCPToolError.h"

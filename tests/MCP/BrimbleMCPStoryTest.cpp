@@ -344,6 +344,7 @@ TEST_F(BrimbleMCPStory, FindsTheElementsOfALocalPage) {
     hasName = hasName || element["selector"] == "css:#name";
   }
   EXPECT_TRUE(hasName) << listed.dump();
+  EXPECT_EQ(value("crowded"), json::parse(R"({"count":500,"listed":500})"));
   const json& found = value("resolveFound");
   ASSERT_EQ(found["found"], true) << found.dump();
   EXPECT_GT(found["rect"]["width"].get<int>(), 0);

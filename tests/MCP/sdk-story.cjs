@@ -237,6 +237,16 @@ async function main() {
   await record("resolveFound", "resolve_target", { url: pageURL, target: "css:#name" });
   await record("resolveMissing", "resolve_target", { url: pageURL, target: "css:#no-such" });
   await record("elementsOfApp", "list_elements", { app: "Terminal" });
+  // More elements than the cap: a limit of 1000 is clamped to 500.
+  const crowded = path.join(workdir, "crowded.html");
+  const buttons = Array.from({ length: 600 }, (_, i) => `<button id="b${i}">B${i}</button>`);
+  require("fs").writeFileSync(crowded, `<!doctype html><body>${buttons.join("")}</body>`);
+  const many = await call("list_elements", { url: `file://${crowded}`, limit: 1000 });
+  seen.calls.crowded = {
+    isError: many.isError,
+    value: many.isError ? many.value : { count: many.value.count, listed: many.value.elements.length },
+    extra: [],
+  };
 
   await record("permissions", "check_permissions", {});
   await record("status", "brimble_status", {});

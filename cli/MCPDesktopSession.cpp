@@ -108,13 +108,16 @@ void MCPDesktopSession::ensureDisplay() {
     input_ = std::make_unique<InputSimulator>(*inputBackend_, steadyClock());
     windowSystem_ = session_->windowSystem();
     launcher_ = session_->appLauncher();
-    windows_ = std::make_unique<WindowManager>(*windowSystem_, *launcher_, steadyClock());
+    accessibility_ = session_->accessibility();
+    windows_ = std::make_unique<WindowManager>(*windowSystem_, *launcher_, steadyClock(),
+                                               accessibility_.get());
     browsers_ = std::make_unique<ChromeBrowserLauncher>(session_->environment());
     info_ = info;
   } catch (const std::exception& error) {
     logLine(std::string("[Brimble MCP] No display: ") + error.what());
     browsers_.reset();
     windows_.reset();
+    accessibility_.reset();
     launcher_.reset();
     windowSystem_.reset();
     input_.reset();
@@ -143,7 +146,8 @@ WindowManager& MCPDesktopSession::windows() {
 
 std::unique_ptr<WindowManager> MCPDesktopSession::makeWindowManager() {
   ensureDisplay();
-  return std::make_unique<WindowManager>(*windowSystem_, *launcher_, steadyClock());
+  return std::make_unique<WindowManager>(*windowSystem_, *launcher_, steadyClock(),
+                                         accessibility_.get());
 }
 
 std::unique_ptr<SegmentRecorder> MCPDesktopSession::makeRecorder() {

@@ -47,6 +47,7 @@ class MCPDesktopSession final : public MCPDesktop {
   std::unique_ptr<InputSimulator> input_;
   std::unique_ptr<WindowSystem> windowSystem_;
   std::unique_ptr<AppLauncher> launcher_;
+  std::unique_ptr<AccessibilityBackend> accessibility_;
   std::unique_ptr<WindowManager> windows_;
   std::unique_ptr<ChromeBrowserLauncher> browsers_;
 };

@@ -236,7 +236,11 @@ async function main() {
   await record("listElements", "list_elements", { url: pageURL, limit: 1000 });
   await record("resolveFound", "resolve_target", { url: pageURL, target: "css:#name" });
   await record("resolveMissing", "resolve_target", { url: pageURL, target: "css:#no-such" });
-  await record("elementsOfApp", "list_elements", { app: "Terminal" });
+  // Elements of a native application over AT-SPI: a GTK application, and a terminal, which shows
+  // none.
+  await record("factoryOpened", "open_app", { app: "gtk3-widget-factory" });
+  await record("elementsOfApp", "list_elements", { app: "gtk3-widget-factory", limit: 40 });
+  await record("elementsOfTerminal", "list_elements", { app: "Terminal" });
   // More elements than the cap: a limit of 1000 is clamped to 500.
   const crowded = path.join(workdir, "crowded.html");
   const buttons = Array.from({ length: 600 }, (_, i) => `<button id="b${i}">B${i}</button>`);

@@ -30,6 +30,7 @@ sanitize: deps
 	  -DBRIMBLE_WERROR=ON -DBRIMBLE_SANITIZE=ON
 	cmake --build build-asan -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
+	  LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp \
 	  ctest --test-dir build-asan $(CTEST_FLAGS) $(SANITIZE_EXCLUDE)
 
 # The example script in an embedded display, whatever $$DISPLAY says.

@@ -101,6 +101,7 @@ TEST(BrimbleRun, TwoTerminalSegmentsCrossfadeIntoAnAnimationOfWhatWasOnScreen) {
   const fs::path script = writeScript(directory, R"(set fps 12
 set transition 0.5
 set max-width 1200
+set include-title-bar false
 open "Terminal"
 wait 0.5
 capture-window app "Terminal" as $term

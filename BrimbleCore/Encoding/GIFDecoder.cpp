@@ -26,7 +26,9 @@ int readFromMemory(GifFileType* gif, GifByteType* out, int length) {
   auto* reader = static_cast<MemoryReader*>(gif->UserData);
   const std::size_t n = std::min(static_cast<std::size_t>(std::max(length, 0)),
                                  reader->bytes.size() - reader->position);
-  std::memcpy(out, reader->bytes.data() + reader->position, n);
+  if (n > 0) {
+    std::memcpy(out, reader->bytes.data() + reader->position, n);
+  }
   reader->position += n;
   return static_cast<int>(n);
 }
@@ -145,8 +147,9 @@ ProcessedFrame GIFDecoder::State::readImage() {
   const PixelBuffer before = disposal == DISPOSE_PREVIOUS ? canvas : PixelBuffer();
   const int left = std::max(desc.Left, 0);
   const int top = std::max(desc.Top, 0);
-  const int right = std::min(desc.Left + desc.Width, screenWidth);
-  const int bottom = std::min(desc.Top + desc.Height, screenHeight);
+  // An image placed wholly outside the canvas covers none of it.
+  const int right = std::max(std::min(desc.Left + desc.Width, screenWidth), left);
+  const int bottom = std::max(std::min(desc.Top + desc.Height, screenHeight), top);
   // Row by row straight onto the canvas: an image may claim far more rows than it holds.
   line.resize(static_cast<std::size_t>(std::max(desc.Width, 0)));
   const auto drawLine = [&](int y) {

@@ -153,6 +153,18 @@ TEST(GIFDecoder, TheCanvasIsBoundedAndDamageIsAnErrorNamingTheFile) {
         testing::errorText<ImageCodecError>([&] { GIFDecoder(c.bytes, "far.gif").readAll(); }),
         c.error);
   }
+
+  // Found by GIFDecoderFuzzer: an image wholly right of a 6x6 canvas, disposed to the background,
+  // covers nothing (clearing it once wrote a negative number of bytes).
+  const std::vector<std::uint8_t> beyond = {
+      'G', 'I', 'F', '8', '9', '/', 6, 0, 6, 0, 0xF0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0x21, 0xF9, 4,
+      10, 2, 0, 1, 0, 0x2C, 0, 8, 0, 0, 6, 0, 6, 0, 0x3D, 2, 6, 0x8C, 0x8F, 8, 0xC9, 0x7D, 5, 0,
+      0x3B};
+  GIFDecoder decoder(beyond, "beyond.gif");
+  EXPECT_EQ(decoder.size(), (ImageSize{6, 6}));
+  const auto nothing = decoder.readAll();
+  ASSERT_EQ(nothing.size(), 1u);
+  EXPECT_EQ(rgba(nothing[0].image, 5, 5)[3], 0);
 }
 
 }  // namespace

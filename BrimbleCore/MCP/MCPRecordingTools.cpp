@@ -188,14 +188,6 @@ JSONValue recordRegion(const ToolEnvironment& environment, const Arguments& argu
   return JSONValue::Object{{"session_id", id}, {"recording", true}};
 }
 
-std::string sessionID(const Arguments& arguments) {
-  const auto id = arguments.string("session_id");
-  if (!id || id->empty()) {
-    fail("'session_id' is required");
-  }
-  return *id;
-}
-
 [[noreturn]] void noActiveRecording(const SessionContext& context, const std::string& id) {
   std::string active;
   for (const std::string& each : context.activeIDs()) {

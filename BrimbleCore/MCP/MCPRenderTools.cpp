@@ -154,43 +154,38 @@ EncodeProgress progressOf(MCPCallContext& call) {
   };
 }
 
-MCPToolResult renderGIF(SessionContext& context, MCPCallContext& call,
-                        const Arguments& arguments) {
-  const auto id = arguments.string("session_id");
-  if (!id || id->empty()) {
-    fail("'session_id' is required");
-  }
-  switch (context.state(*id)) {
+MCPToolResult renderGIF(SessionContext& context, MCPCallContext& call, const Arguments& arguments) {
+  const std::string id = sessionID(arguments);
+  switch (context.state(id)) {
     case SessionContext::RecordingState::active:
-      fail("Recording '" + *id +
+      fail("Recording '" + id +
            "' is still recording. Stop it first with stop_recording (or let its duration "
            "elapse), then render_gif.");
     case SessionContext::RecordingState::released:
-      fail("Recording '" + *id +
+      fail("Recording '" + id +
            "' was captured but its frames have been released - discarded via discard_recording, "
            "or evicted after 3 newer captures took its place. Re-record to render it again.");
     case SessionContext::RecordingState::unknown:
-      fail("No recording with session ID '" + *id +
+      fail("No recording with session ID '" + id +
            "'. It may never have existed or the session was torn down.");
     case SessionContext::RecordingState::completed:
       break;
   }
   // A render is a use: the recording moves to the most recently used end.
-  const auto peek = context.getCompletedRecording(*id);
+  const auto peek = context.getCompletedRecording(id);
   if (!peek) {
-    fail("No recording with session ID '" + *id +
+    fail("No recording with session ID '" + id +
          "'. It may never have existed or the session was torn down.");
   }
   const RenderSettings settings = renderSettings(arguments, *peek);
   const fs::path output = fs::absolute(arguments.string("output").value_or(
-      "recording-" + *id + "." + std::string(fileExtension(settings.format))));
+      "recording-" + id + "." + std::string(fileExtension(settings.format))));
   requireDirectory(output);
   const RecordedSegment& segment = *peek->segment;
   EncodeSummary summary;
   try {
-    summary =
-        SegmentRenderer::render(std::span<const RecordedSegment>(&segment, 1), settings, output,
-                                progressOf(call), call.stop());
+    summary = SegmentRenderer::render(std::span<const RecordedSegment>(&segment, 1), settings,
+                                      output, progressOf(call), call.stop());
   } catch (const CancellationError&) {
     fail("Rendering cancelled; nothing was written");
   } catch (const std::system_error& error) {
@@ -207,7 +202,7 @@ MCPToolResult renderGIF(SessionContext& context, MCPCallContext& call,
   const bool release = arguments.boolean("release").value_or(false);
   const std::optional<Image> still = lastFrame(segment);
   if (release) {
-    context.removeCompletedRecording(*id);
+    context.removeCompletedRecording(id);
   }
   JSONValue result = JSONValue::Object{{"path", output.string()},
                                        {"size_mb", megabytes(size)},
@@ -289,10 +284,9 @@ JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Argume
   EncodeSummary summary;
   try {
     // Written beside the destination and renamed over it, so processing in place is safe.
-    summary =
-        GIFEncoder::encode(frames, loopCount, palette,
-                           arguments.boolean("frame_diffing").value_or(false), format, output,
-                           progressOf(call), call.stop());
+    summary = GIFEncoder::encode(frames, loopCount, palette,
+                                 arguments.boolean("frame_diffing").value_or(false), format, output,
+                                 progressOf(call), call.stop());
   } catch (const CancellationError&) {
     fail("Processing cancelled; nothing was written");
   } catch (const std::system_error& error) {
@@ -310,28 +304,25 @@ JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Argume
 }
 
 JSONValue discardRecording(SessionContext& context, const Arguments& arguments) {
-  const auto id = arguments.string("session_id");
-  if (!id || id->empty()) {
-    fail("'session_id' is required");
-  }
-  switch (context.state(*id)) {
+  const std::string id = sessionID(arguments);
+  switch (context.state(id)) {
     case SessionContext::RecordingState::active:
-      fail("Recording '" + *id +
+      fail("Recording '" + id +
            "' is still recording. Stop it with stop_recording before discarding.");
     case SessionContext::RecordingState::unknown:
-      fail("No recording with session ID '" + *id + "' to discard.");
+      fail("No recording with session ID '" + id + "' to discard.");
     case SessionContext::RecordingState::released:
       return JSONValue::Object{
-          {"session_id", *id}, {"discarded", true}, {"note", "Frames were already released."}};
+          {"session_id", id}, {"discarded", true}, {"note", "Frames were already released."}};
     case SessionContext::RecordingState::completed:
       break;
   }
-  if (!context.removeCompletedRecording(*id)) {
+  if (!context.removeCompletedRecording(id)) {
     // Evicted between the two looks: released all the same.
     return JSONValue::Object{
-        {"session_id", *id}, {"discarded", true}, {"note", "Frames were already released."}};
+        {"session_id", id}, {"discarded", true}, {"note", "Frames were already released."}};
   }
-  return JSONValue::Object{{"session_id", *id}, {"discarded", true}};
+  return JSONValue::Object{{"session_id", id}, {"discarded", true}};
 }
 
 JSONValue formatSchema() {

@@ -56,6 +56,14 @@ void fail(const std::string& message) {
   throw MCPToolError(message);
 }
 
+std::string sessionID(const Arguments& arguments) {
+  const auto id = arguments.string("session_id");
+  if (!id || id->empty()) {
+    fail("'session_id' is required");
+  }
+  return *id;
+}
+
 JSONValue targetJSON(const WindowInfo& window) {
   return JSONValue::Object{
       {"window_id", window.id},

@@ -44,6 +44,9 @@ class Arguments {
 /// Throws MCPToolError(message).
 [[noreturn]] void fail(const std::string& message);
 
+/// The recording a call names in "session_id"; fails with "'session_id' is required" without one.
+std::string sessionID(const Arguments& arguments);
+
 /// {"window_id", "title", "app", "frame": {"x", "y", "w", "h"}}.
 JSONValue targetJSON(const WindowInfo& window);
 

@@ -26,6 +26,13 @@ async function main() {
     BRIMBLE_HISTORY_FILE: path.join(workdir, "history.json"),
     TMPDIR: path.join(workdir, "tmp"),
   };
+  // Hosts start servers with a bare environment; the sanitizers' settings (suppressions of
+  // libraries' process-long caches) still reach the server under `make sanitize`.
+  for (const name of ["ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS"]) {
+    if (process.env[name]) {
+      env[name] = process.env[name];
+    }
+  }
   const transport = new StdioClientTransport({ command, args, env, cwd: workdir, stderr: "pipe" });
   let stderr = "";
   transport.stderr.on("data", (chunk) => {

@@ -55,11 +55,11 @@ ElementQuery ElementQuery::parse(std::string_view target) {
     }
   } else if (target.starts_with("role:")) {
     query.kind = Kind::role;
-    const std::string_view spec = rest("role:");
-    const std::size_t slash = spec.find('/');
-    query.value = canonicalRole(trimmed(spec.substr(0, slash)));
+    const std::string_view roleAndTitle = rest("role:");
+    const std::size_t slash = roleAndTitle.find('/');
+    query.value = canonicalRole(trimmed(roleAndTitle.substr(0, slash)));
     if (slash != std::string_view::npos) {
-      query.title = std::string(trimmed(spec.substr(slash + 1)));
+      query.title = std::string(trimmed(roleAndTitle.substr(slash + 1)));
     }
     if (query.value.empty()) {
       throw DemoDriverError::invalidTarget("role: requires a non-empty AX role name");

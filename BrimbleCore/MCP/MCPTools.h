@@ -15,7 +15,7 @@ struct ToolEnvironment {
   MCPDesktop& desktop;
 };
 
-/// The Linux wording of the designed permission texts.
+/// The permission texts, in their Linux wording.
 inline constexpr const char* kScreenRecordingRequired =
     "Screen Recording permission is required. No X11 display could be captured: run inside an "
     "X11 session or start the server with --headless.";

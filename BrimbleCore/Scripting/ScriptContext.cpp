@@ -40,8 +40,8 @@ const std::string* ScriptContext::usableSetting(std::string_view name) const {
   if (text == nullptr) {
     return nullptr;
   }
-  const ScriptSettingSpec* spec = findScriptSetting(name);
-  return spec == nullptr || isAcceptedSettingValue(*spec, *text) ? text : nullptr;
+  const ScriptSettingSpec* known = findScriptSetting(name);
+  return known == nullptr || isAcceptedSettingValue(*known, *text) ? text : nullptr;
 }
 
 bool ScriptContext::boolSetting(std::string_view name, bool defaultValue) const {

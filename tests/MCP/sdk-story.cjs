@@ -1,7 +1,7 @@
 // Drives `brimble mcp-server` through the official MCP TypeScript SDK the way an assistant would
 // tell a story: list windows, open a terminal, record it while typing, stop, render in several
 // formats, look at a still, run and check scripts, inspect a page, read every resource, and
-// probe the designed edge cases. Prints what the SDK saw as one JSON line; the C++ test
+// probe the edge cases. Prints what the SDK saw as one JSON line; the C++ test
 // (MCPSDKClientTest.cpp) asserts on it and checks the files with independent decoders.
 //
 //   node sdk-story.cjs WORKDIR PAGE_URL COMMAND [ARGUMENTS...]

@@ -17,7 +17,6 @@
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
-#include "BrimbleCore/Scripting/ScriptProfiler.h"
 #include "BrimbleCore/Scripting/ScriptRenderSettings.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/FakeAppLauncher.h"
@@ -553,7 +552,7 @@ wait 1
   EXPECT_THAT(missing.browsers.log, ElementsAre("launch https://example.com", "end"));
 }
 
-TEST(ScriptEngine, SettingsBecomeTheRenderAndTheProfileAccountsForTheTime) {
+TEST(ScriptEngine, SettingsBecomeTheRenderAndAPreviewRecordsAtItsOwnRate) {
   ScriptContext context;
   context.setSetting("fps", "25");  // not a rate the table accepts: the default stays
   context.setSetting("max-width", "640");
@@ -578,17 +577,6 @@ TEST(ScriptEngine, SettingsBecomeTheRenderAndTheProfileAccountsForTheTime) {
            "open \"Terminal\"\ncapture-window app \"Terminal\" as $t\n"
            "record $t duration 1\n");
   EXPECT_THAT(rig.recorders.lines[0], HasSubstr("10fps"));
-
-  ScriptProfiler profiler;
-  profiler.record(1, "wait 3", 3);
-  profiler.record(2, "type \"x\"", 1);
-  profiler.record(0, "render", 0);
-  EXPECT_DOUBLE_EQ(profiler.totalSeconds(), 4);
-  const std::vector<std::string> report = profiler.report();
-  ASSERT_EQ(report.size(), 6u);
-  EXPECT_THAT(report[1], ::testing::MatchesRegex(" +1 +3\\.000 +75% +wait 3"));
-  EXPECT_THAT(report[3], ::testing::MatchesRegex(" +0\\.000 +0% +render"));
-  EXPECT_EQ(report[5], "  slowest: wait 3 (line 1)");
 }
 
 }  // namespace

@@ -21,6 +21,11 @@ packages=(
   git
   # element targets in native applications: AT-SPI, and GTK dialogs to test against
   libatspi2.0-dev at-spi2-core zenity gtk-3-examples
+  # video and sound: H.264/AAC in MP4, the desktop's sound server, and a private one for tests
+  libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev libpulse-dev
+  pulseaudio pulseaudio-utils
+  # the desktop application (and a Qt test application for element targets)
+  qt6-base-dev qt6-qpa-plugins
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick webp giflib-tools time
   # MCP tests: the SDK client runs on node; the shim's install-help responder on python3

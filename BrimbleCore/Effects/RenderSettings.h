@@ -39,6 +39,8 @@ struct RenderSettings {
   PaletteStrategy paletteStrategy = PaletteStrategy::automatic;
   /// Frames that repeat the frame before them only lengthen its delay.
   bool deduplicate = true;
+  /// GIF frames after the first store only the pixels that changed.
+  bool frameDiffing = true;
   float webpQuality = 75;
 
   bool showCursor = true;

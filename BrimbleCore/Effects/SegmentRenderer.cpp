@@ -16,7 +16,7 @@ EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSett
   SequenceOptions options;
   options.fps = settings.fps;
   options.loopCount = settings.loopCount;
-  options.frameDiffing = true;
+  options.frameDiffing = settings.frameDiffing;
   options.deduplicate = settings.deduplicate;
   options.format = settings.format;
   options.progress = progress;
@@ -30,6 +30,15 @@ EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSett
   // An output frame that shows what the one before it shows needs no decoding or drawing.
   options.repeatsPrevious = [&](int k) { return compositor.repeatsPrevious(k); };
   return GIFEncoder::encodeSequence(compositor.frameCount(), frameAt, output, options);
+}
+
+std::optional<Image> lastFrame(std::span<const RecordedSegment> segments,
+                               const RenderSettings& settings) {
+  const FrameCompositor compositor(segments, settings);
+  if (compositor.frameCount() == 0) {
+    return std::nullopt;
+  }
+  return compositor.frame(compositor.frameCount() - 1);
 }
 
 }  // namespace brimble::SegmentRenderer

@@ -28,5 +28,10 @@ EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSett
                      const std::filesystem::path& output, const EncodeProgress& progress = {},
                      const std::stop_token& stop = {});
 
+/// The last frame `render` writes for the same segments and settings, drawn as it is drawn
+/// there; no value when there is none.
+std::optional<Image> lastFrame(std::span<const RecordedSegment> segments,
+                               const RenderSettings& settings);
+
 }  // namespace SegmentRenderer
 }  // namespace brimble

@@ -8,10 +8,10 @@
 
 #include <fmt/format.h>
 
+#include "BrimbleCore/Effects/IdleTrimmer.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
 #include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
-#include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
 #include "BrimbleCore/MCP/MCPToolSupport.h"
 #include "BrimbleCore/MCP/MCPTools.h"
@@ -115,6 +115,7 @@ RenderSettings renderSettings(const Arguments& arguments, const CompletedRecordi
   }
   settings.loopCount = loopCount;
   settings.paletteStrategy = paletteArgument(arguments);
+  settings.frameDiffing = arguments.boolean("frame_diffing").value_or(false);
   settings.transition = 0;
   const JSONValue& transforms = arguments["transforms"];
   const Arguments transform(transforms);
@@ -132,18 +133,6 @@ RenderSettings renderSettings(const Arguments& arguments, const CompletedRecordi
   settings.idleStrategy = idleArgument(transform);
   settings.idleThreshold = idleThreshold(transform);
   return settings;
-}
-
-/// The last frame of a recording, to show the assistant what it rendered.
-std::optional<Image> lastFrame(const RecordedSegment& segment) {
-  if (!segment.frames || segment.frames->count() == 0) {
-    return std::nullopt;
-  }
-  try {
-    return decodeImage(segment.frames->data(segment.frames->count() - 1));
-  } catch (const std::exception&) {
-    return std::nullopt;
-  }
 }
 
 /// Encoder progress as the call's progress.
@@ -200,7 +189,13 @@ MCPToolResult renderGIF(SessionContext& context, MCPCallContext& call, const Arg
   const std::string dimensions = dimensionsOf(summary.width, summary.height);
   context.addRecentOutput({output, size, dimensions, isoDateNow()});
   const bool release = arguments.boolean("release").value_or(false);
-  const std::optional<Image> still = lastFrame(segment);
+  // What the assistant sees is what it rendered: effects drawn, scaled like the file.
+  std::optional<Image> still;
+  try {
+    still = SegmentRenderer::lastFrame(std::span<const RecordedSegment>(&segment, 1), settings);
+  } catch (const std::exception&) {
+    // The file is written; a picture of it is a courtesy.
+  }
   if (release) {
     context.removeCompletedRecording(id);
   }
@@ -213,19 +208,6 @@ MCPToolResult renderGIF(SessionContext& context, MCPCallContext& call, const Arg
     return result;
   }
   return MCPToolResult(std::move(result), {imageContent(*still)});
-}
-
-/// Long stretches without change shortened: "cut" to the threshold; "ramp" keeps the threshold
-/// and a quarter of the rest, so a pause still reads as a pause; "fade" as "cut", the cross-fade
-/// being a matter of the render path.
-void shortenIdle(std::vector<ProcessedFrame>& frames, IdleStrategy strategy, double threshold) {
-  for (ProcessedFrame& frame : frames) {
-    if (frame.delay <= threshold) {
-      continue;
-    }
-    frame.delay =
-        strategy == IdleStrategy::ramp ? threshold + (frame.delay - threshold) / 4 : threshold;
-  }
 }
 
 JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Arguments& arguments) {
@@ -276,7 +258,7 @@ JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Argume
     frames = FrameDeduplicator::merge(frames);
   }
   if (idle) {
-    shortenIdle(frames, *idle, threshold);
+    frames = IdleTrimmer::apply(frames, *idle, threshold);
   }
   if (format == OutputFormat::gif) {
     frames = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);

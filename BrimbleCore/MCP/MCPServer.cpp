@@ -172,6 +172,16 @@ void MCPServer::cancelIfRunning(const MCPRequest& notification) {
   if (runningID_ && *runningID_ == *id) {
     transport_.log("Cancelling the running request");
     runningStop_.request_stop();
+    return;
+  }
+  // A call still waiting its turn never starts, and like a running one gets no reply.
+  const auto queued = std::find_if(queue_.begin(), queue_.end(), [&](const auto& incoming) {
+    const MCPRequest* request = std::get_if<MCPRequest>(&incoming);
+    return request != nullptr && request->id == id;
+  });
+  if (queued != queue_.end()) {
+    transport_.log("Request cancelled: " + std::get<MCPRequest>(*queued).method);
+    queue_.erase(queued);
   }
 }
 

@@ -146,7 +146,7 @@ TEST(BrimbleMCPProtocol, ReportsProgressOnlyWhenAskedAndKeepsStdoutForTheProtoco
   EXPECT_EQ(server.process().wait(20s), 0);
 }
 
-TEST(BrimbleMCPProtocol, ACancelledScriptLeavesNoFileNoChildAndNoReply) {
+TEST(BrimbleMCPProtocol, CancelledScriptsRunningOrWaitingLeaveNoFileNoChildAndNoReply) {
   testing::TempDirectory tmp;
   MCPServerProcess server(tmp.path());
   const fs::path output = tmp / "cancelled.gif";
@@ -160,13 +160,23 @@ TEST(BrimbleMCPProtocol, ACancelledScriptLeavesNoFileNoChildAndNoReply) {
   }
   ASSERT_TRUE(processRuns("sleep 47.25"));
   EXPECT_FALSE(frameFiles(tmp.path()).empty());
-  server.send({{"jsonrpc", "2.0"},
-               {"method", "notifications/cancelled"},
-               {"params", {{"requestId", 1}, {"reason", "the user changed their mind"}}}});
+  // A second call waits behind the first; cancelled there, it never starts.
+  const fs::path queuedOutput = tmp / "queued.gif";
+  server.callTool(3, "execute_script",
+                  {{"script", "set output \"" + queuedOutput.string() +
+                                  "\"\nrecord region 0 0 80 60 duration 0.5\n"}});
+  const auto cancel = [&](int id) {
+    server.send({{"jsonrpc", "2.0"},
+                 {"method", "notifications/cancelled"},
+                 {"params", {{"requestId", id}, {"reason", "the user changed their mind"}}}});
+  };
+  cancel(3);
+  cancel(1);
   server.send({{"jsonrpc", "2.0"}, {"id", 2}, {"method", "ping"}});
-  // The ping's answer comes next: the cancelled call gets none.
+  // The ping's answer comes next: the cancelled calls get none.
   EXPECT_EQ(server.next(20s), json::parse(R"({"jsonrpc":"2.0","id":2,"result":{}})"));
   EXPECT_FALSE(fs::exists(output));
+  EXPECT_FALSE(fs::exists(queuedOutput));
   EXPECT_FALSE(processRuns("sleep 47.25"));
   EXPECT_EQ(frameFiles(tmp.path()), std::vector<std::string>{});
   server.process().closeInput();

@@ -2,6 +2,7 @@
 // embedded display (the SDK starts servers with a bare environment, so there is no $DISPLAY).
 // The files it makes are checked with decoders we did not write: giflib and ImageMagick.
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <set>
@@ -15,6 +16,7 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
+#include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -177,6 +179,31 @@ TEST_F(BrimbleMCPStory, RecordsATerminalWhileTypingAndRendersItInEveryFormat) {
   EXPECT_EQ(call("renderGIF")["extra"],
             json::parse(R"([{"type":"image","mimeType":"image/png","bytes":)" +
                         std::to_string(call("renderGIF")["extra"][0]["bytes"].get<int>()) + "}]"));
+  // The picture the assistant sees is a frame as rendered, at the file's size.
+  EXPECT_EQ(identify(dir() / "renderGIF-image.png"), gif["dimensions"].get<std::string>() + " 1");
+  EXPECT_EQ(identify(dir() / "renderWebP-image.png"),
+            value("renderWebP")["dimensions"].get<std::string>() + " 1");
+
+  // Diffing stores only what changed: the same frames in far fewer bytes.
+  const json& diffed = value("renderDiffed");
+  const auto undiffed = testing::decodeGIFFile(dir() / "diffed.gif");
+  ASSERT_TRUE(undiffed);
+  EXPECT_EQ(undiffed->frames.size(), decoded->frames.size());
+  EXPECT_LT(diffed["size_mb"].get<double>(), 0.8 * gif["size_mb"].get<double>());
+
+  // Idle handling of a finished GIF: a cut shortens the pause, a fade also dips to black.
+  const auto darkest = [](const testing::DecodedGIF& clip) {
+    double least = 255;
+    for (const Image& frame : clip.frames) {
+      least = std::min(least, testing::meanBrightness(frame));
+    }
+    return least;
+  };
+  const auto cut = testing::decodeGIFFile(dir() / "idle-cut.gif");
+  const auto fade = testing::decodeGIFFile(dir() / "idle-fade.gif");
+  ASSERT_TRUE(cut && fade);
+  EXPECT_GT(fade->frames.size(), cut->frames.size());
+  EXPECT_LT(darkest(*fade), 0.2 * darkest(*cut));
 
   // WebP with transforms and APNG, read by ImageMagick.
   const json& webp = value("renderWebP");

@@ -99,6 +99,8 @@ async function main() {
   await record("renderWhileRecording", "render_gif", { session_id: id });
   await record("discardWhileRecording", "discard_recording", { session_id: id });
   await record("typeText", "type_text", { text: "echo brimble story", enter: true, delay: 0.02 });
+  // A pause between two changes, for the idle handling of process_gif.
+  await new Promise((resolve) => setTimeout(resolve, 600));
   await record("keyPress", "key_press", { key: "enter" });
   await new Promise((resolve) => setTimeout(resolve, 400));
   await record("stop", "stop_recording", { session_id: id });
@@ -110,6 +112,11 @@ async function main() {
     output: path.join(workdir, "story.webp"),
     max_width: 400,
     transforms: { cursor_smoothing: true, faux_title_bar: true, deduplicate_frames: true },
+  });
+  await record("renderDiffed", "render_gif", {
+    session_id: id,
+    output: path.join(workdir, "diffed.gif"),
+    frame_diffing: true,
   });
   await record("renderAPNG", "render_gif", {
     session_id: id,
@@ -130,6 +137,14 @@ async function main() {
     max_width: 200,
     speed: 2,
   });
+  for (const strategy of ["cut", "fade"]) {
+    await record(`process-${strategy}`, "process_gif", {
+      input: path.join(workdir, `recording-${id}.gif`),
+      output: path.join(workdir, `idle-${strategy}.gif`),
+      idle_strategy: strategy,
+      idle_threshold: 0.3,
+    });
+  }
   await record("processMissing", "process_gif", { input: path.join(workdir, "nope.gif") });
   await record("discard", "discard_recording", { session_id: id });
   await record("discardAgain", "discard_recording", { session_id: id });
@@ -219,8 +234,10 @@ async function main() {
   for (const item of still.extra) {
     delete item.data;
   }
+  // The pictures of renders, for the test to measure.
   for (const key of ["renderGIF", "renderWebP"]) {
     for (const item of seen.calls[key].extra) {
+      require("fs").writeFileSync(path.join(workdir, `${key}-image.png`), item.data, "base64");
       delete item.data;
     }
   }

@@ -57,4 +57,19 @@ inline double psnr(const Image& a, const Image& b) {
   return mean == 0 ? 99 : 10 * std::log10(255.0 * 255.0 / mean);
 }
 
+/// The mean of blue, green and red over the whole image, 0 to 255.
+inline double meanBrightness(const Image& image) {
+  const Image bgra = image.toBGRA8();
+  double sum = 0;
+  for (int y = 0; y < bgra.height(); ++y) {
+    const auto row = bgra.row(y);
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      if (i % 4 != 3) {
+        sum += row[i];
+      }
+    }
+  }
+  return sum / (3.0 * bgra.width() * bgra.height());
+}
+
 }  // namespace brimble::testing

@@ -261,5 +261,35 @@ TEST(BrimbleMCPProtocol, TheEndOfInputDuringARecordingStopsItAndDeletesItsFrames
   EXPECT_NE(server.process().errorOutput().find("EOF on stdin, shutting down"), std::string::npos);
 }
 
+// Runs alone: while it lasts, every server started without $DISPLAY would find this session.
+TEST(BrimbleMCPUserSession, WithoutDISPLAYTheServerFindsTheUsersRunningXSession) {
+  const fs::path socket = "/tmp/.X11-unix/X0";
+  if (fs::exists(socket)) {
+    GTEST_SKIP() << "an X session already runs at :0";
+  }
+  const std::string name = ":0";
+  testing::ChildProcess xvfb({"Xvfb", name, "-screen", "0", "640x480x24", "-nolisten", "tcp"});
+  const auto deadline = std::chrono::steady_clock::now() + 10s;
+  while (!fs::exists(socket) && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(20ms);
+  }
+  ASSERT_TRUE(fs::exists(socket)) << xvfb.errorOutput();
+
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path());
+  server.callTool(1, "capture_still",
+                  {{"region", {{"x", 600}, {"y", 440}, {"w", 40}, {"h", 40}}},
+                   {"output", (tmp / "corner.png").string()}});
+  EXPECT_FALSE(toolReply(server.next(30s)).second);
+  server.callTool(2, "brimble_status", json::object());
+  const json status = json::parse(toolReply(server.next(10s)).first);
+  EXPECT_EQ(status["display"],
+            json({{"name", name},
+                  {"embedded", false},
+                  {"reason", "$DISPLAY was not set; found the user's running X session"}}));
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
 }  // namespace
 }  // namespace brimble

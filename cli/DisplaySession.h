@@ -35,7 +35,9 @@ class DisplaySession {
   std::unique_ptr<InputBackend> inputBackend() const { return platform::inputBackend(name_); }
   std::unique_ptr<WindowSystem> windowSystem() const { return platform::windowSystem(name_); }
   /// The accessibility service of this display's session.
-  std::unique_ptr<AccessibilityBackend> accessibility() const { return platform::accessibility(); }
+  std::unique_ptr<AccessibilityBackend> accessibility() const {
+    return platform::accessibility(name_);
+  }
   /// Starts programs detached, on this display, with their accessibility trees switched on.
   std::unique_ptr<AppLauncher> appLauncher() const;
 

@@ -58,8 +58,14 @@ std::unique_ptr<EventCapture> eventCapture(const std::string& display, const Clo
   return std::make_unique<x11::X11EventCapture>(display, clock);
 }
 
-std::unique_ptr<AccessibilityBackend> accessibility() {
-  return std::make_unique<atspi::ATSPIAccessibility>();
+std::unique_ptr<AccessibilityBackend> accessibility(const std::string& display) {
+  return std::make_unique<atspi::ATSPIAccessibility>([display] {
+    try {
+      return x11::X11InputBackend(display).available();
+    } catch (const std::exception&) {
+      return false;
+    }
+  });
 }
 
 std::vector<std::string> accessibilityEnvironment() {

@@ -57,8 +57,9 @@ std::unique_ptr<InputBackend> inputBackend(const std::string& display);
 std::unique_ptr<WindowSystem> windowSystem(const std::string& display);
 /// Listens to the input on `display`; `clock` must outlive it.
 std::unique_ptr<EventCapture> eventCapture(const std::string& display, const Clock& clock);
-/// The accessibility service of the session this process runs in (its session bus).
-std::unique_ptr<AccessibilityBackend> accessibility();
+/// The accessibility service of the session this process runs in (its session bus), for the
+/// applications on `display`, whose input must take synthesized keys.
+std::unique_ptr<AccessibilityBackend> accessibility(const std::string& display);
 /// What programs need in their environment ("NAME=value") to show their elements to the
 /// accessibility service: Qt and Chromium keep their trees to themselves unless asked.
 std::vector<std::string> accessibilityEnvironment();

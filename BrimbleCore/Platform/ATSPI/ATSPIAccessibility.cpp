@@ -92,7 +92,17 @@ GObjectPtr<AtspiAccessible> topmostDialog(int pid) {
 
 }  // namespace
 
+ATSPIAccessibility::ATSPIAccessibility(std::function<bool()> keysReachTheScreen)
+    : keysReachTheScreen_(std::move(keysReachTheScreen)) {}
+
 bool ATSPIAccessibility::available(std::string& reason) {
+  if (keysReachTheScreen_ && !keysChecked_) {
+    keysChecked_ = keysReachTheScreen_();
+  }
+  if (keysChecked_ == false) {
+    reason = "the display has no XTest extension, so keys cannot be sent to it";
+    return false;
+  }
   const Connection bus = connection();
   if (!bus.connected) {
     reason = bus.reason;

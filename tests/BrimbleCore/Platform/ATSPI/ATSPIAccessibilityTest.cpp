@@ -12,6 +12,7 @@
 
 #include "BrimbleCore/Automation/DemoDriverError.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Platform/X11/X11InputBackend.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/ErrorText.h"
@@ -117,7 +118,7 @@ TEST_F(ATSPIAccessibilityTest, AnswersDialogsByTheirButtonsOrWithEscape) {
   EXPECT_EQ(accessibility.dismissDialog(second.pid()), DialogOutcome::noDialog);
 }
 
-TEST_F(ATSPIAccessibilityTest, WithoutTheBusTheCommandLineSaysWhatIsMissingWithoutWaiting) {
+TEST_F(ATSPIAccessibilityTest, WithoutTheBusOrXTestTheGateSaysWhatIsMissingWithoutWaiting) {
   const testing::ChildProcess xterm({"xterm"});
   testing::CommandResult result;
   EXPECT_TRUE(testing::eventually([&] {
@@ -137,6 +138,16 @@ TEST_F(ATSPIAccessibilityTest, WithoutTheBusTheCommandLineSaysWhatIsMissingWitho
       testing::brimbleCommand("inspect --app zenity --target 'role:AXButton/OK' --json"));
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_THAT(result.output, ::testing::HasSubstr(R"({"found":true,"rect":{)"));
+
+  // The bus answers, but a display without XTest takes no synthesized keys.
+  testing::ChildProcess keyless({"Xvfb", "-displayfd", "1", "-extension", "XTEST", "-nolisten",
+                                 "tcp"});
+  const auto number = keyless.readLine(10000ms);
+  ASSERT_TRUE(number) << keyless.errorOutput();
+  ATSPIAccessibility gate([&] { return x11::X11InputBackend(":" + *number).available(); });
+  std::string reason;
+  EXPECT_FALSE(gate.available(reason));
+  EXPECT_EQ(reason, "the display has no XTest extension, so keys cannot be sent to it");
 }
 
 }  // namespace

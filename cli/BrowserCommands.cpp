@@ -101,6 +101,11 @@ int printInspection(ElementDriver& driver, const InspectOptions& options) {
     fmt::print("{}\n", nlohmann::json{{"elements", list}}.dump());
     return kExitSuccess;
   }
+  if (elements.empty()) {
+    // An application may keep its tree to itself until asked; say so rather than print nothing.
+    fmt::print(stderr, "brimble inspect: no visible elements with a role and a name\n");
+    return kExitSuccess;
+  }
   // Columns as wide as their widest entry (in characters): selectors that spell out a path run
   // long, and names can be in any script.
   const auto width = [](const std::string& text) { return decodeUTF8(text).size(); };

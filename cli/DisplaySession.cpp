@@ -29,7 +29,8 @@ std::unique_ptr<AppLauncher> DisplaySession::appLauncher() const {
   std::vector<std::string> entries = environment();
   const std::vector<std::string> accessible = platform::accessibilityEnvironment();
   entries.insert(entries.end(), accessible.begin(), accessible.end());
-  return std::make_unique<DetachedAppLauncher>(std::move(entries));
+  return std::make_unique<DetachedAppLauncher>(std::move(entries),
+                                               platform::accessibilityArguments());
 }
 
 std::vector<std::string> DisplaySession::environment() const {

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include <unistd.h>
+
 #include "BrimbleCore/Platform/ATSPI/ATSPIAccessibility.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11EventCapture.h"
@@ -69,8 +71,23 @@ std::unique_ptr<AccessibilityBackend> accessibility(const std::string& display) 
 }
 
 std::vector<std::string> accessibilityEnvironment() {
-  // GTK shows its tree by default; Qt and Chromium only when asked.
+  // GTK shows its tree by default; Qt only when asked.
   return {"QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1", "ACCESSIBILITY_ENABLED=1"};
+}
+
+DetachedAppLauncher::ProgramArguments accessibilityArguments() {
+  // Chromium shows neither its window's nor its pages' elements until told to, and as root it
+  // starts only without its sandbox (and then, with --test-type, without a warning bar).
+  std::vector<std::string> chromium{"--force-renderer-accessibility"};
+  if (::geteuid() == 0) {
+    chromium.insert(chromium.end(), {"--no-sandbox", "--test-type"});
+  }
+  DetachedAppLauncher::ProgramArguments arguments;
+  for (const char* program :
+       {"chromium", "chromium-browser", "google-chrome", "google-chrome-stable"}) {
+    arguments.emplace(program, chromium);
+  }
+  return arguments;
 }
 
 }  // namespace platform

@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include "BrimbleCore/Automation/AccessibilityBackend.h"
+#include "BrimbleCore/Automation/AppLauncher.h"
 #include "BrimbleCore/Automation/EventCapture.h"
 #include "BrimbleCore/Automation/InputBackend.h"
 #include "BrimbleCore/Automation/WindowSystem.h"
@@ -63,6 +64,9 @@ std::unique_ptr<AccessibilityBackend> accessibility(const std::string& display);
 /// What programs need in their environment ("NAME=value") to show their elements to the
 /// accessibility service: Qt and Chromium keep their trees to themselves unless asked.
 std::vector<std::string> accessibilityEnvironment();
+/// Arguments, by program name, that programs need to show their elements (Chromium's pages)
+/// and to start at all where we run them (Chromium as root).
+DetachedAppLauncher::ProgramArguments accessibilityArguments();
 
 }  // namespace platform
 }  // namespace brimble::cli

@@ -9,7 +9,11 @@ bool DetachedAppLauncher::isInstalled(const std::string& program) const {
 }
 
 int DetachedAppLauncher::launch(const std::string& program) {
-  return Subprocess::launchDetached({program}, {.environment = environment_});
+  std::vector<std::string> command{program};
+  if (const auto extra = arguments_.find(program); extra != arguments_.end()) {
+    command.insert(command.end(), extra->second.begin(), extra->second.end());
+  }
+  return Subprocess::launchDetached(command, {.environment = environment_});
 }
 
 }  // namespace brimble

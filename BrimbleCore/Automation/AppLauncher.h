@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -28,16 +30,21 @@ class AppLauncher {
 /// in our environment, so on our display.
 class DetachedAppLauncher final : public AppLauncher {
  public:
+  /// Arguments some programs always get, by program name.
+  using ProgramArguments = std::map<std::string, std::vector<std::string>, std::less<>>;
+
   /// `environment` ("NAME=value") is added to ours for every program started: an embedded
   /// display's private folders, for example.
-  explicit DetachedAppLauncher(std::vector<std::string> environment = {})
-      : environment_(std::move(environment)) {}
+  explicit DetachedAppLauncher(std::vector<std::string> environment = {},
+                               ProgramArguments arguments = {})
+      : environment_(std::move(environment)), arguments_(std::move(arguments)) {}
 
   bool isInstalled(const std::string& program) const override;
   int launch(const std::string& program) override;
 
  private:
   const std::vector<std::string> environment_;
+  const ProgramArguments arguments_;
 };
 
 }  // namespace brimble

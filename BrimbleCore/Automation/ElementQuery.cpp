@@ -91,9 +91,12 @@ bool ElementQuery::matches(std::string_view role, std::string_view name,
       return withoutMnemonics(name).find(wanted) != std::string::npos ||
              withoutMnemonics(text).find(wanted) != std::string::npos;
     }
-    case Kind::role:
-      return lowercased(role) == value &&
-             (title.empty() || withoutMnemonics(name) == withoutMnemonics(title));
+    case Kind::role: {
+      // Toolkits call their one-line fields "text"; scripts written against them keep working.
+      const std::string actual = lowercased(role);
+      const bool sameRole = actual == value || (value == "text" && actual == "entry");
+      return sameRole && (title.empty() || withoutMnemonics(name) == withoutMnemonics(title));
+    }
     case Kind::css:
       return false;
   }

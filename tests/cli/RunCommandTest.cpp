@@ -187,6 +187,17 @@ click-button-in-dialog app "zenity" button "Ship"
   EXPECT_EQ(pressed, "0");
 }
 
+TEST(BrimbleRun, ChromiumOpenedAsAnAppShowsItsElements) {
+  TempDirectory directory;
+  const fs::path script = writeScript(directory, R"(open "Chromium"
+wait-for "role:push button/Reload" timeout 20
+click "role:AXTextField/Address and search bar"
+)");
+  const auto result = runCommand(brimble("run --headless " + shellQuote(script.string())));
+  EXPECT_EQ(result.exitCode, 1) << result.output;  // nothing recorded, everything found
+  EXPECT_NE(result.output.find("No segments recorded"), std::string::npos) << result.output;
+}
+
 class BrimbleRunExample : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(BrimbleRunExample, RunsHeadlessIntoAValidAnimation) {

@@ -56,6 +56,13 @@ ElementFacts factsOf(AtspiAccessible* element) {
   {
     const GObjectPtr<AtspiStateSet> states(atspi_accessible_get_state_set(element));
     facts.showing = states && atspi_state_set_contains(states.get(), ATSPI_STATE_SHOWING);
+    // GTK and Qt report their one-line fields as "text"; they are what AT-SPI calls an entry
+    // (and AXTextField means), which is how they are listed and found.
+    if (facts.role == "text" && states &&
+        atspi_state_set_contains(states.get(), ATSPI_STATE_EDITABLE) &&
+        !atspi_state_set_contains(states.get(), ATSPI_STATE_MULTI_LINE)) {
+      facts.role = "entry";
+    }
   }
   if (const GObjectPtr<AtspiComponent> component(atspi_accessible_get_component_iface(element));
       component) {

@@ -38,6 +38,9 @@ TEST(ElementQuery, MatchesTextAnywhereAndRolesWithTheirTitleIgnoringCaseAndMnemo
   EXPECT_FALSE(button.matches("push button", "Cancel all", ""));
   EXPECT_FALSE(button.matches("toggle button", "Cancel", ""));
   EXPECT_TRUE(ElementQuery::parse("role:entry").matches("Entry", "", "anything"));
+  // Toolkits' own name for a one-line field still finds it; an entry is no multi-line text.
+  EXPECT_TRUE(ElementQuery::parse("role:text/Name").matches("entry", "Name", ""));
+  EXPECT_FALSE(ElementQuery::parse("role:entry").matches("text", "Notes", ""));
   EXPECT_FALSE(ElementQuery::parse("css:#a").matches("push button", "#a", "#a"));
 }
 

@@ -3,7 +3,7 @@ BUILD     ?= build
 JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-script bench-peers fuzz format clean
+.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-script bench-peers fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -62,6 +62,11 @@ bench-capture: bench-build
 # The MCP tools through pipes: tools/list, list_windows, start_recording, render_gif of 10 s.
 bench-mcp: bench-build
 	build-bench/bench/BrimbleMCPToolsBench 5
+
+# Element discovery over AT-SPI on gtk3-widget-factory (targets: list 500 in 500 ms, one
+# text: target in 200 ms).
+bench-accessibility: bench-build
+	build-bench/bench/BrimbleAccessibilityBench 20
 
 # `brimble run` of examples/hello.brim: wall time against the script's timeline, GIF length.
 bench-script: build

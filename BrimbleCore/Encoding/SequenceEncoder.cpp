@@ -163,6 +163,9 @@ EncodeSummary SequenceEncoder::writeAsFound(const SinkFactory& sink) const {
       const Arrival arrival = classify(frame, comparison, previousDecoded);
       if (arrival == Arrival::repeat) {
         pendingDelay += nominalDelay_;
+        if (frame.image) {
+          pending = std::move(frame.written);  // where a fade settles, as in plan()
+        }
       } else if (arrival == Arrival::kept && pending && tooShort(pendingDelay)) {
         pendingDelay += nominalDelay_;  // this frame is dropped; the next is compared as before
       } else if (arrival == Arrival::kept) {
@@ -198,6 +201,11 @@ SequenceEncoder::SequencePlan SequenceEncoder::plan() const {
     const Arrival arrival = classify(frame, comparison, previousDecoded);
     if (arrival == Arrival::repeat) {
       result.kept.back().delay += nominalDelay_;
+      if (frame.image) {
+        // Near-identical, not identical: a run shows its latest picture, where a fade has
+        // settled, while later frames are still compared with its first, so slow changes add up.
+        result.kept.back().dataIndex = i;
+      }
     } else if (arrival == Arrival::kept && !result.kept.empty() &&
                tooShort(result.kept.back().delay)) {
       result.kept.back().delay += nominalDelay_;

@@ -141,7 +141,7 @@ TEST(GIFEncoder, CompressedFramesMergeRepeatsAndSkipWhatCannotBeDecoded) {
             5);
 }
 
-TEST(GIFEncoder, EveryPixelDeduplicationKeepsATypedCharacter) {
+TEST(GIFEncoder, EveryPixelDeduplicationKeepsATypedCharacterAndShowsWhereAFadeSettles) {
   TempDirectory directory;
   const Image blank = testing::solidImage(300, 200, {240, 240, 240});
   const Image typed = testing::imageOf(300, 200, [](int x, int y) {
@@ -158,6 +158,27 @@ TEST(GIFEncoder, EveryPixelDeduplicationKeepsATypedCharacter) {
                   .frames,
               frames);
   }
+
+  // The last steps of a fade differ from the settled picture by a few levels: merged into one
+  // frame, it shows the settled picture, not the trace of what faded out.
+  const Image trace = testing::imageOf(300, 200, [](int x, int y) {
+    return x >= 100 && x < 106 && y >= 50 && y < 60 ? testing::Pixel{232, 232, 232}
+                                                    : testing::Pixel{240, 240, 240};
+  });
+  const std::vector<Image> fade{typed, trace, blank, blank};
+  SequenceOptions options;
+  options.fps = 10;
+  options.tuning.dedupRule = DedupRule::everyPixel;
+  const auto out = directory / "fade.gif";
+  EXPECT_EQ(GIFEncoder::encodeSequence(
+                4, [&](int i) -> std::optional<Image> { return fade[static_cast<std::size_t>(i)]; },
+                out, options)
+                .frames,
+            2);
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  EXPECT_TRUE(decoded->frames.back().hasSamePixels(blank));
+  EXPECT_EQ(decoded->delaysCentiseconds.back(), 30);
 }
 
 TEST(GIFEncoder, SharedPalettesDiffByIndexAndReuseTheGlobalTable) {

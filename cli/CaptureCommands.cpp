@@ -59,6 +59,7 @@ struct CaptureOptions {
   std::string idleStrategy;
   double idleThreshold = 2.0;
   std::string background;
+  VideoOptions video;
   // which target options were given
   CLI::Option* regionOption = nullptr;
   CLI::Option* displayOption = nullptr;
@@ -298,6 +299,7 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
   const char* command = "record";
   RenderSettings settings = effectSettings(options);
   settings.format = format;
+  settings.video = options.video;
   const std::string displayName = session.name();
   ScreenSegmentRecorder recorder(source, steadyClock(), [displayName] {
     return platform::eventCapture(displayName, steadyClock());
@@ -406,11 +408,13 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   tuning.dedupRule = DedupRule::everyPixel;
   tuning.paletteBuilder = PaletteBuilder::histogram;
   tuning.paletteStrategy = PaletteStrategy::automatic;
+  VideoOptions video = options.video;
+  video.frameRate = encodeFPS;
   const auto encodeStarted = Clock::now();
   ProgressBar bar;
   const EncodeSummary summary =
       GIFEncoder::encodeCompressed(*store, encodeFPS, 0, true, true, format, options.output,
-                                   progressOn(bar), {}, 75, encodeStop, tuning);
+                                   progressOn(bar), {}, 75, encodeStop, tuning, video);
   bar.finish();
   if (summary.frames == 0) {
     fail(command, kExitFailure, "no frame could be decoded; nothing was written");
@@ -446,7 +450,7 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
   CLI::App* command = app.add_subcommand(
       "record",
       "Record a region, a display or a window until the duration ends or Ctrl-C, then encode "
-      "it into an animated GIF, WebP or APNG");
+      "it into an animated GIF, WebP or APNG, or an MP4 video");
   addTargetOptions(*command, *options);
   command
       ->add_option("--duration", options->duration,
@@ -480,9 +484,10 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
       ->type_name("COLOR");
   command
       ->add_option("-o,--output", options->output,
-                   "The file to write; its extension picks the format (.gif, .webp, .png)")
+                   "The file to write; its extension picks the format (.gif, .webp, .png, .mp4)")
       ->type_name("OUT")
       ->required();
+  addVideoOptions(*command, options->video);
   return {command, [options, &interrupts] {
             try {
               return runRecord(*options, interrupts);

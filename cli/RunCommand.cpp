@@ -181,7 +181,7 @@ Command addRunCommand(CLI::App& app, Interrupts& interrupts) {
   command
       ->add_option("-o,--output", options->output,
                    "Write here instead of the script's output setting; the extension picks the "
-                   "format (.gif, .webp, .png)")
+                   "format (.gif, .webp, .png, .mp4)")
       ->type_name("OUT");
   command->add_flag("--preview", options->preview,
                     "A quick, small render: 10 fps and at most 400 pixels wide");

@@ -6,6 +6,7 @@
 
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Encoding/PaletteStrategy.h"
+#include "BrimbleCore/Encoding/VideoWriter.h"
 
 namespace brimble {
 
@@ -40,6 +41,8 @@ struct RenderSettings {
   /// Frames that repeat the frame before them only lengthen its delay.
   bool deduplicate = true;
   float webpQuality = 75;
+  /// MP4: quality, speed and sound.
+  VideoOptions video;
 
   bool showCursor = true;
   bool cursorSmoothing = false;

@@ -21,6 +21,8 @@ EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSett
   options.format = settings.format;
   options.progress = progress;
   options.webpQuality = settings.webpQuality;
+  options.video = settings.video;
+  options.video.frameRate = settings.fps;
   options.stop = stop;
   options.tuning.paletteStrategy = settings.paletteStrategy;
   // Screen recordings change a few pixels at a time (a typed character): only a comparison of

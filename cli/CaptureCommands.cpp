@@ -15,6 +15,9 @@
 #include <fmt/ranges.h>
 
 #include "BrimbleCore/Automation/WindowManager.h"
+#include "BrimbleCore/Capture/AudioError.h"
+#include "BrimbleCore/Capture/AudioRecorder.h"
+#include "BrimbleCore/Capture/PrivateSoundServer.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
 #include "BrimbleCore/Effects/EffectColor.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
@@ -60,6 +63,11 @@ struct CaptureOptions {
   double idleThreshold = 2.0;
   std::string background;
   VideoOptions video;
+  // record only: sound, for MP4
+  bool audio = false;
+  std::string audioSource;
+  std::string audioServer;
+  bool privateSoundServer = false;
   // which target options were given
   CLI::Option* regionOption = nullptr;
   CLI::Option* displayOption = nullptr;
@@ -291,6 +299,51 @@ RenderSettings effectSettings(const CaptureOptions& options) {
   return settings;
 }
 
+bool wantsAudio(const CaptureOptions& options) {
+  return options.audio || !options.audioSource.empty() || !options.audioServer.empty() ||
+         options.privateSoundServer;
+}
+
+/// Sound beside a recording: a private server when asked for, and the recorder connected to
+/// it or to the session's. Connected before the frames start, so a missing server is reported
+/// before anything is recorded.
+struct SoundCapture {
+  std::optional<PrivateSoundServer> server;
+  std::optional<AudioRecorder> recorder;
+};
+
+void startSound(const CaptureOptions& options, SoundCapture& sound) {
+  if (!wantsAudio(options)) {
+    return;
+  }
+  AudioSource from{options.audioServer, options.audioSource};
+  try {
+    if (options.privateSoundServer) {
+      sound.server.emplace();
+      from.server = sound.server->address();
+      fmt::print(stderr,
+                 "brimble record: private sound server; programs play into it with "
+                 "PULSE_SERVER={}\n",
+                 from.server);
+    }
+    sound.recorder.emplace(from, steadyClock());
+  } catch (const AudioError& error) {
+    fail("record", kExitFailure, "{}", error.what());
+  }
+}
+
+/// The recorded sound, timed from `videoStart`; none without sound.
+std::optional<AudioTrack> stopSound(SoundCapture& sound, Clock::time_point videoStart) {
+  if (!sound.recorder) {
+    return std::nullopt;
+  }
+  try {
+    return sound.recorder->stop(videoStart);
+  } catch (const AudioError& error) {
+    fail("record", kExitFailure, "{}; nothing was written", error.what());
+  }
+}
+
 /// A recording with effects: frames without the pointer, the pointer's track and the input
 /// beside them, then the effects pass into the encoder.
 int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
@@ -300,6 +353,8 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
   RenderSettings settings = effectSettings(options);
   settings.format = format;
   settings.video = options.video;
+  SoundCapture sound;
+  startSound(options, sound);
   const std::string displayName = session.name();
   ScreenSegmentRecorder recorder(source, steadyClock(), [displayName] {
     return platform::eventCapture(displayName, steadyClock());
@@ -320,6 +375,7 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
   }
   std::vector<RecordedSegment> segments;
   segments.push_back(recorder.stop());
+  settings.video.audio = stopSound(sound, started);
   if (!segments[0].frames || segments[0].frames->count() == 0) {
     fail(command, stop.stop_requested() ? Interrupts::kExitInterrupted : kExitFailure,
          "no frame was recorded; nothing was written");
@@ -344,6 +400,16 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   const std::stop_token stop = interrupts.watch();
   checkOneTarget(command, options);
   const OutputFormat format = checkAnimationOutput("", options.output, false);
+  if (wantsAudio(options) && !isVideo(format)) {
+    fail(command, kExitUsage,
+         "--audio records sound for MP4 output; {} carries no sound (write a .mp4 file)",
+         label(format));
+  }
+  if (wantsAudio(options) && !options.idleStrategy.empty()) {
+    fail(command, kExitUsage,
+         "--audio cannot be used with --idle-strategy: cutting pauses would put the sound out of "
+         "step");
+  }
   ScreenRecorder::sweepOrphanedFrameFiles();
   const DisplaySession session(options.headless);
   const auto source = session.screenSource();
@@ -353,6 +419,8 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
     return runRecordWithEffects(options, interrupts, session, *source, target, format, stop);
   }
 
+  SoundCapture sound;
+  startSound(options, sound);
   ScreenRecorder recorder(*source, steadyClock());
   const bool showCursor = !options.noCursor;
   switch (target.kind) {
@@ -388,6 +456,7 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   }
   const double recorded = std::chrono::duration<double>(Clock::now() - started).count();
   const std::unique_ptr<CompressedFrameStore> store = recorder.stopAndCollectFrameStore();
+  const std::optional<AudioTrack> audio = stopSound(sound, started);
   if (recorder.lostFrameCount() > 0) {
     fmt::print(stderr, "Some frames were lost while recording because the disk filled up.\n");
   }
@@ -410,6 +479,7 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   tuning.paletteStrategy = PaletteStrategy::automatic;
   VideoOptions video = options.video;
   video.frameRate = encodeFPS;
+  video.audio = audio;
   const auto encodeStarted = Clock::now();
   ProgressBar bar;
   const EncodeSummary summary =
@@ -488,6 +558,21 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
       ->type_name("OUT")
       ->required();
   addVideoOptions(*command, options->video);
+  command->add_flag("--audio", options->audio,
+                    "MP4: record sound too, from what the desktop plays (the default output's "
+                    "monitor)");
+  command
+      ->add_option("--audio-source", options->audioSource,
+                   "MP4: record sound from this PulseAudio source instead (implies --audio)")
+      ->type_name("NAME");
+  command
+      ->add_option("--audio-server", options->audioServer,
+                   "MP4: the PulseAudio server to record from, e.g. unix:/run/user/1000/pulse/"
+                   "native (implies --audio)")
+      ->type_name("ADDRESS");
+  command->add_flag("--private-sound-server", options->privateSoundServer,
+                    "MP4: start a private PulseAudio server with a silent output and record "
+                    "that, for sessions without sound (implies --audio)");
   return {command, [options, &interrupts] {
             try {
               return runRecord(*options, interrupts);

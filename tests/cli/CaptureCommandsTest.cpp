@@ -1,6 +1,7 @@
 // `brimble record` and `brimble still` run the way a user runs them, on a real X display.
 
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -12,6 +13,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "BrimbleCore/Capture/PrivateSoundServer.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
@@ -19,6 +21,7 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/MediaProbe.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 #include "tests/Support/X11Helpers.h"
@@ -117,6 +120,82 @@ TEST(BrimbleRecord, RecordsAWindowForTheDurationIntoAnAnimation) {
   }
   EXPECT_GE(centiseconds, 170);
   EXPECT_LE(centiseconds, 230);
+}
+
+/// The power of `frequency` in `samples` (Goertzel's single-bin DFT), per sample.
+double powerAt(const std::vector<float>& samples, double frequency, int sampleRate) {
+  const double coefficient = 2 * std::cos(2 * M_PI * frequency / sampleRate);
+  double previous = 0;
+  double beforePrevious = 0;
+  for (const float sample : samples) {
+    const double current = sample + coefficient * previous - beforePrevious;
+    beforePrevious = previous;
+    previous = current;
+  }
+  const double power = previous * previous + beforePrevious * beforePrevious -
+                       coefficient * previous * beforePrevious;
+  return power / static_cast<double>(samples.size() * samples.size());
+}
+
+TEST(BrimbleRecord, AnMP4WithAudioHasTheToneThatPlayedAndEndsWithItsFrames) {
+  const auto display = x11::HeadlessDisplay::start();
+  const TestWindow red({"--color", "ff0000", "--size", "320x200"});
+  TempDirectory directory;
+  const PrivateSoundServer sound;
+  // 660 Hz at half scale, looped longer than the recording, played into the private server.
+  const int rate = 48000;
+  {
+    std::ofstream tone(directory / "tone.f32", std::ios::binary);
+    for (int i = 0; i < rate * 20; ++i) {
+      const float sample = static_cast<float>(0.5 * std::sin(2 * M_PI * 660 * i / rate));
+      tone.write(reinterpret_cast<const char*>(&sample), sizeof sample);
+    }
+  }
+  SpawnOptions player;
+  player.environment = {"PULSE_SERVER=" + sound.address()};
+  Subprocess pacat = Subprocess::spawn({"pacat", "--raw", "--format=float32le", "--rate=48000",
+                                        "--channels=1", (directory / "tone.f32").string()},
+                                       player);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+
+  const auto out = directory / "window.mp4";
+  const auto result = runCommand(brimble("record --window " + std::to_string(red.id()) +
+                                         " --duration 5 --audio-server " + sound.address() +
+                                         " -o " + shellQuote(out.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto streams = testing::probeStreams(out);
+  const auto video = testing::streamOfType(streams, "video");
+  const auto audio = testing::streamOfType(streams, "audio");
+  ASSERT_TRUE(video && audio) << result.output;
+  EXPECT_EQ(video->codecName, "h264");
+  EXPECT_EQ(audio->codecName, "aac");
+  EXPECT_EQ(audio->sampleRate, 48000);
+  EXPECT_NEAR(video->duration, 5, 0.3);
+  EXPECT_NEAR(audio->duration, video->duration, 0.05);
+  const std::vector<float> samples = testing::decodeAudio(out, rate);
+  EXPECT_NEAR(static_cast<double>(samples.size()) / rate, video->duration, 0.05);
+  const double tone = powerAt(samples, 660, rate);
+  EXPECT_GT(tone, 0.01);  // a full-length 0.5 sine has 0.0625
+  for (const double other : {220.0, 440.0, 1000.0, 1320.0, 3000.0}) {
+    EXPECT_GT(tone, 100 * powerAt(samples, other, rate)) << other << " Hz";
+  }
+
+  // Sound only goes with MP4, and a missing server is named before anything is recorded.
+  const auto gif = runCommand(brimble("record --display --duration 1 --audio -o " +
+                                      shellQuote((directory / "sound.gif").string())));
+  EXPECT_EQ(gif.exitCode, 2);
+  EXPECT_EQ(gif.output,
+            "brimble record: --audio records sound for MP4 output; GIF carries no sound (write a "
+            ".mp4 file)\n");
+  const auto silent =
+      runCommand(brimble("record --display --duration 1 --audio-server "
+                         "unix:/nonexistent/native -o " +
+                         shellQuote((directory / "none.mp4").string())));
+  EXPECT_EQ(silent.exitCode, 1);
+  EXPECT_EQ(silent.output.rfind("brimble record: No sound server to record from (", 0), 0u)
+      << silent.output;
+  EXPECT_FALSE(fs::exists(directory / "sound.gif"));
+  EXPECT_FALSE(fs::exists(directory / "none.mp4"));
 }
 
 TEST(BrimbleRecord, EffectsSetTheWindowOnABackgroundDrawThePointerAndCutThePause) {

@@ -312,21 +312,34 @@ struct SoundCapture {
   std::optional<AudioRecorder> recorder;
 };
 
-void startSound(const CaptureOptions& options, SoundCapture& sound) {
+/// Where the sound comes from, starting the private server when asked; none without sound.
+std::optional<AudioSource> soundSource(const CaptureOptions& options, SoundCapture& sound) {
   if (!wantsAudio(options)) {
-    return;
+    return std::nullopt;
   }
   AudioSource from{options.audioServer, options.audioSource};
-  try {
-    if (options.privateSoundServer) {
+  if (options.privateSoundServer) {
+    try {
       sound.server.emplace();
-      from.server = sound.server->address();
-      fmt::print(stderr,
-                 "brimble record: private sound server; programs play into it with "
-                 "PULSE_SERVER={}\n",
-                 from.server);
+    } catch (const AudioError& error) {
+      fail("record", kExitFailure, "{}", error.what());
     }
-    sound.recorder.emplace(from, steadyClock());
+    from.server = sound.server->address();
+    fmt::print(stderr,
+               "brimble record: private sound server; programs play into it with "
+               "PULSE_SERVER={}\n",
+               from.server);
+  }
+  return from;
+}
+
+void startSound(const CaptureOptions& options, SoundCapture& sound) {
+  const auto from = soundSource(options, sound);
+  if (!from) {
+    return;
+  }
+  try {
+    sound.recorder.emplace(*from, steadyClock());
   } catch (const AudioError& error) {
     fail("record", kExitFailure, "{}", error.what());
   }
@@ -354,12 +367,16 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
   settings.format = format;
   settings.video = options.video;
   SoundCapture sound;
-  startSound(options, sound);
+  const std::optional<AudioSource> from = soundSource(options, sound);
   const std::string displayName = session.name();
   ScreenSegmentRecorder recorder(source, steadyClock(), [displayName] {
     return platform::eventCapture(displayName, steadyClock());
   });
-  recorder.start({target.captureTarget(), options.fps, !options.noCursor});
+  try {
+    recorder.start({target.captureTarget(), options.fps, !options.noCursor, from});
+  } catch (const AudioError& error) {
+    fail(command, kExitFailure, "{}", error.what());
+  }
   const auto started = Clock::now();
   fmt::print(stderr, "brimble record: recording {} with effects, {} fps; {}\n", target.description,
              options.fps,
@@ -374,8 +391,11 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   std::vector<RecordedSegment> segments;
-  segments.push_back(recorder.stop());
-  settings.video.audio = stopSound(sound, started);
+  try {
+    segments.push_back(recorder.stop());
+  } catch (const AudioError& error) {
+    fail(command, kExitFailure, "{}; nothing was written", error.what());
+  }
   if (!segments[0].frames || segments[0].frames->count() == 0) {
     fail(command, stop.stop_requested() ? Interrupts::kExitInterrupted : kExitFailure,
          "no frame was recorded; nothing was written");

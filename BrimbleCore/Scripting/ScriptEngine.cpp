@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Capture/AudioError.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Scripting/PacePreset.h"
@@ -45,9 +46,9 @@ const std::string kAccessibilityWarning =
 const std::string kElementAccessibilityWarning =
     "Warning: This script drives apps by element. Enable the AT-SPI accessibility bus (package "
     "at-spi2-core) for the apps it drives, then re-run.";
-const std::string kAudioUnavailable =
-    "'audio' records sound for MP4 output, which this version of Brimble cannot write yet; "
-    "leave 'audio' out";
+const std::string kAudioNeedsVideo =
+    "'audio' records sound for MP4 output; GIF, WebP and APNG carry no sound, so set the output "
+    "to a .mp4 file or leave 'audio' out";
 
 DemoEvent demoEvent(DemoEvent::Kind kind, double duration = 0) {
   DemoEvent event;
@@ -522,8 +523,9 @@ void ScriptEngine::record(const RecordInstruction& record, int line) {
   if (record.target.kind == RecordTarget::Kind::simulator) {
     throw ScriptError::runtimeError(line, kSimulatorUnavailable);
   }
-  if (record.audio) {
-    throw ScriptError::runtimeError(line, kAudioUnavailable);
+  if (record.audio && !isVideo(outputFormatFromExtension(outputPath().extension().string())
+                                   .value_or(OutputFormat::gif))) {
+    throw ScriptError::runtimeError(line, kAudioNeedsVideo);
   }
   checkRecordingPermissions(line);
   // A new segment ends the one still running.
@@ -574,8 +576,15 @@ void ScriptEngine::record(const RecordInstruction& record, int line) {
   if (record.duration) {
     duration = number(*record.duration, line);
   }
+  if (record.audio) {
+    request.sound = AudioSource{};  // what the desktop plays, on the session's sound server
+  }
   auto recorder = services_.makeRecorder();
-  recorder->start(request);
+  try {
+    recorder->start(request);
+  } catch (const AudioError& error) {
+    throw ScriptError::runtimeError(line, error.what());
+  }
   activeRecorder_ = std::move(recorder);
   recordingStartTime_ = services_.clock.now();
   segmentTargetDuration_ = duration;

@@ -19,6 +19,7 @@
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/MediaProbe.h"
@@ -196,6 +197,63 @@ TEST(BrimbleRecord, AnMP4WithAudioHasTheToneThatPlayedAndEndsWithItsFrames) {
       << silent.output;
   EXPECT_FALSE(fs::exists(directory / "sound.gif"));
   EXPECT_FALSE(fs::exists(directory / "none.mp4"));
+}
+
+TEST(BrimbleRun, AScriptsRecordWithAudioSoundsOnlyWhereThatSegmentPlays) {
+  TempDirectory directory;
+  const PrivateSoundServer sound;
+  const int rate = 48000;
+  {
+    std::ofstream tone(directory / "tone.f32", std::ios::binary);
+    for (int i = 0; i < rate * 30; ++i) {
+      const float sample = static_cast<float>(0.5 * std::sin(2 * M_PI * 880 * i / rate));
+      tone.write(reinterpret_cast<const char*>(&sample), sizeof sample);
+    }
+  }
+  SpawnOptions player;
+  player.environment = {"PULSE_SERVER=" + sound.address()};
+  Subprocess pacat = Subprocess::spawn({"pacat", "--raw", "--format=float32le", "--rate=48000",
+                                        "--channels=1", (directory / "tone.f32").string()},
+                                       player);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  // A segment with sound, then one without: the second half of the video is silent.
+  const auto out = directory / "demo.mp4";
+  testing::writeFile(directory / "demo.brim", "set output \"" + out.string() +
+                                                  "\"\nset transition 0\n"
+                                                  "record region 0 0 320 200 duration 2 audio\n"
+                                                  "record region 0 0 320 200 duration 2\n");
+  const auto result =
+      runCommand("PULSE_SERVER=" + sound.address() + " " +
+                 brimble("run --headless -q " + shellQuote((directory / "demo.brim").string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto streams = testing::probeStreams(out);
+  const auto video = testing::streamOfType(streams, "video");
+  const auto audio = testing::streamOfType(streams, "audio");
+  ASSERT_TRUE(video && audio) << result.output;
+  EXPECT_NEAR(video->duration, 4, 0.3);
+  EXPECT_NEAR(audio->duration, video->duration, 0.05);
+  const std::vector<float> samples = testing::decodeAudio(out, rate);
+  ASSERT_GT(samples.size(), static_cast<std::size_t>(rate * 3.5));
+  // Away from the cut by a quarter second on each side.
+  const std::vector<float> first(samples.begin() + rate / 4, samples.begin() + rate * 7 / 4);
+  const std::vector<float> second(samples.end() - rate * 7 / 4, samples.end() - rate / 4);
+  EXPECT_GT(powerAt(first, 880, rate), 0.01);
+  EXPECT_GT(powerAt(first, 880, rate), 100 * powerAt(first, 440, rate));
+  EXPECT_LT(powerAt(second, 880, rate), 1e-6);
+
+  // A GIF cannot carry the sound: the line says so before anything is recorded.
+  testing::writeFile(directory / "gif.brim",
+                     "set output \"" + (directory / "demo.gif").string() +
+                         "\"\nrecord region 0 0 320 200 duration 1 audio\n");
+  const auto gif =
+      runCommand(brimble("run --headless -q " + shellQuote((directory / "gif.brim").string())));
+  EXPECT_NE(gif.exitCode, 0);
+  EXPECT_NE(gif.output.find("Line 2: 'audio' records sound for MP4 output; GIF, WebP and APNG "
+                            "carry no sound, so set the output to a .mp4 file or leave 'audio' "
+                            "out"),
+            std::string::npos)
+      << gif.output;
+  EXPECT_FALSE(fs::exists(directory / "demo.gif"));
 }
 
 TEST(BrimbleRecord, EffectsSetTheWindowOnABackgroundDrawThePointerAndCutThePause) {

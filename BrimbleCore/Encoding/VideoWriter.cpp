@@ -167,7 +167,7 @@ void VideoWriter::open(int width, int height) {
   picture_->height = video_->height;
   check(av_frame_get_buffer(picture_.get(), 0), "allocating a picture");
   scaler_.reset(sws_getContext(width, height, AV_PIX_FMT_BGRA, width, height, AV_PIX_FMT_YUV420P,
-                               SWS_BILINEAR | SWS_ACCURATE_RND, nullptr, nullptr, nullptr));
+                               SWS_BILINEAR, nullptr, nullptr, nullptr));
   if (!scaler_) {
     check(AVERROR(ENOMEM), "converting to YUV");
   }

@@ -241,6 +241,23 @@ TEST(BrimbleRun, AScriptsRecordWithAudioSoundsOnlyWhereThatSegmentPlays) {
   EXPECT_GT(powerAt(first, 880, rate), 100 * powerAt(first, 440, rate));
   EXPECT_LT(powerAt(second, 880, rate), 1e-6);
 
+  // Without a desktop sound server, the script's own private one hears what its programs play.
+  const auto privateOut = directory / "private.mp4";
+  testing::writeFile(directory / "private.brim",
+                     "set output \"" + privateOut.string() + "\"\nrun \"pacat --raw " +
+                         "--format=float32le --rate=48000 --channels=1 " +
+                         (directory / "tone.f32").string() +
+                         " </dev/null >/dev/null 2>&1 &\"\nwait 0.5\n"
+                         "record region 0 0 320 200 duration 2 audio\n");
+  const auto privately = runCommand("PULSE_SERVER=unix:/nonexistent/native " +
+                                    brimble("run --headless -q --private-sound-server " +
+                                            shellQuote((directory / "private.brim").string())));
+  ASSERT_EQ(privately.exitCode, 0) << privately.output;
+  const std::vector<float> heard = testing::decodeAudio(privateOut, rate);
+  ASSERT_GT(heard.size(), static_cast<std::size_t>(rate * 1.5));
+  const std::vector<float> middle(heard.begin() + rate / 4, heard.end() - rate / 4);
+  EXPECT_GT(powerAt(middle, 880, rate), 0.01);
+
   // A GIF cannot carry the sound: the line says so before anything is recorded.
   testing::writeFile(directory / "gif.brim",
                      "set output \"" + (directory / "demo.gif").string() +

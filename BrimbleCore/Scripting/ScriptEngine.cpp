@@ -17,6 +17,7 @@
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
 #include "BrimbleCore/Scripting/ScriptRenderSettings.h"
+#include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Text.h"
@@ -140,6 +141,17 @@ bool isAction(const ScriptInstruction& instruction) {
 }
 
 // Whether a script drives native applications by element, which needs the accessibility bus.
+/// The line of the first `record ... audio`, if any.
+std::optional<int> firstSoundLine(const std::vector<LocatedInstruction>& instructions) {
+  for (const LocatedInstruction& located : instructions) {
+    const auto* record = std::get_if<RecordInstruction>(&located.instruction);
+    if (record != nullptr && record->audio) {
+      return located.line;
+    }
+  }
+  return std::nullopt;
+}
+
 bool drivesAppsByElement(const std::vector<LocatedInstruction>& instructions) {
   bool usesBrowser = false;
   bool usesElements = false;
@@ -174,6 +186,21 @@ ScriptEngine::~ScriptEngine() {
 ScriptOutcome ScriptEngine::execute(std::string_view source) {
   const std::vector<LocatedInstruction> instructions = ScriptParser::parse(source);
   elementScript_ = drivesAppsByElement(instructions);
+  // Sound needs an MP4: where the output is known before the script runs (-o, or a `set output`
+  // written as text), say so before anything is recorded rather than at the line.
+  if (const auto soundLine = firstSoundLine(instructions)) {
+    std::optional<std::filesystem::path> output = options_.output;
+    if (!output) {
+      if (const auto written = validate(source).output) {
+        output = *written;
+      }
+    }
+    if (output &&
+        !isVideo(
+            outputFormatFromExtension(output->extension().string()).value_or(OutputFormat::gif))) {
+      throw ScriptError::runtimeError(*soundLine, kAudioNeedsVideo);
+    }
+  }
   try {
     run(instructions);
     finish();

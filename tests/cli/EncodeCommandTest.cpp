@@ -317,20 +317,23 @@ TEST(BrimbleEncode, AGIFProcessedIntoMP4KeepsItsTimesAndAnOddSizeIsPadded) {
 }
 
 TEST(BrimbleEncode, CtrlCStopsCleanlyAndKeepsTheOldFile) {
-  TempDirectory directory;
-  const auto out = directory / "big.gif";
-  std::ofstream(out) << "yesterday's recording";
-  testing::ChildProcess encode(
-      {BRIMBLE_BINARY, "encode", "--test-pattern", "--frames", "100000", "-o", out.string()});
-  // Wait until the partial file shows the encode is under way.
-  for (int i = 0; i < 200 && testing::entriesIn(directory.path()) < 2; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  for (const std::string name : {"big.gif", "big.mp4"}) {
+    TempDirectory directory;
+    const auto out = directory / name;
+    std::ofstream(out) << "yesterday's recording";
+    testing::ChildProcess encode(
+        {BRIMBLE_BINARY, "encode", "--test-pattern", "--frames", "100000", "-o", out.string()});
+    // Wait until the partial file shows the encode is under way.
+    for (int i = 0; i < 200 && testing::entriesIn(directory.path()) < 2; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    encode.signal(SIGINT);
+    EXPECT_EQ(encode.wait(std::chrono::seconds(10)), 130) << name;
+    EXPECT_EQ(encode.errorOutput(), "brimble encode: interrupted; nothing was written\n") << name;
+    EXPECT_EQ(testing::readFile(out), "yesterday's recording") << name;
+    EXPECT_EQ(testing::entriesIn(directory.path()), 1) << name;
   }
-  encode.signal(SIGINT);
-  EXPECT_EQ(encode.wait(std::chrono::seconds(10)), 130);
-  EXPECT_EQ(encode.errorOutput(), "brimble encode: interrupted; nothing was written\n");
-  EXPECT_EQ(testing::readFile(out), "yesterday's recording");
-  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }
 
 TEST(Brimble, HelpAndVersionSucceed) {

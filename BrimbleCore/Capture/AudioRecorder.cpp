@@ -25,14 +25,14 @@ void PaSimpleCloser::operator()(pa_simple* stream) const noexcept {
 }
 
 AudioRecorder::AudioRecorder(const AudioSource& from, const Clock& clock) : clock_(clock) {
-  const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, kSampleRate, kChannels};
+  const pa_sample_spec sampleFormat{PA_SAMPLE_FLOAT32LE, kSampleRate, kChannels};
   pa_buffer_attr buffering{};
   buffering.maxlength = static_cast<std::uint32_t>(-1);
   buffering.fragsize = static_cast<std::uint32_t>(kChunkFrames * kChannels * sizeof(float));
   const std::string source = from.source.empty() ? kDefaultMonitor : from.source;
   int error = 0;
   stream_.reset(pa_simple_new(from.server.empty() ? nullptr : from.server.c_str(), "Brimble",
-                              PA_STREAM_RECORD, source.c_str(), "Recording", &spec, nullptr,
+                              PA_STREAM_RECORD, source.c_str(), "Recording", &sampleFormat, nullptr,
                               &buffering, &error));
   if (!stream_) {
     if (error == PA_ERR_CONNECTIONREFUSED || error == PA_ERR_INVALIDSERVER ||

@@ -3,7 +3,7 @@ BUILD     ?= build
 JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-script bench-peers fuzz format clean
+.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-script bench-peers bench-video fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -75,6 +75,10 @@ bench-script: build
 # brimble beside ffmpeg, gifsicle, ImageMagick and gifski on real screen recordings.
 bench-peers: build
 	bench/run-peers.sh -n 3
+
+# MP4: brimble beside ffmpeg -c:v libx264 at the same CRF, and 1080p30 against real time.
+bench-video: build
+	bench/run-video.sh -n 3
 
 # libFuzzer needs clang; FUZZ_SECONDS per target.
 FUZZ_SECONDS ?= 60

@@ -2,7 +2,23 @@
 
 #include <fmt/format.h>
 
+#include "cli/OptionChecks.h"
+
 namespace brimble::cli {
+
+void addVideoOptions(CLI::App& command, VideoOptions& video) {
+  command
+      .add_option("--crf", video.crf,
+                  "MP4: constant quality, 0 (lossless) to 51; lower is sharper and larger")
+      ->check(wholeNumberIn(0, 51))
+      ->capture_default_str();
+  command
+      .add_option("--preset", video.preset,
+                  "MP4: x264 speed preset; slower presets make smaller files at the same quality")
+      ->check(oneOf("preset", {"ultrafast", "superfast", "veryfast", "faster", "fast", "medium",
+                               "slow", "slower", "veryslow", "placebo"}))
+      ->capture_default_str();
+}
 
 EncodeProgress progressOn(ProgressBar& bar) {
   return [&bar](RenderPhase phase, int done, int total) {

@@ -5,11 +5,16 @@
 #include <optional>
 #include <string>
 
+#include <CLI/CLI.hpp>
+
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "cli/ProgressBar.h"
 
 namespace brimble::cli {
+
+/// --crf and --preset on `command`, read into `video`.
+void addVideoOptions(CLI::App& command, VideoOptions& video);
 
 /// Progress of an encode drawn on `bar`.
 EncodeProgress progressOn(ProgressBar& bar);

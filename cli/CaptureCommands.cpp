@@ -15,6 +15,9 @@
 #include <fmt/ranges.h>
 
 #include "BrimbleCore/Automation/WindowManager.h"
+#include "BrimbleCore/Capture/AudioError.h"
+#include "BrimbleCore/Capture/AudioRecorder.h"
+#include "BrimbleCore/Capture/PrivateSoundServer.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
 #include "BrimbleCore/Effects/EffectColor.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
@@ -59,6 +62,12 @@ struct CaptureOptions {
   std::string idleStrategy;
   double idleThreshold = 2.0;
   std::string background;
+  VideoOptions video;
+  // record only: sound, for MP4
+  bool audio = false;
+  std::string audioSource;
+  std::string audioServer;
+  bool privateSoundServer = false;
   // which target options were given
   CLI::Option* regionOption = nullptr;
   CLI::Option* displayOption = nullptr;
@@ -290,6 +299,64 @@ RenderSettings effectSettings(const CaptureOptions& options) {
   return settings;
 }
 
+bool wantsAudio(const CaptureOptions& options) {
+  return options.audio || !options.audioSource.empty() || !options.audioServer.empty() ||
+         options.privateSoundServer;
+}
+
+/// Sound beside a recording: a private server when asked for, and the recorder connected to
+/// it or to the session's. Connected before the frames start, so a missing server is reported
+/// before anything is recorded.
+struct SoundCapture {
+  std::optional<PrivateSoundServer> server;
+  std::optional<AudioRecorder> recorder;
+};
+
+/// Where the sound comes from, starting the private server when asked; none without sound.
+std::optional<AudioSource> soundSource(const CaptureOptions& options, SoundCapture& sound) {
+  if (!wantsAudio(options)) {
+    return std::nullopt;
+  }
+  AudioSource from{options.audioServer, options.audioSource};
+  if (options.privateSoundServer) {
+    try {
+      sound.server.emplace();
+    } catch (const AudioError& error) {
+      fail("record", kExitFailure, "{}", error.what());
+    }
+    from.server = sound.server->address();
+    fmt::print(stderr,
+               "brimble record: private sound server; programs play into it with "
+               "PULSE_SERVER={}\n",
+               from.server);
+  }
+  return from;
+}
+
+void startSound(const CaptureOptions& options, SoundCapture& sound) {
+  const auto from = soundSource(options, sound);
+  if (!from) {
+    return;
+  }
+  try {
+    sound.recorder.emplace(*from, steadyClock());
+  } catch (const AudioError& error) {
+    fail("record", kExitFailure, "{}", error.what());
+  }
+}
+
+/// The recorded sound, timed from `videoStart`; none without sound.
+std::optional<AudioTrack> stopSound(SoundCapture& sound, Clock::time_point videoStart) {
+  if (!sound.recorder) {
+    return std::nullopt;
+  }
+  try {
+    return sound.recorder->stop(videoStart);
+  } catch (const AudioError& error) {
+    fail("record", kExitFailure, "{}; nothing was written", error.what());
+  }
+}
+
 /// A recording with effects: frames without the pointer, the pointer's track and the input
 /// beside them, then the effects pass into the encoder.
 int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
@@ -298,11 +365,18 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
   const char* command = "record";
   RenderSettings settings = effectSettings(options);
   settings.format = format;
+  settings.video = options.video;
+  SoundCapture sound;
+  const std::optional<AudioSource> from = soundSource(options, sound);
   const std::string displayName = session.name();
   ScreenSegmentRecorder recorder(source, steadyClock(), [displayName] {
     return platform::eventCapture(displayName, steadyClock());
   });
-  recorder.start({target.captureTarget(), options.fps, !options.noCursor});
+  try {
+    recorder.start({target.captureTarget(), options.fps, !options.noCursor, from});
+  } catch (const AudioError& error) {
+    fail(command, kExitFailure, "{}", error.what());
+  }
   const auto started = Clock::now();
   fmt::print(stderr, "brimble record: recording {} with effects, {} fps; {}\n", target.description,
              options.fps,
@@ -317,7 +391,11 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   std::vector<RecordedSegment> segments;
-  segments.push_back(recorder.stop());
+  try {
+    segments.push_back(recorder.stop());
+  } catch (const AudioError& error) {
+    fail(command, kExitFailure, "{}; nothing was written", error.what());
+  }
   if (!segments[0].frames || segments[0].frames->count() == 0) {
     fail(command, stop.stop_requested() ? Interrupts::kExitInterrupted : kExitFailure,
          "no frame was recorded; nothing was written");
@@ -342,6 +420,16 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   const std::stop_token stop = interrupts.watch();
   checkOneTarget(command, options);
   const OutputFormat format = checkAnimationOutput("", options.output, false);
+  if (wantsAudio(options) && !isVideo(format)) {
+    fail(command, kExitUsage,
+         "--audio records sound for MP4 output; {} carries no sound (write a .mp4 file)",
+         label(format));
+  }
+  if (wantsAudio(options) && !options.idleStrategy.empty()) {
+    fail(command, kExitUsage,
+         "--audio cannot be used with --idle-strategy: cutting pauses would put the sound out of "
+         "step");
+  }
   ScreenRecorder::sweepOrphanedFrameFiles();
   const DisplaySession session(options.headless);
   const auto source = session.screenSource();
@@ -351,6 +439,8 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
     return runRecordWithEffects(options, interrupts, session, *source, target, format, stop);
   }
 
+  SoundCapture sound;
+  startSound(options, sound);
   ScreenRecorder recorder(*source, steadyClock());
   const bool showCursor = !options.noCursor;
   switch (target.kind) {
@@ -386,6 +476,7 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   }
   const double recorded = std::chrono::duration<double>(Clock::now() - started).count();
   const std::unique_ptr<CompressedFrameStore> store = recorder.stopAndCollectFrameStore();
+  const std::optional<AudioTrack> audio = stopSound(sound, started);
   if (recorder.lostFrameCount() > 0) {
     fmt::print(stderr, "Some frames were lost while recording because the disk filled up.\n");
   }
@@ -406,11 +497,14 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   tuning.dedupRule = DedupRule::everyPixel;
   tuning.paletteBuilder = PaletteBuilder::histogram;
   tuning.paletteStrategy = PaletteStrategy::automatic;
+  VideoOptions video = options.video;
+  video.frameRate = encodeFPS;
+  video.audio = audio;
   const auto encodeStarted = Clock::now();
   ProgressBar bar;
   const EncodeSummary summary =
       GIFEncoder::encodeCompressed(*store, encodeFPS, 0, true, true, format, options.output,
-                                   progressOn(bar), {}, 75, encodeStop, tuning);
+                                   progressOn(bar), {}, 75, encodeStop, tuning, video);
   bar.finish();
   if (summary.frames == 0) {
     fail(command, kExitFailure, "no frame could be decoded; nothing was written");
@@ -446,7 +540,7 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
   CLI::App* command = app.add_subcommand(
       "record",
       "Record a region, a display or a window until the duration ends or Ctrl-C, then encode "
-      "it into an animated GIF, WebP or APNG");
+      "it into an animated GIF, WebP or APNG, or an MP4 video");
   addTargetOptions(*command, *options);
   command
       ->add_option("--duration", options->duration,
@@ -480,9 +574,25 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
       ->type_name("COLOR");
   command
       ->add_option("-o,--output", options->output,
-                   "The file to write; its extension picks the format (.gif, .webp, .png)")
+                   "The file to write; its extension picks the format (.gif, .webp, .png, .mp4)")
       ->type_name("OUT")
       ->required();
+  addVideoOptions(*command, options->video);
+  command->add_flag("--audio", options->audio,
+                    "MP4: record sound too, from what the desktop plays (the default output's "
+                    "monitor)");
+  command
+      ->add_option("--audio-source", options->audioSource,
+                   "MP4: record sound from this PulseAudio source instead (implies --audio)")
+      ->type_name("NAME");
+  command
+      ->add_option("--audio-server", options->audioServer,
+                   "MP4: the PulseAudio server to record from, e.g. unix:/run/user/1000/pulse/"
+                   "native (implies --audio)")
+      ->type_name("ADDRESS");
+  command->add_flag("--private-sound-server", options->privateSoundServer,
+                    "MP4: start a private PulseAudio server with a silent output and record "
+                    "that, for sessions without sound (implies --audio)");
   return {command, [options, &interrupts] {
             try {
               return runRecord(*options, interrupts);

@@ -49,6 +49,7 @@ struct EncodeOptions {
   int webpQuality = 75;
   std::string webpMode = "lossless";
   bool skipBadFrames = false;
+  VideoOptions video;
 };
 
 /// A failure already explained to the user; carries the exit code.
@@ -198,6 +199,8 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
   sequence.webpQuality = static_cast<float>(options.webpQuality);
   sequence.stop = stop;
   sequence.tuning = tuning;
+  sequence.video = options.video;
+  sequence.video.frameRate = options.fps;
 
   ProgressBar bar;
   sequence.progress = progressOn(bar);
@@ -224,7 +227,7 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
       frames = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
     }
     summary = GIFEncoder::encode(frames, options.loop, *palette, options.frameDiffing, format,
-                                 options.output, progressOn(bar), stop);
+                                 options.output, progressOn(bar), stop, options.video);
   } else {
     const std::vector<fs::path> files = frameFiles(options.inputs);
     checkFrames(files);
@@ -268,12 +271,12 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
   CLI::App* command = app.add_subcommand(
       "encode",
       "Encode frames (a directory of PNG or JPEG files, frame files, or a GIF) into an "
-      "animated GIF, WebP or APNG");
+      "animated GIF, WebP or APNG, or an MP4 video");
   command->add_option("input", options->inputs,
                       "A directory of frames (in name order), frame files, or a GIF");
   command
       ->add_option("-o,--output", options->output,
-                   "The file to write; its extension picks the format (.gif, .webp, .png)")
+                   "The file to write; its extension picks the format (.gif, .webp, .png, .mp4)")
       ->required();
   command->add_option("--fps", options->fps, "Frames per second of the input frames")
       ->check(wholeNumberIn(1, 100))
@@ -304,7 +307,8 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
                    "every-pixel: any visible change is kept; sampled: about 100 pixels "
                    "compared, small changes merged away")
       ->capture_default_str();
-  command->add_option("--format", options->format, "gif, webp or apng (default: from -o)");
+  command->add_option("--format", options->format, "gif, webp, apng or mp4 (default: from -o)");
+  addVideoOptions(*command, options->video);
   command
       ->add_option("--webp-mode", options->webpMode,
                    "lossless (exact, smallest for screen content), lossy, or mixed (each frame "

@@ -109,7 +109,7 @@ OutputFormat checkAnimationOutput(const std::string& formatOption, const fs::pat
     format = outputFormatFromRawValue(formatOption);
     if (!format) {
       throw OutputPathError::unknownFormat("unknown format \"" + formatOption +
-                                           "\" (use gif, webp or apng)");
+                                           "\" (use gif, webp, apng or mp4)");
     }
   } else {
     format = outputFormatFromExtension(output.extension().string());
@@ -118,12 +118,8 @@ OutputFormat checkAnimationOutput(const std::string& formatOption, const fs::pat
       throw OutputPathError::unknownFormat(
           (extension.empty() ? output.string() + " has no extension"
                              : "unknown extension \"" + extension + "\" in " + output.string()) +
-          " (use .gif, .webp or .png" + (formatOptionExists ? ", or --format" : "") + ")");
+          " (use .gif, .webp, .png or .mp4" + (formatOptionExists ? ", or --format" : "") + ")");
     }
-  }
-  if (isVideo(*format)) {
-    throw OutputPathError::unknownFormat(std::string(label(*format)) +
-                                         " output is not supported yet (use gif, webp or apng)");
   }
   checkWritable(output);
   return *format;

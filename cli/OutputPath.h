@@ -46,9 +46,9 @@ class OutputPathError : public std::runtime_error {
 /// symbolic link is judged by the file it points to, which is what a write replaces.
 void checkWritable(const std::filesystem::path& output);
 
-/// The format an animation is written in: `formatOption` ("gif", "webp" or "apng") when it is
-/// not empty, else the extension of `output` (.gif, .webp, .png or .apng, in any case). Throws
-/// OutputPathError for an unknown format or extension, for video (not written yet), and when
+/// The format an animation or video is written in: `formatOption` ("gif", "webp", "apng" or
+/// "mp4") when it is not empty, else the extension of `output` (.gif, .webp, .png, .apng or
+/// .mp4, in any case). Throws OutputPathError for an unknown format or extension, and when
 /// `output` cannot be written. `formatOptionExists` tells whether the command has --format, so
 /// the message can offer it.
 OutputFormat checkAnimationOutput(const std::string& formatOption,

@@ -36,6 +36,7 @@ struct ProcessOptions {
   std::string format;
   std::string idleStrategy;
   double idleThreshold = 2.0;
+  VideoOptions video;
 };
 
 /// Beside the input, named after it: clip.gif becomes clip.processed.gif (or .webp, .png).
@@ -95,7 +96,7 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
   // Written beside the destination and renamed over it, so processing a file in place is safe.
   const EncodeSummary summary =
       GIFEncoder::encode(frames, decoder.loopCount(), *palette, options.frameDiffing, format,
-                         options.output, progressOn(bar), stop);
+                         options.output, progressOn(bar), stop, options.video);
   bar.finish();
   printSummary(options.output, summary, started);
   return kExitSuccess;
@@ -106,7 +107,7 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
 Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
   auto options = std::make_shared<ProcessOptions>();
   CLI::App* command =
-      app.add_subcommand("process", "Resize, change the speed of, and re-encode an animated GIF");
+      app.add_subcommand("process", "Resize, change the speed of, and re-encode an animated GIF (as GIF, WebP, APNG or MP4)");
   command->add_option("input", options->input, "The GIF to process")->required();
   command->add_option("-o,--output", options->output,
                       "The file to write (default: INPUT.processed.gif beside the input)");
@@ -136,7 +137,8 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
       ->check(numberIn(0, 3600))
       ->type_name("S")
       ->capture_default_str();
-  command->add_option("--format", options->format, "gif, webp or apng (default: from -o)");
+  command->add_option("--format", options->format, "gif, webp, apng or mp4 (default: from -o)");
+  addVideoOptions(*command, options->video);
   return {command, [options, &interrupts] {
             try {
               return runProcess(*options, interrupts);

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -14,6 +15,8 @@
 #include "BrimbleCore/Automation/ChromeBrowserLauncher.h"
 #include "BrimbleCore/Automation/InputSimulator.h"
 #include "BrimbleCore/Automation/WindowManager.h"
+#include "BrimbleCore/Capture/AudioError.h"
+#include "BrimbleCore/Capture/PrivateSoundServer.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
 #include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Scripting/ScriptEngine.h"
@@ -40,6 +43,7 @@ struct RunOptions {
   bool quiet = false;
   bool profile = false;
   bool headless = false;
+  bool privateSoundServer = false;
 };
 
 void printProfile(const ScriptEngine& engine) {
@@ -80,6 +84,19 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
   const fs::path output =
       !options.output.empty() ? options.output : fs::path(check.output.value_or("output.gif"));
   checkAnimationOutput("", output, false);
+
+  // Started before the display, so every program the script starts inherits its address and
+  // plays into it, and `record ... audio` hears them.
+  std::optional<PrivateSoundServer> sound;
+  if (options.privateSoundServer) {
+    try {
+      sound.emplace();
+    } catch (const AudioError& error) {
+      fmt::print(stderr, "brimble run: {}\n", error.what());
+      return kExitFailure;
+    }
+    ::setenv("PULSE_SERVER", sound->address().c_str(), 1);
+  }
 
   ScreenRecorder::sweepOrphanedFrameFiles();
   InterruptStages stages(interrupts);
@@ -181,7 +198,7 @@ Command addRunCommand(CLI::App& app, Interrupts& interrupts) {
   command
       ->add_option("-o,--output", options->output,
                    "Write here instead of the script's output setting; the extension picks the "
-                   "format (.gif, .webp, .png)")
+                   "format (.gif, .webp, .png, .mp4)")
       ->type_name("OUT");
   command->add_flag("--preview", options->preview,
                     "A quick, small render: 10 fps and at most 400 pixels wide");
@@ -190,6 +207,10 @@ Command addRunCommand(CLI::App& app, Interrupts& interrupts) {
                     "Print how long each instruction, the render and the clean-up took");
   command->add_flag("--headless", options->headless,
                     "Use Brimble's own embedded display even when $DISPLAY is set");
+  command->add_flag("--private-sound-server", options->privateSoundServer,
+                    "Start a private PulseAudio server with a silent output for the script's "
+                    "programs to play into, so that 'record ... audio' works without a desktop "
+                    "sound server");
   return {command, [options, &interrupts] { return runScript(*options, interrupts); }};
 }
 

@@ -8,6 +8,7 @@
 #include "BrimbleCore/Capture/CursorImage.h"
 #include "BrimbleCore/Capture/ScreenRect.h"
 #include "BrimbleCore/Capture/ScreenSource.h"
+#include "BrimbleCore/Encoding/AudioTrack.h"
 #include "BrimbleCore/Encoding/CompressedFrameStore.h"
 
 namespace brimble {
@@ -92,6 +93,10 @@ struct RecordedSegment {
   /// The window manager's decorations that the frames include at the edges of `windowFrame`
   /// (which then is the whole decorated window); all 0 when the frames show content only.
   FrameExtents frameExtents;
+  /// Sound recorded with the segment, timed from its start (where `frameTimes` count from);
+  /// `soundFile` owns its file.
+  std::optional<AudioTrack> sound;
+  std::shared_ptr<const void> soundFile;
 };
 
 }  // namespace brimble

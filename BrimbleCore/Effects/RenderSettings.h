@@ -6,6 +6,7 @@
 
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Encoding/PaletteStrategy.h"
+#include "BrimbleCore/Encoding/VideoWriter.h"
 
 namespace brimble {
 
@@ -42,6 +43,8 @@ struct RenderSettings {
   /// GIF frames after the first store only the pixels that changed.
   bool frameDiffing = true;
   float webpQuality = 75;
+  /// MP4: quality, speed and sound.
+  VideoOptions video;
 
   bool showCursor = true;
   bool cursorSmoothing = false;

@@ -1,8 +1,27 @@
 #include "BrimbleCore/Effects/SegmentRenderer.h"
 
+#include <system_error>
+
 #include "BrimbleCore/Effects/FrameCompositor.h"
+#include "BrimbleCore/Effects/SegmentSound.h"
+#include "BrimbleCore/Support/FileIO.h"
 
 namespace brimble::SegmentRenderer {
+namespace {
+
+/// A temporary file deleted when it goes out of scope, whatever happened.
+struct ScratchFile {
+  ScratchFile() : path(temporaryDirectory() / ("brimble-sound-" + makeUUIDString() + ".f32")) {}
+  ScratchFile(const ScratchFile&) = delete;
+  ScratchFile& operator=(const ScratchFile&) = delete;
+  ~ScratchFile() {
+    std::error_code ignored;
+    std::filesystem::remove(path, ignored);
+  }
+  std::filesystem::path path;
+};
+
+}  // namespace
 
 EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSettings& settings,
                      const std::filesystem::path& output, const EncodeProgress& progress,
@@ -21,6 +40,14 @@ EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSett
   options.format = settings.format;
   options.progress = progress;
   options.webpQuality = settings.webpQuality;
+  options.video = settings.video;
+  options.video.frameRate = settings.fps;
+  ScratchFile sound;
+  if (isVideo(settings.format)) {
+    if (auto track = SegmentSound::compose(compositor, segments, settings.fps, sound.path)) {
+      options.video.audio = std::move(track);
+    }
+  }
   options.stop = stop;
   options.tuning.paletteStrategy = settings.paletteStrategy;
   // Screen recordings change a few pixels at a time (a typed character): only a comparison of

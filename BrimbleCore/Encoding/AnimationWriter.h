@@ -4,18 +4,11 @@
 
 #include "BrimbleCore/Encoding/AnimationMuxer.h"
 #include "BrimbleCore/Encoding/ByteSink.h"
+#include "BrimbleCore/Encoding/FrameOutput.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Encoding/WebPMuxer.h"
 
 namespace brimble {
-
-/// What an encode wrote.
-struct EncodeSummary {
-  int frames = 0;  // frames in the file; 0 when nothing was written
-  int width = 0;
-  int height = 0;
-  double duration = 0;  // seconds the animation plays once, as written (GIF: whole centiseconds)
-};
 
 /// The writer of one output format, chosen from the format.
 struct AnimationWriterOptions {
@@ -34,16 +27,16 @@ struct AnimationWriterOptions {
 /// The animation writer for a format, with what every encode needs around it: GIF delays kept
 /// on the animation's own timeline, WebP and APNG failures logged, and a summary of what was
 /// written. One thread at a time.
-class AnimationWriter {
+class AnimationWriter final : public FrameOutput {
  public:
   /// Throws MuxError::unexpectedLayout("mp4 has no animation muxer") for MP4.
   AnimationWriter(const AnimationWriterOptions& options, std::unique_ptr<ByteSink> sink);
 
   /// Throws what the format's muxer throws.
-  void append(const Image& image, double delay);
-  void finish();
+  void append(const Image& image, double delay) override;
+  void finish() override;
 
-  const EncodeSummary& summary() const noexcept { return summary_; }
+  const EncodeSummary& summary() const noexcept override { return summary_; }
 
  private:
   template <typename Body>

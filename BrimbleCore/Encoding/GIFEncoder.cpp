@@ -21,23 +21,43 @@ constexpr float kDefaultWebPQuality = 75;
 // against 59,718 lossy at 33 dB); see bench/README.md.
 constexpr WebPMode kDefaultWebPMode = WebPMode::lossless;
 
-/// Runs `write` with a sink over a fresh AtomicFile for `url` and commits the file when frames
-/// were written. A colour-only APNG that meets a translucent frame is written again with alpha:
-/// its earlier frames cannot be converted once compressed.
+using OutputFactory = SequenceEncoder::OutputFactory;
+
+AtomicFile createOutput(const std::filesystem::path& url) {
+  try {
+    return AtomicFile(url, 0644);
+  } catch (const std::system_error&) {
+    throw MuxError::unexpectedLayout("could not create " + url.string());
+  }
+}
+
+/// Runs `write` with a writer factory over a fresh AtomicFile for `url` and commits the file
+/// when frames were written. A colour-only APNG that meets a translucent frame is written again
+/// with alpha: its earlier frames cannot be converted once compressed.
 template <typename Write>
-EncodeSummary writeOutput(const std::filesystem::path& url, OutputFormat format, Write write) {
-  for (bool apngAlpha : {false, true}) {
-    std::optional<AtomicFile> output;
-    try {
-      output.emplace(url, 0644);
-    } catch (const std::system_error&) {
-      throw MuxError::unexpectedLayout("could not create " + url.string());
+EncodeSummary writeOutput(const std::filesystem::path& url, OutputFormat format,
+                          const VideoOptions& video, Write write) {
+  if (format == OutputFormat::mp4) {
+    AtomicFile output = createOutput(url);
+    const OutputFactory writer = [&](const AnimationWriterOptions&) {
+      return std::make_unique<VideoWriter>(output.temporaryPath(), video);
+    };
+    const EncodeSummary summary = write(writer, false);
+    if (summary.frames > 0) {
+      output.commit();
     }
-    const auto sink = [&output] { return std::make_unique<FileByteSink>(output->temporaryPath()); };
+    return summary;
+  }
+  for (bool apngAlpha : {false, true}) {
+    AtomicFile output = createOutput(url);
+    const OutputFactory writer = [&](const AnimationWriterOptions& options) {
+      return std::make_unique<AnimationWriter>(
+          options, std::make_unique<FileByteSink>(output.temporaryPath()));
+    };
     try {
-      const EncodeSummary summary = write(sink, apngAlpha);
+      const EncodeSummary summary = write(writer, apngAlpha);
       if (summary.frames > 0) {
-        output->commit();
+        output.commit();
       }
       return summary;
     } catch (const MuxError& error) {
@@ -55,12 +75,10 @@ EncodeSummary writeOutput(const std::filesystem::path& url, OutputFormat format,
 EncodeSummary GIFEncoder::encode(std::span<const ProcessedFrame> frames, int loopCount,
                                  PaletteStrategy paletteStrategy, bool frameDiffing,
                                  OutputFormat format, const std::filesystem::path& url,
-                                 const EncodeProgress& progress, const std::stop_token& stop) {
+                                 const EncodeProgress& progress, const std::stop_token& stop,
+                                 const VideoOptions& video) {
   if (frames.empty()) {
     return {};
-  }
-  if (format == OutputFormat::mp4) {
-    throw MuxError::unexpectedLayout("mp4 has no animation muxer");
   }
   // With diffing, each frame keeps full colour and gets its own palette; without it, the
   // strategy decides which frames share one.
@@ -76,7 +94,7 @@ EncodeSummary GIFEncoder::encode(std::span<const ProcessedFrame> frames, int loo
     optimized = ColorPaletteOptimizer::optimize(frames, paletteStrategy, paletteProgress);
     toWrite = optimized.frames;
   }
-  return writeOutput(url, format, [&](const auto& sink, bool apngAlpha) {
+  return writeOutput(url, format, video, [&](const OutputFactory& output, bool apngAlpha) {
     AnimationWriterOptions options;
     options.format = format;
     options.loopCount = loopCount;
@@ -84,19 +102,19 @@ EncodeSummary GIFEncoder::encode(std::span<const ProcessedFrame> frames, int loo
     options.webpQuality = kDefaultWebPQuality;
     options.webpMode = kDefaultWebPMode;
     options.apngAlpha = apngAlpha;
-    AnimationWriter writer(options, sink());
+    const std::unique_ptr<FrameOutput> writer = output(options);
     const int total = static_cast<int>(toWrite.size());
     for (int i = 0; i < total; ++i) {
       checkCancellation(stop);
       const ProcessedFrame& frame = toWrite[static_cast<std::size_t>(i)];
-      writer.append(frame.image, frame.delay);
+      writer->append(frame.image, frame.delay);
       if (progress) {
         progress(RenderPhase::encode, i + 1, total);
       }
     }
     checkCancellation(stop);
-    writer.finish();
-    return writer.summary();
+    writer->finish();
+    return writer->summary();
   });
 }
 
@@ -106,7 +124,8 @@ EncodeSummary GIFEncoder::encodeCompressed(const CompressedFrameStore& frameStor
                                            const EncodeProgress& progress,
                                            const FrameTransform& transform, float webpQuality,
                                            const std::stop_token& stop,
-                                           const EncoderTuning& tuning) {
+                                           const EncoderTuning& tuning,
+                                           const VideoOptions& video) {
   const FrameSupplier decode = [&frameStore](int index) {
     return decodeImage(frameStore.data(index));
   };
@@ -121,6 +140,7 @@ EncodeSummary GIFEncoder::encodeCompressed(const CompressedFrameStore& frameStor
   options.webpQuality = webpQuality;
   options.stop = stop;
   options.tuning = tuning;
+  options.video = video;
   // A recorder compresses an unchanged screen to the same bytes.
   options.repeatsPrevious = [&frameStore](int index) {
     return frameStore.data(index) == frameStore.data(index - 1);
@@ -134,12 +154,10 @@ EncodeSummary GIFEncoder::encodeSequence(int count, const FrameSupplier& frameAt
   if (count == 0) {
     return {};
   }
-  if (options.format == OutputFormat::mp4) {
-    throw MuxError::unexpectedLayout("mp4 has no animation muxer");
-  }
-  return writeOutput(url, options.format, [&](const auto& sink, bool apngAlpha) {
-    return SequenceEncoder(count, frameAt, options, apngAlpha).write(sink);
-  });
+  return writeOutput(url, options.format, options.video,
+                     [&](const OutputFactory& output, bool apngAlpha) {
+                       return SequenceEncoder(count, frameAt, options, apngAlpha).write(output);
+                     });
 }
 
 }  // namespace brimble

@@ -14,6 +14,7 @@
 #include "BrimbleCore/Encoding/Image.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Encoding/PaletteStrategy.h"
+#include "BrimbleCore/Encoding/VideoWriter.h"
 
 namespace brimble {
 
@@ -70,23 +71,26 @@ struct SequenceOptions {
   /// With `deduplicate`, frames it reports are merged into the frame before them without being
   /// decoded: a recording's idle stretches cost no decoding.
   RepeatCheck repeatsPrevious;
+  /// MP4: quality, speed and sound.
+  VideoOptions video;
 };
 
-/// Turns a recording into an animation file (GIF, WebP or APNG). Output goes to an AtomicFile:
+/// Turns a recording into an animation file (GIF, WebP or APNG), or into an MP4 video through
+/// the VideoWriter (the animation writers themselves refuse MP4). Output goes to an AtomicFile:
 /// after a failure or a cancellation nothing is left and an existing file at the destination is
 /// untouched.
 class GIFEncoder {
  public:
   /// Writes `frames` with their delays. GIF without diffing applies `paletteStrategy` first;
   /// with diffing each frame keeps full colour and frames after the first carry only what
-  /// changed. WebP frames are lossless, compressed with effort 75 of 100. Nothing is written for no
-  /// frames. Throws MuxError (also "mp4 has no animation muxer"), file errors, and
+  /// changed. WebP frames are lossless, compressed with effort 75 of 100. MP4 is written with
+  /// `video`. Nothing is written for no frames. Throws MuxError, VideoError, file errors, and
   /// CancellationError when `stop` is requested.
   static EncodeSummary encode(std::span<const ProcessedFrame> frames, int loopCount,
                               PaletteStrategy paletteStrategy, bool frameDiffing,
                               OutputFormat format, const std::filesystem::path& url,
                               const EncodeProgress& progress = {},
-                              const std::stop_token& stop = {});
+                              const std::stop_token& stop = {}, const VideoOptions& video = {});
 
   /// Writes the JPEG (or PNG) frames of `frameStore`, each nominally 1/`fps` long. With
   /// `deduplicate`, frames similar to the last kept frame only lengthen its delay. Frames that
@@ -98,7 +102,8 @@ class GIFEncoder {
                                         const EncodeProgress& progress = {},
                                         const FrameTransform& transform = {},
                                         float webpQuality = 75, const std::stop_token& stop = {},
-                                        const EncoderTuning& tuning = {});
+                                        const EncoderTuning& tuning = {},
+                                        const VideoOptions& video = {});
 
   /// `encodeCompressed` for any sequence of `count` frames that can be produced by index: a
   /// recording's frame store, image files, generated frames. Frames for which `frameAt` gives

@@ -77,10 +77,10 @@ SequenceEncoder::SequenceEncoder(int count, const FrameSupplier& frameAt,
       minimumDelay_(options.format == OutputFormat::gif ? FrameDeduplicator::kShortestGIFDelay : 0),
       threads_(options.tuning.decodeThreads > 0 ? options.tuning.decodeThreads : workerCount()) {}
 
-EncodeSummary SequenceEncoder::write(const SinkFactory& sink) const {
+EncodeSummary SequenceEncoder::write(const OutputFactory& output) const {
   const bool sharedPalettes = options_.format == OutputFormat::gif &&
                               options_.tuning.paletteStrategy != PaletteStrategy::perFrame;
-  return sharedPalettes ? writeWithSharedPalettes(sink) : writeAsFound(sink);
+  return sharedPalettes ? writeWithSharedPalettes(output) : writeAsFound(output);
 }
 
 AnimationWriterOptions SequenceEncoder::writerOptions(bool frameDiffing,
@@ -136,15 +136,15 @@ void SequenceEncoder::report(RenderPhase phase, int done, int total) const {
 }
 
 /// One pass: each kept frame is written as soon as the next kept frame ends its delay.
-EncodeSummary SequenceEncoder::writeAsFound(const SinkFactory& sink) const {
-  std::optional<AnimationWriter> writer;
+EncodeSummary SequenceEncoder::writeAsFound(const OutputFactory& output) const {
+  std::unique_ptr<FrameOutput> writer;
   std::optional<Image> comparison;  // the last kept frame, as decoded
   std::optional<Image> pending;     // the last kept frame, as written
   double pendingDelay = 0;
   const auto flush = [&] {
     if (pending) {
       if (!writer) {
-        writer.emplace(writerOptions(options_.frameDiffing, false), sink());
+        writer = output(writerOptions(options_.frameDiffing, false));
       }
       writer->append(*pending, pendingDelay);
       pending.reset();
@@ -257,7 +257,7 @@ std::optional<std::vector<RGBColor>> SequenceEncoder::scenePalette(
 /// Two passes: plan, pick a palette per scene, then write every kept frame quantized to its
 /// scene's palette. With diffing, unchanged palette indices become transparent, and frames on
 /// the shared palette refer to the global colour table instead of repeating it.
-EncodeSummary SequenceEncoder::writeWithSharedPalettes(const SinkFactory& sink) const {
+EncodeSummary SequenceEncoder::writeWithSharedPalettes(const OutputFactory& output) const {
   const SequencePlan sequence = plan();
   if (sequence.kept.empty()) {
     return {};
@@ -277,7 +277,8 @@ EncodeSummary SequenceEncoder::writeWithSharedPalettes(const SinkFactory& sink) 
   for (const KeepEntry& entry : kept) {
     keptIndices.push_back(entry.dataIndex);
   }
-  AnimationWriter writer(writerOptions(false, /*reuseGlobalTable=*/true), sink());
+  const std::unique_ptr<FrameOutput> writer =
+      output(writerOptions(false, /*reuseGlobalTable=*/true));
   FramePrefetch reader(
       frameAt_, keptIndices,
       [&](const Image& image, std::size_t position) {
@@ -305,14 +306,14 @@ EncodeSummary SequenceEncoder::writeWithSharedPalettes(const SinkFactory& sink) 
   for (std::size_t position = 0; position < kept.size(); ++position) {
     checkCancellation(options_.stop);
     Image frame = std::move(reader.next()->written);
-    writer.append(options_.frameDiffing ? difference(frame, previous) : frame,
-                  kept[position].delay);
+    writer->append(options_.frameDiffing ? difference(frame, previous) : frame,
+                   kept[position].delay);
     previous = std::move(frame);
     report(RenderPhase::encode, static_cast<int>(position + 1), static_cast<int>(kept.size()));
   }
   checkCancellation(options_.stop);
-  writer.finish();
-  return writer.summary();
+  writer->finish();
+  return writer->summary();
 }
 
 }  // namespace brimble

@@ -6,29 +6,31 @@
 #include <optional>
 #include <vector>
 
-#include "BrimbleCore/Encoding/ByteSink.h"
+#include "BrimbleCore/Encoding/FrameOutput.h"
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/RGBColor.h"
 
 namespace brimble {
 
-/// Writes a frame sequence: decoding runs ahead on worker threads while the calling thread
+/// Writes a frame sequence to an animation or video file: decoding runs ahead on worker threads while the calling thread
 /// deduplicates, diffs and writes. GIF with shared palettes takes two passes over the sequence
 /// (which frames to keep and where scenes start, then the writing); everything else one. One
 /// thread at a time. GIF frames shorter than 2 cs (above 50 fps) take in the frames after them,
 /// which are dropped, so that browsers play every frame as long as it says.
 class SequenceEncoder {
  public:
-  using SinkFactory = std::function<std::unique_ptr<ByteSink>()>;
+  /// Makes the writer of the file; animation formats take the options, video ignores them.
+  using OutputFactory =
+      std::function<std::unique_ptr<FrameOutput>(const AnimationWriterOptions& options)>;
 
   /// `frameAt` and `options` must outlive the encoder. `apngAlpha` makes APNG files store alpha
   /// from the first frame on.
   SequenceEncoder(int count, const FrameSupplier& frameAt, const SequenceOptions& options,
                   bool apngAlpha);
 
-  /// Writes to the sink `sink` makes (called once, at the first frame that can be decoded).
+  /// Writes to the writer `output` makes (called once, at the first frame that can be decoded).
   /// Nothing is written, and an empty summary returned, when no frame can be decoded.
-  EncodeSummary write(const SinkFactory& sink) const;
+  EncodeSummary write(const OutputFactory& output) const;
 
  private:
   struct KeepEntry;
@@ -37,8 +39,8 @@ class SequenceEncoder {
   /// frame, or skipped (it cannot be decoded).
   enum class Arrival { repeat, kept, skipped };
 
-  EncodeSummary writeAsFound(const SinkFactory& sink) const;
-  EncodeSummary writeWithSharedPalettes(const SinkFactory& sink) const;
+  EncodeSummary writeAsFound(const OutputFactory& output) const;
+  EncodeSummary writeWithSharedPalettes(const OutputFactory& output) const;
   SequencePlan plan() const;
   std::optional<std::vector<RGBColor>> scenePalette(const std::vector<KeepEntry>& kept,
                                                     std::size_t begin, std::size_t end) const;

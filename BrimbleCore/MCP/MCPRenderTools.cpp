@@ -32,10 +32,6 @@ OutputFormat formatArgument(const Arguments& arguments) {
   if (!format) {
     fail("format must be one of: gif, webp, apng, mp4 (got '" + text + "')");
   }
-  if (*format == OutputFormat::mp4) {
-    // Refused before anything is written: there is no video writer yet.
-    fail("Encoding failed: mp4 has no animation muxer");
-  }
   return *format;
 }
 

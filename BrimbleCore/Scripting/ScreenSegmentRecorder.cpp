@@ -13,6 +13,11 @@ ScreenSegmentRecorder::ScreenSegmentRecorder(ScreenSource& source, Clock& clock,
 
 void ScreenSegmentRecorder::start(const SegmentRequest& request) {
   segment_.fps = request.fps;
+  // Connected first: a missing sound server stops the segment before any frame is taken.
+  if (request.sound) {
+    sound_ = std::make_shared<AudioRecorder>(*request.sound, clock_);
+  }
+  framesStarted_ = clock_.now();
   // Where the platform can follow the pointer, frames are taken without it and the render draws
   // it (smoothed, with clicks, or not at all, as its settings say).
   const bool follow = source_.followsPointer();
@@ -82,6 +87,10 @@ RecordedSegment ScreenSegmentRecorder::stop() {
   if (eventCapture_) {
     segment.events = eventCapture_->stopAndCollectEvents();
     eventCapture_.reset();
+  }
+  if (sound_) {
+    segment.sound = sound_->stop(framesStarted_);
+    segment.soundFile = std::move(sound_);
   }
   return segment;
 }

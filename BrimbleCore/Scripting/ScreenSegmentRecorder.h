@@ -38,6 +38,8 @@ class ScreenSegmentRecorder final : public SegmentRecorder {
   EventCaptureFactory eventCaptureFactory_;
   ScreenRecorder recorder_;
   std::unique_ptr<EventCapture> eventCapture_;
+  std::shared_ptr<AudioRecorder> sound_;
+  Clock::TimePoint framesStarted_;  // just before the first frame: what frame times count from
   Clock::TimePoint started_;
   RecordedSegment segment_;  // what is known at the start: fps, frame on screen, scale, kind
 };

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Capture/AudioError.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Scripting/PacePreset.h"
@@ -16,6 +17,7 @@
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
 #include "BrimbleCore/Scripting/ScriptRenderSettings.h"
+#include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Text.h"
@@ -45,9 +47,9 @@ const std::string kAccessibilityWarning =
 const std::string kElementAccessibilityWarning =
     "Warning: This script drives apps by element. Enable the AT-SPI accessibility bus (package "
     "at-spi2-core) for the apps it drives, then re-run.";
-const std::string kAudioUnavailable =
-    "'audio' records sound for MP4 output, which this version of Brimble cannot write yet; "
-    "leave 'audio' out";
+const std::string kAudioNeedsVideo =
+    "'audio' records sound for MP4 output; GIF, WebP and APNG carry no sound, so set the output "
+    "to a .mp4 file or leave 'audio' out";
 
 DemoEvent demoEvent(DemoEvent::Kind kind, double duration = 0) {
   DemoEvent event;
@@ -139,6 +141,17 @@ bool isAction(const ScriptInstruction& instruction) {
 }
 
 // Whether a script drives native applications by element, which needs the accessibility bus.
+/// The line of the first `record ... audio`, if any.
+std::optional<int> firstSoundLine(const std::vector<LocatedInstruction>& instructions) {
+  for (const LocatedInstruction& located : instructions) {
+    const auto* record = std::get_if<RecordInstruction>(&located.instruction);
+    if (record != nullptr && record->audio) {
+      return located.line;
+    }
+  }
+  return std::nullopt;
+}
+
 bool drivesAppsByElement(const std::vector<LocatedInstruction>& instructions) {
   bool usesBrowser = false;
   bool usesElements = false;
@@ -173,6 +186,21 @@ ScriptEngine::~ScriptEngine() {
 ScriptOutcome ScriptEngine::execute(std::string_view source) {
   const std::vector<LocatedInstruction> instructions = ScriptParser::parse(source);
   elementScript_ = drivesAppsByElement(instructions);
+  // Sound needs an MP4: where the output is known before the script runs (-o, or a `set output`
+  // written as text), say so before anything is recorded rather than at the line.
+  if (const auto soundLine = firstSoundLine(instructions)) {
+    std::optional<std::filesystem::path> output = options_.output;
+    if (!output) {
+      if (const auto written = validate(source).output) {
+        output = *written;
+      }
+    }
+    if (output &&
+        !isVideo(
+            outputFormatFromExtension(output->extension().string()).value_or(OutputFormat::gif))) {
+      throw ScriptError::runtimeError(*soundLine, kAudioNeedsVideo);
+    }
+  }
   try {
     run(instructions);
     finish();
@@ -522,8 +550,9 @@ void ScriptEngine::record(const RecordInstruction& record, int line) {
   if (record.target.kind == RecordTarget::Kind::simulator) {
     throw ScriptError::runtimeError(line, kSimulatorUnavailable);
   }
-  if (record.audio) {
-    throw ScriptError::runtimeError(line, kAudioUnavailable);
+  if (record.audio && !isVideo(outputFormatFromExtension(outputPath().extension().string())
+                                   .value_or(OutputFormat::gif))) {
+    throw ScriptError::runtimeError(line, kAudioNeedsVideo);
   }
   checkRecordingPermissions(line);
   // A new segment ends the one still running.
@@ -574,8 +603,15 @@ void ScriptEngine::record(const RecordInstruction& record, int line) {
   if (record.duration) {
     duration = number(*record.duration, line);
   }
+  if (record.audio) {
+    request.sound = AudioSource{};  // what the desktop plays, on the session's sound server
+  }
   auto recorder = services_.makeRecorder();
-  recorder->start(request);
+  try {
+    recorder->start(request);
+  } catch (const AudioError& error) {
+    throw ScriptError::runtimeError(line, error.what());
+  }
   activeRecorder_ = std::move(recorder);
   recordingStartTime_ = services_.clock.now();
   segmentTargetDuration_ = duration;

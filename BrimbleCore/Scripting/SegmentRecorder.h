@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+
+#include "BrimbleCore/Capture/AudioRecorder.h"
 #include "BrimbleCore/Capture/ScreenSource.h"
 #include "BrimbleCore/Effects/RecordedSegment.h"
 #include "BrimbleCore/Support/Clock.h"
@@ -12,6 +15,8 @@ struct SegmentRequest {
   CaptureTarget target;
   int fps = 30;
   bool showCursor = true;
+  /// Sound to record beside the frames; none for silence.
+  std::optional<AudioSource> sound;
 };
 
 /// The recorder of one script segment: frames, their times and the input that happened while it
@@ -28,7 +33,8 @@ class SegmentRecorder {
   virtual ~SegmentRecorder() = default;
 
   /// Starts recording; returns once frames are being taken. Throws RecordingError
-  /// (noDisplay: an area on no display) and ScreenCaptureError (windowNotFound).
+  /// (noDisplay: an area on no display), ScreenCaptureError (windowNotFound) and, before any
+  /// frame is taken, AudioError when sound was asked for and cannot be recorded.
   virtual void start(const SegmentRequest& request) = 0;
   /// Whether the recording ended on its own: the window was closed or the display went away.
   /// What was captured until then is kept.

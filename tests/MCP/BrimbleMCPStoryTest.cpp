@@ -17,6 +17,7 @@
 #include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/MediaProbe.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -215,8 +216,15 @@ TEST_F(BrimbleMCPStory, RecordsATerminalWhileTypingAndRendersItInEveryFormat) {
   EXPECT_EQ(std::stoi(apng["dimensions"].get<std::string>()), 320);
   EXPECT_TRUE(testing::readFile(apng["path"].get<std::string>()).find("acTL") != std::string::npos);
 
-  EXPECT_EQ(errorText("renderMP4"), "Encoding failed: mp4 has no animation muxer");
-  EXPECT_FALSE(fs::exists(dir() / "story.mp4"));
+  // MP4 goes to the video writer: H.264 of the same size and frame count.
+  const json& mp4 = value("renderMP4");
+  const auto video =
+      testing::streamOfType(testing::probeStreams(mp4["path"].get<std::string>()), "video");
+  ASSERT_TRUE(video);
+  EXPECT_EQ(video->codecName, "h264");
+  EXPECT_EQ(std::to_string(video->width) + "x" + std::to_string(video->height),
+            mp4["dimensions"].get<std::string>());
+  EXPECT_EQ(video->frames, mp4["frames"].get<int>());
   EXPECT_EQ(errorText("renderBadWidth"), "max_width must be greater than 0");
   EXPECT_EQ(errorText("renderBadLoop"), "loop_count must be >= 0 (0 = infinite)");
 

@@ -1,6 +1,7 @@
 // `brimble record` and `brimble still` run the way a user runs them, on a real X display.
 
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -12,13 +13,16 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "BrimbleCore/Capture/PrivateSoundServer.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/MediaProbe.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 #include "tests/Support/X11Helpers.h"
@@ -117,6 +121,156 @@ TEST(BrimbleRecord, RecordsAWindowForTheDurationIntoAnAnimation) {
   }
   EXPECT_GE(centiseconds, 170);
   EXPECT_LE(centiseconds, 230);
+}
+
+/// The power of `frequency` in `samples` (Goertzel's single-bin DFT), per sample.
+double powerAt(const std::vector<float>& samples, double frequency, int sampleRate) {
+  const double coefficient = 2 * std::cos(2 * M_PI * frequency / sampleRate);
+  double previous = 0;
+  double beforePrevious = 0;
+  for (const float sample : samples) {
+    const double current = sample + coefficient * previous - beforePrevious;
+    beforePrevious = previous;
+    previous = current;
+  }
+  const double power = previous * previous + beforePrevious * beforePrevious -
+                       coefficient * previous * beforePrevious;
+  return power / static_cast<double>(samples.size() * samples.size());
+}
+
+TEST(BrimbleRecord, AnMP4WithAudioHasTheToneThatPlayedAndEndsWithItsFrames) {
+  const auto display = x11::HeadlessDisplay::start();
+  const TestWindow red({"--color", "ff0000", "--size", "320x200"});
+  TempDirectory directory;
+  const PrivateSoundServer sound;
+  // 660 Hz at half scale, looped longer than the recording, played into the private server.
+  const int rate = 48000;
+  {
+    std::ofstream tone(directory / "tone.f32", std::ios::binary);
+    for (int i = 0; i < rate * 20; ++i) {
+      const float sample = static_cast<float>(0.5 * std::sin(2 * M_PI * 660 * i / rate));
+      tone.write(reinterpret_cast<const char*>(&sample), sizeof sample);
+    }
+  }
+  SpawnOptions player;
+  player.environment = {"PULSE_SERVER=" + sound.address()};
+  Subprocess pacat = Subprocess::spawn({"pacat", "--raw", "--format=float32le", "--rate=48000",
+                                        "--channels=1", (directory / "tone.f32").string()},
+                                       player);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+
+  const auto out = directory / "window.mp4";
+  const auto result = runCommand(brimble("record --window " + std::to_string(red.id()) +
+                                         " --duration 5 --audio-server " + sound.address() +
+                                         " -o " + shellQuote(out.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto streams = testing::probeStreams(out);
+  const auto video = testing::streamOfType(streams, "video");
+  const auto audio = testing::streamOfType(streams, "audio");
+  ASSERT_TRUE(video && audio) << result.output;
+  EXPECT_EQ(video->codecName, "h264");
+  EXPECT_EQ(audio->codecName, "aac");
+  EXPECT_EQ(audio->sampleRate, 48000);
+  EXPECT_NEAR(video->duration, 5, 0.3);
+  EXPECT_NEAR(audio->duration, video->duration, 0.05);
+  const std::vector<float> samples = testing::decodeAudio(out, rate);
+  EXPECT_NEAR(static_cast<double>(samples.size()) / rate, video->duration, 0.05);
+  const double tone = powerAt(samples, 660, rate);
+  EXPECT_GT(tone, 0.01);  // a full-length 0.5 sine has 0.0625
+  for (const double other : {220.0, 440.0, 1000.0, 1320.0, 3000.0}) {
+    EXPECT_GT(tone, 100 * powerAt(samples, other, rate)) << other << " Hz";
+  }
+
+  // Sound only goes with MP4, and a missing server is named before anything is recorded.
+  const auto gif = runCommand(brimble("record --display --duration 1 --audio -o " +
+                                      shellQuote((directory / "sound.gif").string())));
+  EXPECT_EQ(gif.exitCode, 2);
+  EXPECT_EQ(gif.output,
+            "brimble record: --audio records sound for MP4 output; GIF carries no sound (write a "
+            ".mp4 file)\n");
+  const auto silent =
+      runCommand(brimble("record --display --duration 1 --audio-server "
+                         "unix:/nonexistent/native -o " +
+                         shellQuote((directory / "none.mp4").string())));
+  EXPECT_EQ(silent.exitCode, 1);
+  EXPECT_EQ(silent.output.rfind("brimble record: No sound server to record from (", 0), 0u)
+      << silent.output;
+  EXPECT_FALSE(fs::exists(directory / "sound.gif"));
+  EXPECT_FALSE(fs::exists(directory / "none.mp4"));
+}
+
+TEST(BrimbleRun, AScriptsRecordWithAudioSoundsOnlyWhereThatSegmentPlays) {
+  TempDirectory directory;
+  const PrivateSoundServer sound;
+  const int rate = 48000;
+  {
+    std::ofstream tone(directory / "tone.f32", std::ios::binary);
+    for (int i = 0; i < rate * 30; ++i) {
+      const float sample = static_cast<float>(0.5 * std::sin(2 * M_PI * 880 * i / rate));
+      tone.write(reinterpret_cast<const char*>(&sample), sizeof sample);
+    }
+  }
+  SpawnOptions player;
+  player.environment = {"PULSE_SERVER=" + sound.address()};
+  Subprocess pacat = Subprocess::spawn({"pacat", "--raw", "--format=float32le", "--rate=48000",
+                                        "--channels=1", (directory / "tone.f32").string()},
+                                       player);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  // A segment with sound, then one without: the second half of the video is silent.
+  const auto out = directory / "demo.mp4";
+  testing::writeFile(directory / "demo.brim", "set output \"" + out.string() +
+                                                  "\"\nset transition 0\n"
+                                                  "record region 0 0 320 200 duration 2 audio\n"
+                                                  "record region 0 0 320 200 duration 2\n");
+  const auto result =
+      runCommand("PULSE_SERVER=" + sound.address() + " " +
+                 brimble("run --headless -q " + shellQuote((directory / "demo.brim").string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto streams = testing::probeStreams(out);
+  const auto video = testing::streamOfType(streams, "video");
+  const auto audio = testing::streamOfType(streams, "audio");
+  ASSERT_TRUE(video && audio) << result.output;
+  EXPECT_NEAR(video->duration, 4, 0.3);
+  EXPECT_NEAR(audio->duration, video->duration, 0.05);
+  const std::vector<float> samples = testing::decodeAudio(out, rate);
+  ASSERT_GT(samples.size(), static_cast<std::size_t>(rate * 3.5));
+  // Away from the cut by a quarter second on each side.
+  const std::vector<float> first(samples.begin() + rate / 4, samples.begin() + rate * 7 / 4);
+  const std::vector<float> second(samples.end() - rate * 7 / 4, samples.end() - rate / 4);
+  EXPECT_GT(powerAt(first, 880, rate), 0.01);
+  EXPECT_GT(powerAt(first, 880, rate), 100 * powerAt(first, 440, rate));
+  EXPECT_LT(powerAt(second, 880, rate), 1e-6);
+
+  // Without a desktop sound server, the script's own private one hears what its programs play.
+  const auto privateOut = directory / "private.mp4";
+  testing::writeFile(directory / "private.brim",
+                     "set output \"" + privateOut.string() + "\"\nrun \"pacat --raw " +
+                         "--format=float32le --rate=48000 --channels=1 " +
+                         (directory / "tone.f32").string() +
+                         " </dev/null >/dev/null 2>&1 &\"\nwait 0.5\n"
+                         "record region 0 0 320 200 duration 2 audio\n");
+  const auto privately = runCommand("PULSE_SERVER=unix:/nonexistent/native " +
+                                    brimble("run --headless -q --private-sound-server " +
+                                            shellQuote((directory / "private.brim").string())));
+  ASSERT_EQ(privately.exitCode, 0) << privately.output;
+  const std::vector<float> heard = testing::decodeAudio(privateOut, rate);
+  ASSERT_GT(heard.size(), static_cast<std::size_t>(rate * 1.5));
+  const std::vector<float> middle(heard.begin() + rate / 4, heard.end() - rate / 4);
+  EXPECT_GT(powerAt(middle, 880, rate), 0.01);
+
+  // A GIF cannot carry the sound: the line says so before anything is recorded.
+  testing::writeFile(directory / "gif.brim",
+                     "set output \"" + (directory / "demo.gif").string() +
+                         "\"\nrecord region 0 0 320 200 duration 1 audio\n");
+  const auto gif =
+      runCommand(brimble("run --headless -q " + shellQuote((directory / "gif.brim").string())));
+  EXPECT_NE(gif.exitCode, 0);
+  EXPECT_NE(gif.output.find("Line 2: 'audio' records sound for MP4 output; GIF, WebP and APNG "
+                            "carry no sound, so set the output to a .mp4 file or leave 'audio' "
+                            "out"),
+            std::string::npos)
+      << gif.output;
+  EXPECT_FALSE(fs::exists(directory / "demo.gif"));
 }
 
 TEST(BrimbleRecord, EffectsSetTheWindowOnABackgroundDrawThePointerAndCutThePause) {

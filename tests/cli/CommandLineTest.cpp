@@ -74,12 +74,16 @@ TEST(BrimbleCommandLine, UsageErrorsSayWhatIsWrongInOneLineAndWhereTheUsageIs) {
       "--frames: must be a whole number from 1 to 100000 (got '0')");
   add("encode --test-pattern --fps 0 -o x.gif", "brimble encode",
       "--fps: must be a whole number from 1 to 100 (got '0')");
+  add("encode --test-pattern --crf 52 -o x.mp4", "brimble encode",
+      "--crf: must be a whole number from 0 to 51 (got '52')");
+  add("record --display --preset quick -o x.mp4", "brimble record",
+      "--preset: unknown preset 'quick' (use ultrafast, superfast, veryfast, faster, fast, medium, "
+      "slow, slower, veryslow or placebo)");
   // The encoder's own checks, after the parser's: one line.
   for (const auto& [arguments, what] : std::vector<std::pair<std::string, std::string>>{
            {"--size 0x10 -o x.gif", "--size must be WIDTHxHEIGHT, each 1 to 65535 (got \"0x10\")"},
            {"--size wide -o x.gif", "--size must be WIDTHxHEIGHT, each 1 to 65535 (got \"wide\")"},
-           {"--format tiff -o x", "unknown format \"tiff\" (use gif, webp or apng)"},
-           {"-o x.mp4", "MP4 output is not supported yet (use gif, webp or apng)"}}) {
+           {"--format tiff -o x", "unknown format \"tiff\" (use gif, webp, apng or mp4)"}}) {
     rows.push_back({"encode --test-pattern " + arguments, 2, "brimble encode: " + what + "\n"});
   }
   rows.push_back({"encode -o x.gif", 2,
@@ -116,8 +120,8 @@ TEST(BrimbleCommandLine, AnOutputThatCannotBeWrittenIsRefusedBeforeAnyWork) {
            cannot("process", "missing/in.processed.gif",
                   "the folder " + dir + "/missing does not exist")},
           {"process in.gif -o out.txt", 2,
-           "brimble process: unknown extension \".txt\" in out.txt (use .gif, .webp or .png, or "
-           "--format)\n"},
+           "brimble process: unknown extension \".txt\" in out.txt (use .gif, .webp, .png or .mp4, "
+           "or --format)\n"},
       });
   // Root writes anywhere, so the folder is tried as somebody else.
   expectRows(directory.path(),

@@ -17,6 +17,7 @@
 #include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/MediaProbe.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -285,21 +286,54 @@ TEST(BrimbleProcess, IdleStrategiesShortenPausesAndDedupeKeepsTheTime) {
             "brimble process: unknown idle strategy \"skip\" (use cut, ramp or fade)\n");
 }
 
-TEST(BrimbleEncode, CtrlCStopsCleanlyAndKeepsTheOldFile) {
+TEST(BrimbleEncode, AGIFProcessedIntoMP4KeepsItsTimesAndAnOddSizeIsPadded) {
   TempDirectory directory;
-  const auto out = directory / "big.gif";
-  std::ofstream(out) << "yesterday's recording";
-  testing::ChildProcess encode(
-      {BRIMBLE_BINARY, "encode", "--test-pattern", "--frames", "100000", "-o", out.string()});
-  // Wait until the partial file shows the encode is under way.
-  for (int i = 0; i < 200 && testing::entriesIn(directory.path()) < 2; ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  const auto in = directory / "steps.gif";
+  const auto frame = [](std::uint8_t shade, double delay) {
+    return ProcessedFrame{testing::solidImage(45, 31, {shade, 60, 90}), delay, std::nullopt};
+  };
+  GIFEncoder::encode(std::vector<ProcessedFrame>{frame(20, 0.5), frame(120, 0.07),
+                                                 frame(220, 1.2)},
+                     0, PaletteStrategy::perFrame, false, OutputFormat::gif, in);
+  const auto out = directory / "steps.mp4";
+  const auto result = runCommand(brimbleCommand("process " + shellQuote(in.string()) + " -o " +
+                                                shellQuote(out.string()) +
+                                                " --speed 2 --crf 18 --preset fast 2>&1"));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_EQ(result.output.rfind(out.string() + ": " +
+                                    std::to_string(std::filesystem::file_size(out)) +
+                                    " bytes, 3 frames, 46x32, ",
+                                0),
+            0u)
+      << result.output;
+  const auto video = testing::streamOfType(testing::probeStreams(out), "video");
+  ASSERT_TRUE(video);
+  EXPECT_EQ(video->codecName, "h264");
+  EXPECT_EQ(video->width, 46);
+  EXPECT_EQ(video->height, 32);
+  // Twice as fast: 0.25 s, 0.035 s (GIF delays are whole centiseconds: 0.07 s) and 0.6 s.
+  EXPECT_EQ(video->frameTimes, (std::vector<double>{0, 0.25, 0.285}));
+  EXPECT_NEAR(video->duration, 0.885, 0.0011);
+}
+
+TEST(BrimbleEncode, CtrlCStopsCleanlyAndKeepsTheOldFile) {
+  for (const std::string name : {"big.gif", "big.mp4"}) {
+    TempDirectory directory;
+    const auto out = directory / name;
+    std::ofstream(out) << "yesterday's recording";
+    testing::ChildProcess encode(
+        {BRIMBLE_BINARY, "encode", "--test-pattern", "--frames", "100000", "-o", out.string()});
+    // Wait until the partial file shows the encode is under way.
+    for (int i = 0; i < 200 && testing::entriesIn(directory.path()) < 2; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    encode.signal(SIGINT);
+    EXPECT_EQ(encode.wait(std::chrono::seconds(10)), 130) << name;
+    EXPECT_EQ(encode.errorOutput(), "brimble encode: interrupted; nothing was written\n") << name;
+    EXPECT_EQ(testing::readFile(out), "yesterday's recording") << name;
+    EXPECT_EQ(testing::entriesIn(directory.path()), 1) << name;
   }
-  encode.signal(SIGINT);
-  EXPECT_EQ(encode.wait(std::chrono::seconds(10)), 130);
-  EXPECT_EQ(encode.errorOutput(), "brimble encode: interrupted; nothing was written\n");
-  EXPECT_EQ(testing::readFile(out), "yesterday's recording");
-  EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }
 
 TEST(Brimble, HelpAndVersionSucceed) {

@@ -43,7 +43,7 @@ TEST(EffectsEndToEnd, EveryEffectOnARealRecordingDecodesInFFprobeAndImageMagick)
     ScreenSegmentRecorder recorder(source, steadyClock(), [&] {
       return std::make_unique<x11::X11EventCapture>(name, steadyClock());
     });
-    recorder.start({CaptureTarget::windowOf(window.id()), 20, true});
+    recorder.start({CaptureTarget::windowOf(window.id()), 20, true, std::nullopt});
     pause(0.3);
     input.smoothMove(content.x + 200, content.y + 120, 0.4);
     input.click(content.x + 200, content.y + 120, MouseButton::left);
@@ -57,7 +57,7 @@ TEST(EffectsEndToEnd, EveryEffectOnARealRecordingDecodesInFFprobeAndImageMagick)
   {
     // A second segment of another size, crossfaded on the same canvas.
     ScreenSegmentRecorder recorder(source, steadyClock());
-    recorder.start({CaptureTarget::screenAreaOf({0, 0, 300, 300}), 20, true});
+    recorder.start({CaptureTarget::screenAreaOf({0, 0, 300, 300}), 20, true, std::nullopt});
     pause(1.0);
     segments.push_back(recorder.stop());
   }

@@ -174,7 +174,7 @@ TEST(X11ScreenSource, SegmentsAreRecordedWithoutThePointerAndWithItsTrackBeside)
     return source.pointerPosition() == std::pair{frame.x + 40, frame.y + 40};
   }));
   ScreenSegmentRecorder recorder(source, steadyClock());
-  recorder.start({CaptureTarget::windowOf(red.id()), 20, true});
+  recorder.start({CaptureTarget::windowOf(red.id()), 20, true, std::nullopt});
   ASSERT_TRUE(eventually([&] { return recorder.frameCount() >= 3; }));
   red.warpPointer(frame.x + 200, frame.y + 150);
   ASSERT_TRUE(eventually([&] { return recorder.frameCount() >= 8; }));

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <span>
+
+#include "BrimbleCore/Effects/FrameCompositor.h"
+#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Encoding/AudioTrack.h"
+
+namespace brimble::SegmentSound {
+
+/// The sound of a render, laid on its output timeline: each output frame plays the sound its
+/// segment recorded at the time the frame shows (so idle ramps and cuts stay in step with the
+/// picture), and title cards and segments without sound are silent. Written to `file`, which
+/// the caller owns. No value when no segment has sound. Throws std::system_error naming a file
+/// that cannot be read or written.
+std::optional<AudioTrack> compose(const FrameCompositor& compositor,
+                                  std::span<const RecordedSegment> segments, int fps,
+                                  const std::filesystem::path& file);
+
+}  // namespace brimble::SegmentSound

@@ -10,6 +10,9 @@
 
 namespace brimble::testing {
 
+/// Turns CapsLock and NumLock on or off on `displayName`, as the lock keys' lights would show.
+void setLocks(const std::string& displayName, bool capsLock, bool numLock);
+
 /// Polls `condition` every 10 ms for up to 5 seconds: windows appear and change asynchronously.
 bool eventually(const std::function<bool()>& condition);
 

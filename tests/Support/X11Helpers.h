@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <optional>
 #include <string>
@@ -38,6 +39,12 @@ class TestWindow {
   void warpPointer(int x, int y) { process_.write(command("warp", x, y)); }
   /// Asks for the window to be `width` x `height` (the window manager passes it on).
   void resize(int width, int height) { process_.write(command("resize", width, height)); }
+  /// Repaints the window in `rgb` (0xRRGGBB).
+  void setColor(unsigned rgb) {
+    char line[32];
+    std::snprintf(line, sizeof line, "color %06x\n", rgb);
+    process_.write(line);
+  }
   /// Ends the client, which destroys its window.
   void close() { process_.closeInput(); }
   std::string errorOutput() { return process_.errorOutput(); }

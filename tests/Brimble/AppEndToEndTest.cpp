@@ -1,0 +1,236 @@
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "BrimbleCore/Automation/InputSimulator.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Platform/X11/X11InputBackend.h"
+#include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/GifReader.h"
+#include "tests/Support/TempDirectory.h"
+#include "tests/Support/X11Clipboard.h"
+#include "tests/Support/X11Helpers.h"
+
+extern char** environ;
+
+namespace brimble {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using ::testing::IsSupersetOf;
+
+/// The desktop app in an embedded display, with its settings, library and captures in a
+/// private folder, driven by XTest input as a user would drive it.
+class App : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    fs::create_directories(folder_ / "config" / "brimble");
+    std::ofstream(folder_ / "config" / "brimble" / "brimble.conf")
+        << "[General]\ncountdownDelay=3\nshowCursor=false\nframeRate=24\n";
+    std::vector<std::string> environment;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+      const std::string line = *entry;
+      if (!line.starts_with("XDG_") && !line.starts_with("BRIMBLE_HISTORY_FILE=")) {
+        environment.push_back(line);
+      }
+    }
+    environment.push_back("XDG_CONFIG_HOME=" + (folder_ / "config").string());
+    environment.push_back("XDG_DATA_HOME=" + (folder_ / "data").string());
+    environment.push_back("XDG_RUNTIME_DIR=" + folder_.path().string());
+    environment.push_back("QT_QPA_PLATFORM=xcb");
+    app_.emplace(std::vector<std::string>{BRIMBLE_APP_BINARY}, environment);
+    ASSERT_TRUE(windowTitled("Brimble")) << app_->errorOutput();
+  }
+
+  void TearDown() override {
+    if (app_) {
+      app_->signal(SIGTERM);
+      app_->wait(5s);
+    }
+  }
+
+  std::optional<WindowInfo> windowTitled(const std::string& title) {
+    std::optional<WindowInfo> found;
+    testing::eventually([&] {
+      for (const WindowInfo& window : windows_.windows()) {
+        if (window.title == title) {
+          found = window;
+          return true;
+        }
+      }
+      return false;
+    });
+    return found;
+  }
+
+  /// Waits for `text` in what the app logged.
+  bool logged(const std::string& text, std::chrono::seconds timeout = 20s) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+      log_ += app_->errorOutput();
+      if (log_.find(text) != std::string::npos) {
+        return true;
+      }
+      std::this_thread::sleep_for(20ms);
+    }
+    return false;
+  }
+
+  /// Keeps a screenshot of the whole screen as a test artefact.
+  void screenshot(const std::string& name) {
+    const auto stream = screens_.openStream(CaptureTarget::screenAreaOf({0, 0, 1920, 1080}), false);
+    const auto image = stream->grab();
+    ASSERT_TRUE(image);
+    const fs::path folder = fs::path(BRIMBLE_ARTIFACT_DIR) / "app";
+    fs::create_directories(folder);
+    const auto png = encodePNG(*image);
+    std::ofstream(folder / (name + ".png"), std::ios::binary)
+        .write(reinterpret_cast<const char*>(png.data()), static_cast<std::streamsize>(png.size()));
+  }
+
+  void drag(int fromX, int fromY, int toX, int toY) {
+    backend_.moveTo({fromX, fromY});
+    std::this_thread::sleep_for(50ms);
+    backend_.buttonDown(1);
+    for (int step = 1; step <= 10; ++step) {
+      backend_.moveTo({fromX + (toX - fromX) * step / 10, fromY + (toY - fromY) * step / 10});
+      std::this_thread::sleep_for(15ms);
+    }
+    backend_.buttonUp(1);
+    std::this_thread::sleep_for(100ms);
+  }
+
+  void press(const std::string& key, ModifierFlags modifiers = {}) {
+    input_.pressKey(key, modifiers);
+  }
+
+  std::unique_ptr<x11::HeadlessDisplay> display_ = x11::HeadlessDisplay::start();
+  testing::TempDirectory folder_;
+  x11::X11WindowSystem windows_{display_->displayName()};
+  x11::X11ScreenSource screens_{display_->displayName()};
+  x11::X11InputBackend backend_{display_->displayName()};
+  InputSimulator input_{backend_, steadyClock()};
+  std::optional<testing::ChildProcess> app_;
+  std::string log_;
+};
+
+std::string percentDecoded(const std::string& text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size()) {
+      out.push_back(static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16)));
+      i += 2;
+    } else {
+      out.push_back(text[i]);
+    }
+  }
+  return out;
+}
+
+/// Whether `pixel` (bgra8) is near `rgb`.
+bool near(const Image& image, int x, int y, unsigned rgb) {
+  const auto p = image.row(y).subspan(static_cast<std::size_t>(x) * 4, 4);
+  const int r = static_cast<int>(rgb >> 16) & 255;
+  const int g = static_cast<int>(rgb >> 8) & 255;
+  const int b = static_cast<int>(rgb) & 255;
+  return std::abs(p[2] - r) < 40 && std::abs(p[1] - g) < 40 && std::abs(p[0] - b) < 40;
+}
+
+TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLibrary) {
+  testing::TestWindow client({"--position", "200,200", "--size", "400x300", "--color", "ff0000",
+                              "--title", "changing"});
+  const auto clientWindow = windowTitled("changing");
+  ASSERT_TRUE(clientWindow);
+  // The window with its frame, and its content, in the coordinates of the region drawn below.
+  const ScreenRect clientFrame{clientWindow->frame.x - 150, clientWindow->frame.y - 150,
+                        clientWindow->frame.width, clientWindow->frame.height};
+  const int centreX = clientWindow->contentFrame.x - 150 + clientWindow->contentFrame.width / 2;
+  const int centreY = clientWindow->contentFrame.y - 150 + clientWindow->contentFrame.height / 2;
+  std::this_thread::sleep_for(300ms);
+  screenshot("01-main-window");
+
+  press("g", {Modifier::control, Modifier::shift});
+  const auto overlay = windowTitled("Select a region — Brimble");
+  ASSERT_TRUE(overlay) << app_->errorOutput();
+  std::this_thread::sleep_for(200ms);
+  screenshot("02-overlay");
+  drag(150, 150, 650, 550);
+  ASSERT_TRUE(windowTitled("Recording controls — Brimble"));
+  std::this_thread::sleep_for(200ms);
+  screenshot("03-overlay-ready-with-panel");
+
+  press("space");
+  std::this_thread::sleep_for(400ms);
+  screenshot("04-panel-countdown");
+  ASSERT_TRUE(logged("Brimble: recording started (region)", 10s)) << log_;
+  std::this_thread::sleep_for(800ms);
+  client.setColor(0x00ff00);
+  std::this_thread::sleep_for(800ms);
+  screenshot("05-panel-recording");
+  client.setColor(0x0000ff);
+  std::this_thread::sleep_for(800ms);
+
+  press("return");
+  ASSERT_TRUE(logged("Brimble: GIF copied to clipboard (")) << log_;
+  screenshot("06-after-copy");
+
+  EXPECT_THAT(testing::clipboardTargets(display_->displayName()),
+              IsSupersetOf({"image/gif", "text/uri-list", "x-special/gnome-copied-files"}));
+  const auto bytes = testing::readClipboard(display_->displayName(), "image/gif");
+  ASSERT_TRUE(bytes);
+  const auto gif = testing::decodeGIF(*bytes);
+  ASSERT_TRUE(gif);
+  EXPECT_EQ(gif->width, 500);
+  EXPECT_EQ(gif->height, 400);
+  ASSERT_GE(gif->frames.size(), 3u);
+  // The client shows red, then green, then blue. Outside it the desktop is black: no pixel of
+  // the overlay or of the panel is anywhere in any frame.
+  EXPECT_TRUE(near(gif->frames.front(), centreX, centreY, 0xff0000));
+  bool sawGreen = false;
+  for (const Image& frame : gif->frames) {
+    sawGreen = sawGreen || near(frame, centreX, centreY, 0x00ff00);
+    for (int y = 0; y < frame.height(); y += 7) {
+      for (int x = 0; x < frame.width(); x += 7) {
+        const bool inClient = x >= clientFrame.x && x < clientFrame.x + clientFrame.width &&
+                              y >= clientFrame.y && y < clientFrame.y + clientFrame.height;
+        if (!inClient) {
+          ASSERT_TRUE(near(frame, x, y, 0x000000)) << "at " << x << "," << y;
+        }
+      }
+    }
+  }
+  EXPECT_TRUE(sawGreen);
+  EXPECT_TRUE(near(gif->frames.back(), centreX, centreY, 0x0000ff));
+
+  const auto uris = testing::readClipboard(display_->displayName(), "text/uri-list");
+  ASSERT_TRUE(uris);
+  const std::string uri(uris->begin(), uris->end());
+  ASSERT_TRUE(uri.starts_with("file://")) << uri;
+  const fs::path file = percentDecoded(uri.substr(7, uri.find('\r') - 7));
+  std::ifstream history(folder_ / "data" / "brimble" / "history.json");
+  const auto index = nlohmann::json::parse(history);
+  ASSERT_EQ(index["entries"].size(), 1u);
+  EXPECT_EQ(index["entries"][0]["fileSize"], bytes->size());
+  EXPECT_EQ(fs::file_size(file), bytes->size());
+  EXPECT_EQ(index["entries"][0]["path"], file.string());
+  const auto gnome = testing::readClipboard(display_->displayName(), "x-special/gnome-copied-files");
+  ASSERT_TRUE(gnome);
+  EXPECT_EQ(std::string(gnome->begin(), gnome->end()), "copy\n" + uri.substr(0, uri.find('\r')));
+}
+
+}  // namespace
+}  // namespace brimble

@@ -12,6 +12,7 @@
 
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/SizeBudgetEncoder.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Files.h"
@@ -83,6 +84,39 @@ std::vector<std::uint8_t> redsOf(const testing::DecodedGIF& gif) {
     reds.push_back(testing::pixelAt(frame, 5, 5).r);
   }
   return reds;
+}
+
+TEST(BrimbleEncode, MaxSizeReEncodesUntilTheFileFitsAndSaysAtWhichPass) {
+  TempDirectory directory;
+  const auto out = directory / "small.gif";
+  const std::string encode = "encode --test-pattern --no-dedup --frames 60 --size 800x500 ";
+  const auto full = runCommand(brimbleCommand(encode + "-o " + shellQuote(out.string())));
+  ASSERT_EQ(full.exitCode, 0) << full.output;
+  ASSERT_GT(std::filesystem::file_size(out), 60u * 1024) << "must start over the budget";
+
+  const auto result = runCommand(
+      brimbleCommand(encode + "--max-size 60 -o " + shellQuote(out.string()) + " 2>&1"));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const std::string marker = "KB fits the 60 KB budget at pass ";
+  const auto at = result.output.find(marker);
+  ASSERT_NE(at, std::string::npos) << result.output;
+  const int pass = std::stoi(result.output.substr(at + marker.size()));
+  EXPECT_GT(pass, 1);
+  EXPECT_LE(std::filesystem::file_size(out), 60u * 1024);
+  const SizeReduction reduction = SizeBudgetEncoder::reductionForPass(pass);
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->width, static_cast<int>(800 * reduction.widthScale));
+  EXPECT_EQ(static_cast<int>(decoded->frames.size()), 60 / reduction.frameStep);
+
+  const auto tooSmall = runCommand(
+      brimbleCommand(encode + "--max-size 1 -o " + shellQuote(out.string()) + " 2>&1"));
+  EXPECT_EQ(tooSmall.exitCode, 0) << tooSmall.output;
+  EXPECT_NE(tooSmall.output.find("is still over the 1 KB budget after 6 passes; the last pass was "
+                                 "kept"),
+            std::string::npos)
+      << tooSmall.output;
+  EXPECT_TRUE(std::filesystem::exists(out));
 }
 
 TEST(BrimbleEncode, FramesComeInNameOrderFromADirectoryAndInTheOrderGivenAsFiles) {

@@ -90,6 +90,9 @@ void AppShell::buildMenu() {
   stopAction_ = menu_->addAction("Stop Recording", this, [this] { state_->stopRecording(); });
   stopAction_->setVisible(false);
   menu_->addSeparator();
+  menu_->addAction("Library…", this, [this] { showLibrary(); });
+  menu_->addAction("Settings…", this, [this] { showSettings(); });
+  menu_->addSeparator();
   menu_->addAction("Quit Brimble", qApp, &QApplication::quit);
 }
 
@@ -108,6 +111,8 @@ void AppShell::buildMainWindow() {
   addButton("Region", [this] { state_->handleRegionTrigger(); });
   addButton("Window", [this] { state_->handleWindowTrigger(); });
   addButton("Full Screen", [this] { state_->handleFullScreenTrigger(); });
+  addButton("Library", [this] { showLibrary(); });
+  addButton("Settings", [this] { showSettings(); });
   column->addLayout(row);
   status_ = new QLabel(mainWindow_.get());
   status_->setObjectName("status");
@@ -144,7 +149,31 @@ void AppShell::registerHotkey() {
   scheduler_.post(drain);
 }
 
+void AppShell::showLibrary() {
+  if (!library_) {
+    library_ = std::make_unique<LibraryWindow>(history_, delivery_);
+  }
+  library_->reload();
+  library_->show();
+  library_->raise();
+  library_->activateWindow();
+}
+
+void AppShell::showSettings() {
+  if (!settingsWindow_) {
+    settingsWindow_ = std::make_unique<SettingsWindow>(settings_);
+    settingsWindow_->onSaved = [this](const AppSettings&) { registerHotkey(); };
+  }
+  settingsWindow_->reload();
+  settingsWindow_->show();
+  settingsWindow_->raise();
+  settingsWindow_->activateWindow();
+}
+
 void AppShell::phaseChanged(RecordingPhase phase) {
+  if (phase == RecordingPhase::idle && library_ && library_->isVisible()) {
+    library_->reload();
+  }
   const bool recording = phase == RecordingPhase::recording || phase == RecordingPhase::paused;
   if (stopAction_ != nullptr) {
     stopAction_->setVisible(recording);

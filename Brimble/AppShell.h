@@ -10,11 +10,13 @@
 #include <QSystemTrayIcon>
 #include <QWidget>
 
+#include "Brimble/Library/LibraryWindow.h"
 #include "Brimble/Recording/QtClipDelivery.h"
 #include "Brimble/Recording/QtRecordingView.h"
 #include "Brimble/Recording/QtSessionScheduler.h"
 #include "Brimble/Recording/RecordingState.h"
 #include "Brimble/Settings/SettingsStore.h"
+#include "Brimble/Settings/SettingsWindow.h"
 #include "BrimbleCore/Automation/GlobalHotkey.h"
 #include "BrimbleCore/Capture/ScreenSource.h"
 #include "BrimbleCore/Platform/X11/X11WindowSystem.h"
@@ -41,6 +43,11 @@ class AppShell final : public QObject {
   /// Grabs the shortcut from the settings; on failure the user is told and the app runs on
   /// without it.
   void registerHotkey();
+
+  void showLibrary();
+  void showSettings();
+  LibraryWindow* library() const { return library_.get(); }
+  SettingsWindow* settingsWindow() const { return settingsWindow_.get(); }
 
   /// The folder encoded clips are kept in: $XDG_DATA_HOME/brimble/captures (with the library
   /// index beside it).
@@ -69,6 +76,8 @@ class AppShell final : public QObject {
   std::unique_ptr<QSystemTrayIcon> tray_;
   std::unique_ptr<QWidget> mainWindow_;
   QLabel* status_ = nullptr;
+  std::unique_ptr<LibraryWindow> library_;
+  std::unique_ptr<SettingsWindow> settingsWindow_;
 };
 
 }  // namespace brimble

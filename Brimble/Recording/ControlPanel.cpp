@@ -120,7 +120,8 @@ std::optional<QPoint> ControlPanel::placement(const QRect& region, const QSize& 
   const int centredX = std::clamp(region.center().x() - panel.width() / 2, desktop.left(),
                                   desktop.right() - panel.width() + 1);
   if (region.isEmpty()) {
-    return QPoint(centredX, desktop.bottom() - panel.height() - 40);
+    // A window or the whole screen: bottom centre, where it hides the least.
+    return QPoint(desktop.center().x() - panel.width() / 2, desktop.bottom() - panel.height() - 40);
   }
   const QList<QPoint> candidates = {
       {centredX, region.bottom() + 1 + kGap},

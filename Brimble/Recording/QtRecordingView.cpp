@@ -178,6 +178,7 @@ void QtRecordingView::announce(const std::string& text) {
 }
 
 void QtRecordingView::showMessage(const std::string& text, MessageKind kind) {
+  logLine("Brimble: told the user: " + text);
   const QString line = QString::fromStdString(text);
   if (onStatus) {
     onStatus(line);

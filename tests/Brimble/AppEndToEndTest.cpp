@@ -40,7 +40,9 @@ class App : public ::testing::Test {
   void SetUp() override {
     fs::create_directories(folder_ / "config" / "brimble");
     std::ofstream(folder_ / "config" / "brimble" / "brimble.conf")
-        << "[General]\ncountdownDelay=3\nshowCursor=false\nframeRate=24\n";
+        << "[General]\nshowCursor=false\nframeRate=24\ndefaultSaveLocation="
+        << folder_.path().string() << "\n"
+        << settings();
     std::vector<std::string> environment;
     for (char** entry = environ; *entry != nullptr; ++entry) {
       const std::string line = *entry;
@@ -55,6 +57,9 @@ class App : public ::testing::Test {
     app_.emplace(std::vector<std::string>{BRIMBLE_APP_BINARY}, environment);
     ASSERT_TRUE(windowTitled("Brimble")) << app_->errorOutput();
   }
+
+  /// More settings lines for a test.
+  virtual std::string settings() const { return "countdownDelay=3\n"; }
 
   void TearDown() override {
     if (app_) {
@@ -116,6 +121,17 @@ class App : public ::testing::Test {
 
   void press(const std::string& key, ModifierFlags modifiers = {}) {
     input_.pressKey(key, modifiers);
+  }
+
+  /// Clicks the `index`-th of the main window's row of `count` buttons.
+  void clickMainButton(int index, int count = 5) {
+    const auto main = windowTitled("Brimble");
+    ASSERT_TRUE(main);
+    const ScreenRect& content = main->contentFrame;
+    const int margin = 11;
+    const int each = (content.width - 2 * margin) / count;
+    input_.click(content.x + margin + each * index + each / 2, content.y + margin + 12,
+                 MouseButton::left);
   }
 
   std::unique_ptr<x11::HeadlessDisplay> display_ = x11::HeadlessDisplay::start();
@@ -230,6 +246,100 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
   const auto gnome = testing::readClipboard(display_->displayName(), "x-special/gnome-copied-files");
   ASSERT_TRUE(gnome);
   EXPECT_EQ(std::string(gnome->begin(), gnome->end()), "copy\n" + uri.substr(0, uri.find('\r')));
+}
+
+class AppWithoutCountdown : public App {
+ protected:
+  std::string settings() const override { return "countdownDelay=0\n"; }
+};
+
+TEST_F(AppWithoutCountdown, WindowPickPauseSaveLibraryAndFullScreen) {
+  testing::TestWindow client({"--position", "300,300", "--size", "320x240", "--color", "ff0000",
+                              "--title", "picked"});
+  const auto picked = windowTitled("picked");
+  ASSERT_TRUE(picked);
+
+  clickMainButton(1);  // Window
+  ASSERT_TRUE(windowTitled("Click a window — Brimble")) << app_->errorOutput();
+  backend_.moveTo({picked->contentFrame.x + 100, picked->contentFrame.y + 100});
+  std::this_thread::sleep_for(300ms);
+  screenshot("10-window-picker");
+  input_.click(picked->contentFrame.x + 100, picked->contentFrame.y + 100, MouseButton::left);
+  ASSERT_TRUE(logged("Brimble: recording started (window)")) << log_;
+  std::this_thread::sleep_for(700ms);
+  client.setColor(0x00ff00);
+  std::this_thread::sleep_for(700ms);
+  ASSERT_TRUE(windowTitled("Recording controls — Brimble"));
+  press("space");  // pause: what the window shows now must never reach the file
+  std::this_thread::sleep_for(200ms);
+  client.setColor(0xffff00);
+  std::this_thread::sleep_for(1500ms);
+  screenshot("11-panel-paused");
+  client.setColor(0x0000ff);
+  std::this_thread::sleep_for(300ms);
+  press("space");
+  std::this_thread::sleep_for(700ms);
+  press("s");
+  ASSERT_TRUE(windowTitled("Save Recording — Brimble")) << app_->errorOutput();
+  std::this_thread::sleep_for(300ms);
+  screenshot("12-save-dialog");
+  const fs::path saved = folder_ / "picked-window.gif";
+  press("a", {Modifier::control});
+  input_.typeText(saved.string(), 0, true);
+  ASSERT_TRUE(logged("Brimble: told the user: GIF saved. ")) << log_;
+
+  const auto gif = testing::decodeGIFFile(saved);
+  ASSERT_TRUE(gif);
+  // A window recording is the window's own content, wherever the panel or the picker were.
+  EXPECT_EQ(gif->width, picked->contentFrame.width);
+  EXPECT_EQ(gif->height, picked->contentFrame.height);
+  bool sawYellow = false;
+  int centiseconds = 0;
+  for (std::size_t i = 0; i < gif->frames.size(); ++i) {
+    sawYellow = sawYellow || near(gif->frames[i], 160, 120, 0xffff00);
+    centiseconds += gif->delaysCentiseconds[i];
+  }
+  EXPECT_FALSE(sawYellow) << "a frame of the pause was recorded";
+  EXPECT_TRUE(near(gif->frames.front(), 160, 120, 0xff0000));
+  EXPECT_TRUE(near(gif->frames.back(), 160, 120, 0x0000ff));
+  // About 2.3 s were recorded around a pause of 1.8 s; the clip plays the recorded time only.
+  EXPECT_GT(centiseconds, 150);
+  EXPECT_LT(centiseconds, 330);
+
+  std::ifstream history(folder_ / "data" / "brimble" / "history.json");
+  const auto index = nlohmann::json::parse(history);
+  ASSERT_EQ(index["entries"].size(), 1u);
+  EXPECT_EQ(index["entries"][0]["path"], saved.string());
+
+  clickMainButton(3);  // Library
+  ASSERT_TRUE(windowTitled("Library — Brimble"));
+  std::this_thread::sleep_for(400ms);
+  screenshot("13-library");
+  clickMainButton(4);  // Settings
+  ASSERT_TRUE(windowTitled("Settings — Brimble"));
+  std::this_thread::sleep_for(400ms);
+  screenshot("14-settings");
+  press("escape");
+
+  clickMainButton(2);  // Full Screen
+  ASSERT_TRUE(logged("Brimble: recording started (fullScreen)")) << log_;
+  std::this_thread::sleep_for(1000ms);
+  // The panel would be in the picture: it is not on screen, and the shortcut stops the recording.
+  for (const WindowInfo& window : windows_.windows()) {
+    EXPECT_NE(window.title, "Recording controls — Brimble");
+  }
+  press("g", {Modifier::control, Modifier::shift});
+  ASSERT_TRUE(logged("Brimble: GIF copied to clipboard (")) << log_;
+  const auto bytes = testing::readClipboard(display_->displayName(), "image/gif");
+  ASSERT_TRUE(bytes);
+  const auto screen = testing::decodeGIF(*bytes);
+  ASSERT_TRUE(screen);
+  EXPECT_EQ(screen->width, 1920);
+  EXPECT_EQ(screen->height, 1080);
+  // The picked window shows blue all through the recording.
+  for (const Image& frame : screen->frames) {
+    EXPECT_TRUE(near(frame, picked->contentFrame.x + 160, picked->contentFrame.y + 120, 0x0000ff));
+  }
 }
 
 }  // namespace

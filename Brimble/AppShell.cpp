@@ -61,6 +61,7 @@ AppShell::AppShell(const std::string& displayName)
   state_ = std::make_unique<RecordingState>(std::move(services));
   view_->attach(*state_);
   view_->onStatus = [this](const QString& text) { setStatus(text); };
+  delivery_.onPreview = [this](const fs::path& file) { showEditor(file); };
   state_->onStateChange = [this](RecordingPhase phase) { phaseChanged(phase); };
 
   buildMenu();
@@ -152,11 +153,28 @@ void AppShell::registerHotkey() {
 void AppShell::showLibrary() {
   if (!library_) {
     library_ = std::make_unique<LibraryWindow>(history_, delivery_);
+    library_->onEdit = [this](const fs::path& file) { showEditor(file); };
   }
   library_->reload();
   library_->show();
   library_->raise();
   library_->activateWindow();
+}
+
+void AppShell::showEditor(const fs::path& file) {
+  if (!editor_) {
+    editor_ = std::make_unique<EditorWindow>();
+    editor_->onSaved = [this](const fs::path& written) {
+      history_.add(written);
+      if (library_ && library_->isVisible()) {
+        library_->reload();
+      }
+    };
+  }
+  editor_->open(file);
+  editor_->show();
+  editor_->raise();
+  editor_->activateWindow();
 }
 
 void AppShell::showSettings() {

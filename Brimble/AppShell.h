@@ -10,6 +10,7 @@
 #include <QSystemTrayIcon>
 #include <QWidget>
 
+#include "Brimble/Library/EditorWindow.h"
 #include "Brimble/Library/LibraryWindow.h"
 #include "Brimble/Recording/QtClipDelivery.h"
 #include "Brimble/Recording/QtRecordingView.h"
@@ -46,6 +47,8 @@ class AppShell final : public QObject {
 
   void showLibrary();
   void showSettings();
+  void showEditor(const std::filesystem::path& file);
+  EditorWindow* editor() const { return editor_.get(); }
   LibraryWindow* library() const { return library_.get(); }
   SettingsWindow* settingsWindow() const { return settingsWindow_.get(); }
 
@@ -78,6 +81,7 @@ class AppShell final : public QObject {
   QLabel* status_ = nullptr;
   std::unique_ptr<LibraryWindow> library_;
   std::unique_ptr<SettingsWindow> settingsWindow_;
+  std::unique_ptr<EditorWindow> editor_;
 };
 
 }  // namespace brimble

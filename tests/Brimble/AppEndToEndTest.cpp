@@ -2,6 +2,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <optional>
 #include <string>
 #include <thread>
@@ -59,7 +60,9 @@ class App : public ::testing::Test {
   }
 
   /// More settings lines for a test.
-  virtual std::string settings() const { return "countdownDelay=3\n"; }
+  virtual std::string settings() const {
+    return "countdownDelay=3\nshowPreviewAfterCapture=true\n";
+  }
 
   void TearDown() override {
     if (app_) {
@@ -68,11 +71,12 @@ class App : public ::testing::Test {
     }
   }
 
-  std::optional<WindowInfo> windowTitled(const std::string& title) {
+  /// The window whose title is `title` (or starts with it, with `prefix`), once it is there.
+  std::optional<WindowInfo> windowTitled(const std::string& title, bool prefix = false) {
     std::optional<WindowInfo> found;
     testing::eventually([&] {
       for (const WindowInfo& window : windows_.windows()) {
-        if (window.title == title) {
+        if (prefix ? window.title.starts_with(title) : window.title == title) {
           found = window;
           return true;
         }
@@ -159,6 +163,11 @@ std::string percentDecoded(const std::string& text) {
 
 /// Whether `pixel` (bgra8) is near `rgb`.
 bool near(const Image& image, int x, int y, unsigned rgb) {
+  if (x < 0 || y < 0 || x >= image.width() || y >= image.height()) {
+    ADD_FAILURE() << x << "," << y << " lies outside the " << image.width() << "x"
+                  << image.height() << " frame";
+    return false;
+  }
   const auto p = image.row(y).subspan(static_cast<std::size_t>(x) * 4, 4);
   const int r = static_cast<int>(rgb >> 16) & 255;
   const int g = static_cast<int>(rgb >> 8) & 255;
@@ -246,6 +255,38 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
   const auto gnome = testing::readClipboard(display_->displayName(), "x-special/gnome-copied-files");
   ASSERT_TRUE(gnome);
   EXPECT_EQ(std::string(gnome->begin(), gnome->end()), "copy\n" + uri.substr(0, uri.find('\r')));
+
+  // The preview opens after the copy; its editor trims, crops and speeds up a copy, driven by
+  // the keyboard through its fields in order: start, end, x, y, width, height, speed, Save.
+  ASSERT_TRUE(windowTitled("Preview of " + file.filename().string(), true));
+  std::this_thread::sleep_for(400ms);
+  screenshot("07-editor");
+  const double length = std::accumulate(gif->delaysCentiseconds.begin(),
+                                        gif->delaysCentiseconds.end(), 0) / 100.0;
+  for (const std::string& value : {std::string("0.5"), fmt::format("{:.2f}", length - 0.5),
+                                   std::string("100"), std::string("100"), std::string("200"),
+                                   std::string("150")}) {
+    press("a", {Modifier::control});
+    input_.typeText(value, 0, false);
+    press("tab");
+  }
+  press("down");  // speed: 1x to 1.5x
+  press("tab");
+  press("space");  // Save Edited Copy
+  const fs::path edited = file.parent_path() / (file.stem().string() + " edited.gif");
+  ASSERT_TRUE(testing::eventually([&] { return fs::exists(edited); })) << app_->errorOutput();
+  screenshot("08-editor-saved");
+  const auto cut = testing::decodeGIFFile(edited);
+  ASSERT_TRUE(cut);
+  EXPECT_EQ(cut->width, 200);
+  EXPECT_EQ(cut->height, 150);
+  const double cutLength = std::accumulate(cut->delaysCentiseconds.begin(),
+                                           cut->delaysCentiseconds.end(), 0) / 100.0;
+  EXPECT_NEAR(cutLength, (length - 1.0) / 1.5, 0.1);
+  // The crop starts at (100,100) of the recorded region.
+  EXPECT_TRUE(near(cut->frames.back(), centreX - 100, centreY - 100, 0x0000ff));
+  std::ifstream again(folder_ / "data" / "brimble" / "history.json");
+  EXPECT_EQ(nlohmann::json::parse(again)["entries"][0]["path"], edited.string());
 }
 
 class AppWithoutCountdown : public App {

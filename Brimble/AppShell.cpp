@@ -3,12 +3,14 @@
 #include <cstdlib>
 
 #include <QApplication>
+#include <QFile>
 #include <QHBoxLayout>
 #include <QPainter>
 #include <QPushButton>
 #include <QVBoxLayout>
 
 #include "Brimble/Recording/ScreenSessionRecorder.h"
+#include "Brimble/Settings/CommandLineInstaller.h"
 #include "BrimbleCore/Platform/X11/X11GlobalHotkey.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Support/Log.h"
@@ -93,6 +95,7 @@ void AppShell::buildMenu() {
   menu_->addSeparator();
   menu_->addAction("Library…", this, [this] { showLibrary(); });
   menu_->addAction("Settings…", this, [this] { showSettings(); });
+  menu_->addAction("Install Command-Line Tool", this, [this] { installCommandLine(); });
   menu_->addSeparator();
   menu_->addAction("Quit Brimble", qApp, &QApplication::quit);
 }
@@ -114,6 +117,9 @@ void AppShell::buildMainWindow() {
   addButton("Full Screen", [this] { state_->handleFullScreenTrigger(); });
   addButton("Library", [this] { showLibrary(); });
   addButton("Settings", [this] { showSettings(); });
+  auto* more = new QPushButton("More", mainWindow_.get());
+  more->setMenu(menu_.get());
+  row->addWidget(more);
   column->addLayout(row);
   status_ = new QLabel(mainWindow_.get());
   status_->setObjectName("status");
@@ -175,6 +181,35 @@ void AppShell::showEditor(const fs::path& file) {
   editor_->show();
   editor_->raise();
   editor_->activateWindow();
+}
+
+void AppShell::installCommandLine() {
+  const auto resource = [](const char* name) {
+    QFile file(QString(":/brimble/") + name);
+    return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : std::string();
+  };
+  const char* home = std::getenv("HOME");
+  const fs::path homeFolder = home != nullptr ? home : "";
+  const char* data = std::getenv("XDG_DATA_HOME");
+  const fs::path dataHome =
+      data != nullptr && *data == '/' ? fs::path(data) : homeFolder / ".local" / "share";
+  try {
+    const fs::path binary = CommandLineInstaller::findBinary(
+        QCoreApplication::applicationDirPath().toStdString());
+    const fs::path bin = homeFolder / ".local" / "bin";
+    const fs::path link = CommandLineInstaller::install(binary, bin);
+    CommandLineInstaller::installDesktopEntry(QCoreApplication::applicationFilePath().toStdString(),
+                                              dataHome, resource("brimble.desktop"),
+                                              resource("brimble.svg"));
+    const char* path = std::getenv("PATH");
+    std::string text = "Installed the brimble command as " + link.string() + ".";
+    if (!CommandLineInstaller::isOnPath(bin, path != nullptr ? path : "")) {
+      text += " Add " + bin.string() + " to your PATH to run it from a terminal.";
+    }
+    view_->showMessage(text, MessageKind::information);
+  } catch (const CommandLineInstallerError& error) {
+    view_->showMessage(error.what(), MessageKind::error);
+  }
 }
 
 void AppShell::showSettings() {

@@ -48,6 +48,8 @@ class AppShell final : public QObject {
   void showLibrary();
   void showSettings();
   void showEditor(const std::filesystem::path& file);
+  /// Links `brimble` into ~/.local/bin and adds the app to the desktop's menus.
+  void installCommandLine();
   EditorWindow* editor() const { return editor_.get(); }
   LibraryWindow* library() const { return library_.get(); }
   SettingsWindow* settingsWindow() const { return settingsWindow_.get(); }

@@ -128,7 +128,7 @@ class App : public ::testing::Test {
   }
 
   /// Clicks the `index`-th of the main window's row of `count` buttons.
-  void clickMainButton(int index, int count = 5) {
+  void clickMainButton(int index, int count = 6) {
     const auto main = windowTitled("Brimble");
     ASSERT_TRUE(main);
     const ScreenRect& content = main->contentFrame;

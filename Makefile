@@ -3,7 +3,7 @@ BUILD     ?= build
 JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-script bench-peers fuzz format clean
+.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-app bench-script bench-peers fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -62,6 +62,10 @@ bench-capture: bench-build
 # The MCP tools through pipes: tools/list, list_windows, start_recording, render_gif of 10 s.
 bench-mcp: bench-build
 	build-bench/bench/BrimbleMCPToolsBench 5
+
+# The desktop app: shortcut to overlay, Return to clipboard, idle CPU and memory.
+bench-app: bench-build
+	build-bench/bench/BrimbleAppBench 10
 
 # `brimble run` of examples/hello.brim: wall time against the script's timeline, GIF length.
 bench-script: build

@@ -1,5 +1,7 @@
 #include "Brimble/AppShell.h"
 
+#include <malloc.h>
+
 #include <cstdlib>
 
 #include <QApplication>
@@ -224,8 +226,13 @@ void AppShell::showSettings() {
 }
 
 void AppShell::phaseChanged(RecordingPhase phase) {
-  if (phase == RecordingPhase::idle && library_ && library_->isVisible()) {
-    library_->reload();
+  if (phase == RecordingPhase::idle) {
+    if (library_ && library_->isVisible()) {
+      library_->reload();
+    }
+    // An encode leaves tens of MB free in the worker threads' heaps; between recordings the
+    // app waits in the background, so hand them back.
+    scheduler_.post([] { malloc_trim(0); });
   }
   const bool recording = phase == RecordingPhase::recording || phase == RecordingPhase::paused;
   if (stopAction_ != nullptr) {

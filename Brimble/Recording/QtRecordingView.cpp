@@ -35,7 +35,7 @@ void present(QWidget& window) {
 }  // namespace
 
 QtRecordingView::QtRecordingView(ScreenSource& screens, WindowSystem& windows)
-    : screens_(screens), windows_(windows) {}
+    : snapshot_(screens), windows_(windows) {}
 
 QtRecordingView::~QtRecordingView() = default;
 
@@ -46,7 +46,7 @@ QRect QtRecordingView::desktop() const {
 
 void QtRecordingView::showRegionOverlay() {
   const QRect area = desktop();
-  overlay_ = std::make_unique<RegionOverlay>(snapshotScreen(screens_, area), area);
+  overlay_ = std::make_unique<RegionOverlay>(snapshot_.grab(area), area);
   overlay_->onRegionDrawn = [this](const QRect& region) {
     if (state_ != nullptr) {
       state_->regionSelected(toScreenRect(region));
@@ -81,7 +81,7 @@ void QtRecordingView::showWindowPicker() {
   } catch (const std::exception& error) {
     logLine(std::string("Brimble: could not list the windows: ") + error.what());
   }
-  picker_ = std::make_unique<WindowPicker>(snapshotScreen(screens_, area), area,
+  picker_ = std::make_unique<WindowPicker>(snapshot_.grab(area), area,
                                            std::move(candidates));
   picker_->onPick = [this](std::uint32_t id) {
     if (state_ != nullptr) {

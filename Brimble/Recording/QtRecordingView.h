@@ -9,12 +9,12 @@
 #include "Brimble/Recording/ControlPanel.h"
 #include "Brimble/Recording/RecordingView.h"
 #include "Brimble/Recording/RegionOverlay.h"
+#include "Brimble/Recording/ScreenSnapshot.h"
 #include "Brimble/Recording/WindowPicker.h"
 
 namespace brimble {
 
 class RecordingState;
-class ScreenSource;
 class WindowSystem;
 
 /// RecordingView over Qt: the overlay, the window picker and the control panel as windows,
@@ -54,7 +54,7 @@ class QtRecordingView final : public QObject, public RecordingView {
   QRect desktop() const;
   void notify(const QString& text, MessageKind kind);
 
-  ScreenSource& screens_;
+  ScreenSnapshot snapshot_;
   WindowSystem& windows_;
   RecordingState* state_ = nullptr;
   std::unique_ptr<RegionOverlay> overlay_;

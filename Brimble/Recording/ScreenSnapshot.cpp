@@ -7,11 +7,14 @@
 
 namespace brimble {
 
-QImage snapshotScreen(ScreenSource& source, const QRect& area) {
+QImage ScreenSnapshot::grab(const QRect& area) {
   try {
-    const auto stream = source.openStream(
-        CaptureTarget::screenAreaOf({area.x(), area.y(), area.width(), area.height()}), false);
-    const std::optional<Image> image = stream->grab();
+    if (!stream_ || streamArea_ != area) {
+      stream_ = source_.openStream(
+          CaptureTarget::screenAreaOf({area.x(), area.y(), area.width(), area.height()}), false);
+      streamArea_ = area;
+    }
+    const std::optional<Image> image = stream_->grab();
     if (!image || image->format() != PixelFormat::bgra8) {
       return {};
     }
@@ -21,6 +24,7 @@ QImage snapshotScreen(ScreenSource& source, const QRect& area) {
                   static_cast<qsizetype>(image->bytesPerRow()), QImage::Format_ARGB32_Premultiplied)
         .copy();
   } catch (const std::exception& error) {
+    stream_.reset();  // a display that went away gets a new stream next time
     logLine(std::string("Brimble: could not take a still of the screen: ") + error.what());
     return {};
   }

@@ -172,6 +172,19 @@ void AppShell::showLibrary() {
 void AppShell::showEditor(const fs::path& file) {
   if (!editor_) {
     editor_ = std::make_unique<EditorWindow>();
+    editor_->onRecordMore = [this] {
+      editor_->hide();  // out of the way of the selection; back with the new frames
+      state_->beginAppendCapture(
+          {OutputFormat::gif,
+           [this](const fs::path& segment) {
+             // Kept in the library too, so the new frames survive an editor closed unsaved.
+             history_.add(segment);
+             editor_->appendSegment(segment);
+             editor_->show();
+             editor_->activateWindow();
+           },
+           [this] { editor_->show(); }});
+    };
     editor_->onSaved = [this](const fs::path& written) {
       history_.add(written);
       if (library_ && library_->isVisible()) {

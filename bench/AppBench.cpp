@@ -186,7 +186,7 @@ int main(int argc, char** argv) {
   input.pressKey("return", {});
   double logged = 0;
   for (auto deadline = Clock::now() + 60s; Clock::now() < deadline;) {
-    log += app.errorOutput();
+    log = app.errorOutput();  // everything the app wrote so far
     if (log.find("Brimble: GIF copied to clipboard (") != std::string::npos) {
       logged = millisecondsSince(stopped);
       break;

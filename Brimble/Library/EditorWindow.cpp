@@ -76,11 +76,22 @@ EditorWindow::EditorWindow() {
       QMessageBox::warning(this, "Brimble", QString::fromStdString(error.what()));
     }
   });
+  auto* more = new QPushButton("Record More", this);
+  more->setToolTip("Record another piece and add it to the end of this clip");
+  connect(more, &QPushButton::clicked, this, [this] {
+    if (onRecordMore) {
+      onRecordMore();
+    }
+  });
+  auto* buttons = new QHBoxLayout;
+  buttons->addWidget(more);
+  buttons->addStretch();
+  buttons->addWidget(save);
   auto* column = new QVBoxLayout(this);
   column->addWidget(picture_, 1);
   column->addWidget(info_);
   column->addLayout(form);
-  column->addWidget(save, 0, Qt::AlignRight);
+  column->addLayout(buttons);
   connect(&player_, &QTimer::timeout, this, [this] {
     if (!frames_.empty()) {
       current_ = (current_ + 1) % frames_.size();
@@ -130,6 +141,30 @@ bool EditorWindow::open(const fs::path& file) {
                      .arg(length, 0, 'f', 2));
   current_ = 0;
   showFrame();
+  return true;
+}
+
+bool EditorWindow::appendSegment(const fs::path& segment) {
+  std::vector<ProcessedFrame> added;
+  try {
+    added = GIFDecoder(segment).readAll();
+  } catch (const std::exception& error) {
+    info_->setText(QString("Couldn't add the new recording: %1")
+                       .arg(QString::fromStdString(error.what())));
+    return false;
+  }
+  frames_ = ClipEditor::append(frames_, added);
+  const double length = ClipEditor::duration(frames_);
+  const bool wholeClip = trimEnd_->value() >= trimEnd_->maximum() - 0.005;
+  trimStart_->setRange(0, length);
+  trimEnd_->setRange(0, length);
+  if (wholeClip) {
+    trimEnd_->setValue(length);
+  }
+  info_->setText(QString("%1 frames added; %2 frames, %3 s. Save an edited copy to keep them.")
+                     .arg(added.size())
+                     .arg(frames_.size())
+                     .arg(length, 0, 'f', 2));
   return true;
 }
 

@@ -28,6 +28,13 @@ class EditorWindow final : public QWidget {
   /// Loads and plays `file`; false (with a message on the window) when it cannot be read.
   bool open(const std::filesystem::path& file);
 
+  /// "Record More": the shell starts an append session and hands its segment to
+  /// `appendSegment`.
+  std::function<void()> onRecordMore;
+  /// Adds the frames of `segment` to the end of the clip being edited; false (with a message on
+  /// the window) when it cannot be read.
+  bool appendSegment(const std::filesystem::path& segment);
+
   /// Called with the edited copy once written.
   std::function<void(const std::filesystem::path&)> onSaved;
 

@@ -139,6 +139,27 @@ void RecordingState::handleFullScreenTrigger() {
   });
 }
 
+void RecordingState::beginAppendCapture(AppendSession session) {
+  if (phase_ != RecordingPhase::idle) {
+    if (session.onCancelled) {
+      session.onCancelled();
+    }
+    return;
+  }
+  pendingAppend_ = std::move(session);
+  startSelection();
+}
+
+void RecordingState::cancelAppend() {
+  if (pendingAppend_) {
+    const auto cancelled = std::move(pendingAppend_->onCancelled);
+    pendingAppend_.reset();
+    if (cancelled) {
+      cancelled();
+    }
+  }
+}
+
 void RecordingState::startSelection() {
   captureMode_ = CaptureMode::region;
   services_.view.showRegionOverlay();
@@ -254,6 +275,7 @@ void RecordingState::performCapture(const RecordingTarget& target) {
     services_.view.showMessage(std::string("Failed to start recording: ") + error.what(),
                                MessageKind::error);
     tearDownSession();
+    cancelAppend();
     transition(RecordingPhase::idle);
     return;
   }
@@ -420,7 +442,12 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
   }
   recorder.reset();
 
-  const EncodingSettings encoding = effectiveEncoding(services_.settings());
+  EncodingSettings encoding = effectiveEncoding(services_.settings());
+  if (pendingAppend_) {
+    // A segment must match the clip it joins.
+    encoding.format = pendingAppend_->format;
+    encoding.maxFileSizeKB = 0;
+  }
   if (!store || store->count() == 0) {
     reportEncodingFailure(delivery, encoding.format, "no frames were recorded");
     transition(RecordingPhase::idle);
@@ -537,6 +564,17 @@ void RecordingState::encodingFinished(Delivery delivery, std::uint64_t generatio
 }
 
 void RecordingState::deliver(Delivery delivery, const fs::path& output, int frames) {
+  if (pendingAppend_) {
+    const auto ready = std::move(pendingAppend_->onSegmentReady);
+    pendingAppend_.reset();
+    logLine(fmt::format("Brimble: recorded {} frames to append", frames));
+    services_.view.showMessage(fmt::format("{} frames recorded to add to the clip.", frames),
+                               MessageKind::information);
+    if (ready) {
+      ready(output);
+    }
+    return;
+  }
   const AppSettings settings = services_.settings();
   const OutputFormat format = effectiveEncoding(settings).format;
   fs::path kept = output;
@@ -585,6 +623,7 @@ void RecordingState::deliver(Delivery delivery, const fs::path& output, int fram
 
 void RecordingState::reportEncodingFailure(Delivery delivery, OutputFormat format,
                                            const std::string& error) {
+  cancelAppend();
   const char* operation = delivery == Delivery::copy   ? "stopAndCopy"
                           : delivery == Delivery::save ? "stopAndSaveToFile"
                                                        : "stopAndShare";
@@ -615,6 +654,7 @@ void RecordingState::cancelSelection() {
     return;
   }
   tearDownSession();
+  cancelAppend();
   transition(RecordingPhase::idle);
 }
 
@@ -640,6 +680,7 @@ void RecordingState::cancelEncoding() {
   encodingStop_.request_stop();
   ++encodingGeneration_;
   logLine("Brimble: encoding cancelled");
+  cancelAppend();
   transition(RecordingPhase::idle);
 }
 

@@ -20,6 +20,16 @@
 
 namespace brimble {
 
+/// A recording whose result goes to an existing clip ("record more" in the editor) instead of
+/// the clipboard, a file or the share handler.
+struct AppendSession {
+  OutputFormat format = OutputFormat::gif;
+  /// Called with the finished segment's file.
+  std::function<void(const std::filesystem::path&)> onSegmentReady;
+  /// Called when the session ends without a segment (cancelled or failed).
+  std::function<void()> onCancelled;
+};
+
 /// The coordinator of one desktop recording at a time: from a trigger through selection, an
 /// optional countdown, recording with pause and resume, to encoding and delivery to the
 /// clipboard, a file or the desktop's handler, and into the library. `transition` is the only
@@ -101,6 +111,9 @@ class RecordingState {
   /// Abandons selection, countdown or recording, discarding everything.
   void cancelSelection();
   void cancelEncoding();
+  /// Starts a region selection whose recording is handed to `session` when it is done; only
+  /// when idle.
+  void beginAppendCapture(AppendSession session);
 
   /// The timer text for `seconds`: "%02d:%02d" (minutes, seconds), and its spoken form.
   static std::string timerText(double seconds);
@@ -125,6 +138,8 @@ class RecordingState {
   void deliver(Delivery delivery, const std::filesystem::path& output, int frames);
   void reportEncodingFailure(Delivery delivery, OutputFormat format, const std::string& error);
   void tearDownSession();
+  /// Tells a pending append session it gets nothing, and forgets it.
+  void cancelAppend();
   std::filesystem::path newCapturePath(OutputFormat format) const;
 
   Services services_;
@@ -154,6 +169,7 @@ class RecordingState {
   std::uint64_t encodingGeneration_ = 0;
   std::stop_source encodingStop_;
   std::optional<std::filesystem::path> lastClip_;
+  std::optional<AppendSession> pendingAppend_;
   /// Posted calls and encode completions hold it weakly: they do nothing once the session is
   /// gone.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

@@ -6,6 +6,8 @@
 
 #include <fmt/format.h>
 
+#include "BrimbleCore/Encoding/ImageScaler.h"
+
 namespace brimble {
 
 ClipEditError ClipEditError::invalidTrim(double start, double end, double duration) {
@@ -93,6 +95,23 @@ std::vector<ProcessedFrame> ClipEditor::changeSpeed(const std::vector<ProcessedF
     frame.delay /= speed;
   }
   return result;
+}
+
+std::vector<ProcessedFrame> ClipEditor::append(const std::vector<ProcessedFrame>& clip,
+                                               const std::vector<ProcessedFrame>& segment) {
+  std::vector<ProcessedFrame> joined = clip;
+  if (clip.empty()) {
+    return segment;
+  }
+  const ImageSize size{clip.front().image.width(), clip.front().image.height()};
+  for (const ProcessedFrame& frame : segment) {
+    ProcessedFrame part = frame;
+    if (ImageSize{frame.image.width(), frame.image.height()} != size) {
+      part.image = ImageScaler::resize(frame.image.toBGRA8(), size);
+    }
+    joined.push_back(std::move(part));
+  }
+  return joined;
 }
 
 std::vector<ProcessedFrame> ClipEditor::apply(const std::vector<ProcessedFrame>& frames,

@@ -56,6 +56,10 @@ class ClipEditor {
   /// Delays divided by `speed`. Throws ClipEditError::invalidSpeed outside 0.01 to 100.
   static std::vector<ProcessedFrame> changeSpeed(const std::vector<ProcessedFrame>& frames,
                                                  double speed);
+  /// `clip` followed by `segment`, whose frames are resized to the clip's frame size when theirs
+  /// differs, so a segment recorded later joins the clip seamlessly.
+  static std::vector<ProcessedFrame> append(const std::vector<ProcessedFrame>& clip,
+                                            const std::vector<ProcessedFrame>& segment);
   /// Trim, then crop, then speed, as far as `edit` asks.
   static std::vector<ProcessedFrame> apply(const std::vector<ProcessedFrame>& frames,
                                            const ClipEdit& edit);

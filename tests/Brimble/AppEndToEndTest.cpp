@@ -86,12 +86,13 @@ class App : public ::testing::Test {
     return found;
   }
 
-  /// Waits for `text` in what the app logged.
+  /// Waits for `text` in what the app logged after the last line found this way.
   bool logged(const std::string& text, std::chrono::seconds timeout = 20s) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (std::chrono::steady_clock::now() < deadline) {
-      log_ += app_->errorOutput();
-      if (log_.find(text) != std::string::npos) {
+      log_ = app_->errorOutput();  // everything the app wrote so far
+      if (const auto at = log_.find(text, seen_); at != std::string::npos) {
+        seen_ = at + text.size();
         return true;
       }
       std::this_thread::sleep_for(20ms);
@@ -146,6 +147,7 @@ class App : public ::testing::Test {
   InputSimulator input_{backend_, steadyClock()};
   std::optional<testing::ChildProcess> app_;
   std::string log_;
+  std::size_t seen_ = 0;
 };
 
 std::string percentDecoded(const std::string& text) {
@@ -287,6 +289,38 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
   EXPECT_TRUE(near(cut->frames.back(), centreX - 100, centreY - 100, 0x0000ff));
   std::ifstream again(folder_ / "data" / "brimble" / "history.json");
   EXPECT_EQ(nlohmann::json::parse(again)["entries"][0]["path"], edited.string());
+
+  // Record More: a new selection whose recording joins the end of the clip in the editor.
+  press("tab");    // from Save Edited Copy to Record More
+  press("space");
+  ASSERT_TRUE(windowTitled("Select a region — Brimble"));
+  std::this_thread::sleep_for(200ms);
+  drag(150, 150, 650, 550);
+  press("space");
+  ASSERT_TRUE(logged("Brimble: recording started (region)", 10s));
+  client.setColor(0xffff00);
+  std::this_thread::sleep_for(1000ms);
+  screenshot("09-recording-more");
+  press("return");
+  const bool recordedMore = logged("Brimble: recorded ");
+  if (!recordedMore) {
+    screenshot("09-failed");
+  }
+  ASSERT_TRUE(recordedMore) << log_.substr(log_.size() - std::min<std::size_t>(log_.size(), 600));
+  ASSERT_TRUE(windowTitled("Preview of " + file.filename().string(), true));
+  std::this_thread::sleep_for(300ms);
+  screenshot("09-editor-with-more");
+  // The segment is kept in the library (so closing the editor unsaved loses nothing), and it is
+  // what was recorded after the clip: the yellow window.
+  std::ifstream afterMore(folder_ / "data" / "brimble" / "history.json");
+  const fs::path segment =
+      nlohmann::json::parse(afterMore)["entries"][0]["path"].get<std::string>();
+  EXPECT_NE(segment, edited);
+  const auto more = testing::decodeGIFFile(segment);
+  ASSERT_TRUE(more);
+  EXPECT_EQ(more->width, 500);
+  EXPECT_TRUE(near(more->frames.back(), centreX, centreY, 0xffff00));
+
 }
 
 class AppWithoutCountdown : public App {

@@ -483,5 +483,61 @@ TEST(RecordingState, AClipOverItsBudgetIsKeptAndTheLastPassLogged) {
   EXPECT_TRUE(fs::exists(*session.delivery.delivered));
 }
 
+TEST(RecordingState, AnAppendSessionGetsTheSegmentInsteadOfADeliveryOrHearsItWasCancelled) {
+  Session session;
+  session.settings.outputFormat = OutputFormat::webp;  // the clip's format wins for a segment
+  std::vector<std::string> heard;
+  session.state.beginAppendCapture(
+      {OutputFormat::gif, [&](const fs::path& segment) { heard.push_back(segment.string()); },
+       [&] { heard.push_back("cancelled"); }});
+  EXPECT_EQ(session.state.phase(), RecordingPhase::selecting);
+  session.state.regionSelected({0, 0, 64, 64});
+  session.state.startFromReady();
+  for (int i = 0; i < 3; ++i) {
+    session.scheduler.fireTimers();
+  }
+  session.state.stopRecording();
+  session.scheduler.runBackground();
+  ASSERT_EQ(heard.size(), 1u);
+  EXPECT_EQ(fs::path(heard[0]).extension(), ".gif");
+  EXPECT_EQ(testing::decodeGIFFile(heard[0])->frames.size(), 6u);
+  EXPECT_TRUE(session.delivery.calls.empty());
+  EXPECT_THAT(session.view.messages, ElementsAre("info: 6 frames recorded to add to the clip."));
+  EXPECT_TRUE(session.history.entries().empty());  // the session's owner decides where it goes
+
+  // The next recording is an ordinary one again.
+  session.recordRegion();
+  session.state.stopRecording();
+  session.scheduler.runBackground();
+  EXPECT_EQ(session.delivery.calls.size(), 1u);
+  EXPECT_EQ(heard.size(), 1u);
+
+  for (int way = 0; way < 3; ++way) {
+    Session cancelled;
+    bool wasCancelled = false;
+    cancelled.state.beginAppendCapture({OutputFormat::gif, [](const fs::path&) {},
+                                        [&] { wasCancelled = true; }});
+    if (way == 0) {
+      cancelled.state.handleKey(Qt::Key_Escape, false);  // nothing selected yet: no key monitor
+      cancelled.state.cancelSelection();
+    } else if (way == 1) {
+      cancelled.recorder.startFailure = "gone";
+      cancelled.settings.countdownDelay = 0;
+      cancelled.state.regionSelected({0, 0, 64, 64});
+      cancelled.state.startFromReady();
+    } else {
+      cancelled.state.regionSelected({0, 0, 64, 64});
+      cancelled.state.startFromReady();
+      cancelled.scheduler.fireTimers();
+      cancelled.scheduler.fireTimers();
+      cancelled.scheduler.fireTimers();
+      cancelled.state.stopRecording();
+      cancelled.state.handleHotkeyTrigger();  // cancels the encode
+    }
+    EXPECT_TRUE(wasCancelled) << way;
+    EXPECT_EQ(cancelled.state.phase(), RecordingPhase::idle);
+  }
+}
+
 }  // namespace
 }  // namespace brimble

@@ -101,5 +101,26 @@ TEST(ClipEditor, ApplyTrimsThenCropsThenSpeedsUpAndParsesTheCommandLineForms) {
   }
 }
 
+TEST(ClipEditor, AppendJoinsASegmentAtTheClipsSize) {
+  std::vector<ProcessedFrame> segment(2);
+  for (ProcessedFrame& frame : segment) {
+    frame.image = testing::solidImage(16, 12, {200, 100, 50});
+    frame.delay = 0.1;
+  }
+  const auto joined = ClipEditor::append(clip(), segment);
+  ASSERT_EQ(joined.size(), 5u);
+  EXPECT_EQ(delays(joined), (std::vector<double>{0.5, 1.0, 0.25, 0.1, 0.1}));
+  for (const ProcessedFrame& frame : joined) {
+    EXPECT_EQ(frame.image.width(), 8);
+    EXPECT_EQ(frame.image.height(), 6);
+  }
+  // A solid picture stays that colour when scaled.
+  const auto pixel = joined[4].image.toBGRA8().row(3).subspan(4 * 4, 3);
+  EXPECT_NEAR(pixel[2], 200, 2);
+  EXPECT_NEAR(pixel[1], 100, 2);
+  EXPECT_NEAR(pixel[0], 50, 2);
+  EXPECT_EQ(ClipEditor::append({}, segment).size(), 2u);
+}
+
 }  // namespace
 }  // namespace brimble

@@ -56,11 +56,13 @@ ControlPanel::ControlPanel()
   stop_->setObjectName("stop");
   save_ = button("Save", "Stop and save to a file (S)", this);
   share_ = button("Share", "Stop and open with another application (Shift+S)", this);
+  draw_ = button("Draw", "Draw on the screen: drag for a line, Shift for an arrow, Ctrl for a "
+                         "box (A)", this);
   cancel_ = button("Cancel", "Discard (Escape)", this);
 
   auto* row = new QHBoxLayout;
   row->addWidget(big_);
-  for (QPushButton* b : {start_, pause_, stop_, save_, share_, cancel_}) {
+  for (QPushButton* b : {start_, pause_, draw_, stop_, save_, share_, cancel_}) {
     row->addWidget(b);
   }
   auto* column = new QVBoxLayout(this);
@@ -73,13 +75,14 @@ ControlPanel::ControlPanel()
   connect(stop_, &QPushButton::clicked, this, [this] { if (onStop) onStop(); });
   connect(save_, &QPushButton::clicked, this, [this] { if (onSave) onSave(); });
   connect(share_, &QPushButton::clicked, this, [this] { if (onShare) onShare(); });
+  connect(draw_, &QPushButton::clicked, this, [this] { if (onDraw) onDraw(); });
   connect(cancel_, &QPushButton::clicked, this, [this] { if (onCancel) onCancel(); });
   setMode(PanelMode::ready);
 }
 
 void ControlPanel::setMode(PanelMode mode) {
   start_->setVisible(mode == PanelMode::ready);
-  for (QPushButton* b : {pause_, stop_, save_, share_}) {
+  for (QPushButton* b : {pause_, draw_, stop_, save_, share_}) {
     b->setVisible(mode == PanelMode::recording);
   }
   big_->setVisible(mode != PanelMode::ready);
@@ -87,7 +90,13 @@ void ControlPanel::setMode(PanelMode mode) {
     big_->clear();
   }
   setPausedLook(false);
+  setDrawingLook(false);
   adjustSize();
+}
+
+void ControlPanel::setDrawingLook(bool drawing) {
+  draw_->setText(drawing ? "Done Drawing" : "Draw");
+  draw_->setAccessibleName(draw_->text());
 }
 
 void ControlPanel::setCountdown(int seconds, const QString& accessibleText) {

@@ -26,6 +26,7 @@ class ControlPanel final : public QWidget {
   std::function<void()> onStop;
   std::function<void()> onSave;
   std::function<void()> onShare;
+  std::function<void()> onDraw;
   /// Keys pressed while the panel has the focus; returns whether handled.
   std::function<bool(int key, bool shift)> onKey;
 
@@ -33,6 +34,7 @@ class ControlPanel final : public QWidget {
   void setCountdown(int seconds, const QString& accessibleText);
   void setElapsed(const QString& text, const QString& accessibleText);
   void setPausedLook(bool paused);
+  void setDrawingLook(bool drawing);
   void setStatus(const QString& text);
 
   /// Where the panel goes for `region` on `desktop`: below it, else above, else beside it; no
@@ -53,6 +55,7 @@ class ControlPanel final : public QWidget {
   QPushButton* stop_;
   QPushButton* save_;
   QPushButton* share_;
+  QPushButton* draw_;
   QPushButton* cancel_;
 };
 

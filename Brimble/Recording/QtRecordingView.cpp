@@ -125,6 +125,7 @@ void QtRecordingView::showPanel(PanelMode mode, const ScreenRect& region) {
     panel_->onStop = [this] { if (state_ != nullptr) state_->stopRecording(); };
     panel_->onSave = [this] { if (state_ != nullptr) state_->stopAndSaveToFile(); };
     panel_->onShare = [this] { if (state_ != nullptr) state_->stopAndShare(); };
+    panel_->onDraw = [this] { if (state_ != nullptr) state_->toggleAnnotationMode(); };
     panel_->onKey = [this](int key, bool shift) {
       return state_ != nullptr && state_->handleKey(key, shift);
     };
@@ -164,6 +165,34 @@ void QtRecordingView::showPaused(bool paused) {
 void QtRecordingView::dismissPanel() {
   if (panel_) {
     panel_->hide();
+  }
+}
+
+void QtRecordingView::showAnnotationLayer(bool visible, bool drawing) {
+  if (!visible) {
+    if (annotations_) {
+      annotations_->releaseMouse();
+      annotations_->hide();
+      annotations_.release()->deleteLater();
+    }
+    return;
+  }
+  if (!annotations_) {
+    annotations_ = std::make_unique<AnnotationLayer>(desktop());
+    annotations_->onAnnotation = [this](const Annotation& mark) {
+      if (state_ != nullptr) {
+        state_->addAnnotation(mark);
+      }
+    };
+  }
+  annotations_->setDrawing(drawing);
+  if (panel_) {
+    panel_->setDrawingLook(drawing);
+  }
+  // The panel keeps the keyboard, so A, Return and Space still reach the session.
+  if (panel_ && panel_->isVisible()) {
+    panel_->raise();
+    panel_->activateWindow();
   }
 }
 

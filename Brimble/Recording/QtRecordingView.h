@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QRect>
 
+#include "Brimble/Recording/AnnotationLayer.h"
 #include "Brimble/Recording/ControlPanel.h"
 #include "Brimble/Recording/RecordingView.h"
 #include "Brimble/Recording/RegionOverlay.h"
@@ -42,6 +43,7 @@ class QtRecordingView final : public QObject, public RecordingView {
   void showElapsed(const std::string& text, const std::string& accessibleText) override;
   void showPaused(bool paused) override;
   void dismissPanel() override;
+  void showAnnotationLayer(bool visible, bool drawing) override;
   void announce(const std::string& text) override;
   void showMessage(const std::string& text, MessageKind kind) override;
 
@@ -60,6 +62,7 @@ class QtRecordingView final : public QObject, public RecordingView {
   std::unique_ptr<RegionOverlay> overlay_;
   std::unique_ptr<WindowPicker> picker_;
   std::unique_ptr<ControlPanel> panel_;
+  std::unique_ptr<AnnotationLayer> annotations_;
   QRect panelRegion_;
 };
 

@@ -26,7 +26,8 @@ double seconds(Clock::Duration duration) {
 
 }  // namespace
 
-RecordingState::RecordingState(Services services) : services_(std::move(services)) {}
+RecordingState::RecordingState(Services services)
+    : services_(std::move(services)), annotationStore_(services_.clock) {}
 
 RecordingState::~RecordingState() {
   encodingStop_.request_stop();
@@ -280,8 +281,7 @@ void RecordingState::performCapture(const RecordingTarget& target) {
     return;
   }
   recordingStartDate_ = services_.clock.now();
-  totalPausedDuration_ = {};
-  pauseStartDate_.reset();
+  annotationStore_.startRecording();
   maxRecordingDuration_ = settings.maxRecordingDuration;
   inactivityTimeout_ = settings.inactivityTimeout;
   logLine(fmt::format("Brimble: recording started ({})", captureModeName(captureMode_)));
@@ -294,11 +294,7 @@ double RecordingState::elapsedRecordingTime() const {
   if (phase_ != RecordingPhase::recording && phase_ != RecordingPhase::paused) {
     return 0;
   }
-  Clock::Duration paused = totalPausedDuration_;
-  if (pauseStartDate_) {
-    paused += services_.clock.now() - *pauseStartDate_;
-  }
-  return std::max(0.0, seconds(services_.clock.now() - recordingStartDate_ - paused));
+  return annotationStore_.recordingTime();
 }
 
 void RecordingState::recordingTick() {
@@ -368,6 +364,10 @@ bool RecordingState::handleKey(int qtKey, bool shift) {
         shift ? stopAndShare() : stopAndSaveToFile();
         return true;
       }
+      if (qtKey == Qt::Key_A) {
+        toggleAnnotationMode();
+        return true;
+      }
       if (isReturn) {
         stopRecording();
         return true;
@@ -394,17 +394,39 @@ void RecordingState::togglePause() {
   }
   if (phase_ == RecordingPhase::recording) {
     screenRecorder_->pause();
-    pauseStartDate_ = services_.clock.now();
+    annotationStore_.pauseRecording();
     transition(RecordingPhase::paused);
     services_.view.showPaused(true);
   } else if (phase_ == RecordingPhase::paused) {
     screenRecorder_->resume();
-    if (pauseStartDate_) {
-      totalPausedDuration_ += services_.clock.now() - *pauseStartDate_;
-      pauseStartDate_.reset();
-    }
+    annotationStore_.resumeRecording();
     transition(RecordingPhase::recording);
     services_.view.showPaused(false);
+  }
+}
+
+// ---- annotations ----
+
+void RecordingState::toggleAnnotationMode() {
+  if (phase_ != RecordingPhase::recording && phase_ != RecordingPhase::paused) {
+    return;
+  }
+  annotating_ = !annotating_;
+  annotationLayerShown_ = true;
+  services_.view.showAnnotationLayer(true, annotating_);
+}
+
+void RecordingState::addAnnotation(Annotation annotation) {
+  if (phase_ == RecordingPhase::recording || phase_ == RecordingPhase::paused) {
+    annotationStore_.add(std::move(annotation));
+  }
+}
+
+void RecordingState::hideAnnotations() {
+  annotating_ = false;
+  if (annotationLayerShown_) {
+    annotationLayerShown_ = false;
+    services_.view.showAnnotationLayer(false, false);
   }
 }
 
@@ -428,6 +450,7 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
     return;
   }
   const double recorded = elapsedRecordingTime();
+  hideAnnotations();
   keyboardMonitorInstalled_ = false;
   displayTimer_.reset();
   services_.view.dismissPanel();
@@ -670,7 +693,7 @@ void RecordingState::tearDownSession() {
     screenRecorder_->stopAndCollectFrameStore();
     screenRecorder_.reset();
   }
-  pauseStartDate_.reset();
+  hideAnnotations();
 }
 
 void RecordingState::cancelEncoding() {

@@ -8,6 +8,7 @@
 #include <stop_token>
 #include <string>
 
+#include "Brimble/Recording/AnnotationStore.h"
 #include "Brimble/Recording/ClipDelivery.h"
 #include "Brimble/Recording/RecordingPhase.h"
 #include "Brimble/Recording/RecordingView.h"
@@ -102,6 +103,12 @@ class RecordingState {
   bool handleKey(int qtKey, bool shift);
 
   void togglePause();
+  /// Shows or hides the drawing layer during a recording (key A).
+  void toggleAnnotationMode();
+  /// A mark finished on the drawing layer; stamped in recording time.
+  void addAnnotation(Annotation annotation);
+  const AnnotationStore& annotationStore() const noexcept { return annotationStore_; }
+  bool isAnnotating() const noexcept { return annotating_; }
   /// Stop, encode, copy to the clipboard.
   void stopRecording();
   /// Stop, encode, write to a file chosen in a save dialog.
@@ -140,6 +147,7 @@ class RecordingState {
   void tearDownSession();
   /// Tells a pending append session it gets nothing, and forgets it.
   void cancelAppend();
+  void hideAnnotations();
   std::filesystem::path newCapturePath(OutputFormat format) const;
 
   Services services_;
@@ -158,9 +166,11 @@ class RecordingState {
   std::unique_ptr<ScheduledTimer> countdownTimer_;
   std::unique_ptr<ScheduledTimer> displayTimer_;
 
+  /// Recording time (start, pauses) lives in the annotation store, which stamps marks with it.
+  AnnotationStore annotationStore_;
   Clock::TimePoint recordingStartDate_{};
-  Clock::Duration totalPausedDuration_{};
-  std::optional<Clock::TimePoint> pauseStartDate_;
+  bool annotating_ = false;
+  bool annotationLayerShown_ = false;
   double maxRecordingDuration_ = 0;
   double inactivityTimeout_ = 0;
 

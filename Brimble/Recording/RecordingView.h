@@ -31,6 +31,10 @@ class RecordingView {
   /// The pause button's look: Resume when `paused`.
   virtual void showPaused(bool paused) = 0;
   virtual void dismissPanel() = 0;
+  /// Shows the drawing layer over the screen, taking the pointer while `drawing`; with
+  /// `drawing` off the marks stay on screen but the pointer goes back to the desktop. `visible`
+  /// off clears the marks.
+  virtual void showAnnotationLayer(bool visible, bool drawing) = 0;
   /// Tells assistive technology (and the status line) about a phase change.
   virtual void announce(const std::string& text) = 0;
   virtual void showMessage(const std::string& text, MessageKind kind) = 0;

@@ -323,6 +323,45 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
 
 }
 
+class AppDrawing : public App {
+ protected:
+  std::string settings() const override { return "countdownDelay=0\n"; }
+};
+
+TEST_F(AppDrawing, MarksDrawnDuringARegionRecordingAppearInItFromWhenTheyWereDrawn) {
+  testing::TestWindow client({"--position", "200,200", "--size", "400x300", "--color", "3366cc",
+                              "--title", "annotated"});
+  const auto window = windowTitled("annotated");
+  ASSERT_TRUE(window);
+  press("g", {Modifier::control, Modifier::shift});
+  ASSERT_TRUE(windowTitled("Select a region — Brimble"));
+  std::this_thread::sleep_for(200ms);
+  drag(150, 150, 650, 550);
+  press("space");
+  ASSERT_TRUE(logged("Brimble: recording started (region)"));
+  std::this_thread::sleep_for(700ms);
+  press("a");
+  std::this_thread::sleep_for(300ms);
+  // A stroke across the window's middle.
+  const int y = window->contentFrame.y + 150;
+  drag(window->contentFrame.x + 50, y, window->contentFrame.x + 350, y);
+  press("a");
+  std::this_thread::sleep_for(300ms);
+  screenshot("15-annotation");
+  std::this_thread::sleep_for(500ms);
+  press("return");
+  ASSERT_TRUE(logged("Brimble: GIF copied to clipboard (")) << log_;
+  const auto bytes = testing::readClipboard(display_->displayName(), "image/gif");
+  ASSERT_TRUE(bytes);
+  const auto gif = testing::decodeGIF(*bytes);
+  ASSERT_TRUE(gif);
+  const int x = window->contentFrame.x + 200 - 150;
+  EXPECT_TRUE(near(gif->frames.front(), x, y - 150, 0x3366cc));
+  EXPECT_TRUE(near(gif->frames.back(), x, y - 150, 0xeb2828));
+  // Off the stroke the window is untouched.
+  EXPECT_TRUE(near(gif->frames.back(), x, y - 150 + 40, 0x3366cc));
+}
+
 class AppWithoutCountdown : public App {
  protected:
   std::string settings() const override { return "countdownDelay=0\n"; }

@@ -86,6 +86,9 @@ class FakeRecordingView final : public RecordingView {
   }
   void showPaused(bool paused) override { calls.push_back(paused ? "look resume" : "look pause"); }
   void dismissPanel() override { calls.push_back("dismiss panel"); }
+  void showAnnotationLayer(bool visible, bool drawing) override {
+    calls.push_back(!visible ? "annotations off" : drawing ? "annotations drawing" : "annotations shown");
+  }
   void announce(const std::string& text) override { announcements.push_back(text); }
   void showMessage(const std::string& text, MessageKind kind) override {
     static const char* const kKinds[] = {"info", "warning", "error"};

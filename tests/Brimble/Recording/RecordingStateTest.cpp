@@ -21,6 +21,7 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
 
@@ -171,7 +172,7 @@ TEST(RecordingState, KeysActByPhaseAndOthersPassOn) {
 
   Session session;
   session.recordRegion();
-  EXPECT_FALSE(session.state.handleKey(Qt::Key_A, false));
+  EXPECT_FALSE(session.state.handleKey(Qt::Key_B, false));
   session.state.handleKey(Qt::Key_Space, false);
   ASSERT_EQ(session.state.phase(), RecordingPhase::paused);
   EXPECT_TRUE(session.state.handleKey(Qt::Key_Space, false));
@@ -481,6 +482,35 @@ TEST(RecordingState, AClipOverItsBudgetIsKeptAndTheLastPassLogged) {
   EXPECT_THAT(log.lines(), Contains("Brimble: File size 700KB exceeds budget 500KB after 2 passes"));
   ASSERT_TRUE(session.delivery.delivered);
   EXPECT_TRUE(fs::exists(*session.delivery.delivered));
+}
+
+TEST(RecordingState, MarksAreStampedInRecordingTimeAndTheLayerGoesWithTheRecording) {
+  Session session;
+  session.recordRegion();
+  EXPECT_TRUE(session.state.handleKey(Qt::Key_A, false));
+  EXPECT_TRUE(session.state.isAnnotating());
+  session.clock.advance(4s);
+  session.state.addAnnotation({Annotation::Kind::arrow, {{1, 2}, {30, 40}}, 0});
+  session.state.togglePause();
+  session.clock.advance(10s);
+  session.state.togglePause();
+  session.clock.advance(1500ms);
+  session.state.addAnnotation({Annotation::Kind::stroke, {{5, 5}, {6, 6}, {7, 9}}, 0});
+  const auto& marks = session.state.annotationStore().annotations();
+  ASSERT_EQ(marks.size(), 2u);
+  EXPECT_DOUBLE_EQ(marks[0].time, 4.0);
+  EXPECT_DOUBLE_EQ(marks[1].time, 5.5);  // the ten paused seconds do not count
+  EXPECT_EQ(marks[1].points.size(), 3u);
+  EXPECT_TRUE(session.state.handleKey(Qt::Key_A, false));
+  EXPECT_FALSE(session.state.isAnnotating());
+  session.state.stopRecording();
+  session.scheduler.runBackground();
+  EXPECT_THAT(session.view.calls, Contains("annotations drawing"));
+  EXPECT_THAT(session.view.calls, Contains("annotations shown"));
+  EXPECT_THAT(session.view.calls, Contains("annotations off"));
+  // Not while idle: there is nothing to draw on.
+  session.state.toggleAnnotationMode();
+  EXPECT_FALSE(session.state.isAnnotating());
 }
 
 TEST(RecordingState, AnAppendSessionGetsTheSegmentInsteadOfADeliveryOrHearsItWasCancelled) {

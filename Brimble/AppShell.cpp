@@ -67,6 +67,17 @@ AppShell::AppShell(const std::string& displayName)
   view_->onStatus = [this](const QString& text) { setStatus(text); };
   delivery_.onPreview = [this](const fs::path& file) { showEditor(file); };
   state_->onStateChange = [this](RecordingPhase phase) { phaseChanged(phase); };
+  state_->onEncodingProgress = [this](double progress, int pass) {
+    const QString text =
+        pass > 1 ? QString("Encoding GIF… %1% (pass %2, to fit the size limit)")
+                       .arg(static_cast<int>(progress * 100))
+                       .arg(pass)
+                 : QString("Encoding GIF… %1%").arg(static_cast<int>(progress * 100));
+    setStatus(text);
+    if (tray_) {
+      tray_->setToolTip("Brimble — " + text);
+    }
+  };
 
   buildMenu();
   if (QSystemTrayIcon::isSystemTrayAvailable()) {

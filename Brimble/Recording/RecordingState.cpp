@@ -510,12 +510,20 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
       return;
     }
     const double fraction = static_cast<double>(done) / total;
-    post([this, fraction] { encodingProgress_ = fraction; });
+    post([this, fraction] {
+      encodingProgress_ = fraction;
+      if (onEncodingProgress) {
+        onEncodingProgress(encodingProgress_, encodingPass_);
+      }
+    });
   };
   const SizeBudgetEncoder::PassStarted passStarted = [this, post](int pass) {
     post([this, pass] {
       encodingPass_ = pass;
       encodingProgress_ = 0;
+      if (onEncodingProgress) {
+        onEncodingProgress(encodingProgress_, encodingPass_);
+      }
     });
   };
 

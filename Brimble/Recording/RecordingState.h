@@ -77,6 +77,8 @@ class RecordingState {
 
   /// Called with every new phase; the shell drives the status item with it.
   std::function<void(RecordingPhase)> onStateChange;
+  /// Called as an encode advances, with the progress of its pass (0 to 1) and the pass number.
+  std::function<void(double progress, int pass)> onEncodingProgress;
 
   /// The global hotkey: selection when idle, cancel before recording, stop while recording,
   /// cancel while encoding.

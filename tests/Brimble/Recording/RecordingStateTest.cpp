@@ -464,6 +464,10 @@ TEST(RecordingState, AClipOverItsBudgetIsKeptAndTheLastPassLogged) {
   testing::LogCapture log;
   session.settings.qualityPreset = QualityPreset::custom;
   session.settings.maxFileSizeKB = 500;
+  std::vector<std::string> progress;
+  session.state.onEncodingProgress = [&](double fraction, int pass) {
+    progress.push_back(fmt::format("{:.0f}% of pass {}", fraction * 100, pass));
+  };
   session.encoder = [&](const CompressedFrameStore& store, const fs::path& url,
                         const SequenceOptions& options, std::uint64_t budget,
                         const SizeBudgetEncoder::PassStarted& passStarted) {
@@ -480,6 +484,11 @@ TEST(RecordingState, AClipOverItsBudgetIsKeptAndTheLastPassLogged) {
   session.state.stopRecording();
   session.scheduler.runBackground();
   EXPECT_THAT(log.lines(), Contains("Brimble: File size 700KB exceeds budget 500KB after 2 passes"));
+  // Each pass starts at 0 %; the second pass's encode runs to its end.
+  ASSERT_GE(progress.size(), 3u);
+  EXPECT_EQ(progress[0], "0% of pass 1");
+  EXPECT_EQ(progress[1], "0% of pass 2");
+  EXPECT_EQ(progress.back(), "100% of pass 2");
   ASSERT_TRUE(session.delivery.delivered);
   EXPECT_TRUE(fs::exists(*session.delivery.delivered));
 }

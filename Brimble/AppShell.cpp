@@ -1,7 +1,5 @@
 #include "Brimble/AppShell.h"
 
-#include <malloc.h>
-
 #include <cstdlib>
 
 #include <QApplication>
@@ -10,6 +8,7 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QVBoxLayout>
+#include <malloc.h>
 
 #include "Brimble/Recording/ScreenSessionRecorder.h"
 #include "Brimble/Settings/CommandLineInstaller.h"
@@ -68,11 +67,11 @@ AppShell::AppShell(const std::string& displayName)
   delivery_.onPreview = [this](const fs::path& file) { showEditor(file); };
   state_->onStateChange = [this](RecordingPhase phase) { phaseChanged(phase); };
   state_->onEncodingProgress = [this](double progress, int pass) {
-    const QString text =
-        pass > 1 ? QString("Encoding GIF… %1% (pass %2, to fit the size limit)")
-                       .arg(static_cast<int>(progress * 100))
-                       .arg(pass)
-                 : QString("Encoding GIF… %1%").arg(static_cast<int>(progress * 100));
+    const QString text = pass > 1
+                             ? QString("Encoding GIF… %1% (pass %2, to fit the size limit)")
+                                   .arg(static_cast<int>(progress * 100))
+                                   .arg(pass)
+                             : QString("Encoding GIF… %1%").arg(static_cast<int>(progress * 100));
     setStatus(text);
     if (tray_) {
       tray_->setToolTip("Brimble — " + text);
@@ -142,8 +141,8 @@ void AppShell::buildMainWindow() {
   status_->setMinimumHeight(status_->fontMetrics().lineSpacing() * 2 + 4);
   status_->setAlignment(Qt::AlignLeft | Qt::AlignTop);
   column->addWidget(status_);
-  setStatus(QString("Press %1 to record a region.")
-                .arg(QString::fromStdString(settings_.load().hotkey)));
+  setStatus(
+      QString("Press %1 to record a region.").arg(QString::fromStdString(settings_.load().hotkey)));
   mainWindow_->show();
 }
 
@@ -185,16 +184,16 @@ void AppShell::showEditor(const fs::path& file) {
     editor_ = std::make_unique<EditorWindow>();
     editor_->onRecordMore = [this] {
       editor_->hide();  // out of the way of the selection; back with the new frames
-      state_->beginAppendCapture(
-          {OutputFormat::gif,
-           [this](const fs::path& segment) {
-             // Kept in the library too, so the new frames survive an editor closed unsaved.
-             history_.add(segment);
-             editor_->appendSegment(segment);
-             editor_->show();
-             editor_->activateWindow();
-           },
-           [this] { editor_->show(); }});
+      state_->beginAppendCapture({OutputFormat::gif,
+                                  [this](const fs::path& segment) {
+                                    // Kept in the library too, so the new frames survive an editor
+                                    // closed unsaved.
+                                    history_.add(segment);
+                                    editor_->appendSegment(segment);
+                                    editor_->show();
+                                    editor_->activateWindow();
+                                  },
+                                  [this] { editor_->show(); }});
     };
     editor_->onSaved = [this](const fs::path& written) {
       history_.add(written);
@@ -220,8 +219,8 @@ void AppShell::installCommandLine() {
   const fs::path dataHome =
       data != nullptr && *data == '/' ? fs::path(data) : homeFolder / ".local" / "share";
   try {
-    const fs::path binary = CommandLineInstaller::findBinary(
-        QCoreApplication::applicationDirPath().toStdString());
+    const fs::path binary =
+        CommandLineInstaller::findBinary(QCoreApplication::applicationDirPath().toStdString());
     const fs::path bin = homeFolder / ".local" / "bin";
     const fs::path link = CommandLineInstaller::install(binary, bin);
     CommandLineInstaller::installDesktopEntry(QCoreApplication::applicationFilePath().toStdString(),

@@ -6,8 +6,6 @@
 //
 //   BrimbleAppBench [RUNS]
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -21,6 +19,7 @@
 #include <vector>
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include "BrimbleCore/Automation/InputSimulator.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
@@ -112,9 +111,8 @@ int main(int argc, char** argv) {
   environment.push_back("XDG_RUNTIME_DIR=" + home.string());
   environment.push_back("QT_QPA_PLATFORM=xcb");
 
-  brimble::testing::ChildProcess terminal(
-      {"xterm", "-geometry", "110x40+60+60", "-e", "sh", "-c",
-       "while :; do date +%T.%N; sleep 0.1; done"});
+  brimble::testing::ChildProcess terminal({"xterm", "-geometry", "110x40+60+60", "-e", "sh", "-c",
+                                           "while :; do date +%T.%N; sleep 0.1; done"});
   brimble::testing::ChildProcess app({BRIMBLE_APP_BINARY}, environment);
   brimble::x11::X11WindowSystem windows(display->displayName());
   brimble::x11::X11ScreenSource screens(display->displayName());
@@ -164,9 +162,10 @@ int main(int argc, char** argv) {
     }
     std::this_thread::sleep_for(200ms);
   }
-  fmt::print("shortcut to overlay on screen: median {:.1f} ms, worst {:.1f} ms ({} runs; target "
-             "150 ms)\n",
-             median(overlay), *std::max_element(overlay.begin(), overlay.end()), runs);
+  fmt::print(
+      "shortcut to overlay on screen: median {:.1f} ms, worst {:.1f} ms ({} runs; target "
+      "150 ms)\n",
+      median(overlay), *std::max_element(overlay.begin(), overlay.end()), runs);
 
   // Ten seconds of an 800x500 region of the scrolling terminal, then Return.
   input.pressKey("g", {brimble::Modifier::control, brimble::Modifier::shift});
@@ -202,18 +201,21 @@ int main(int argc, char** argv) {
     fail("the clipboard holds no image/gif");
   }
   const auto line = log.substr(log.find("Brimble: GIF copied to clipboard ("));
-  fmt::print("Return to GIF on the clipboard after 10 s of 800x500: {:.0f} ms (pasted by another "
-             "client after {:.0f} ms; {} bytes; {}) (target 2000 ms)\n",
-             logged, pasted, gif->size(), line.substr(0, line.find('\n')));
+  fmt::print(
+      "Return to GIF on the clipboard after 10 s of 800x500: {:.0f} ms (pasted by another "
+      "client after {:.0f} ms; {} bytes; {}) (target 2000 ms)\n",
+      logged, pasted, gif->size(), line.substr(0, line.find('\n')));
 
   // Idle in the background.
   std::this_thread::sleep_for(5s);
   const double cpuBefore = cpuSeconds(app.pid());
   const auto idleStart = Clock::now();
   std::this_thread::sleep_for(20s);
-  const double idleCPU = (cpuSeconds(app.pid()) - cpuBefore) / (millisecondsSince(idleStart) / 1000);
-  fmt::print("idle after a recording: {:.2f}% of a core over 20 s, {:.1f} MB resident (targets "
-             "1%, 80 MB)\n",
-             idleCPU * 100, static_cast<double>(residentKB(app.pid())) / 1024);
+  const double idleCPU =
+      (cpuSeconds(app.pid()) - cpuBefore) / (millisecondsSince(idleStart) / 1000);
+  fmt::print(
+      "idle after a recording: {:.2f}% of a core over 20 s, {:.1f} MB resident (targets "
+      "1%, 80 MB)\n",
+      idleCPU * 100, static_cast<double>(residentKB(app.pid())) / 1024);
   return 0;
 }

@@ -57,8 +57,8 @@ EditorWindow::EditorWindow() {
   trimRow->addWidget(trimEnd_);
   form->addRow("Keep from:", trimRow);
   auto* cropRow = new QHBoxLayout;
-  for (auto [label, box] : {std::pair{"x", cropX_}, {"y", cropY_}, {"width", cropWidth_},
-                            {"height", cropHeight_}}) {
+  for (auto [label, box] :
+       {std::pair{"x", cropX_}, {"y", cropY_}, {"width", cropWidth_}, {"height", cropHeight_}}) {
     cropRow->addWidget(new QLabel(label, this));
     cropRow->addWidget(box);
   }
@@ -149,8 +149,8 @@ bool EditorWindow::appendSegment(const fs::path& segment) {
   try {
     added = GIFDecoder(segment).readAll();
   } catch (const std::exception& error) {
-    info_->setText(QString("Couldn't add the new recording: %1")
-                       .arg(QString::fromStdString(error.what())));
+    info_->setText(
+        QString("Couldn't add the new recording: %1").arg(QString::fromStdString(error.what())));
     return false;
   }
   frames_ = ClipEditor::append(frames_, added);
@@ -202,7 +202,8 @@ fs::path EditorWindow::saveEditedCopy() {
   edited = FrameDeduplicator::mergeShortFrames(edited, FrameDeduplicator::kShortestGIFDelay);
   fs::path output = file_.parent_path() / (file_.stem().string() + " edited.gif");
   for (int n = 2; fs::exists(output); ++n) {
-    output = file_.parent_path() / (file_.stem().string() + " edited " + std::to_string(n) + ".gif");
+    output =
+        file_.parent_path() / (file_.stem().string() + " edited " + std::to_string(n) + ".gif");
   }
   GIFEncoder::encode(edited, 0, PaletteStrategy::automatic, true, OutputFormat::gif, output);
   return output;

@@ -96,11 +96,10 @@ void LibraryWindow::reload() {
       continue;
     }
     const QImage picture = thumbnail(entry.path, list_->iconSize());
-    auto* item = new QListWidgetItem(
-        QString("%1\n%2 · %3")
-            .arg(QString::fromStdString(entry.filename), sizeText(entry.fileSize),
-                 dateText(entry.createdAt)),
-        list_);
+    auto* item = new QListWidgetItem(QString("%1\n%2 · %3")
+                                         .arg(QString::fromStdString(entry.filename),
+                                              sizeText(entry.fileSize), dateText(entry.createdAt)),
+                                     list_);
     if (!picture.isNull()) {
       item->setIcon(QIcon(QPixmap::fromImage(picture)));
     }
@@ -151,20 +150,20 @@ void LibraryWindow::remove() {
   if (!path) {
     return;
   }
-  const auto answer = QMessageBox::question(
-      this, "Delete Capture",
-      QString("Delete %1? The file is removed from disk.")
-          .arg(QString::fromStdString(path->filename().string())));
+  const auto answer =
+      QMessageBox::question(this, "Delete Capture",
+                            QString("Delete %1? The file is removed from disk.")
+                                .arg(QString::fromStdString(path->filename().string())));
   if (answer != QMessageBox::Yes) {
     return;
   }
   std::error_code error;
   fs::remove(*path, error);
   if (error) {
-    QMessageBox::warning(this, "Brimble",
-                         QString("Couldn't delete %1: %2")
-                             .arg(QString::fromStdString(path->string()),
-                                  QString::fromStdString(error.message())));
+    QMessageBox::warning(
+        this, "Brimble",
+        QString("Couldn't delete %1: %2")
+            .arg(QString::fromStdString(path->string()), QString::fromStdString(error.message())));
     return;
   }
   history_.remove(*path);

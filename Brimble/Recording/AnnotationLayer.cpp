@@ -54,9 +54,11 @@ QPainterPath AnnotationLayer::pathOf(const Annotation& annotation) {
       constexpr double kHead = 18;
       constexpr double kSpread = 0.45;
       path.moveTo(last);
-      path.lineTo(last - QPointF(kHead * std::cos(angle - kSpread), kHead * std::sin(angle - kSpread)));
+      path.lineTo(last -
+                  QPointF(kHead * std::cos(angle - kSpread), kHead * std::sin(angle - kSpread)));
       path.moveTo(last);
-      path.lineTo(last - QPointF(kHead * std::cos(angle + kSpread), kHead * std::sin(angle + kSpread)));
+      path.lineTo(last -
+                  QPointF(kHead * std::cos(angle + kSpread), kHead * std::sin(angle + kSpread)));
       break;
     }
   }
@@ -109,7 +111,7 @@ void AnnotationLayer::mousePressEvent(QMouseEvent* event) {
   Annotation mark;
   mark.kind = (event->modifiers() & Qt::ShiftModifier) != 0     ? Annotation::Kind::arrow
               : (event->modifiers() & Qt::ControlModifier) != 0 ? Annotation::Kind::rectangle
-                                                                 : Annotation::Kind::stroke;
+                                                                : Annotation::Kind::stroke;
   const QPoint at = event->globalPosition().toPoint();
   mark.points = {{at.x(), at.y()}, {at.x(), at.y()}};
   current_ = mark;

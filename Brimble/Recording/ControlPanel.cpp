@@ -56,8 +56,10 @@ ControlPanel::ControlPanel()
   stop_->setObjectName("stop");
   save_ = button("Save", "Stop and save to a file (S)", this);
   share_ = button("Share", "Stop and open with another application (Shift+S)", this);
-  draw_ = button("Draw", "Draw on the screen: drag for a line, Shift for an arrow, Ctrl for a "
-                         "box (A)", this);
+  draw_ = button("Draw",
+                 "Draw on the screen: drag for a line, Shift for an arrow, Ctrl for a "
+                 "box (A)",
+                 this);
   cancel_ = button("Cancel", "Discard (Escape)", this);
 
   auto* row = new QHBoxLayout;
@@ -70,13 +72,20 @@ ControlPanel::ControlPanel()
   column->addLayout(row);
   column->addWidget(status_);
 
-  connect(start_, &QPushButton::clicked, this, [this] { if (onStart) onStart(); });
-  connect(pause_, &QPushButton::clicked, this, [this] { if (onPause) onPause(); });
-  connect(stop_, &QPushButton::clicked, this, [this] { if (onStop) onStop(); });
-  connect(save_, &QPushButton::clicked, this, [this] { if (onSave) onSave(); });
-  connect(share_, &QPushButton::clicked, this, [this] { if (onShare) onShare(); });
-  connect(draw_, &QPushButton::clicked, this, [this] { if (onDraw) onDraw(); });
-  connect(cancel_, &QPushButton::clicked, this, [this] { if (onCancel) onCancel(); });
+  const auto relay = [this](QPushButton* source, std::function<void()> ControlPanel::*callback) {
+    connect(source, &QPushButton::clicked, this, [this, callback] {
+      if (this->*callback) {
+        (this->*callback)();
+      }
+    });
+  };
+  relay(start_, &ControlPanel::onStart);
+  relay(pause_, &ControlPanel::onPause);
+  relay(stop_, &ControlPanel::onStop);
+  relay(save_, &ControlPanel::onSave);
+  relay(share_, &ControlPanel::onShare);
+  relay(draw_, &ControlPanel::onDraw);
+  relay(cancel_, &ControlPanel::onCancel);
   setMode(PanelMode::ready);
 }
 
@@ -135,10 +144,10 @@ std::optional<QPoint> ControlPanel::placement(const QRect& region, const QSize& 
   const QList<QPoint> candidates = {
       {centredX, region.bottom() + 1 + kGap},
       {centredX, region.top() - kGap - panel.height()},
-      {region.right() + 1 + kGap, std::clamp(region.top(), desktop.top(),
-                                              desktop.bottom() - panel.height() + 1)},
-      {region.left() - kGap - panel.width(), std::clamp(region.top(), desktop.top(),
-                                                        desktop.bottom() - panel.height() + 1)},
+      {region.right() + 1 + kGap,
+       std::clamp(region.top(), desktop.top(), desktop.bottom() - panel.height() + 1)},
+      {region.left() - kGap - panel.width(),
+       std::clamp(region.top(), desktop.top(), desktop.bottom() - panel.height() + 1)},
   };
   for (const QPoint& at : candidates) {
     const QRect placed(at, panel);

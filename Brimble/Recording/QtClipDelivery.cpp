@@ -1,5 +1,7 @@
 #include "Brimble/Recording/QtClipDelivery.h"
 
+#include <stdexcept>
+
 #include <QApplication>
 #include <QClipboard>
 #include <QDesktopServices>
@@ -7,8 +9,6 @@
 #include <QFileDialog>
 #include <QMimeData>
 #include <QUrl>
-
-#include <stdexcept>
 
 namespace brimble {
 
@@ -34,8 +34,8 @@ std::optional<std::filesystem::path> QtClipDelivery::chooseSaveLocation(
                              .arg(QString::fromUtf8(label(format).data(),
                                                     static_cast<qsizetype>(label(format).size())))
                              .arg(QString::fromStdString(extension));
-  QString chosen = QFileDialog::getSaveFileName(
-      nullptr, "Save Recording", QString::fromStdString(suggested.string()), filter);
+  QString chosen = QFileDialog::getSaveFileName(nullptr, "Save Recording",
+                                                QString::fromStdString(suggested.string()), filter);
   if (chosen.isEmpty()) {
     return std::nullopt;
   }
@@ -47,8 +47,7 @@ std::optional<std::filesystem::path> QtClipDelivery::chooseSaveLocation(
 
 void QtClipDelivery::share(const std::filesystem::path& file) {
   if (!QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(file.string())))) {
-    throw std::runtime_error("No application is set up to open " + file.filename().string() +
-                             ".");
+    throw std::runtime_error("No application is set up to open " + file.filename().string() + ".");
   }
 }
 

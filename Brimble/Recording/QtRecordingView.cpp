@@ -1,11 +1,10 @@
 #include "Brimble/Recording/QtRecordingView.h"
 
-#include <unistd.h>
-
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QGuiApplication>
 #include <QScreen>
+#include <unistd.h>
 
 #include "Brimble/Recording/RecordingState.h"
 #include "Brimble/Recording/ScreenSnapshot.h"
@@ -81,8 +80,7 @@ void QtRecordingView::showWindowPicker() {
   } catch (const std::exception& error) {
     logLine(std::string("Brimble: could not list the windows: ") + error.what());
   }
-  picker_ = std::make_unique<WindowPicker>(snapshot_.grab(area), area,
-                                           std::move(candidates));
+  picker_ = std::make_unique<WindowPicker>(snapshot_.grab(area), area, std::move(candidates));
   picker_->onPick = [this](std::uint32_t id) {
     if (state_ != nullptr) {
       state_->startWindow(id);
@@ -98,8 +96,8 @@ void QtRecordingView::showWindowPicker() {
 
 void QtRecordingView::hideSelection() {
   // Hidden at once (so the next grab no longer sees them), deleted once their events are done.
-  for (QWidget* window : {static_cast<QWidget*>(overlay_.release()),
-                          static_cast<QWidget*>(picker_.release())}) {
+  for (QWidget* window :
+       {static_cast<QWidget*>(overlay_.release()), static_cast<QWidget*>(picker_.release())}) {
     if (window != nullptr) {
       window->hide();
       window->deleteLater();
@@ -121,11 +119,19 @@ void QtRecordingView::showPanel(PanelMode mode, const ScreenRect& region) {
                                                     : state_->cancelSelection();
       }
     };
-    panel_->onPause = [this] { if (state_ != nullptr) state_->togglePause(); };
-    panel_->onStop = [this] { if (state_ != nullptr) state_->stopRecording(); };
-    panel_->onSave = [this] { if (state_ != nullptr) state_->stopAndSaveToFile(); };
-    panel_->onShare = [this] { if (state_ != nullptr) state_->stopAndShare(); };
-    panel_->onDraw = [this] { if (state_ != nullptr) state_->toggleAnnotationMode(); };
+    // Each button acts on the session only while one is attached.
+    const auto toSession = [this](void (RecordingState::*action)()) {
+      return [this, action] {
+        if (state_ != nullptr) {
+          (state_->*action)();
+        }
+      };
+    };
+    panel_->onPause = toSession(&RecordingState::togglePause);
+    panel_->onStop = toSession(&RecordingState::stopRecording);
+    panel_->onSave = toSession(&RecordingState::stopAndSaveToFile);
+    panel_->onShare = toSession(&RecordingState::stopAndShare);
+    panel_->onDraw = toSession(&RecordingState::toggleAnnotationMode);
     panel_->onKey = [this](int key, bool shift) {
       return state_ != nullptr && state_->handleKey(key, shift);
     };
@@ -216,9 +222,9 @@ void QtRecordingView::showMessage(const std::string& text, MessageKind kind) {
 }
 
 void QtRecordingView::notify(const QString& text, MessageKind kind) {
-  QDBusMessage call = QDBusMessage::createMethodCall(
-      "org.freedesktop.Notifications", "/org/freedesktop/Notifications",
-      "org.freedesktop.Notifications", "Notify");
+  QDBusMessage call = QDBusMessage::createMethodCall("org.freedesktop.Notifications",
+                                                     "/org/freedesktop/Notifications",
+                                                     "org.freedesktop.Notifications", "Notify");
   QVariantMap hints;
   hints["urgency"] = QVariant::fromValue<uchar>(kind == MessageKind::error ? 2 : 1);
   call << QString("Brimble") << 0u << QString("brimble") << QString("Brimble") << text

@@ -25,7 +25,8 @@ class QtTimer final : public ScheduledTimer {
 }  // namespace
 
 void QtSessionScheduler::post(std::function<void()> call) {
-  QMetaObject::invokeMethod(this, [call = std::move(call)] { call(); }, Qt::QueuedConnection);
+  QMetaObject::invokeMethod(
+      this, [call = std::move(call)] { call(); }, Qt::QueuedConnection);
 }
 
 std::unique_ptr<ScheduledTimer> QtSessionScheduler::every(double seconds,
@@ -40,7 +41,8 @@ void QtSessionScheduler::runInBackground(std::function<void()> work, std::functi
     // The completion goes back through the event loop; if the scheduler is gone, so is the
     // session that waited for it.
     if (self) {
-      QMetaObject::invokeMethod(self, [done] { done(); }, Qt::QueuedConnection);
+      QMetaObject::invokeMethod(
+          self, [done] { done(); }, Qt::QueuedConnection);
     }
   });
 }

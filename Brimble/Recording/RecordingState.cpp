@@ -229,8 +229,7 @@ void RecordingState::startFullScreen() {
 void RecordingState::runCountdownOrStart(const RecordingTarget& target) {
   keyboardMonitorInstalled_ = true;
   const int delay = std::max(0, services_.settings().countdownDelay);
-  services_.view.showPanel(delay > 0 ? PanelMode::countdown : PanelMode::recording,
-                           target.region);
+  services_.view.showPanel(delay > 0 ? PanelMode::countdown : PanelMode::recording, target.region);
   if (delay == 0) {
     performCapture(target);
     return;
@@ -311,8 +310,8 @@ void RecordingState::recordingTick() {
     return;
   }
   if (maxRecordingDuration_ > 0 && elapsed >= maxRecordingDuration_) {
-    logLine(fmt::format("Brimble: maximum recording duration of {} s reached",
-                        maxRecordingDuration_));
+    logLine(
+        fmt::format("Brimble: maximum recording duration of {} s reached", maxRecordingDuration_));
     stopRecording();
     return;
   }
@@ -528,7 +527,8 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
   };
 
   const fs::path output = newCapturePath(encoding.format);
-  const std::uint64_t budget = static_cast<std::uint64_t>(std::max(0, encoding.maxFileSizeKB)) * 1024;
+  const std::uint64_t budget =
+      static_cast<std::uint64_t>(std::max(0, encoding.maxFileSizeKB)) * 1024;
   auto result = std::make_shared<SizeBudgetEncoder::Result>();
   auto failure = std::make_shared<std::string>();
   ClipEncoder encoder = services_.encoder;
@@ -672,8 +672,7 @@ fs::path RecordingState::newCapturePath(OutputFormat format) const {
   const std::string stem = fmt::format("Brimble {:%Y-%m-%d at %H.%M.%S}", now);
   fs::path path = services_.captureDirectory / (stem + "." + std::string(fileExtension(format)));
   for (int n = 2; fs::exists(path); ++n) {
-    path = services_.captureDirectory /
-           fmt::format("{} ({}).{}", stem, n, fileExtension(format));
+    path = services_.captureDirectory / fmt::format("{} ({}).{}", stem, n, fileExtension(format));
   }
   return path;
 }

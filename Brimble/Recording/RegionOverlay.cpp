@@ -88,15 +88,32 @@ QRect RegionOverlay::handleRect(Drag handle) const {
   const int cy = r.center().y();
   QPoint at;
   switch (handle) {
-    case Drag::left: at = {r.left(), cy}; break;
-    case Drag::right: at = {r.right(), cy}; break;
-    case Drag::top: at = {cx, r.top()}; break;
-    case Drag::bottom: at = {cx, r.bottom()}; break;
-    case Drag::topLeft: at = r.topLeft(); break;
-    case Drag::topRight: at = r.topRight(); break;
-    case Drag::bottomLeft: at = r.bottomLeft(); break;
-    case Drag::bottomRight: at = r.bottomRight(); break;
-    default: return {};
+    case Drag::left:
+      at = {r.left(), cy};
+      break;
+    case Drag::right:
+      at = {r.right(), cy};
+      break;
+    case Drag::top:
+      at = {cx, r.top()};
+      break;
+    case Drag::bottom:
+      at = {cx, r.bottom()};
+      break;
+    case Drag::topLeft:
+      at = r.topLeft();
+      break;
+    case Drag::topRight:
+      at = r.topRight();
+      break;
+    case Drag::bottomLeft:
+      at = r.bottomLeft();
+      break;
+    case Drag::bottomRight:
+      at = r.bottomRight();
+      break;
+    default:
+      return {};
   }
   return {at.x() - h / 2, at.y() - h / 2, h, h};
 }
@@ -116,16 +133,28 @@ RegionOverlay::Drag RegionOverlay::dragAt(const QPoint& point) const {
 
 void RegionOverlay::updateCursor(const QPoint& point) {
   switch (dragAt(point)) {
-    case Drag::move: setCursor(Qt::SizeAllCursor); break;
+    case Drag::move:
+      setCursor(Qt::SizeAllCursor);
+      break;
     case Drag::left:
-    case Drag::right: setCursor(Qt::SizeHorCursor); break;
+    case Drag::right:
+      setCursor(Qt::SizeHorCursor);
+      break;
     case Drag::top:
-    case Drag::bottom: setCursor(Qt::SizeVerCursor); break;
+    case Drag::bottom:
+      setCursor(Qt::SizeVerCursor);
+      break;
     case Drag::topLeft:
-    case Drag::bottomRight: setCursor(Qt::SizeFDiagCursor); break;
+    case Drag::bottomRight:
+      setCursor(Qt::SizeFDiagCursor);
+      break;
     case Drag::topRight:
-    case Drag::bottomLeft: setCursor(Qt::SizeBDiagCursor); break;
-    default: setCursor(Qt::CrossCursor); break;
+    case Drag::bottomLeft:
+      setCursor(Qt::SizeBDiagCursor);
+      break;
+    default:
+      setCursor(Qt::CrossCursor);
+      break;
   }
 }
 
@@ -157,16 +186,35 @@ void RegionOverlay::mouseMoveEvent(QMouseEvent* event) {
       r = QRect(std::min(dragStart_.x(), point.x()), std::min(dragStart_.y(), point.y()),
                 std::abs(point.x() - dragStart_.x()), std::abs(point.y() - dragStart_.y()));
       break;
-    case Drag::move: r.translate(delta); break;
-    case Drag::left: r.setLeft(r.left() + delta.x()); break;
-    case Drag::right: r.setRight(r.right() + delta.x()); break;
-    case Drag::top: r.setTop(r.top() + delta.y()); break;
-    case Drag::bottom: r.setBottom(r.bottom() + delta.y()); break;
-    case Drag::topLeft: r.setTopLeft(r.topLeft() + delta); break;
-    case Drag::topRight: r.setTopRight(r.topRight() + delta); break;
-    case Drag::bottomLeft: r.setBottomLeft(r.bottomLeft() + delta); break;
-    case Drag::bottomRight: r.setBottomRight(r.bottomRight() + delta); break;
-    case Drag::none: break;
+    case Drag::move:
+      r.translate(delta);
+      break;
+    case Drag::left:
+      r.setLeft(r.left() + delta.x());
+      break;
+    case Drag::right:
+      r.setRight(r.right() + delta.x());
+      break;
+    case Drag::top:
+      r.setTop(r.top() + delta.y());
+      break;
+    case Drag::bottom:
+      r.setBottom(r.bottom() + delta.y());
+      break;
+    case Drag::topLeft:
+      r.setTopLeft(r.topLeft() + delta);
+      break;
+    case Drag::topRight:
+      r.setTopRight(r.topRight() + delta);
+      break;
+    case Drag::bottomLeft:
+      r.setBottomLeft(r.bottomLeft() + delta);
+      break;
+    case Drag::bottomRight:
+      r.setBottomRight(r.bottomRight() + delta);
+      break;
+    case Drag::none:
+      break;
   }
   if (drag_ != Drag::draw) {
     r = r.normalized();

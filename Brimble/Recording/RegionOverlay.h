@@ -38,8 +38,19 @@ class RegionOverlay final : public QWidget {
   void keyPressEvent(QKeyEvent* event) override;
 
  private:
-  enum class Drag { none, draw, move, left, right, top, bottom, topLeft, topRight, bottomLeft,
-                    bottomRight };
+  enum class Drag {
+    none,
+    draw,
+    move,
+    left,
+    right,
+    top,
+    bottom,
+    topLeft,
+    topRight,
+    bottomLeft,
+    bottomRight
+  };
 
   Drag dragAt(const QPoint& point) const;
   QRect handleRect(Drag handle) const;

@@ -54,8 +54,8 @@ void WindowPicker::paintEvent(QPaintEvent*) {
   }
   painter.setPen(QPen(QColor(64, 156, 255), 4));
   painter.drawRect(frame.adjusted(2, 2, -2, -2));
-  const QString title = QString::fromStdString(
-      highlighted_->title.empty() ? highlighted_->appName : highlighted_->title);
+  const QString title = QString::fromStdString(highlighted_->title.empty() ? highlighted_->appName
+                                                                           : highlighted_->title);
   QFont font = painter.font();
   font.setPointSize(12);
   painter.setFont(font);

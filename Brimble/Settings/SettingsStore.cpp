@@ -78,15 +78,15 @@ AppSettings SettingsStore::load() const {
       readSeconds(store, "inactivityTimeout", defaults.inactivityTimeout, 3600);
   settings.countdownDelay =
       readChoice(store, "countdownDelay", defaults.countdownDelay, kCountdownDelays);
-  const auto format = outputFormatFromRawValue(store.value("outputFormat").toString().toStdString());
+  const auto format =
+      outputFormatFromRawValue(store.value("outputFormat").toString().toStdString());
   settings.outputFormat = format.value_or(defaults.outputFormat);
   settings.frameRate = readChoice(store, "frameRate", defaults.frameRate, kFrameRates);
   settings.loopCount = readInt(store, "loopCount", defaults.loopCount, 0, 65535);
   settings.showCursor = readBool(store, "showCursor", defaults.showCursor);
   const QString saveLocation = store.value("defaultSaveLocation").toString();
-  settings.defaultSaveLocation = saveLocation.startsWith('/')
-                                     ? fs::path(saveLocation.toStdString())
-                                     : homeFolder() / "Pictures";
+  settings.defaultSaveLocation = saveLocation.startsWith('/') ? fs::path(saveLocation.toStdString())
+                                                              : homeFolder() / "Pictures";
   settings.qualityPreset =
       qualityPresetFromRawValue(store.value("qualityPreset").toString().toStdString())
           .value_or(defaults.qualityPreset);

@@ -51,8 +51,8 @@ SettingsWindow::SettingsWindow(const SettingsStore& store) : store_(store) {
   saveLocation_ = new QLineEdit(this);
   auto* browse = new QPushButton("Choose…", this);
   connect(browse, &QPushButton::clicked, this, [this] {
-    const QString folder = QFileDialog::getExistingDirectory(this, "Save Location",
-                                                             saveLocation_->text());
+    const QString folder =
+        QFileDialog::getExistingDirectory(this, "Save Location", saveLocation_->text());
     if (!folder.isEmpty()) {
       saveLocation_->setText(folder);
     }
@@ -74,8 +74,7 @@ SettingsWindow::SettingsWindow(const SettingsStore& store) : store_(store) {
   // The custom choices mean something only with the custom preset.
   const auto presetChanged = [this] {
     const bool custom = preset_->currentData().toString() == "custom";
-    for (QWidget* control :
-         std::initializer_list<QWidget*>{frameDiffing_, dedup_, maxFileSize_}) {
+    for (QWidget* control : std::initializer_list<QWidget*>{frameDiffing_, dedup_, maxFileSize_}) {
       control->setEnabled(custom);
     }
   };

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-
 namespace brimble {
 
 GlobalHotkeyError GlobalHotkeyError::invalidShortcut(const std::string& shortcut) {
@@ -19,8 +18,7 @@ GlobalHotkeyError GlobalHotkeyError::alreadyTaken(const std::string& shortcut) {
 }
 
 GlobalHotkeyError GlobalHotkeyError::displayUnreachable() {
-  return {Code::displayUnreachable,
-          "No X11 display could be reached for the global shortcut."};
+  return {Code::displayUnreachable, "No X11 display could be reached for the global shortcut."};
 }
 
 KeyChord parseShortcut(const std::string& shortcut) {

@@ -73,8 +73,9 @@ std::vector<ProcessedFrame> ClipEditor::crop(const std::vector<ProcessedFrame>& 
     PixelBuffer pixels(static_cast<std::size_t>(rect.width) * 4 *
                        static_cast<std::size_t>(rect.height));
     for (int y = 0; y < rect.height; ++y) {
-      const auto row = source.row(rect.y + y).subspan(static_cast<std::size_t>(rect.x) * 4,
-                                                      static_cast<std::size_t>(rect.width) * 4);
+      const auto row = source.row(rect.y + y)
+                           .subspan(static_cast<std::size_t>(rect.x) * 4,
+                                    static_cast<std::size_t>(rect.width) * 4);
       std::copy(row.begin(), row.end(),
                 pixels.begin() + static_cast<std::ptrdiff_t>(y) * rect.width * 4);
     }
@@ -165,8 +166,8 @@ std::optional<ScreenRect> ClipEditor::parseCrop(const std::string& text) {
   char comma3 = 0;
   std::istringstream stream(text);
   stream >> rect.x >> comma1 >> rect.y >> comma2 >> rect.width >> comma3 >> rect.height;
-  if (!stream || !stream.eof() || comma1 != ',' || comma2 != ',' || comma3 != ',' ||
-      rect.x < 0 || rect.y < 0 || rect.width <= 0 || rect.height <= 0) {
+  if (!stream || !stream.eof() || comma1 != ',' || comma2 != ',' || comma3 != ',' || rect.x < 0 ||
+      rect.y < 0 || rect.width <= 0 || rect.height <= 0) {
     return std::nullopt;
   }
   return rect;

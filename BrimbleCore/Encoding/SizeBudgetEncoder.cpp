@@ -42,7 +42,8 @@ Image SizeBudgetEncoder::reduceColours(const Image& image, int bits) {
         static_cast<std::uint8_t>(std::lround(level * 255.0 / levels));
   }
   const int width = source.width();
-  PixelBuffer pixels(static_cast<std::size_t>(width) * 4 * static_cast<std::size_t>(source.height()));
+  PixelBuffer pixels(static_cast<std::size_t>(width) * 4 *
+                     static_cast<std::size_t>(source.height()));
   std::size_t out = 0;
   for (int y = 0; y < source.height(); ++y) {
     const auto row = source.row(y);

@@ -60,9 +60,9 @@ CaptureHistory::Entry CaptureHistory::add(const fs::path& file) const {
   Entry entry;
   entry.path = fs::absolute(file);
   entry.filename = file.filename().string();
-  entry.createdAt = fmt::format(
-      "{:%Y-%m-%dT%H:%M:%SZ}",
-      std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
+  entry.createdAt =
+      fmt::format("{:%Y-%m-%dT%H:%M:%SZ}",
+                  std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
   entry.fileSize = fs::file_size(file);
   std::vector<Entry> list = entries();
   std::erase_if(list, [&](const Entry& old) { return old.path == entry.path; });

@@ -166,8 +166,8 @@ std::string percentDecoded(const std::string& text) {
 /// Whether `pixel` (bgra8) is near `rgb`.
 bool near(const Image& image, int x, int y, unsigned rgb) {
   if (x < 0 || y < 0 || x >= image.width() || y >= image.height()) {
-    ADD_FAILURE() << x << "," << y << " lies outside the " << image.width() << "x"
-                  << image.height() << " frame";
+    ADD_FAILURE() << x << "," << y << " lies outside the " << image.width() << "x" << image.height()
+                  << " frame";
     return false;
   }
   const auto p = image.row(y).subspan(static_cast<std::size_t>(x) * 4, 4);
@@ -178,13 +178,13 @@ bool near(const Image& image, int x, int y, unsigned rgb) {
 }
 
 TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLibrary) {
-  testing::TestWindow client({"--position", "200,200", "--size", "400x300", "--color", "ff0000",
-                              "--title", "changing"});
+  testing::TestWindow client(
+      {"--position", "200,200", "--size", "400x300", "--color", "ff0000", "--title", "changing"});
   const auto clientWindow = windowTitled("changing");
   ASSERT_TRUE(clientWindow);
   // The window with its frame, and its content, in the coordinates of the region drawn below.
   const ScreenRect clientFrame{clientWindow->frame.x - 150, clientWindow->frame.y - 150,
-                        clientWindow->frame.width, clientWindow->frame.height};
+                               clientWindow->frame.width, clientWindow->frame.height};
   const int centreX = clientWindow->contentFrame.x - 150 + clientWindow->contentFrame.width / 2;
   const int centreY = clientWindow->contentFrame.y - 150 + clientWindow->contentFrame.height / 2;
   std::this_thread::sleep_for(300ms);
@@ -254,7 +254,8 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
   EXPECT_EQ(index["entries"][0]["fileSize"], bytes->size());
   EXPECT_EQ(fs::file_size(file), bytes->size());
   EXPECT_EQ(index["entries"][0]["path"], file.string());
-  const auto gnome = testing::readClipboard(display_->displayName(), "x-special/gnome-copied-files");
+  const auto gnome =
+      testing::readClipboard(display_->displayName(), "x-special/gnome-copied-files");
   ASSERT_TRUE(gnome);
   EXPECT_EQ(std::string(gnome->begin(), gnome->end()), "copy\n" + uri.substr(0, uri.find('\r')));
 
@@ -263,11 +264,11 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
   ASSERT_TRUE(windowTitled("Preview of " + file.filename().string(), true));
   std::this_thread::sleep_for(400ms);
   screenshot("07-editor");
-  const double length = std::accumulate(gif->delaysCentiseconds.begin(),
-                                        gif->delaysCentiseconds.end(), 0) / 100.0;
-  for (const std::string& value : {std::string("0.5"), fmt::format("{:.2f}", length - 0.5),
-                                   std::string("100"), std::string("100"), std::string("200"),
-                                   std::string("150")}) {
+  const double length =
+      std::accumulate(gif->delaysCentiseconds.begin(), gif->delaysCentiseconds.end(), 0) / 100.0;
+  for (const std::string& value :
+       {std::string("0.5"), fmt::format("{:.2f}", length - 0.5), std::string("100"),
+        std::string("100"), std::string("200"), std::string("150")}) {
     press("a", {Modifier::control});
     input_.typeText(value, 0, false);
     press("tab");
@@ -282,8 +283,8 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
   ASSERT_TRUE(cut);
   EXPECT_EQ(cut->width, 200);
   EXPECT_EQ(cut->height, 150);
-  const double cutLength = std::accumulate(cut->delaysCentiseconds.begin(),
-                                           cut->delaysCentiseconds.end(), 0) / 100.0;
+  const double cutLength =
+      std::accumulate(cut->delaysCentiseconds.begin(), cut->delaysCentiseconds.end(), 0) / 100.0;
   EXPECT_NEAR(cutLength, (length - 1.0) / 1.5, 0.1);
   // The crop starts at (100,100) of the recorded region.
   EXPECT_TRUE(near(cut->frames.back(), centreX - 100, centreY - 100, 0x0000ff));
@@ -291,7 +292,7 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
   EXPECT_EQ(nlohmann::json::parse(again)["entries"][0]["path"], edited.string());
 
   // Record More: a new selection whose recording joins the end of the clip in the editor.
-  press("tab");    // from Save Edited Copy to Record More
+  press("tab");  // from Save Edited Copy to Record More
   press("space");
   ASSERT_TRUE(windowTitled("Select a region — Brimble"));
   std::this_thread::sleep_for(200ms);
@@ -320,7 +321,6 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
   ASSERT_TRUE(more);
   EXPECT_EQ(more->width, 500);
   EXPECT_TRUE(near(more->frames.back(), centreX, centreY, 0xffff00));
-
 }
 
 class AppDrawing : public App {
@@ -329,8 +329,8 @@ class AppDrawing : public App {
 };
 
 TEST_F(AppDrawing, MarksDrawnDuringARegionRecordingAppearInItFromWhenTheyWereDrawn) {
-  testing::TestWindow client({"--position", "200,200", "--size", "400x300", "--color", "3366cc",
-                              "--title", "annotated"});
+  testing::TestWindow client(
+      {"--position", "200,200", "--size", "400x300", "--color", "3366cc", "--title", "annotated"});
   const auto window = windowTitled("annotated");
   ASSERT_TRUE(window);
   press("g", {Modifier::control, Modifier::shift});
@@ -368,8 +368,8 @@ class AppWithoutCountdown : public App {
 };
 
 TEST_F(AppWithoutCountdown, WindowPickPauseSaveLibraryAndFullScreen) {
-  testing::TestWindow client({"--position", "300,300", "--size", "320x240", "--color", "ff0000",
-                              "--title", "picked"});
+  testing::TestWindow client(
+      {"--position", "300,300", "--size", "320x240", "--color", "ff0000", "--title", "picked"});
   const auto picked = windowTitled("picked");
   ASSERT_TRUE(picked);
 

@@ -44,9 +44,8 @@ class FakeSessionRecorder final : public SessionRecorder {
     }
     script_.events.push_back(fmt::format("start {} {},{} {}x{} window {} at {} fps{}",
                                          captureModeName(target.mode), target.region.x,
-                                         target.region.y, target.region.width,
-                                         target.region.height, target.windowID, fps,
-                                         showCursor ? " with cursor" : ""));
+                                         target.region.y, target.region.width, target.region.height,
+                                         target.windowID, fps, showCursor ? " with cursor" : ""));
   }
   void pause() override { script_.events.push_back("pause"); }
   void resume() override { script_.events.push_back("resume"); }
@@ -87,7 +86,9 @@ class FakeRecordingView final : public RecordingView {
   void showPaused(bool paused) override { calls.push_back(paused ? "look resume" : "look pause"); }
   void dismissPanel() override { calls.push_back("dismiss panel"); }
   void showAnnotationLayer(bool visible, bool drawing) override {
-    calls.push_back(!visible ? "annotations off" : drawing ? "annotations drawing" : "annotations shown");
+    calls.push_back(!visible  ? "annotations off"
+                    : drawing ? "annotations drawing"
+                              : "annotations shown");
   }
   void announce(const std::string& text) override { announcements.push_back(text); }
   void showMessage(const std::string& text, MessageKind kind) override {

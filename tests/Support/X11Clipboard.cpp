@@ -1,11 +1,10 @@
 #include "tests/Support/X11Clipboard.h"
 
-#include <poll.h>
-
 #include <chrono>
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
+#include <poll.h>
 
 namespace brimble::testing {
 
@@ -39,8 +38,8 @@ std::optional<std::vector<std::uint8_t>> takeProperty(Display* display, Window w
     unsigned long count = 0;
     unsigned long remaining = 0;
     unsigned char* data = nullptr;
-    if (XGetWindowProperty(display, window, property, offset, 1 << 20, False, AnyPropertyType,
-                           type, &format, &count, &remaining, &data) != Success) {
+    if (XGetWindowProperty(display, window, property, offset, 1 << 20, False, AnyPropertyType, type,
+                           &format, &count, &remaining, &data) != Success) {
       return std::nullopt;
     }
     const std::size_t unit = format == 32 ? sizeof(long) : static_cast<std::size_t>(format / 8);

@@ -16,12 +16,15 @@ namespace {
 /// Qt's names for keys whose X keysym is spelled differently.
 KeySym keysymForName(const std::string& name) {
   static const std::map<std::string, std::string> kAliases = {
-      {"space", "space"},   {"esc", "Escape"},      {"escape", "Escape"},
-      {"enter", "Return"},  {"return", "Return"},   {"del", "Delete"},
-      {"ins", "Insert"},    {"pgup", "Prior"},      {"pgdown", "Next"},
-      {"backspace", "BackSpace"}, {"print", "Print"}, {"tab", "Tab"},
-      {"+", "plus"},        {"-", "minus"},         {"=", "equal"},
-      {",", "comma"},       {".", "period"},        {"/", "slash"},
+      {"space", "space"},   {"esc", "Escape"},
+      {"escape", "Escape"}, {"enter", "Return"},
+      {"return", "Return"}, {"del", "Delete"},
+      {"ins", "Insert"},    {"pgup", "Prior"},
+      {"pgdown", "Next"},   {"backspace", "BackSpace"},
+      {"print", "Print"},   {"tab", "Tab"},
+      {"+", "plus"},        {"-", "minus"},
+      {"=", "equal"},       {",", "comma"},
+      {".", "period"},      {"/", "slash"},
   };
   if (const auto alias = kAliases.find(lowercased(name)); alias != kAliases.end()) {
     return XStringToKeysym(alias->second.c_str());

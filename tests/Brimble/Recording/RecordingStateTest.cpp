@@ -44,9 +44,8 @@ struct Session {
       view, delivery, scheduler, clock,
       [this] { return std::make_unique<testing::FakeSessionRecorder>(recorder); },
       [this] { return settings; }, history, folder / "captures",
-      [this](const CompressedFrameStore& store, const fs::path& url,
-             const SequenceOptions& options, std::uint64_t budget,
-             const SizeBudgetEncoder::PassStarted& passStarted) {
+      [this](const CompressedFrameStore& store, const fs::path& url, const SequenceOptions& options,
+             std::uint64_t budget, const SizeBudgetEncoder::PassStarted& passStarted) {
         return encoder(store, url, options, budget, passStarted);
       }}};
   std::vector<RecordingPhase> phases;
@@ -96,10 +95,9 @@ TEST(RecordingState, RegionSessionGoesFromHotkeyToAGIFOnTheClipboardAndInTheLibr
   session.scheduler.runBackground();
   EXPECT_EQ(session.state.phase(), RecordingPhase::idle);
 
-  EXPECT_THAT(session.phases,
-              ElementsAre(RecordingPhase::selecting, RecordingPhase::ready,
-                          RecordingPhase::countdown, RecordingPhase::recording,
-                          RecordingPhase::encoding, RecordingPhase::idle));
+  EXPECT_THAT(session.phases, ElementsAre(RecordingPhase::selecting, RecordingPhase::ready,
+                                          RecordingPhase::countdown, RecordingPhase::recording,
+                                          RecordingPhase::encoding, RecordingPhase::idle));
   EXPECT_THAT(session.view.calls,
               ElementsAre("overlay", "panel ready 100,50 320x200", "panel ready 110,60 300x180",
                           "hide selection", "panel countdown 110,60 300x180",
@@ -121,8 +119,8 @@ TEST(RecordingState, RegionSessionGoesFromHotkeyToAGIFOnTheClipboardAndInTheLibr
 
   ASSERT_TRUE(session.delivery.delivered);
   const fs::path clip = *session.delivery.delivered;
-  EXPECT_THAT(session.delivery.calls, ElementsAre("clipboard " + clip.filename().string() +
-                                                  " image/gif"));
+  EXPECT_THAT(session.delivery.calls,
+              ElementsAre("clipboard " + clip.filename().string() + " image/gif"));
   EXPECT_EQ(clip.parent_path(), session.folder / "captures");
   const auto gif = testing::decodeGIFFile(clip);
   ASSERT_TRUE(gif);
@@ -192,8 +190,8 @@ TEST(RecordingState, KeysActByPhaseAndOthersPassOn) {
   ready.state.regionSelected({0, 0, 100, 100});
   EXPECT_TRUE(ready.state.handleKey(Qt::Key_Escape, false));
   EXPECT_EQ(ready.state.phase(), RecordingPhase::idle);
-  EXPECT_THAT(ready.view.calls, ElementsAre("overlay", "panel ready 0,0 100x100",
-                                            "hide selection", "dismiss panel"));
+  EXPECT_THAT(ready.view.calls,
+              ElementsAre("overlay", "panel ready 0,0 100x100", "hide selection", "dismiss panel"));
 }
 
 TEST(RecordingState, CountdownIsCancelledByEscapeAndSkippedBySpaceOrReturn) {
@@ -352,7 +350,8 @@ TEST(RecordingState, WindowAndFullScreenSkipTheRegionAndAnnounceTheirMode) {
   EXPECT_THAT(window.view.announcements,
               ElementsAre("Click a window to record",
                           "Recording window. Space to pause, S to save, Return to stop."));
-  EXPECT_EQ(window.recorder.events[0], "start window 0,0 0x0 window 20971527 at 24 fps with cursor");
+  EXPECT_EQ(window.recorder.events[0],
+            "start window 0,0 0x0 window 20971527 at 24 fps with cursor");
 
   Session full;
   full.settings.showCursor = false;
@@ -446,8 +445,10 @@ TEST(RecordingState, StartAndEncodingFailuresAreToldAndEndIdle) {
 
   Session throwing;
   throwing.encoder = [](const CompressedFrameStore&, const fs::path&, const SequenceOptions&,
-                        std::uint64_t, const SizeBudgetEncoder::PassStarted&)
-      -> SizeBudgetEncoder::Result { throw std::runtime_error("disk gone"); };
+                        std::uint64_t,
+                        const SizeBudgetEncoder::PassStarted&) -> SizeBudgetEncoder::Result {
+    throw std::runtime_error("disk gone");
+  };
   throwing.settings.outputFormat = OutputFormat::mp4;
   throwing.recordRegion();
   throwing.state.stopAndShare();
@@ -483,7 +484,8 @@ TEST(RecordingState, AClipOverItsBudgetIsKeptAndTheLastPassLogged) {
   session.recordRegion();
   session.state.stopRecording();
   session.scheduler.runBackground();
-  EXPECT_THAT(log.lines(), Contains("Brimble: File size 700KB exceeds budget 500KB after 2 passes"));
+  EXPECT_THAT(log.lines(),
+              Contains("Brimble: File size 700KB exceeds budget 500KB after 2 passes"));
   // Each pass starts at 0 %; the second pass's encode runs to its end.
   ASSERT_GE(progress.size(), 3u);
   EXPECT_EQ(progress[0], "0% of pass 1");
@@ -554,8 +556,8 @@ TEST(RecordingState, AnAppendSessionGetsTheSegmentInsteadOfADeliveryOrHearsItWas
   for (int way = 0; way < 3; ++way) {
     Session cancelled;
     bool wasCancelled = false;
-    cancelled.state.beginAppendCapture({OutputFormat::gif, [](const fs::path&) {},
-                                        [&] { wasCancelled = true; }});
+    cancelled.state.beginAppendCapture(
+        {OutputFormat::gif, [](const fs::path&) {}, [&] { wasCancelled = true; }});
     if (way == 0) {
       cancelled.state.handleKey(Qt::Key_Escape, false);  // nothing selected yet: no key monitor
       cancelled.state.cancelSelection();

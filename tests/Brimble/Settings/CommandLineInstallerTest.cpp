@@ -46,8 +46,9 @@ TEST(CommandLineInstaller, LinksTheCommandAndReplacesOnlyItsOwnLink) {
   std::ofstream(link) << "mine";
   EXPECT_EQ(testing::errorText<CommandLineInstallerError>(
                 [&] { CommandLineInstaller::install(binary, bin); }),
-            link.string() + " already exists and is not a link to Brimble; move it away and try "
-                            "again.");
+            link.string() +
+                " already exists and is not a link to Brimble; move it away and try "
+                "again.");
   EXPECT_EQ(contents(link), "mine");
 
   EXPECT_TRUE(CommandLineInstaller::isOnPath("/home/u/.local/bin", "/usr/bin:/home/u/.local/bin/"));
@@ -62,8 +63,7 @@ TEST(CommandLineInstaller, DesktopEntryStartsThisAppAndTheIconGoesWhereMenusLook
                                             "<svg/>");
   EXPECT_EQ(contents(folder / "applications" / "brimble.desktop"),
             "[Desktop Entry]\nName=Brimble\nExec=\"/opt/my apps/brimble-app\"\nIcon=brimble\n");
-  EXPECT_EQ(contents(folder / "icons" / "hicolor" / "scalable" / "apps" / "brimble.svg"),
-            "<svg/>");
+  EXPECT_EQ(contents(folder / "icons" / "hicolor" / "scalable" / "apps" / "brimble.svg"), "<svg/>");
 }
 
 }  // namespace

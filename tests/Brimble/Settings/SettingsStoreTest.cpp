@@ -43,9 +43,9 @@ TEST(SettingsStore, LivesUnderTheXDGConfigFolderAndWritesTheCamelCaseKeys) {
   store.save(settings);
   const std::string text = contents(store.file());
   for (const char* line :
-       {"maxRecordingDuration=300", "inactivityTimeout=0", "countdownDelay=0",
-        "outputFormat=webp", "frameRate=24", "showCursor=true", "defaultSaveLocation=/srv/clips",
-        "qualityPreset=custom", "maxFileSizeKB=500", "webpQuality=80", "webpLossless=false",
+       {"maxRecordingDuration=300", "inactivityTimeout=0", "countdownDelay=0", "outputFormat=webp",
+        "frameRate=24", "showCursor=true", "defaultSaveLocation=/srv/clips", "qualityPreset=custom",
+        "maxFileSizeKB=500", "webpQuality=80", "webpLossless=false",
         "autoStartAfterRegionSelection=false", "showPreviewAfterCapture=false",
         "hotkey=Ctrl+Shift+G"}) {
     EXPECT_NE(text.find(std::string(line) + "\n"), std::string::npos) << line;

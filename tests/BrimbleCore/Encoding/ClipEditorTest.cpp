@@ -71,9 +71,13 @@ TEST(ClipEditor, CropCutsEveryFrameAndRefusesRectanglesOutside) {
     EXPECT_EQ(image.row(3)[2 * 4 + 1], 4);
     EXPECT_EQ(image.row(0)[0], i);
   }
-  EXPECT_EQ(testing::errorText<ClipEditError>([] { ClipEditor::crop(clip(), {6, 0, 3, 2}); }),
+  EXPECT_EQ(testing::errorText<ClipEditError>([] {
+              ClipEditor::crop(clip(), {6, 0, 3, 2});
+            }),
             "Can't crop to 6,0 3x2: the rectangle must lie inside the 8x6 frames.");
-  EXPECT_NE(testing::errorText<ClipEditError>([] { ClipEditor::crop(clip(), {0, 0, 0, 2}); }),
+  EXPECT_NE(testing::errorText<ClipEditError>([] {
+              ClipEditor::crop(clip(), {0, 0, 0, 2});
+            }),
             "(no error)");
 }
 

@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 
@@ -13,6 +14,14 @@ int main(int argc, char** argv) {
       std::printf("brimble-app %s\n", BRIMBLE_VERSION);
       return 0;
     }
+  }
+  const char* display = std::getenv("DISPLAY");
+  if (display == nullptr || *display == '\0') {
+    // Qt would abort with its own message; say what to do instead.
+    std::fprintf(stderr,
+                 "brimble-app: no X11 display: run it inside an X11 session (DISPLAY is not "
+                 "set)\n");
+    return 1;
   }
   QApplication app(argc, argv);
   QApplication::setApplicationName("brimble");

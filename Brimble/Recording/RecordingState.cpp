@@ -585,8 +585,16 @@ void RecordingState::encodingFinished(Delivery delivery, std::uint64_t generatio
   try {
     deliver(delivery, output, result.summary.frames);
   } catch (const std::exception& deliveryError) {
-    // The clip itself is safe in the library folder; only the hand-over failed.
+    // The clip itself is safe in the library folder; only the hand-over failed. It goes into
+    // the library so that it can be found again.
     logLine(std::string("Brimble: delivery failed: ") + deliveryError.what());
+    try {
+      if (fs::exists(output)) {
+        services_.history.add(output);
+      }
+    } catch (const std::exception& indexError) {
+      logLine(std::string("Brimble: could not update the library: ") + indexError.what());
+    }
     services_.view.showMessage(std::string("The clip was kept at ") + output.string() +
                                    " but could not be delivered: " + deliveryError.what(),
                                MessageKind::error);

@@ -393,6 +393,18 @@ TEST(RecordingState, SaveAndShareDeliverTheFileWithTheirOwnTexts) {
   EXPECT_EQ(save.history.entries().at(0).path, save.folder / "mine.gif");
   EXPECT_FALSE(save.state.isSavingToDisk());
 
+  // A save that cannot be written is told, and the clip stays in the library.
+  Session unwritable;
+  unwritable.delivery.saveAnswer = unwritable.folder / "no such folder" / "clip.gif";
+  unwritable.recordRegion();
+  unwritable.state.stopAndSaveToFile();
+  unwritable.scheduler.runBackground();
+  ASSERT_EQ(unwritable.view.messages.size(), 1u);
+  EXPECT_THAT(unwritable.view.messages[0], HasSubstr("error: The clip was kept at "));
+  ASSERT_EQ(unwritable.history.entries().size(), 1u);
+  EXPECT_TRUE(fs::exists(unwritable.history.entries()[0].path));
+  EXPECT_EQ(unwritable.state.phase(), RecordingPhase::idle);
+
   // Cancelling the save dialog keeps the clip in the library rather than losing it.
   Session cancelled;
   cancelled.recordRegion();

@@ -3,7 +3,7 @@ BUILD     ?= build
 JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-script bench-peers bench-video fuzz format clean
+.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-app bench-script bench-peers bench-video fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -67,6 +67,10 @@ bench-mcp: bench-build
 # text: target in 200 ms).
 bench-accessibility: bench-build
 	build-bench/bench/BrimbleAccessibilityBench 20
+
+# The desktop app: shortcut to overlay, Return to clipboard, idle CPU and memory.
+bench-app: bench-build
+	build-bench/bench/BrimbleAppBench 10
 
 # `brimble run` of examples/hello.brim: wall time against the script's timeline, GIF length.
 bench-script: build

@@ -18,6 +18,7 @@
 #include "BrimbleCore/Encoding/GIFDecoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
+#include "BrimbleCore/Encoding/SizeBudgetEncoder.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Text.h"
@@ -50,6 +51,7 @@ struct EncodeOptions {
   std::string webpMode = "lossless";
   bool skipBadFrames = false;
   VideoOptions video;
+  int maxSizeKB = 0;
 };
 
 /// A failure already explained to the user; carries the exit code.
@@ -204,14 +206,36 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
 
   ProgressBar bar;
   sequence.progress = progressOn(bar);
+  // With a size budget the sequence is written again, with stronger reductions, until it fits.
+  const auto encodeFrames = [&](int count, const FrameSupplier& frameAt) {
+    if (options.maxSizeKB == 0) {
+      return GIFEncoder::encodeSequence(count, frameAt, options.output, sequence);
+    }
+    const auto budget = static_cast<std::uint64_t>(options.maxSizeKB) * 1024;
+    const auto result = SizeBudgetEncoder::encode(count, frameAt, options.output, sequence, budget);
+    bar.finish();
+    if (result.fits) {
+      fmt::print(stderr, "brimble encode: {} KB fits the {} KB budget at pass {}\n",
+                 (result.fileSize + 1023) / 1024, options.maxSizeKB, result.passes);
+    } else {
+      fmt::print(stderr,
+                 "brimble encode: warning: {} KB is still over the {} KB budget after {} passes; "
+                 "the last pass was kept\n",
+                 (result.fileSize + 1023) / 1024, options.maxSizeKB, result.passes);
+    }
+    return result.summary;
+  };
   EncodeSummary summary;
   if (options.testPattern) {
     const ImageSize size = parseSize(options.size);
     const FrameSupplier frameAt = [&](int index) -> std::optional<Image> {
       return testPatternFrame(index, options.frames, size.width, size.height);
     };
-    summary = GIFEncoder::encodeSequence(options.frames, frameAt, options.output, sequence);
+    summary = encodeFrames(options.frames, frameAt);
   } else if (options.inputs.size() == 1 && isGIFFile(options.inputs.front())) {
+    if (options.maxSizeKB > 0) {
+      fail(kExitUsage, "--max-size works on frames and --test-pattern; a GIF keeps its own timing");
+    }
     // A GIF keeps its own delays.
     GIFDecoder decoder{fs::path(options.inputs.front())};
     std::vector<ProcessedFrame> frames = decoder.readAll();
@@ -254,7 +278,7 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
       }
       return image;
     };
-    summary = GIFEncoder::encodeSequence(store.count(), decode, options.output, sequence);
+    summary = encodeFrames(store.count(), decode);
   }
   bar.finish();
   if (summary.frames == 0) {
@@ -318,6 +342,12 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
       ->add_option("--webp-quality", options->webpQuality,
                    "WebP quality of lossy frames, compression effort of lossless ones (0 to 100)")
       ->check(CLI::Range(0, 100))
+      ->capture_default_str();
+  command
+      ->add_option("--max-size", options->maxSizeKB,
+                   "Keep the file within this many KB: re-encode with fewer colours, then a "
+                   "smaller width, then fewer frames until it fits (0: no limit)")
+      ->check(wholeNumberIn(0, 1 << 22))
       ->capture_default_str();
   command->add_flag("--skip-bad-frames", options->skipBadFrames,
                     "Leave out frames that cannot be decoded, with a warning for each (default: "

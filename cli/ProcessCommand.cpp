@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "BrimbleCore/Effects/IdleTrimmer.h"
+#include "BrimbleCore/Encoding/ClipEditor.h"
 #include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
@@ -27,6 +28,8 @@ namespace fs = std::filesystem;
 
 struct ProcessOptions {
   fs::path input;
+  std::string trim;
+  std::string crop;
   fs::path output;
   int maxWidth = 0;
   double speed = 1;
@@ -71,10 +74,37 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
     }
   }
 
+  ClipEdit edit;
+  if (!options.trim.empty()) {
+    const auto range = ClipEditor::parseTrim(options.trim);
+    if (!range) {
+      fmt::print(stderr, "brimble process: --trim must be START:END in seconds, either may be "
+                         "left out (got \"{}\")\n",
+                 options.trim);
+      return kExitUsage;
+    }
+    edit.trimStart = range->first;
+    edit.trimEnd = range->second;
+  }
+  if (!options.crop.empty()) {
+    edit.crop = ClipEditor::parseCrop(options.crop);
+    if (!edit.crop) {
+      fmt::print(stderr, "brimble process: --crop must be X,Y,WIDTH,HEIGHT in pixels (got \"{}\")\n",
+                 options.crop);
+      return kExitUsage;
+    }
+  }
+
   GIFDecoder decoder(options.input);
   std::vector<ProcessedFrame> frames = decoder.readAll();
   if (frames.empty()) {
     fmt::print(stderr, "brimble process: {} holds no frames\n", options.input.string());
+    return kExitFailure;
+  }
+  try {
+    frames = ClipEditor::apply(frames, edit);
+  } catch (const ClipEditError& error) {
+    fmt::print(stderr, "brimble process: {}\n", error.what());
     return kExitFailure;
   }
   for (ProcessedFrame& frame : frames) {
@@ -107,7 +137,7 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
 Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
   auto options = std::make_shared<ProcessOptions>();
   CLI::App* command =
-      app.add_subcommand("process", "Resize, change the speed of, and re-encode an animated GIF (as GIF, WebP, APNG or MP4)");
+      app.add_subcommand("process", "Trim, crop, resize, change the speed of, and re-encode an animated GIF (as GIF, WebP, APNG or MP4)");
   command->add_option("input", options->input, "The GIF to process")->required();
   command->add_option("-o,--output", options->output,
                       "The file to write (default: INPUT.processed.gif beside the input)");
@@ -116,6 +146,11 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
                    "Scale frames down to at most this width (0 keeps their size)")
       ->check(wholeNumberIn(0, 65535))
       ->capture_default_str();
+  command->add_option("--trim", options->trim,
+                      "Keep the part from START to END seconds (\"1.5:4\", \"2:\", \":3\")")
+      ->type_name("START:END");
+  command->add_option("--crop", options->crop, "Keep this rectangle of every frame, in pixels")
+      ->type_name("X,Y,W,H");
   command->add_option("--speed", options->speed, "Playback speed factor (2 plays twice as fast)")
       ->check(numberIn(0.01, 100))
       ->capture_default_str();

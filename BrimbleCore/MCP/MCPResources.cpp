@@ -16,6 +16,7 @@
 #include "BrimbleCore/Scripting/ScriptCommandManifest.h"
 #include "BrimbleCore/Scripting/ScriptLibrary.h"
 #include "BrimbleCore/Scripting/ScriptSettings.h"
+#include "BrimbleCore/Support/CaptureHistory.h"
 #include "BrimbleCore/Support/Log.h"
 
 namespace brimble::MCPResources {
@@ -247,14 +248,7 @@ std::string recentRecordings(const std::vector<RecentOutput>& outputs) {
 }
 
 std::string historyFilePath() {
-  if (const char* file = std::getenv("BRIMBLE_HISTORY_FILE"); file != nullptr && *file != '\0') {
-    return file;
-  }
-  if (const char* data = std::getenv("XDG_DATA_HOME"); data != nullptr && *data == '/') {
-    return (fs::path(data) / "brimble" / "history.json").string();
-  }
-  const char* home = std::getenv("HOME");
-  return (fs::path(home != nullptr ? home : "") / ".local/share/brimble/history.json").string();
+  return CaptureHistory::defaultPath().string();
 }
 
 void registerAll(MCPServer& server, SessionContext& context, MCPDesktop& desktop) {

@@ -4,7 +4,22 @@
 #include <stdexcept>
 #include <thread>
 
+#include <X11/XKBlib.h>
+#include <X11/Xlib.h>
+
 namespace brimble::testing {
+
+void setLocks(const std::string& displayName, bool capsLock, bool numLock) {
+  Display* display = XOpenDisplay(displayName.c_str());
+  if (display == nullptr) {
+    throw std::runtime_error("cannot open display " + displayName);
+  }
+  // Mod2 is NumLock in every keymap Xvfb starts with.
+  const unsigned wanted = (capsLock ? LockMask : 0u) | (numLock ? Mod2Mask : 0u);
+  XkbLockModifiers(display, XkbUseCoreKbd, LockMask | Mod2Mask, wanted);
+  XSync(display, False);
+  XCloseDisplay(display);
+}
 
 bool eventually(const std::function<bool()>& condition) {
   for (int i = 0; i < 500; ++i) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
 #include <functional>
 #include <optional>
 #include <string>
@@ -9,6 +10,9 @@
 #include "tests/Support/ChildProcess.h"
 
 namespace brimble::testing {
+
+/// Turns CapsLock and NumLock on or off on `displayName`, as the lock keys' lights would show.
+void setLocks(const std::string& displayName, bool capsLock, bool numLock);
 
 /// Polls `condition` every 10 ms for up to 5 seconds: windows appear and change asynchronously.
 bool eventually(const std::function<bool()>& condition);
@@ -35,6 +39,12 @@ class TestWindow {
   void warpPointer(int x, int y) { process_.write(command("warp", x, y)); }
   /// Asks for the window to be `width` x `height` (the window manager passes it on).
   void resize(int width, int height) { process_.write(command("resize", width, height)); }
+  /// Repaints the window in `rgb` (0xRRGGBB).
+  void setColor(unsigned rgb) {
+    char line[32];
+    std::snprintf(line, sizeof line, "color %06x\n", rgb);
+    process_.write(line);
+  }
   /// Ends the client, which destroys its window.
   void close() { process_.closeInput(); }
   std::string errorOutput() { return process_.errorOutput(); }

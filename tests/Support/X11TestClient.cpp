@@ -7,7 +7,8 @@
 //   focus in | focus out | closed
 // It ends when standard input closes or the window manager asks it to close. A line
 // "warp <x> <y>" on standard input moves the pointer there the way a program does
-// (XWarpPointer), not as a device would; "resize <width> <height>" asks for a new size.
+// (XWarpPointer), not as a device would; "resize <width> <height>" asks for a new size;
+// "color <RRGGBB>" repaints the window in that colour.
 //
 //   BrimbleX11TestClient [--title T] [--class C] [--size WxH] [--position X,Y] [--color RRGGBB]
 
@@ -138,6 +139,9 @@ int main(int argc, char** argv) {
       int b = 0;
       if (std::sscanf(buffer, "warp %d %d", &a, &b) == 2) {
         XWarpPointer(display, None, RootWindow(display, screen), 0, 0, 0, 0, a, b);
+      } else if (unsigned long rgb = 0; std::sscanf(buffer, "color %lx", &rgb) == 1) {
+        XSetWindowBackground(display, window, rgb);
+        XClearWindow(display, window);
       } else if (std::sscanf(buffer, "resize %d %d", &a, &b) == 2) {
         XResizeWindow(display, window, static_cast<unsigned>(a), static_cast<unsigned>(b));
       }

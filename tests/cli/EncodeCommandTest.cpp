@@ -12,6 +12,7 @@
 
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/SizeBudgetEncoder.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Files.h"
@@ -84,6 +85,39 @@ std::vector<std::uint8_t> redsOf(const testing::DecodedGIF& gif) {
     reds.push_back(testing::pixelAt(frame, 5, 5).r);
   }
   return reds;
+}
+
+TEST(BrimbleEncode, MaxSizeReEncodesUntilTheFileFitsAndSaysAtWhichPass) {
+  TempDirectory directory;
+  const auto out = directory / "small.gif";
+  const std::string encode = "encode --test-pattern --no-dedup --frames 60 --size 800x500 ";
+  const auto full = runCommand(brimbleCommand(encode + "-o " + shellQuote(out.string())));
+  ASSERT_EQ(full.exitCode, 0) << full.output;
+  ASSERT_GT(std::filesystem::file_size(out), 60u * 1024) << "must start over the budget";
+
+  const auto result = runCommand(
+      brimbleCommand(encode + "--max-size 60 -o " + shellQuote(out.string()) + " 2>&1"));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const std::string marker = "KB fits the 60 KB budget at pass ";
+  const auto at = result.output.find(marker);
+  ASSERT_NE(at, std::string::npos) << result.output;
+  const int pass = std::stoi(result.output.substr(at + marker.size()));
+  EXPECT_GT(pass, 1);
+  EXPECT_LE(std::filesystem::file_size(out), 60u * 1024);
+  const SizeReduction reduction = SizeBudgetEncoder::reductionForPass(pass);
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->width, static_cast<int>(800 * reduction.widthScale));
+  EXPECT_EQ(static_cast<int>(decoded->frames.size()), 60 / reduction.frameStep);
+
+  const auto tooSmall = runCommand(
+      brimbleCommand(encode + "--max-size 1 -o " + shellQuote(out.string()) + " 2>&1"));
+  EXPECT_EQ(tooSmall.exitCode, 0) << tooSmall.output;
+  EXPECT_NE(tooSmall.output.find("is still over the 1 KB budget after 6 passes; the last pass was "
+                                 "kept"),
+            std::string::npos)
+      << tooSmall.output;
+  EXPECT_TRUE(std::filesystem::exists(out));
 }
 
 TEST(BrimbleEncode, FramesComeInNameOrderFromADirectoryAndInTheOrderGivenAsFiles) {
@@ -194,6 +228,62 @@ TEST(BrimbleEncode, TheOutputNameOrFormatOptionPicksTheFormat) {
   const auto info = runCommand("webpmux -info " + shellQuote(webp.string())).output;
   EXPECT_NE(info.find("Number of frames: 4"), std::string::npos) << info;
   EXPECT_EQ(info.find("lossy"), std::string::npos) << info;
+}
+
+TEST(BrimbleProcess, TrimsAndCropsAndExplainsBadRanges) {
+  TempDirectory directory;
+  const auto in = directory / "clip.gif";
+  ASSERT_EQ(runCommand(brimbleCommand("encode --test-pattern --no-dedup --frames 10 --size 200x120 "
+                                      "--fps 10 -o " +
+                                      shellQuote(in.string())))
+                .exitCode,
+            0);
+  const auto original = testing::decodeGIFFile(in);
+  ASSERT_TRUE(original);
+  const auto out = directory / "cut.gif";
+  const auto result =
+      runCommand(brimbleCommand("process " + shellQuote(in.string()) +
+                                " --no-dedup --trim 0.3:0.7 --crop 20,10,100,60 -o " +
+                                shellQuote(out.string()) + " 2>&1"));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto cut = testing::decodeGIFFile(out);
+  ASSERT_TRUE(cut);
+  EXPECT_EQ(cut->width, 100);
+  EXPECT_EQ(cut->height, 60);
+  // Frames 3 to 6 of 10 cs each, cut out of the original at (20,10).
+  ASSERT_EQ(cut->frames.size(), 4u);
+  EXPECT_EQ(cut->delaysCentiseconds, (std::vector<int>{10, 10, 10, 10}));
+  for (int i = 0; i < 4; ++i) {
+    const Image& frame = cut->frames[static_cast<std::size_t>(i)];
+    const Image& source = original->frames[static_cast<std::size_t>(i + 3)];
+    for (int y : {0, 30, 59}) {
+      for (int x : {0, 50, 99}) {
+        const auto a = frame.row(y).subspan(static_cast<std::size_t>(x) * 4, 3);
+        const auto b = source.row(y + 10).subspan(static_cast<std::size_t>(x + 20) * 4, 3);
+        EXPECT_TRUE(std::equal(a.begin(), a.end(), b.begin())) << i << " at " << x << "," << y;
+      }
+    }
+  }
+
+  const auto late = runCommand(brimbleCommand("process " + shellQuote(in.string()) +
+                                              " --trim 5: -o " + shellQuote(out.string()) +
+                                              " 2>&1"));
+  EXPECT_EQ(late.exitCode, 1);
+  EXPECT_EQ(late.output,
+            "brimble process: Can't trim from 5.00 s to 1.00 s: the clip is 1.00 s long and the "
+            "start must come before the end.\n");
+  const auto wide = runCommand(brimbleCommand("process " + shellQuote(in.string()) +
+                                              " --crop 150,0,100,20 -o " +
+                                              shellQuote(out.string()) + " 2>&1"));
+  EXPECT_EQ(wide.exitCode, 1);
+  EXPECT_EQ(wide.output,
+            "brimble process: Can't crop to 150,0 100x20: the rectangle must lie inside the "
+            "200x120 frames.\n");
+  const auto bad = runCommand(brimbleCommand("process " + shellQuote(in.string()) +
+                                             " --crop 1,2,3 2>&1"));
+  EXPECT_EQ(bad.exitCode, 2);
+  EXPECT_EQ(bad.output,
+            "brimble process: --crop must be X,Y,WIDTH,HEIGHT in pixels (got \"1,2,3\")\n");
 }
 
 TEST(BrimbleProcess, ChangesSpeedAndSizeAndWritesBesideTheInput) {

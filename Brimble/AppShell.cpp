@@ -1,0 +1,280 @@
+#include "Brimble/AppShell.h"
+
+#include <cstdlib>
+
+#include <QApplication>
+#include <QFile>
+#include <QHBoxLayout>
+#include <QPainter>
+#include <QPushButton>
+#include <QVBoxLayout>
+#include <malloc.h>
+
+#include "Brimble/Recording/ScreenSessionRecorder.h"
+#include "Brimble/Settings/CommandLineInstaller.h"
+#include "BrimbleCore/Platform/X11/X11GlobalHotkey.h"
+#include "BrimbleCore/Platform/X11/X11ScreenSource.h"
+#include "BrimbleCore/Support/Log.h"
+
+namespace brimble {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// The app's icon, drawn: a record dot in a rounded frame, red while recording.
+QIcon appIcon(bool recording) {
+  QPixmap pixmap(64, 64);
+  pixmap.fill(Qt::transparent);
+  QPainter painter(&pixmap);
+  painter.setRenderHint(QPainter::Antialiasing);
+  painter.setPen(QPen(QColor(0x20, 0x21, 0x24), 5));
+  painter.setBrush(QColor(0xf1, 0xf3, 0xf4));
+  painter.drawRoundedRect(QRectF(4, 10, 56, 44), 10, 10);
+  painter.setPen(Qt::NoPen);
+  painter.setBrush(recording ? QColor(0xd9, 0x30, 0x25) : QColor(0x1a, 0x73, 0xe8));
+  painter.drawEllipse(QPointF(32, 32), 12, 12);
+  return QIcon(pixmap);
+}
+
+}  // namespace
+
+fs::path AppShell::captureDirectory() {
+  return CaptureHistory::defaultPath().parent_path() / "captures";
+}
+
+AppShell::AppShell(const std::string& displayName)
+    : history_(CaptureHistory::defaultPath()),
+      screens_(std::make_unique<x11::X11ScreenSource>(displayName)),
+      windows_(displayName),
+      view_(std::make_unique<QtRecordingView>(*screens_, windows_)) {
+  RecordingState::Services services{
+      *view_,
+      delivery_,
+      scheduler_,
+      steadyClock(),
+      [this] { return std::make_unique<ScreenSessionRecorder>(*screens_, steadyClock()); },
+      [this] { return settings_.load(); },
+      history_,
+      captureDirectory(),
+      [](const CompressedFrameStore& store, const fs::path& url, const SequenceOptions& options,
+         std::uint64_t budget, const SizeBudgetEncoder::PassStarted& passStarted) {
+        return SizeBudgetEncoder::encode(store, url, options, budget, passStarted);
+      }};
+  state_ = std::make_unique<RecordingState>(std::move(services));
+  view_->attach(*state_);
+  view_->onStatus = [this](const QString& text) { setStatus(text); };
+  delivery_.onPreview = [this](const fs::path& file) { showEditor(file); };
+  state_->onStateChange = [this](RecordingPhase phase) { phaseChanged(phase); };
+  state_->onEncodingProgress = [this](double progress, int pass) {
+    const QString text = pass > 1
+                             ? QString("Encoding GIF… %1% (pass %2, to fit the size limit)")
+                                   .arg(static_cast<int>(progress * 100))
+                                   .arg(pass)
+                             : QString("Encoding GIF… %1%").arg(static_cast<int>(progress * 100));
+    setStatus(text);
+    if (tray_) {
+      tray_->setToolTip("Brimble — " + text);
+    }
+  };
+
+  buildMenu();
+  if (QSystemTrayIcon::isSystemTrayAvailable()) {
+    tray_ = std::make_unique<QSystemTrayIcon>(appIcon(false));
+    tray_->setToolTip("Brimble");
+    tray_->setContextMenu(menu_.get());
+    connect(tray_.get(), &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+              if (reason == QSystemTrayIcon::Trigger) {
+                state_->handleHotkeyTrigger();
+              }
+            });
+    tray_->show();
+  } else {
+    buildMainWindow();
+  }
+}
+
+AppShell::~AppShell() = default;
+
+void AppShell::buildMenu() {
+  menu_ = std::make_unique<QMenu>();
+  menu_->addAction("Record Region", this, [this] { state_->handleRegionTrigger(); });
+  menu_->addAction("Record Window", this, [this] { state_->handleWindowTrigger(); });
+  menu_->addAction("Record Full Screen", this, [this] { state_->handleFullScreenTrigger(); });
+  stopAction_ = menu_->addAction("Stop Recording", this, [this] { state_->stopRecording(); });
+  stopAction_->setVisible(false);
+  menu_->addSeparator();
+  menu_->addAction("Library…", this, [this] { showLibrary(); });
+  menu_->addAction("Settings…", this, [this] { showSettings(); });
+  menu_->addAction("Install Command-Line Tool", this, [this] { installCommandLine(); });
+  menu_->addSeparator();
+  menu_->addAction("Quit Brimble", qApp, &QApplication::quit);
+}
+
+void AppShell::buildMainWindow() {
+  mainWindow_ = std::make_unique<QWidget>();
+  mainWindow_->setObjectName("brimble-main-window");
+  mainWindow_->setWindowTitle("Brimble");
+  mainWindow_->setWindowIcon(appIcon(false));
+  auto* column = new QVBoxLayout(mainWindow_.get());
+  auto* row = new QHBoxLayout;
+  const auto addButton = [&](const QString& text, auto action) {
+    auto* button = new QPushButton(text, mainWindow_.get());
+    connect(button, &QPushButton::clicked, this, action);
+    row->addWidget(button);
+  };
+  addButton("Region", [this] { state_->handleRegionTrigger(); });
+  addButton("Window", [this] { state_->handleWindowTrigger(); });
+  addButton("Full Screen", [this] { state_->handleFullScreenTrigger(); });
+  addButton("Library", [this] { showLibrary(); });
+  addButton("Settings", [this] { showSettings(); });
+  auto* more = new QPushButton("More", mainWindow_.get());
+  more->setMenu(menu_.get());
+  row->addWidget(more);
+  column->addLayout(row);
+  status_ = new QLabel(mainWindow_.get());
+  status_->setObjectName("status");
+  status_->setWordWrap(true);
+  status_->setMinimumWidth(360);
+  // Room for two lines, so the longest announcement never resizes or clips the window.
+  status_->setMinimumHeight(status_->fontMetrics().lineSpacing() * 2 + 4);
+  status_->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+  column->addWidget(status_);
+  setStatus(
+      QString("Press %1 to record a region.").arg(QString::fromStdString(settings_.load().hotkey)));
+  mainWindow_->show();
+}
+
+void AppShell::registerHotkey() {
+  hotkeyNotifier_.reset();
+  hotkey_.reset();
+  const std::string shortcut = settings_.load().hotkey;
+  try {
+    hotkey_ = std::make_unique<x11::X11GlobalHotkey>(shortcut);
+  } catch (const GlobalHotkeyError& error) {
+    logLine(std::string("Brimble: ") + error.what());
+    view_->showMessage(error.what(), MessageKind::warning);
+    return;
+  }
+  hotkeyNotifier_ = std::make_unique<QSocketNotifier>(hotkey_->eventFd(), QSocketNotifier::Read);
+  const auto drain = [this] {
+    for (int presses = hotkey_->takePresses(); presses > 0; --presses) {
+      state_->handleHotkeyTrigger();
+    }
+  };
+  connect(hotkeyNotifier_.get(), &QSocketNotifier::activated, this, drain);
+  // Xlib may already hold events read along with a reply; the notifier only sees new bytes.
+  scheduler_.post(drain);
+}
+
+void AppShell::showLibrary() {
+  if (!library_) {
+    library_ = std::make_unique<LibraryWindow>(history_, delivery_);
+    library_->onEdit = [this](const fs::path& file) { showEditor(file); };
+  }
+  library_->reload();
+  library_->show();
+  library_->raise();
+  library_->activateWindow();
+}
+
+void AppShell::showEditor(const fs::path& file) {
+  if (!editor_) {
+    editor_ = std::make_unique<EditorWindow>();
+    editor_->onRecordMore = [this] {
+      editor_->hide();  // out of the way of the selection; back with the new frames
+      state_->beginAppendCapture({OutputFormat::gif,
+                                  [this](const fs::path& segment) {
+                                    // Kept in the library too, so the new frames survive an editor
+                                    // closed unsaved.
+                                    history_.add(segment);
+                                    editor_->appendSegment(segment);
+                                    editor_->show();
+                                    editor_->activateWindow();
+                                  },
+                                  [this] { editor_->show(); }});
+    };
+    editor_->onSaved = [this](const fs::path& written) {
+      history_.add(written);
+      if (library_ && library_->isVisible()) {
+        library_->reload();
+      }
+    };
+  }
+  editor_->open(file);
+  editor_->show();
+  editor_->raise();
+  editor_->activateWindow();
+}
+
+void AppShell::installCommandLine() {
+  const auto resource = [](const char* name) {
+    QFile file(QString(":/brimble/") + name);
+    return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : std::string();
+  };
+  const char* home = std::getenv("HOME");
+  const fs::path homeFolder = home != nullptr ? home : "";
+  const char* data = std::getenv("XDG_DATA_HOME");
+  const fs::path dataHome =
+      data != nullptr && *data == '/' ? fs::path(data) : homeFolder / ".local" / "share";
+  try {
+    const fs::path binary =
+        CommandLineInstaller::findBinary(QCoreApplication::applicationDirPath().toStdString());
+    const fs::path bin = homeFolder / ".local" / "bin";
+    const fs::path link = CommandLineInstaller::install(binary, bin);
+    CommandLineInstaller::installDesktopEntry(QCoreApplication::applicationFilePath().toStdString(),
+                                              dataHome, resource("brimble.desktop"),
+                                              resource("brimble.svg"));
+    const char* path = std::getenv("PATH");
+    std::string text = "Installed the brimble command as " + link.string() + ".";
+    if (!CommandLineInstaller::isOnPath(bin, path != nullptr ? path : "")) {
+      text += " Add " + bin.string() + " to your PATH to run it from a terminal.";
+    }
+    view_->showMessage(text, MessageKind::information);
+  } catch (const CommandLineInstallerError& error) {
+    view_->showMessage(error.what(), MessageKind::error);
+  }
+}
+
+void AppShell::showSettings() {
+  if (!settingsWindow_) {
+    settingsWindow_ = std::make_unique<SettingsWindow>(settings_);
+    settingsWindow_->onSaved = [this](const AppSettings&) { registerHotkey(); };
+  }
+  settingsWindow_->reload();
+  settingsWindow_->show();
+  settingsWindow_->raise();
+  settingsWindow_->activateWindow();
+}
+
+void AppShell::phaseChanged(RecordingPhase phase) {
+  if (phase == RecordingPhase::idle) {
+    if (library_ && library_->isVisible()) {
+      library_->reload();
+    }
+    // An encode leaves tens of MB free in the worker threads' heaps; between recordings the
+    // app waits in the background, so hand them back.
+    scheduler_.post([] { malloc_trim(0); });
+  }
+  const bool recording = phase == RecordingPhase::recording || phase == RecordingPhase::paused;
+  if (stopAction_ != nullptr) {
+    stopAction_->setVisible(recording);
+  }
+  if (tray_) {
+    tray_->setIcon(appIcon(recording));
+    tray_->setToolTip(QString("Brimble — %1").arg(QString::fromUtf8(phaseName(phase).data())));
+  }
+  if (mainWindow_) {
+    mainWindow_->setWindowIcon(appIcon(recording));
+  }
+}
+
+void AppShell::setStatus(const QString& text) {
+  if (status_ != nullptr) {
+    status_->setText(text);
+    status_->setAccessibleName(text);
+  }
+}
+
+}  // namespace brimble

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <memory>
+
+#include <QLabel>
+#include <QMenu>
+#include <QObject>
+#include <QPointer>
+#include <QSocketNotifier>
+#include <QSystemTrayIcon>
+#include <QWidget>
+
+#include "Brimble/Library/EditorWindow.h"
+#include "Brimble/Library/LibraryWindow.h"
+#include "Brimble/Recording/QtClipDelivery.h"
+#include "Brimble/Recording/QtRecordingView.h"
+#include "Brimble/Recording/QtSessionScheduler.h"
+#include "Brimble/Recording/RecordingState.h"
+#include "Brimble/Settings/SettingsStore.h"
+#include "Brimble/Settings/SettingsWindow.h"
+#include "BrimbleCore/Automation/GlobalHotkey.h"
+#include "BrimbleCore/Capture/ScreenSource.h"
+#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
+#include "BrimbleCore/Support/CaptureHistory.h"
+
+namespace brimble {
+
+/// The application: the status-tray icon and its menu (or a small main window where the
+/// desktop has no tray), the global shortcut, and the recording session with its windows. The
+/// composition root of the desktop app. Main thread only.
+class AppShell final : public QObject {
+  Q_OBJECT
+
+ public:
+  /// `displayName` empty means $DISPLAY. Throws when no X display can be reached.
+  explicit AppShell(const std::string& displayName = {});
+  ~AppShell() override;
+
+  RecordingState& session() { return *state_; }
+  QtRecordingView& view() { return *view_; }
+  /// The main window when there is no tray; null otherwise.
+  QWidget* mainWindow() const { return mainWindow_.get(); }
+
+  /// Grabs the shortcut from the settings; on failure the user is told and the app runs on
+  /// without it.
+  void registerHotkey();
+
+  void showLibrary();
+  void showSettings();
+  void showEditor(const std::filesystem::path& file);
+  /// Links `brimble` into ~/.local/bin and adds the app to the desktop's menus.
+  void installCommandLine();
+  EditorWindow* editor() const { return editor_.get(); }
+  LibraryWindow* library() const { return library_.get(); }
+  SettingsWindow* settingsWindow() const { return settingsWindow_.get(); }
+
+  /// The folder encoded clips are kept in: $XDG_DATA_HOME/brimble/captures (with the library
+  /// index beside it).
+  static std::filesystem::path captureDirectory();
+
+ private:
+  void buildMenu();
+  void buildMainWindow();
+  void phaseChanged(RecordingPhase phase);
+  void setStatus(const QString& text);
+
+  SettingsStore settings_;
+  CaptureHistory history_;
+  std::unique_ptr<ScreenSource> screens_;
+  x11::X11WindowSystem windows_;
+  QtSessionScheduler scheduler_;
+  std::unique_ptr<QtRecordingView> view_;
+  QtClipDelivery delivery_;
+  std::unique_ptr<RecordingState> state_;
+
+  std::unique_ptr<GlobalHotkey> hotkey_;
+  std::unique_ptr<QSocketNotifier> hotkeyNotifier_;
+
+  std::unique_ptr<QMenu> menu_;
+  QAction* stopAction_ = nullptr;
+  std::unique_ptr<QSystemTrayIcon> tray_;
+  std::unique_ptr<QWidget> mainWindow_;
+  QLabel* status_ = nullptr;
+  std::unique_ptr<LibraryWindow> library_;
+  std::unique_ptr<SettingsWindow> settingsWindow_;
+  std::unique_ptr<EditorWindow> editor_;
+};
+
+}  // namespace brimble

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "BrimbleCore/Support/Clock.h"
+
+namespace brimble {
+
+/// One mark drawn over the screen during a recording.
+struct Annotation {
+  enum class Kind { stroke, arrow, rectangle };
+  struct Point {
+    int x = 0;
+    int y = 0;
+    bool operator==(const Point&) const = default;
+  };
+
+  Kind kind = Kind::stroke;
+  /// Screen coordinates: every point of a stroke; the start and end of an arrow; two opposite
+  /// corners of a rectangle.
+  std::vector<Point> points;
+  /// Seconds of recording time (pauses excluded) at which it was finished.
+  double time = 0;
+};
+
+/// The marks of one recording, stamped in recording time: the wall time since the recording
+/// started less the time spent paused, so a mark made after a pause sits where it was seen in
+/// the clip. Main thread only.
+class AnnotationStore {
+ public:
+  /// `clock` must outlive the store.
+  explicit AnnotationStore(Clock& clock) : clock_(clock) {}
+
+  /// Starts a recording: no marks, no pauses, time 0 now.
+  void startRecording();
+  void pauseRecording();
+  void resumeRecording();
+
+  /// Seconds recorded so far, pauses excluded.
+  double recordingTime() const;
+  /// Keeps `annotation`, stamped with the recording time now.
+  const Annotation& add(Annotation annotation);
+
+  const std::vector<Annotation>& annotations() const noexcept { return annotations_; }
+  bool isPaused() const noexcept { return pauseStartDate_.has_value(); }
+
+ private:
+  Clock& clock_;
+  Clock::TimePoint recordingStartDate_{};
+  Clock::Duration totalPausedDuration_{};
+  std::optional<Clock::TimePoint> pauseStartDate_;
+  std::vector<Annotation> annotations_;
+};
+
+}  // namespace brimble

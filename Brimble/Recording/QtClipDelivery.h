@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+
+#include <QObject>
+
+#include "Brimble/Recording/ClipDelivery.h"
+
+namespace brimble {
+
+/// ClipDelivery over Qt: the clipboard offers the clip as image data, as a file URI list and as
+/// GNOME's copied-files type, so chats, browsers and file managers each find what they paste;
+/// X11 has no clipboard store, so the app keeps serving it while it runs. Saving asks through
+/// QFileDialog, sharing opens the file with the desktop's default handler. Main thread only.
+class QtClipDelivery final : public QObject, public ClipDelivery {
+  Q_OBJECT
+
+ public:
+  QtClipDelivery() = default;
+
+  /// Opens the preview window; the shell sets it.
+  std::function<void(const std::filesystem::path&)> onPreview;
+
+  void copyToClipboard(const std::filesystem::path& file, OutputFormat format) override;
+  std::optional<std::filesystem::path> chooseSaveLocation(const std::filesystem::path& suggested,
+                                                          OutputFormat format) override;
+  void share(const std::filesystem::path& file) override;
+  void openPreview(const std::filesystem::path& file) override;
+};
+
+}  // namespace brimble

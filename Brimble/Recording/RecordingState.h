@@ -1,0 +1,190 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <string>
+
+#include "Brimble/Recording/AnnotationStore.h"
+#include "Brimble/Recording/ClipDelivery.h"
+#include "Brimble/Recording/RecordingPhase.h"
+#include "Brimble/Recording/RecordingView.h"
+#include "Brimble/Recording/SessionRecorder.h"
+#include "Brimble/Recording/SessionScheduler.h"
+#include "Brimble/Settings/AppSettings.h"
+#include "BrimbleCore/Encoding/SizeBudgetEncoder.h"
+#include "BrimbleCore/Support/CaptureHistory.h"
+#include "BrimbleCore/Support/Clock.h"
+
+namespace brimble {
+
+/// A recording whose result goes to an existing clip ("record more" in the editor) instead of
+/// the clipboard, a file or the share handler.
+struct AppendSession {
+  OutputFormat format = OutputFormat::gif;
+  /// Called with the finished segment's file.
+  std::function<void(const std::filesystem::path&)> onSegmentReady;
+  /// Called when the session ends without a segment (cancelled or failed).
+  std::function<void()> onCancelled;
+};
+
+/// The coordinator of one desktop recording at a time: from a trigger through selection, an
+/// optional countdown, recording with pause and resume, to encoding and delivery to the
+/// clipboard, a file or the desktop's handler, and into the library. `transition` is the only
+/// way the phase changes. Main thread only; encoding runs through the scheduler's worker.
+class RecordingState {
+ public:
+  /// Encodes a finished recording to a file; SizeBudgetEncoder::encode in the application.
+  using ClipEncoder = std::function<SizeBudgetEncoder::Result(
+      const CompressedFrameStore&, const std::filesystem::path&, const SequenceOptions&,
+      std::uint64_t budgetBytes, const SizeBudgetEncoder::PassStarted&)>;
+
+  /// What the session works with; everything referenced must outlive it.
+  struct Services {
+    RecordingView& view;
+    ClipDelivery& delivery;
+    SessionScheduler& scheduler;
+    Clock& clock;
+    std::function<std::unique_ptr<SessionRecorder>()> makeRecorder;
+    /// Read at each step that needs a preference, so changes apply to the next session.
+    std::function<AppSettings()> settings;
+    const CaptureHistory& history;
+    /// Where encoded clips are kept (the library's folder).
+    std::filesystem::path captureDirectory;
+    ClipEncoder encoder;
+  };
+
+  explicit RecordingState(Services services);
+  RecordingState(const RecordingState&) = delete;
+  RecordingState& operator=(const RecordingState&) = delete;
+  /// Discards a recording in progress; a running encode is cancelled.
+  ~RecordingState();
+
+  RecordingPhase phase() const noexcept { return phase_; }
+  double encodingProgress() const noexcept { return encodingProgress_; }
+  int encodingPass() const noexcept { return encodingPass_; }
+  bool isSavingToDisk() const noexcept { return isSavingToDisk_; }
+  CaptureMode captureMode() const noexcept { return captureMode_; }
+  /// The region being selected or recorded.
+  const ScreenRect& selectedRegion() const noexcept { return selectedRegion_; }
+  /// Seconds recorded so far, pauses excluded.
+  double elapsedRecordingTime() const;
+  /// The last clip delivered, for "record more" and the tests.
+  const std::optional<std::filesystem::path>& lastClip() const noexcept { return lastClip_; }
+
+  /// Called with every new phase; the shell drives the status item with it.
+  std::function<void(RecordingPhase)> onStateChange;
+  /// Called as an encode advances, with the progress of its pass (0 to 1) and the pass number.
+  std::function<void(double progress, int pass)> onEncodingProgress;
+
+  /// The global hotkey: selection when idle, cancel before recording, stop while recording,
+  /// cancel while encoding.
+  void handleHotkeyTrigger();
+  /// Menu triggers; they act only when idle.
+  void handleRegionTrigger();
+  void handleWindowTrigger();
+  void handleFullScreenTrigger();
+
+  void startSelection();
+  void startWindowSelection();
+  /// The overlay reports a drawn region: ready for adjustment, or straight on to the countdown
+  /// when `autoStartAfterRegionSelection` is on.
+  void regionSelected(const ScreenRect& region);
+  /// The overlay reports the region moved or resized while ready.
+  void adjustRegion(const ScreenRect& region);
+  void enterReady(const ScreenRect& region);
+  void startFromReady();
+  void startWindow(std::uint32_t windowID);
+  void startFullScreen();
+
+  /// A key pressed in one of the session's windows, as a Qt key code; true when it was handled
+  /// (and is consumed).
+  bool handleKey(int qtKey, bool shift);
+
+  void togglePause();
+  /// Shows or hides the drawing layer during a recording (key A).
+  void toggleAnnotationMode();
+  /// A mark finished on the drawing layer; stamped in recording time.
+  void addAnnotation(Annotation annotation);
+  const AnnotationStore& annotationStore() const noexcept { return annotationStore_; }
+  bool isAnnotating() const noexcept { return annotating_; }
+  /// Stop, encode, copy to the clipboard.
+  void stopRecording();
+  /// Stop, encode, write to a file chosen in a save dialog.
+  void stopAndSaveToFile();
+  /// Stop, encode, hand to the desktop's default handler.
+  void stopAndShare();
+  /// Abandons selection, countdown or recording, discarding everything.
+  void cancelSelection();
+  void cancelEncoding();
+  /// Starts a region selection whose recording is handed to `session` when it is done; only
+  /// when idle.
+  void beginAppendCapture(AppendSession session);
+
+  /// The timer text for `seconds`: "%02d:%02d" (minutes, seconds), and its spoken form.
+  static std::string timerText(double seconds);
+  static std::string timerAccessibleText(double seconds);
+  /// "3 seconds remaining until recording starts".
+  static std::string countdownAccessibleText(int seconds);
+
+ private:
+  enum class Delivery { copy, save, share };
+
+  void transition(RecordingPhase phase);
+  std::string announcement(RecordingPhase from, RecordingPhase to) const;
+  void runCountdownOrStart(const RecordingTarget& target);
+  void countdownTick();
+  void finishCountdown();
+  void performCapture(const RecordingTarget& target);
+  void recordingTick();
+  void stopAndDeliver(Delivery delivery);
+  void encodingFinished(Delivery delivery, std::uint64_t generation,
+                        const SizeBudgetEncoder::Result& result, const std::string& failure,
+                        const std::filesystem::path& output);
+  void deliver(Delivery delivery, const std::filesystem::path& output, int frames);
+  void reportEncodingFailure(Delivery delivery, OutputFormat format, const std::string& error);
+  void tearDownSession();
+  /// Tells a pending append session it gets nothing, and forgets it.
+  void cancelAppend();
+  void hideAnnotations();
+  std::filesystem::path newCapturePath(OutputFormat format) const;
+
+  Services services_;
+
+  RecordingPhase phase_ = RecordingPhase::idle;
+  double encodingProgress_ = 0;
+  int encodingPass_ = 1;
+  bool isSavingToDisk_ = false;
+  CaptureMode captureMode_ = CaptureMode::region;
+  ScreenRect selectedRegion_{};
+  std::unique_ptr<SessionRecorder> screenRecorder_;
+  bool keyboardMonitorInstalled_ = false;
+
+  std::optional<RecordingTarget> countdownTarget_;
+  int countdownRemaining_ = 0;
+  std::unique_ptr<ScheduledTimer> countdownTimer_;
+  std::unique_ptr<ScheduledTimer> displayTimer_;
+
+  /// Recording time (start, pauses) lives in the annotation store, which stamps marks with it.
+  AnnotationStore annotationStore_;
+  Clock::TimePoint recordingStartDate_{};
+  bool annotating_ = false;
+  bool annotationLayerShown_ = false;
+  double maxRecordingDuration_ = 0;
+  double inactivityTimeout_ = 0;
+
+  /// Each encode gets a number; results of a cancelled one arrive with a stale number and are
+  /// dropped.
+  std::uint64_t encodingGeneration_ = 0;
+  std::stop_source encodingStop_;
+  std::optional<std::filesystem::path> lastClip_;
+  std::optional<AppendSession> pendingAppend_;
+  /// Posted calls and encode completions hold it weakly: they do nothing once the session is
+  /// gone.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace brimble

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "BrimbleCore/Encoding/OutputFormat.h"
+
+namespace brimble {
+
+/// The encoding presets: every preset but `custom` decides frame diffing, deduplication and the
+/// file-size budget itself.
+enum class QualityPreset { small, balanced, high, custom };
+
+/// "small", "balanced", "high", "custom".
+std::string_view rawValue(QualityPreset preset) noexcept;
+std::optional<QualityPreset> qualityPresetFromRawValue(std::string_view text) noexcept;
+
+/// The application's preferences as values; the SettingsStore reads and writes them. A plain
+/// value, so the recording session can be tested without a settings file.
+struct AppSettings {
+  /// Seconds; a recording stops by itself after this long (0: never).
+  double maxRecordingDuration = 300;
+  /// Seconds without a change on screen after which a recording stops (0: never).
+  double inactivityTimeout = 0;
+  /// Seconds of countdown before capture (0: none).
+  int countdownDelay = 3;
+  OutputFormat outputFormat = OutputFormat::gif;
+  int frameRate = 24;
+  int loopCount = 0;
+  bool showCursor = true;
+  std::filesystem::path defaultSaveLocation;
+  QualityPreset qualityPreset = QualityPreset::balanced;
+  /// Used only by the `custom` preset.
+  bool frameDiffing = true;
+  bool frameDeduplication = true;
+  /// Used only by the `custom` preset; 0: no budget.
+  int maxFileSizeKB = 0;
+  int webpQuality = 80;
+  bool webpLossless = false;
+  bool autoStartAfterRegionSelection = false;
+  bool showPreviewAfterCapture = false;
+  /// The global shortcut in Qt's portable text ("Ctrl+Shift+G").
+  std::string hotkey = "Ctrl+Shift+G";
+};
+
+/// What an encode uses once the preset has been applied.
+struct EncodingSettings {
+  OutputFormat format = OutputFormat::gif;
+  int frameRate = 24;
+  int loopCount = 0;
+  bool frameDiffing = true;
+  bool frameDeduplication = true;
+  int maxFileSizeKB = 0;
+  int webpQuality = 80;
+  bool webpLossless = false;
+};
+
+/// The effective encoding settings: the preset forces diffing, deduplication and the budget
+/// unless it is `custom`.
+EncodingSettings effectiveEncoding(const AppSettings& settings);
+
+}  // namespace brimble

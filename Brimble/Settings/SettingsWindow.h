@@ -1,0 +1,54 @@
+#pragma once
+
+#include <functional>
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QKeySequenceEdit>
+#include <QLineEdit>
+#include <QSpinBox>
+#include <QWidget>
+
+#include "Brimble/Settings/SettingsStore.h"
+
+namespace brimble {
+
+/// The preferences window over the settings store: recording limits and countdown, output
+/// format and quality, deliveries, and the global shortcut. Saving writes every key and tells
+/// `onSaved`. Main thread only.
+class SettingsWindow final : public QWidget {
+  Q_OBJECT
+
+ public:
+  /// `store` must outlive the window.
+  explicit SettingsWindow(const SettingsStore& store);
+
+  /// Shows what the store holds now.
+  void reload();
+
+  std::function<void(const AppSettings&)> onSaved;
+
+ private:
+  void save();
+
+  const SettingsStore& store_;
+  QSpinBox* maxDuration_;
+  QSpinBox* inactivity_;
+  QComboBox* countdown_;
+  QComboBox* format_;
+  QComboBox* frameRate_;
+  QSpinBox* loopCount_;
+  QCheckBox* showCursor_;
+  QLineEdit* saveLocation_;
+  QComboBox* preset_;
+  QCheckBox* frameDiffing_;
+  QCheckBox* dedup_;
+  QSpinBox* maxFileSize_;
+  QSpinBox* webpQuality_;
+  QCheckBox* webpLossless_;
+  QCheckBox* autoStart_;
+  QCheckBox* preview_;
+  QKeySequenceEdit* hotkey_;
+};
+
+}  // namespace brimble

@@ -1,0 +1,75 @@
+#pragma once
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "BrimbleCore/Capture/ScreenRect.h"
+#include "BrimbleCore/Encoding/Frame.h"
+
+namespace brimble {
+
+class ClipEditError : public std::runtime_error {
+ public:
+  enum class Code { invalidTrim, cropOutside, invalidSpeed };
+
+  static ClipEditError invalidTrim(double start, double end, double duration);
+  static ClipEditError cropOutside(const ScreenRect& crop, int width, int height);
+  static ClipEditError invalidSpeed(double speed);
+
+  Code code() const noexcept { return code_; }
+
+ private:
+  ClipEditError(Code code, const std::string& description)
+      : std::runtime_error(description), code_(code) {}
+
+  Code code_;
+};
+
+/// Edits of a finished clip, as the editor window and `brimble process` make them.
+struct ClipEdit {
+  /// Seconds of the clip's timeline: the part from `trimStart` up to `trimEnd` is kept.
+  std::optional<double> trimStart;
+  std::optional<double> trimEnd;
+  /// The rectangle of each frame to keep, in the frame's pixels.
+  std::optional<ScreenRect> crop;
+  /// Playback speed factor: 2 plays twice as fast.
+  double speed = 1;
+};
+
+/// Trim, crop and speed for decoded clips. Stateless; any thread.
+class ClipEditor {
+ public:
+  /// Length of `frames` in seconds (the sum of their delays).
+  static double duration(const std::vector<ProcessedFrame>& frames);
+
+  /// The part of the timeline from `start` to `end` seconds: frames entirely outside go, frames
+  /// across a boundary keep only their time inside. Throws ClipEditError::invalidTrim when the
+  /// range is empty or starts past the end.
+  static std::vector<ProcessedFrame> trim(const std::vector<ProcessedFrame>& frames, double start,
+                                          double end);
+  /// Every frame cut to `rect`. Throws ClipEditError::cropOutside when `rect` is empty or not
+  /// inside the frames.
+  static std::vector<ProcessedFrame> crop(const std::vector<ProcessedFrame>& frames,
+                                          const ScreenRect& rect);
+  /// Delays divided by `speed`. Throws ClipEditError::invalidSpeed outside 0.01 to 100.
+  static std::vector<ProcessedFrame> changeSpeed(const std::vector<ProcessedFrame>& frames,
+                                                 double speed);
+  /// `clip` followed by `segment`, whose frames are resized to the clip's frame size when theirs
+  /// differs, so a segment recorded later joins the clip seamlessly.
+  static std::vector<ProcessedFrame> append(const std::vector<ProcessedFrame>& clip,
+                                            const std::vector<ProcessedFrame>& segment);
+  /// Trim, then crop, then speed, as far as `edit` asks.
+  static std::vector<ProcessedFrame> apply(const std::vector<ProcessedFrame>& frames,
+                                           const ClipEdit& edit);
+
+  /// Parses "START:END" in seconds, either side may be empty ("2:", ":4.5"). No value for
+  /// anything else.
+  static std::optional<std::pair<std::optional<double>, std::optional<double>>> parseTrim(
+      const std::string& text);
+  /// Parses "X,Y,WIDTH,HEIGHT". No value for anything else.
+  static std::optional<ScreenRect> parseCrop(const std::string& text);
+};
+
+}  // namespace brimble

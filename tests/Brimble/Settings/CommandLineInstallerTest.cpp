@@ -1,0 +1,70 @@
+#include "Brimble/Settings/CommandLineInstaller.h"
+
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "tests/Support/ErrorText.h"
+#include "tests/Support/TempDirectory.h"
+
+namespace brimble {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string contents(const fs::path& file) {
+  std::ifstream stream(file);
+  std::ostringstream text;
+  text << stream.rdbuf();
+  return text.str();
+}
+
+TEST(CommandLineInstaller, LinksTheCommandAndReplacesOnlyItsOwnLink) {
+  testing::TempDirectory folder;
+  fs::create_directories(folder / "app" / "cli");
+  fs::create_directories(folder / "app" / "Brimble");
+  std::ofstream(folder / "app" / "cli" / "brimble") << "#!/bin/sh\n";
+  // In the build tree the command sits in cli/ beside the app's folder.
+  const fs::path binary = CommandLineInstaller::findBinary(folder / "app" / "Brimble");
+  EXPECT_EQ(binary, fs::canonical(folder / "app" / "cli" / "brimble"));
+  EXPECT_EQ(testing::errorText<CommandLineInstallerError>(
+                [&] { CommandLineInstaller::findBinary(folder / "nowhere"); }),
+            "The brimble command was not found next to the app in " +
+                (folder / "nowhere").string() + ".");
+
+  const fs::path bin = folder / "home" / ".local" / "bin";
+  const fs::path link = CommandLineInstaller::install(binary, bin);
+  EXPECT_EQ(link, bin / "brimble");
+  EXPECT_EQ(fs::read_symlink(link), binary);
+  // Again, from elsewhere: the old link is replaced.
+  std::ofstream(folder / "other") << "x";
+  CommandLineInstaller::install(folder / "other", bin);
+  EXPECT_EQ(fs::read_symlink(link), folder / "other");
+  // A real file of that name is the user's: left alone.
+  fs::remove(link);
+  std::ofstream(link) << "mine";
+  EXPECT_EQ(testing::errorText<CommandLineInstallerError>(
+                [&] { CommandLineInstaller::install(binary, bin); }),
+            link.string() +
+                " already exists and is not a link to Brimble; move it away and try "
+                "again.");
+  EXPECT_EQ(contents(link), "mine");
+
+  EXPECT_TRUE(CommandLineInstaller::isOnPath("/home/u/.local/bin", "/usr/bin:/home/u/.local/bin/"));
+  EXPECT_FALSE(CommandLineInstaller::isOnPath("/home/u/.local/bin", "/usr/bin:/home/u/bin"));
+}
+
+TEST(CommandLineInstaller, DesktopEntryStartsThisAppAndTheIconGoesWhereMenusLook) {
+  testing::TempDirectory folder;
+  CommandLineInstaller::installDesktopEntry("/opt/my apps/brimble-app", folder.path(),
+                                            "[Desktop Entry]\nName=Brimble\nExec=brimble-app\n"
+                                            "Icon=brimble\n",
+                                            "<svg/>");
+  EXPECT_EQ(contents(folder / "applications" / "brimble.desktop"),
+            "[Desktop Entry]\nName=Brimble\nExec=\"/opt/my apps/brimble-app\"\nIcon=brimble\n");
+  EXPECT_EQ(contents(folder / "icons" / "hicolor" / "scalable" / "apps" / "brimble.svg"), "<svg/>");
+}
+
+}  // namespace
+}  // namespace brimble

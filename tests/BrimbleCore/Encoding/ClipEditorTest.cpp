@@ -1,0 +1,130 @@
+#include "BrimbleCore/Encoding/ClipEditor.h"
+
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/Support/ErrorText.h"
+#include "tests/Support/Images.h"
+
+namespace brimble {
+namespace {
+
+/// Frames 0.5, 1, 0.25 s long, 8x6, each pixel's red its x, green its y and blue the frame.
+std::vector<ProcessedFrame> clip() {
+  std::vector<ProcessedFrame> frames;
+  const double delays[] = {0.5, 1.0, 0.25};
+  for (int i = 0; i < 3; ++i) {
+    ProcessedFrame frame;
+    frame.image = testing::imageOf(8, 6, [i](int x, int y) {
+      return testing::Pixel{static_cast<std::uint8_t>(x), static_cast<std::uint8_t>(y),
+                            static_cast<std::uint8_t>(i)};
+    });
+    frame.delay = delays[i];
+    frames.push_back(frame);
+  }
+  return frames;
+}
+
+std::vector<double> delays(const std::vector<ProcessedFrame>& frames) {
+  std::vector<double> result;
+  for (const ProcessedFrame& frame : frames) {
+    result.push_back(frame.delay);
+  }
+  return result;
+}
+
+TEST(ClipEditor, TrimKeepsTheTimeInsideTheRangeEvenAcrossFrames) {
+  // 0 - 0.5 - 1.5 - 1.75: from 0.25 to 1.6 keeps 0.25 of the first, all of the second, 0.1 of
+  // the third.
+  const auto trimmed = ClipEditor::trim(clip(), 0.25, 1.6);
+  ASSERT_EQ(trimmed.size(), 3u);
+  EXPECT_DOUBLE_EQ(trimmed[0].delay, 0.25);
+  EXPECT_DOUBLE_EQ(trimmed[1].delay, 1.0);
+  EXPECT_NEAR(trimmed[2].delay, 0.1, 1e-9);
+  // A range inside one frame keeps that frame alone; an end past the clip is its end.
+  const auto inner = ClipEditor::trim(clip(), 0.6, 0.9);
+  ASSERT_EQ(inner.size(), 1u);
+  EXPECT_EQ(inner[0].image.bytes()[0], 1);  // blue of frame 1
+  EXPECT_EQ(delays(ClipEditor::trim(clip(), 1.5, 99)), (std::vector<double>{0.25}));
+
+  EXPECT_EQ(testing::errorText<ClipEditError>([] { ClipEditor::trim(clip(), 2, 3); }),
+            "Can't trim from 2.00 s to 1.75 s: the clip is 1.75 s long and the start must come "
+            "before the end.");
+  EXPECT_EQ(testing::errorText<ClipEditError>([] { ClipEditor::trim(clip(), 1, 1); }),
+            "Can't trim from 1.00 s to 1.00 s: the clip is 1.75 s long and the start must come "
+            "before the end.");
+}
+
+TEST(ClipEditor, CropCutsEveryFrameAndRefusesRectanglesOutside) {
+  const auto cropped = ClipEditor::crop(clip(), {2, 1, 3, 4});
+  ASSERT_EQ(cropped.size(), 3u);
+  for (std::size_t i = 0; i < cropped.size(); ++i) {
+    const Image& image = cropped[i].image;
+    ASSERT_EQ(image.width(), 3);
+    ASSERT_EQ(image.height(), 4);
+    // Pixel (0,0) of the crop was (2,1): red 2, green 1.
+    EXPECT_EQ(image.row(0)[2], 2);
+    EXPECT_EQ(image.row(0)[1], 1);
+    // The last pixel was (4,4).
+    EXPECT_EQ(image.row(3)[2 * 4 + 2], 4);
+    EXPECT_EQ(image.row(3)[2 * 4 + 1], 4);
+    EXPECT_EQ(image.row(0)[0], i);
+  }
+  EXPECT_EQ(testing::errorText<ClipEditError>([] {
+              ClipEditor::crop(clip(), {6, 0, 3, 2});
+            }),
+            "Can't crop to 6,0 3x2: the rectangle must lie inside the 8x6 frames.");
+  EXPECT_NE(testing::errorText<ClipEditError>([] {
+              ClipEditor::crop(clip(), {0, 0, 0, 2});
+            }),
+            "(no error)");
+}
+
+TEST(ClipEditor, ApplyTrimsThenCropsThenSpeedsUpAndParsesTheCommandLineForms) {
+  ClipEdit edit;
+  edit.trimStart = 0.5;
+  edit.crop = ScreenRect{0, 0, 4, 4};
+  edit.speed = 2;
+  const auto edited = ClipEditor::apply(clip(), edit);
+  EXPECT_EQ(delays(edited), (std::vector<double>{0.5, 0.125}));
+  EXPECT_EQ(edited[0].image.width(), 4);
+  EXPECT_EQ(testing::errorText<ClipEditError>([] { ClipEditor::changeSpeed(clip(), 0); }),
+            "Can't play at 0x: the speed must be between 0.01 and 100.");
+
+  using Range = std::pair<std::optional<double>, std::optional<double>>;
+  EXPECT_EQ(ClipEditor::parseTrim("1.5:4"), (Range{1.5, 4.0}));
+  EXPECT_EQ(ClipEditor::parseTrim("2:"), (Range{2.0, std::nullopt}));
+  EXPECT_EQ(ClipEditor::parseTrim(":3"), (Range{std::nullopt, 3.0}));
+  for (const char* bad : {":", "1-2", "a:2", "1:2:3", "-1:2"}) {
+    EXPECT_FALSE(ClipEditor::parseTrim(bad)) << bad;
+  }
+  EXPECT_EQ(ClipEditor::parseCrop("10,20,300,200"), (ScreenRect{10, 20, 300, 200}));
+  for (const char* bad : {"10,20,300", "1,2,0,4", "a,b,c,d", "1,2,3,4,5", "-1,0,2,2"}) {
+    EXPECT_FALSE(ClipEditor::parseCrop(bad)) << bad;
+  }
+}
+
+TEST(ClipEditor, AppendJoinsASegmentAtTheClipsSize) {
+  std::vector<ProcessedFrame> segment(2);
+  for (ProcessedFrame& frame : segment) {
+    frame.image = testing::solidImage(16, 12, {200, 100, 50});
+    frame.delay = 0.1;
+  }
+  const auto joined = ClipEditor::append(clip(), segment);
+  ASSERT_EQ(joined.size(), 5u);
+  EXPECT_EQ(delays(joined), (std::vector<double>{0.5, 1.0, 0.25, 0.1, 0.1}));
+  for (const ProcessedFrame& frame : joined) {
+    EXPECT_EQ(frame.image.width(), 8);
+    EXPECT_EQ(frame.image.height(), 6);
+  }
+  // A solid picture stays that colour when scaled.
+  const auto pixel = joined[4].image.toBGRA8().row(3).subspan(4 * 4, 3);
+  EXPECT_NEAR(pixel[2], 200, 2);
+  EXPECT_NEAR(pixel[1], 100, 2);
+  EXPECT_NEAR(pixel[0], 50, 2);
+  EXPECT_EQ(ClipEditor::append({}, segment).size(), 2u);
+}
+
+}  // namespace
+}  // namespace brimble

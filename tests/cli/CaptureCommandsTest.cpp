@@ -138,26 +138,35 @@ double powerAt(const std::vector<float>& samples, double frequency, int sampleRa
   return power / static_cast<double>(samples.size() * samples.size());
 }
 
-TEST(BrimbleRecord, AnMP4WithAudioHasTheToneThatPlayedAndEndsWithItsFrames) {
-  const auto display = x11::HeadlessDisplay::start();
-  const TestWindow red({"--color", "ff0000", "--size", "320x200"});
-  TempDirectory directory;
-  const PrivateSoundServer sound;
-  // 660 Hz at half scale, looped longer than the recording, played into the private server.
+/// A sine of `frequency` Hz at half scale, `seconds` long (longer than the recording that hears
+/// it), playing into `sound` until the returned process ends.
+Subprocess playTone(const PrivateSoundServer& sound, const fs::path& directory, double frequency,
+                    int seconds) {
   const int rate = 48000;
+  const fs::path file = directory / "tone.f32";
   {
-    std::ofstream tone(directory / "tone.f32", std::ios::binary);
-    for (int i = 0; i < rate * 20; ++i) {
-      const float sample = static_cast<float>(0.5 * std::sin(2 * M_PI * 660 * i / rate));
+    std::ofstream tone(file, std::ios::binary);
+    for (int i = 0; i < rate * seconds; ++i) {
+      const float sample = static_cast<float>(0.5 * std::sin(2 * M_PI * frequency * i / rate));
       tone.write(reinterpret_cast<const char*>(&sample), sizeof sample);
     }
   }
   SpawnOptions player;
   player.environment = {"PULSE_SERVER=" + sound.address()};
-  Subprocess pacat = Subprocess::spawn({"pacat", "--raw", "--format=float32le", "--rate=48000",
-                                        "--channels=1", (directory / "tone.f32").string()},
-                                       player);
+  Subprocess pacat = Subprocess::spawn(
+      {"pacat", "--raw", "--format=float32le", "--rate=48000", "--channels=1", file.string()},
+      player);
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  return pacat;
+}
+
+TEST(BrimbleRecord, AnMP4WithAudioHasTheToneThatPlayedAndEndsWithItsFrames) {
+  const auto display = x11::HeadlessDisplay::start();
+  const TestWindow red({"--color", "ff0000", "--size", "320x200"});
+  TempDirectory directory;
+  const PrivateSoundServer sound;
+  const int rate = 48000;
+  const Subprocess player = playTone(sound, directory.path(), 660, 20);
 
   const auto out = directory / "window.mp4";
   const auto result = runCommand(brimble("record --window " + std::to_string(red.id()) +
@@ -203,19 +212,7 @@ TEST(BrimbleRun, AScriptsRecordWithAudioSoundsOnlyWhereThatSegmentPlays) {
   TempDirectory directory;
   const PrivateSoundServer sound;
   const int rate = 48000;
-  {
-    std::ofstream tone(directory / "tone.f32", std::ios::binary);
-    for (int i = 0; i < rate * 30; ++i) {
-      const float sample = static_cast<float>(0.5 * std::sin(2 * M_PI * 880 * i / rate));
-      tone.write(reinterpret_cast<const char*>(&sample), sizeof sample);
-    }
-  }
-  SpawnOptions player;
-  player.environment = {"PULSE_SERVER=" + sound.address()};
-  Subprocess pacat = Subprocess::spawn({"pacat", "--raw", "--format=float32le", "--rate=48000",
-                                        "--channels=1", (directory / "tone.f32").string()},
-                                       player);
-  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  const Subprocess player = playTone(sound, directory.path(), 880, 30);
   // A segment with sound, then one without: the second half of the video is silent.
   const auto out = directory / "demo.mp4";
   testing::writeFile(directory / "demo.brim", "set output \"" + out.string() +

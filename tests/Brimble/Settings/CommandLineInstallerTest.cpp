@@ -1,24 +1,17 @@
 #include "Brimble/Settings/CommandLineInstaller.h"
 
 #include <fstream>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
 #include "tests/Support/ErrorText.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string contents(const fs::path& file) {
-  std::ifstream stream(file);
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return text.str();
-}
 
 TEST(CommandLineInstaller, LinksTheCommandAndReplacesOnlyItsOwnLink) {
   testing::TempDirectory folder;
@@ -49,7 +42,7 @@ TEST(CommandLineInstaller, LinksTheCommandAndReplacesOnlyItsOwnLink) {
             link.string() +
                 " already exists and is not a link to Brimble; move it away and try "
                 "again.");
-  EXPECT_EQ(contents(link), "mine");
+  EXPECT_EQ(testing::readFile(link), "mine");
 
   EXPECT_TRUE(CommandLineInstaller::isOnPath("/home/u/.local/bin", "/usr/bin:/home/u/.local/bin/"));
   EXPECT_FALSE(CommandLineInstaller::isOnPath("/home/u/.local/bin", "/usr/bin:/home/u/bin"));
@@ -61,9 +54,9 @@ TEST(CommandLineInstaller, DesktopEntryStartsThisAppAndTheIconGoesWhereMenusLook
                                             "[Desktop Entry]\nName=Brimble\nExec=brimble-app\n"
                                             "Icon=brimble\n",
                                             "<svg/>");
-  EXPECT_EQ(contents(folder / "applications" / "brimble.desktop"),
+  EXPECT_EQ(testing::readFile(folder / "applications" / "brimble.desktop"),
             "[Desktop Entry]\nName=Brimble\nExec=\"/opt/my apps/brimble-app\"\nIcon=brimble\n");
-  EXPECT_EQ(contents(folder / "icons" / "hicolor" / "scalable" / "apps" / "brimble.svg"), "<svg/>");
+  EXPECT_EQ(testing::readFile(folder / "icons" / "hicolor" / "scalable" / "apps" / "brimble.svg"), "<svg/>");
 }
 
 }  // namespace

@@ -2,24 +2,17 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/Files.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string contents(const fs::path& file) {
-  std::ifstream stream(file);
-  std::ostringstream text;
-  text << stream.rdbuf();
-  return text.str();
-}
 
 TEST(SettingsStore, LivesUnderTheXDGConfigFolderAndWritesTheCamelCaseKeys) {
   testing::TempDirectory folder;
@@ -41,7 +34,7 @@ TEST(SettingsStore, LivesUnderTheXDGConfigFolderAndWritesTheCamelCaseKeys) {
   settings.countdownDelay = 0;
   settings.defaultSaveLocation = "/srv/clips";
   store.save(settings);
-  const std::string text = contents(store.file());
+  const std::string text = testing::readFile(store.file());
   for (const char* line :
        {"maxRecordingDuration=300", "inactivityTimeout=0", "countdownDelay=0", "outputFormat=webp",
         "frameRate=24", "showCursor=true", "defaultSaveLocation=/srv/clips", "qualityPreset=custom",

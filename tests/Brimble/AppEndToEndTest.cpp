@@ -323,12 +323,12 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
   EXPECT_TRUE(near(more->frames.back(), centreX, centreY, 0xffff00));
 }
 
-class AppDrawing : public App {
+class AppWithoutCountdown : public App {
  protected:
   std::string settings() const override { return "countdownDelay=0\n"; }
 };
 
-TEST_F(AppDrawing, MarksDrawnDuringARegionRecordingAppearInItFromWhenTheyWereDrawn) {
+TEST_F(AppWithoutCountdown, MarksDrawnDuringARegionRecordingAppearInItFromWhenTheyWereDrawn) {
   testing::TestWindow client(
       {"--position", "200,200", "--size", "400x300", "--color", "3366cc", "--title", "annotated"});
   const auto window = windowTitled("annotated");
@@ -361,11 +361,6 @@ TEST_F(AppDrawing, MarksDrawnDuringARegionRecordingAppearInItFromWhenTheyWereDra
   // Off the stroke the window is untouched.
   EXPECT_TRUE(near(gif->frames.back(), x, y - 150 + 40, 0x3366cc));
 }
-
-class AppWithoutCountdown : public App {
- protected:
-  std::string settings() const override { return "countdownDelay=0\n"; }
-};
 
 TEST_F(AppWithoutCountdown, WindowPickPauseSaveLibraryAndFullScreen) {
   testing::TestWindow client(

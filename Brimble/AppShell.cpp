@@ -57,9 +57,10 @@ AppShell::AppShell(const std::string& displayName)
       [this] { return settings_.load(); },
       history_,
       captureDirectory(),
-      [](const CompressedFrameStore& store, const fs::path& url, const SequenceOptions& options,
-         std::uint64_t budget, const SizeBudgetEncoder::PassStarted& passStarted) {
-        return SizeBudgetEncoder::encode(store, url, options, budget, passStarted);
+      [](int count, const FrameSupplier& frameAt, const fs::path& url,
+         const SequenceOptions& options, std::uint64_t budget,
+         const SizeBudgetEncoder::PassStarted& passStarted) {
+        return SizeBudgetEncoder::encode(count, frameAt, url, options, budget, passStarted);
       }};
   state_ = std::make_unique<RecordingState>(std::move(services));
   view_->attach(*state_);

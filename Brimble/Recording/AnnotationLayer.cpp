@@ -10,8 +10,8 @@ namespace brimble {
 
 namespace {
 
-constexpr int kPenWidth = 5;
-const QColor kMarkColor(235, 40, 40);
+constexpr int kPenWidth = Annotation::kPenWidth;
+const QColor kMarkColor(Annotation::kRed, Annotation::kGreen, Annotation::kBlue);
 
 QPointF toPoint(const Annotation::Point& point) {
   return {static_cast<double>(point.x), static_cast<double>(point.y)};
@@ -51,8 +51,8 @@ QPainterPath AnnotationLayer::pathOf(const Annotation& annotation) {
       path.moveTo(first);
       path.lineTo(last);
       const double angle = std::atan2(last.y() - first.y(), last.x() - first.x());
-      constexpr double kHead = 18;
-      constexpr double kSpread = 0.45;
+      constexpr double kHead = Annotation::kArrowHeadLength;
+      constexpr double kSpread = Annotation::kArrowHeadSpread;
       path.moveTo(last);
       path.lineTo(last -
                   QPointF(kHead * std::cos(angle - kSpread), kHead * std::sin(angle - kSpread)));

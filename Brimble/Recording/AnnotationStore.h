@@ -16,6 +16,13 @@ struct Annotation {
     bool operator==(const Point&) const = default;
   };
 
+  /// How marks look, on the screen and in frames they are drawn into, in screen pixels.
+  static constexpr int kPenWidth = 5;
+  static constexpr int kRed = 235, kGreen = 40, kBlue = 40;
+  static constexpr double kArrowHeadLength = 18;
+  /// Radians between the shaft and each side of the head.
+  static constexpr double kArrowHeadSpread = 0.45;
+
   Kind kind = Kind::stroke;
   /// Screen coordinates: every point of a stroke; the start and end of an arrow; two opposite
   /// corners of a rectangle.

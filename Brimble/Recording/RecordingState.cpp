@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cmath>
 #include <exception>
+#include <limits>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -11,6 +13,8 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include "Brimble/Recording/AnnotationPainter.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Log.h"
 
@@ -462,6 +466,8 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
     services_.view.showMessage("Some frames were lost while recording because the disk filled up.",
                                MessageKind::warning);
   }
+  const auto frameTimes = std::make_shared<const std::vector<double>>(recorder->frameTimes());
+  const std::optional<ScreenRect> windowArea = recorder->windowArea();
   recorder.reset();
 
   EncodingSettings encoding = effectiveEncoding(services_.settings());
@@ -490,6 +496,33 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
   options.tuning.paletteBuilder = PaletteBuilder::histogram;
   options.tuning.paletteStrategy = PaletteStrategy::automatic;
   options.tuning.webpMode = encoding.webpLossless ? WebPMode::lossless : WebPMode::lossy;
+
+  // A window's own pixels never show the layer the marks are drawn on, so they are drawn in.
+  std::shared_ptr<const AnnotationPainter> painter;
+  if (captureMode_ == CaptureMode::window && windowArea &&
+      !annotationStore_.annotations().empty()) {
+    painter =
+        std::make_shared<const AnnotationPainter>(annotationStore_.annotations(), *windowArea);
+  }
+  const auto timeOf = [frameTimes](int index) {
+    return static_cast<std::size_t>(index) < frameTimes->size()
+               ? (*frameTimes)[static_cast<std::size_t>(index)]
+               : std::numeric_limits<double>::infinity();
+  };
+  const FrameSupplier frameAt = [store, painter, timeOf](int index) -> std::optional<Image> {
+    std::optional<Image> frame = decodeImage(store->data(index));
+    if (frame && painter) {
+      frame = painter->paint(*frame, timeOf(index));
+    }
+    return frame;
+  };
+  // A recorder compresses an unchanged picture to the same bytes; a mark appearing changes it.
+  options.repeatsPrevious = [store, painter, timeOf](int index) {
+    if (painter && painter->visibleAt(timeOf(index)) != painter->visibleAt(timeOf(index - 1))) {
+      return false;
+    }
+    return store->data(index) == store->data(index - 1);
+  };
 
   encodingStop_ = std::stop_source();
   options.stop = encodingStop_.get_token();
@@ -533,10 +566,11 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
   auto failure = std::make_shared<std::string>();
   ClipEncoder encoder = services_.encoder;
   scheduler.runInBackground(
-      [store, output, options, budget, passStarted, result, failure, encoder] {
+      [count = store->count(), frameAt, output, options, budget, passStarted, result, failure,
+       encoder] {
         try {
           fs::create_directories(output.parent_path());
-          *result = encoder(*store, output, options, budget, passStarted);
+          *result = encoder(count, frameAt, output, options, budget, passStarted);
         } catch (const CancellationError&) {
           *failure = "cancelled";
         } catch (const std::exception& error) {

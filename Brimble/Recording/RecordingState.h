@@ -37,10 +37,11 @@ struct AppendSession {
 /// way the phase changes. Main thread only; encoding runs through the scheduler's worker.
 class RecordingState {
  public:
-  /// Encodes a finished recording to a file; SizeBudgetEncoder::encode in the application.
+  /// Encodes a finished recording's `count` frames to a file; SizeBudgetEncoder::encode in the
+  /// application.
   using ClipEncoder = std::function<SizeBudgetEncoder::Result(
-      const CompressedFrameStore&, const std::filesystem::path&, const SequenceOptions&,
-      std::uint64_t budgetBytes, const SizeBudgetEncoder::PassStarted&)>;
+      int count, const FrameSupplier& frameAt, const std::filesystem::path&,
+      const SequenceOptions&, std::uint64_t budgetBytes, const SizeBudgetEncoder::PassStarted&)>;
 
   /// What the session works with; everything referenced must outlive it.
   struct Services {

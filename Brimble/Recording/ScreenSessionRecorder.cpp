@@ -1,5 +1,7 @@
 #include "Brimble/Recording/ScreenSessionRecorder.h"
 
+#include <chrono>
+
 namespace brimble {
 
 namespace {
@@ -11,9 +13,10 @@ bool contains(const ScreenRect& rect, int x, int y) {
 }  // namespace
 
 ScreenSessionRecorder::ScreenSessionRecorder(ScreenSource& source, Clock& clock)
-    : source_(source), recorder_(source, clock) {}
+    : source_(source), clock_(clock), recorder_(source, clock) {}
 
 void ScreenSessionRecorder::start(const RecordingTarget& target, int fps, bool showCursor) {
+  startDate_ = clock_.now();
   switch (target.mode) {
     case CaptureMode::window: {
       const auto window = source_.window(target.windowID);
@@ -21,6 +24,7 @@ void ScreenSessionRecorder::start(const RecordingTarget& target, int fps, bool s
         throw ScreenCaptureError::windowNotFound(target.windowID);
       }
       recorder_.start(*window, fps, showCursor);
+      windowArea_ = window->frame;
       return;
     }
     case CaptureMode::region:
@@ -52,6 +56,41 @@ void ScreenSessionRecorder::start(const RecordingTarget& target, int fps, bool s
       return;
     }
   }
+}
+
+void ScreenSessionRecorder::pause() {
+  recorder_.pause();
+  if (!pauseStart_) {
+    pauseStart_ = secondsSinceStart();
+  }
+}
+
+void ScreenSessionRecorder::resume() {
+  recorder_.resume();
+  if (pauseStart_) {
+    pauses_.push_back({*pauseStart_, secondsSinceStart()});
+    pauseStart_.reset();
+  }
+}
+
+std::vector<double> ScreenSessionRecorder::frameTimes() const {
+  std::vector<double> times = recorder_.frameTimes();
+  for (double& time : times) {
+    // No frame is grabbed during a pause, so a frame lies wholly before or after each one; the
+    // midpoint keeps that true though the recorder's clock started a moment after this one.
+    double paused = 0;
+    for (const Pause& pause : pauses_) {
+      if ((pause.start + pause.end) / 2 < time) {
+        paused += pause.end - pause.start;
+      }
+    }
+    time -= paused;
+  }
+  return times;
+}
+
+double ScreenSessionRecorder::secondsSinceStart() const {
+  return std::chrono::duration<double>(clock_.now() - startDate_).count();
 }
 
 }  // namespace brimble

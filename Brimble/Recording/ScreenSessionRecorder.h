@@ -16,18 +16,32 @@ class ScreenSessionRecorder final : public SessionRecorder {
   ScreenSessionRecorder(ScreenSource& source, Clock& clock);
 
   void start(const RecordingTarget& target, int fps, bool showCursor) override;
-  void pause() override { recorder_.pause(); }
-  void resume() override { recorder_.resume(); }
+  void pause() override;
+  void resume() override;
   std::unique_ptr<CompressedFrameStore> stopAndCollectFrameStore() override {
     return recorder_.stopAndCollectFrameStore();
   }
   bool isDiskCritical() const override { return recorder_.isDiskCritical(); }
   Clock::TimePoint lastChangeDate() const override { return recorder_.lastChangeDate(); }
   std::int64_t lostFrameCount() const override { return recorder_.lostFrameCount(); }
+  std::vector<double> frameTimes() const override;
+  std::optional<ScreenRect> windowArea() const override { return windowArea_; }
 
  private:
+  struct Pause {
+    double start = 0;
+    double end = 0;
+  };
+
+  double secondsSinceStart() const;
+
   ScreenSource& source_;
+  Clock& clock_;
   ScreenRecorder recorder_;
+  Clock::TimePoint startDate_{};
+  std::optional<double> pauseStart_;
+  std::vector<Pause> pauses_;
+  std::optional<ScreenRect> windowArea_;
 };
 
 }  // namespace brimble

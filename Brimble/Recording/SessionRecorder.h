@@ -2,6 +2,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <vector>
 
 #include "Brimble/Recording/RecordingPhase.h"
 #include "BrimbleCore/Capture/ScreenRect.h"
@@ -34,6 +36,13 @@ class SessionRecorder {
   /// When the picture last changed.
   virtual Clock::TimePoint lastChangeDate() const = 0;
   virtual std::int64_t lostFrameCount() const = 0;
+  /// When each frame of the collected store was grabbed, in recording time (seconds, pauses
+  /// excluded); complete once `stopAndCollectFrameStore` has returned.
+  virtual std::vector<double> frameTimes() const = 0;
+  /// A window recording's window at the start, in screen coordinates, which every frame shows
+  /// (scaled to the frame's size); no value for a region or a display, whose frames are the
+  /// screen itself.
+  virtual std::optional<ScreenRect> windowArea() const = 0;
 };
 
 }  // namespace brimble

@@ -105,9 +105,14 @@ class App : public ::testing::Test {
     const auto stream = screens_.openStream(CaptureTarget::screenAreaOf({0, 0, 1920, 1080}), false);
     const auto image = stream->grab();
     ASSERT_TRUE(image);
+    keep(*image, name);
+  }
+
+  /// Keeps `image` as a PNG test artefact.
+  static void keep(const Image& image, const std::string& name) {
     const fs::path folder = fs::path(BRIMBLE_ARTIFACT_DIR) / "app";
     fs::create_directories(folder);
-    const auto png = encodePNG(*image);
+    const auto png = encodePNG(image);
     std::ofstream(folder / (name + ".png"), std::ios::binary)
         .write(reinterpret_cast<const char*>(png.data()), static_cast<std::streamsize>(png.size()));
   }
@@ -360,6 +365,38 @@ TEST_F(AppWithoutCountdown, MarksDrawnDuringARegionRecordingAppearInItFromWhenTh
   EXPECT_TRUE(near(gif->frames.back(), x, y - 150, 0xeb2828));
   // Off the stroke the window is untouched.
   EXPECT_TRUE(near(gif->frames.back(), x, y - 150 + 40, 0x3366cc));
+}
+
+TEST_F(AppWithoutCountdown, MarksDrawnDuringAWindowRecordingAreDrawnIntoItsFrames) {
+  testing::TestWindow client(
+      {"--position", "250,220", "--size", "400x300", "--color", "3366cc", "--title", "annotated"});
+  const auto window = windowTitled("annotated");
+  ASSERT_TRUE(window);
+  clickMainButton(1);  // Window
+  ASSERT_TRUE(windowTitled("Click a window — Brimble")) << app_->errorOutput();
+  backend_.moveTo({window->contentFrame.x + 100, window->contentFrame.y + 100});
+  std::this_thread::sleep_for(300ms);
+  input_.click(window->contentFrame.x + 100, window->contentFrame.y + 100, MouseButton::left);
+  ASSERT_TRUE(logged("Brimble: recording started (window)")) << log_;
+  std::this_thread::sleep_for(700ms);
+  press("a");
+  std::this_thread::sleep_for(300ms);
+  // The window's own pixels never show the layer: the stroke must be drawn into the frames.
+  const int y = window->contentFrame.y + 150;
+  drag(window->contentFrame.x + 50, y, window->contentFrame.x + 350, y);
+  press("a");
+  std::this_thread::sleep_for(800ms);
+  press("return");
+  ASSERT_TRUE(logged("Brimble: GIF copied to clipboard (")) << log_;
+  const auto bytes = testing::readClipboard(display_->displayName(), "image/gif");
+  ASSERT_TRUE(bytes);
+  const auto gif = testing::decodeGIF(*bytes);
+  ASSERT_TRUE(gif);
+  ASSERT_EQ(gif->width, window->contentFrame.width);
+  keep(gif->frames.back(), "16-window-annotation");
+  EXPECT_TRUE(near(gif->frames.front(), 200, 150, 0x3366cc));
+  EXPECT_TRUE(near(gif->frames.back(), 200, 150, 0xeb2828));
+  EXPECT_TRUE(near(gif->frames.back(), 200, 190, 0x3366cc));
 }
 
 TEST_F(AppWithoutCountdown, WindowPickPauseSaveLibraryAndFullScreen) {

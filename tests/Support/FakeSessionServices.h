@@ -28,6 +28,10 @@ struct FakeRecorderScript {
   std::optional<std::string> startFailure;
   /// Frames handed back at stop: each a 16x16 JPEG of its own grey.
   int frames = 6;
+  /// Seconds of recording time between frames.
+  double frameInterval = 0.5;
+  /// What a window recording's frames show.
+  std::optional<ScreenRect> windowArea;
   bool diskCritical = false;
   std::int64_t lostFrames = 0;
   Clock::TimePoint lastChange{};
@@ -61,6 +65,14 @@ class FakeSessionRecorder final : public SessionRecorder {
   bool isDiskCritical() const override { return script_.diskCritical; }
   Clock::TimePoint lastChangeDate() const override { return script_.lastChange; }
   std::int64_t lostFrameCount() const override { return script_.lostFrames; }
+  std::vector<double> frameTimes() const override {
+    std::vector<double> times;
+    for (int i = 0; i < script_.frames; ++i) {
+      times.push_back(i * script_.frameInterval);
+    }
+    return times;
+  }
+  std::optional<ScreenRect> windowArea() const override { return script_.windowArea; }
 
  private:
   FakeRecorderScript& script_;

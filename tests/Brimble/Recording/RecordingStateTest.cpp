@@ -35,18 +35,20 @@ struct Session {
   testing::FakeRecorderScript recorder;
   AppSettings settings;
   CaptureHistory history{folder / "history.json"};
-  RecordingState::ClipEncoder encoder = [](const CompressedFrameStore& store, const fs::path& url,
-                                           const SequenceOptions& options, std::uint64_t budget,
+  RecordingState::ClipEncoder encoder = [](int count, const FrameSupplier& frameAt,
+                                           const fs::path& url, const SequenceOptions& options,
+                                           std::uint64_t budget,
                                            const SizeBudgetEncoder::PassStarted& passStarted) {
-    return SizeBudgetEncoder::encode(store, url, options, budget, passStarted);
+    return SizeBudgetEncoder::encode(count, frameAt, url, options, budget, passStarted);
   };
   RecordingState state{RecordingState::Services{
       view, delivery, scheduler, clock,
       [this] { return std::make_unique<testing::FakeSessionRecorder>(recorder); },
       [this] { return settings; }, history, folder / "captures",
-      [this](const CompressedFrameStore& store, const fs::path& url, const SequenceOptions& options,
-             std::uint64_t budget, const SizeBudgetEncoder::PassStarted& passStarted) {
-        return encoder(store, url, options, budget, passStarted);
+      [this](int count, const FrameSupplier& frameAt, const fs::path& url,
+             const SequenceOptions& options, std::uint64_t budget,
+             const SizeBudgetEncoder::PassStarted& passStarted) {
+        return encoder(count, frameAt, url, options, budget, passStarted);
       }}};
   std::vector<RecordingPhase> phases;
 
@@ -456,7 +458,7 @@ TEST(RecordingState, StartAndEncodingFailuresAreToldAndEndIdle) {
   EXPECT_THAT(log.lines(), Contains(HasSubstr("Brimble: encoding error (stopAndSaveToFile): ")));
 
   Session throwing;
-  throwing.encoder = [](const CompressedFrameStore&, const fs::path&, const SequenceOptions&,
+  throwing.encoder = [](int, const FrameSupplier&, const fs::path&, const SequenceOptions&,
                         std::uint64_t,
                         const SizeBudgetEncoder::PassStarted&) -> SizeBudgetEncoder::Result {
     throw std::runtime_error("disk gone");
@@ -481,13 +483,13 @@ TEST(RecordingState, AClipOverItsBudgetIsKeptAndTheLastPassLogged) {
   session.state.onEncodingProgress = [&](double fraction, int pass) {
     progress.push_back(fmt::format("{:.0f}% of pass {}", fraction * 100, pass));
   };
-  session.encoder = [&](const CompressedFrameStore& store, const fs::path& url,
+  session.encoder = [&](int count, const FrameSupplier& frameAt, const fs::path& url,
                         const SequenceOptions& options, std::uint64_t budget,
                         const SizeBudgetEncoder::PassStarted& passStarted) {
     EXPECT_EQ(budget, 500u * 1024);
     passStarted(1);
     passStarted(2);
-    auto result = SizeBudgetEncoder::encode(store, url, options, 0);
+    auto result = SizeBudgetEncoder::encode(count, frameAt, url, options, 0);
     result.passes = 2;
     result.fits = false;
     result.fileSize = 700 * 1024 + 5;
@@ -534,6 +536,46 @@ TEST(RecordingState, MarksAreStampedInRecordingTimeAndTheLayerGoesWithTheRecordi
   // Not while idle: there is nothing to draw on.
   session.state.toggleAnnotationMode();
   EXPECT_FALSE(session.state.isAnnotating());
+}
+
+TEST(RecordingState, AWindowRecordingGetsEachMarkDrawnInFromTheFrameItWasMadeAt) {
+  const auto redAt = [](const Image& frame, int x, int y) {
+    const auto pixel = frame.row(y).subspan(static_cast<std::size_t>(x) * 4, 4);
+    return pixel[2] > 180 && pixel[1] < 110 && pixel[0] < 110;
+  };
+  const Annotation stroke{Annotation::Kind::stroke, {{200, 116}, {232, 116}}, 0};
+  Session window;
+  window.settings.countdownDelay = 0;
+  // The fake's frames are 16x16: they show the window at half size.
+  window.recorder.windowArea = ScreenRect{200, 100, 32, 32};
+  window.state.handleWindowTrigger();
+  window.scheduler.runPosted();
+  window.state.startWindow(7);
+  window.clock.advance(1200ms);  // frames come every 0.5 s: between the third and the fourth
+  window.state.addAnnotation(stroke);
+  window.state.stopRecording();
+  window.scheduler.runBackground();
+  ASSERT_TRUE(window.delivery.delivered);
+  const auto gif = testing::decodeGIFFile(*window.delivery.delivered);
+  ASSERT_TRUE(gif);
+  ASSERT_EQ(gif->frames.size(), 6u);
+  for (std::size_t i = 0; i < gif->frames.size(); ++i) {
+    EXPECT_EQ(redAt(gif->frames[i], 8, 8), i >= 3) << "frame " << i;
+    EXPECT_FALSE(redAt(gif->frames[i], 8, 3)) << "frame " << i;
+  }
+
+  // A region's frames are the screen, where the marks already are.
+  Session region;
+  region.recorder.windowArea = ScreenRect{200, 100, 32, 32};
+  region.recordRegion({200, 100, 32, 32});
+  region.clock.advance(1200ms);
+  region.state.addAnnotation(stroke);
+  region.state.stopRecording();
+  region.scheduler.runBackground();
+  ASSERT_TRUE(region.delivery.delivered);
+  const auto plain = testing::decodeGIFFile(*region.delivery.delivered);
+  ASSERT_TRUE(plain);
+  EXPECT_FALSE(redAt(plain->frames.back(), 8, 8));
 }
 
 TEST(RecordingState, AnAppendSessionGetsTheSegmentInsteadOfADeliveryOrHearsItWasCancelled) {

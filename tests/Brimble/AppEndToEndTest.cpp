@@ -331,6 +331,31 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
 class AppWithoutCountdown : public App {
  protected:
   std::string settings() const override { return "countdownDelay=0\n"; }
+
+  /// In drawing mode, a stroke across the middle of `window` (a 400x300 client); then Return,
+  /// and the GIF the clipboard holds.
+  std::optional<testing::DecodedGIF> strokeAndCopy(const WindowInfo& window,
+                                                   const std::string& screenshotName = {}) {
+    std::this_thread::sleep_for(700ms);
+    press("a");
+    std::this_thread::sleep_for(300ms);
+    const int y = window.contentFrame.y + 150;
+    drag(window.contentFrame.x + 50, y, window.contentFrame.x + 350, y);
+    press("a");
+    std::this_thread::sleep_for(300ms);
+    if (!screenshotName.empty()) {
+      screenshot(screenshotName);
+    }
+    std::this_thread::sleep_for(500ms);
+    press("return");
+    EXPECT_TRUE(logged("Brimble: GIF copied to clipboard (")) << log_;
+    const auto bytes = testing::readClipboard(display_->displayName(), "image/gif");
+    if (!bytes) {
+      ADD_FAILURE() << "no GIF on the clipboard";
+      return std::nullopt;
+    }
+    return testing::decodeGIF(*bytes);
+  }
 };
 
 TEST_F(AppWithoutCountdown, MarksDrawnDuringARegionRecordingAppearInItFromWhenTheyWereDrawn) {
@@ -344,22 +369,9 @@ TEST_F(AppWithoutCountdown, MarksDrawnDuringARegionRecordingAppearInItFromWhenTh
   drag(150, 150, 650, 550);
   press("space");
   ASSERT_TRUE(logged("Brimble: recording started (region)"));
-  std::this_thread::sleep_for(700ms);
-  press("a");
-  std::this_thread::sleep_for(300ms);
-  // A stroke across the window's middle.
-  const int y = window->contentFrame.y + 150;
-  drag(window->contentFrame.x + 50, y, window->contentFrame.x + 350, y);
-  press("a");
-  std::this_thread::sleep_for(300ms);
-  screenshot("15-annotation");
-  std::this_thread::sleep_for(500ms);
-  press("return");
-  ASSERT_TRUE(logged("Brimble: GIF copied to clipboard (")) << log_;
-  const auto bytes = testing::readClipboard(display_->displayName(), "image/gif");
-  ASSERT_TRUE(bytes);
-  const auto gif = testing::decodeGIF(*bytes);
+  const auto gif = strokeAndCopy(*window, "15-annotation");
   ASSERT_TRUE(gif);
+  const int y = window->contentFrame.y + 150;
   const int x = window->contentFrame.x + 200 - 150;
   EXPECT_TRUE(near(gif->frames.front(), x, y - 150, 0x3366cc));
   EXPECT_TRUE(near(gif->frames.back(), x, y - 150, 0xeb2828));
@@ -378,19 +390,8 @@ TEST_F(AppWithoutCountdown, MarksDrawnDuringAWindowRecordingAreDrawnIntoItsFrame
   std::this_thread::sleep_for(300ms);
   input_.click(window->contentFrame.x + 100, window->contentFrame.y + 100, MouseButton::left);
   ASSERT_TRUE(logged("Brimble: recording started (window)")) << log_;
-  std::this_thread::sleep_for(700ms);
-  press("a");
-  std::this_thread::sleep_for(300ms);
   // The window's own pixels never show the layer: the stroke must be drawn into the frames.
-  const int y = window->contentFrame.y + 150;
-  drag(window->contentFrame.x + 50, y, window->contentFrame.x + 350, y);
-  press("a");
-  std::this_thread::sleep_for(800ms);
-  press("return");
-  ASSERT_TRUE(logged("Brimble: GIF copied to clipboard (")) << log_;
-  const auto bytes = testing::readClipboard(display_->displayName(), "image/gif");
-  ASSERT_TRUE(bytes);
-  const auto gif = testing::decodeGIF(*bytes);
+  const auto gif = strokeAndCopy(*window);
   ASSERT_TRUE(gif);
   ASSERT_EQ(gif->width, window->contentFrame.width);
   keep(gif->frames.back(), "16-window-annotation");

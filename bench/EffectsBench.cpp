@@ -33,12 +33,12 @@ InputEvent inputAt(InputEvent::Kind kind, double time, ScreenPoint at, int butto
 }
 
 // Ten seconds on a 800x500 browser window, busy with every effect.
-RecordedSegment busySegment(int storedFrames) {
+RenderSegment busySegment(int storedFrames) {
   auto store = std::make_unique<InMemoryFrameStore>();
   for (int i = 0; i < storedFrames; ++i) {
     store->frames.push_back(encodeJPEG(testPatternFrame(i, storedFrames, 800, 500), 90));
   }
-  RecordedSegment segment;
+  RenderSegment segment;
   segment.frames = std::move(store);
   segment.fps = kFPS;
   segment.duration = kSeconds;
@@ -105,7 +105,7 @@ RenderSettings allEffects() {
 }
 
 void run(benchmark::State& state, int storedFrames) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(busySegment(storedFrames));
   const FrameCompositor compositor(segments, allEffects());
   int k = 0;

@@ -49,8 +49,8 @@ int main(int argc, char** argv) {
                std::chrono::duration<double>(written - started).count());
 
   if (argc == 5) {
-    std::vector<RecordedSegment> segments(1);
-    RecordedSegment& segment = segments[0];
+    std::vector<RenderSegment> segments(1);
+    RenderSegment& segment = segments[0];
     segment.frames = std::move(store);
     segment.fps = fps;
     segment.windowFrame = {0, 0, 1920, 1080};

@@ -19,11 +19,11 @@
 #include "BrimbleCore/Capture/AudioRecorder.h"
 #include "BrimbleCore/Capture/PrivateSoundServer.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
+#include "BrimbleCore/Capture/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Effects/EffectColor.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
-#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Clock.h"
@@ -161,10 +161,8 @@ ScreenDisplay chooseDisplay(const char* command, const std::string& wanted, Scre
   const std::vector<ScreenDisplay> displays = source.displays();
   if (wanted.empty()) {
     if (const auto pointer = source.pointerPosition()) {
-      for (const ScreenDisplay& display : displays) {
-        if (!display.frame.intersection({pointer->first, pointer->second, 1, 1}).empty()) {
-          return display;
-        }
+      if (const auto under = displayHolding({pointer->first, pointer->second, 1, 1}, displays)) {
+        return *under;
       }
     }
     const auto primary = std::find_if(displays.begin(), displays.end(),
@@ -195,18 +193,11 @@ Target resolveTarget(const char* command, const CaptureOptions& options,
   if (options.regionOption->count() > 0) {
     target.kind = Target::Kind::region;
     target.region = parseRegion(command, options.region);
-    // The display that holds most of the region.
-    int best = 0;
-    for (const ScreenDisplay& display : source.displays()) {
-      const ScreenRect common = target.region.intersection(display.frame);
-      if (common.width * common.height > best) {
-        best = common.width * common.height;
-        target.display = display;
-      }
-    }
-    if (best == 0) {
+    const std::optional<ScreenDisplay> display = displayHolding(target.region, source.displays());
+    if (!display) {
       throw RecordingError::noDisplay();
     }
+    target.display = *display;
     target.description = fmt::format("region {},{} {}x{}", target.region.x, target.region.y,
                                      target.region.width, target.region.height);
   } else if (options.displayOption->count() > 0) {
@@ -390,9 +381,9 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   try {
-    segments.push_back(recorder.stop());
+    segments.push_back(RenderSegment{recorder.stop()});
   } catch (const AudioError& error) {
     fail(command, kExitFailure, "{}; nothing was written", error.what());
   }
@@ -558,8 +549,9 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
                     "Show a ripple at every click (right clicks in another colour)");
   command->add_flag("--keystroke-badges", options->keystrokeBadges,
                     "Show shortcuts and special keys (Ctrl+Shift+T, Enter, Esc) as key badges");
-  command->add_option("--idle-strategy", options->idleStrategy,
-                      "Pauses without change or input: cut, ramp or fade (default: kept)")
+  command
+      ->add_option("--idle-strategy", options->idleStrategy,
+                   "Pauses without change or input: cut, ramp or fade (default: kept)")
       ->type_name("STRATEGY");
   command
       ->add_option("--idle-threshold", options->idleThreshold,

@@ -8,9 +8,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "BrimbleCore/Capture/ScreenSegmentRecorder.h"
 #include "BrimbleCore/MCP/MCPToolError.h"
 #include "BrimbleCore/MCP/MCPTools.h"
-#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Subprocess.h"
 
@@ -75,7 +75,7 @@ void MCPDesktopSession::ensureDisplay() {
     return;
   }
   if (failed_) {
-    throw MCPToolError(mcp::kScreenRecordingRequired);
+    throw MCPToolError(texts().toolScreenRecordingRequired);
   }
   try {
     DisplayInfo info;
@@ -125,7 +125,7 @@ void MCPDesktopSession::ensureDisplay() {
     screen_.reset();
     session_.reset();
     failed_ = true;
-    throw MCPToolError(mcp::kScreenRecordingRequired);
+    throw MCPToolError(texts().toolScreenRecordingRequired);
   }
 }
 

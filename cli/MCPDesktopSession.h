@@ -30,6 +30,7 @@ class MCPDesktopSession final : public MCPDesktop {
   BrowserLauncher& browsers() override;
   std::vector<std::string> environment() override;
   Clock& clock() override { return steadyClock(); }
+  const PlatformTexts& texts() const override { return platform::texts(); }
   std::optional<DisplayInfo> display() const override { return info_; }
   AppInfo desktopApp() override;
 

@@ -40,6 +40,26 @@ std::optional<std::string> userDisplay() {
   return display;
 }
 
+const PlatformTexts& texts() {
+  static const PlatformTexts x11{
+      .screenRecordingRequired =
+          "Screen Recording permission required. No X11 display could be captured: run inside an "
+          "X11 session or with --headless.",
+      .toolScreenRecordingRequired =
+          "Screen Recording permission is required. No X11 display could be captured: run inside "
+          "an X11 session or start the server with --headless.",
+      .screenRecordingNotGranted =
+          "Not granted — required for recording. No X11 display could be "
+          "captured (run in an X11 session or with --headless).",
+      .screenProblem =
+          "no X11 display could be captured (run in an X11 session or start the "
+          "server with --headless)",
+      .toolInputUnavailable =
+          "Synthetic input is not available on this display (the XTest extension is missing).",
+  };
+  return x11;
+}
+
 std::unique_ptr<EmbeddedDisplay> startEmbeddedDisplay() {
   return std::make_unique<X11EmbeddedDisplay>();
 }

@@ -13,6 +13,7 @@
 #include "BrimbleCore/Automation/InputBackend.h"
 #include "BrimbleCore/Automation/WindowSystem.h"
 #include "BrimbleCore/Capture/ScreenSource.h"
+#include "BrimbleCore/Platform/PlatformTexts.h"
 #include "BrimbleCore/Support/Clock.h"
 
 namespace brimble::cli {
@@ -46,6 +47,9 @@ namespace platform {
 /// The display of the user's session, from the environment ($DISPLAY); no value when there is
 /// none.
 std::optional<std::string> userDisplay();
+
+/// How this platform words what it cannot do.
+const PlatformTexts& texts();
 
 /// Starts brimble's own display. Throws (a std::runtime_error that says why) when it cannot.
 std::unique_ptr<EmbeddedDisplay> startEmbeddedDisplay();

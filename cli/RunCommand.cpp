@@ -18,7 +18,7 @@
 #include "BrimbleCore/Capture/AudioError.h"
 #include "BrimbleCore/Capture/PrivateSoundServer.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
-#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
+#include "BrimbleCore/Capture/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Scripting/ScriptEngine.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
@@ -139,6 +139,7 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
                        .windows = windows,
                        .processes = processes,
                        .clock = clock,
+                       .texts = platform::texts(),
                        .makeRecorder =
                            [&] {
                              return std::make_unique<ScreenSegmentRecorder>(*screen, clock, [&] {

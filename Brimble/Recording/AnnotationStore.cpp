@@ -6,32 +6,32 @@
 namespace brimble {
 
 void AnnotationStore::startRecording() {
-  recordingStartDate_ = clock_.now();
+  recordingStartTime_ = clock_.now();
   totalPausedDuration_ = {};
-  pauseStartDate_.reset();
+  pauseStartTime_.reset();
   annotations_.clear();
 }
 
 void AnnotationStore::pauseRecording() {
-  if (!pauseStartDate_) {
-    pauseStartDate_ = clock_.now();
+  if (!pauseStartTime_) {
+    pauseStartTime_ = clock_.now();
   }
 }
 
 void AnnotationStore::resumeRecording() {
-  if (pauseStartDate_) {
-    totalPausedDuration_ += clock_.now() - *pauseStartDate_;
-    pauseStartDate_.reset();
+  if (pauseStartTime_) {
+    totalPausedDuration_ += clock_.now() - *pauseStartTime_;
+    pauseStartTime_.reset();
   }
 }
 
 double AnnotationStore::recordingTime() const {
   const Clock::TimePoint now = clock_.now();
   Clock::Duration paused = totalPausedDuration_;
-  if (pauseStartDate_) {
-    paused += now - *pauseStartDate_;
+  if (pauseStartTime_) {
+    paused += now - *pauseStartTime_;
   }
-  return std::max(0.0, std::chrono::duration<double>(now - recordingStartDate_ - paused).count());
+  return std::max(0.0, std::chrono::duration<double>(now - recordingStartTime_ - paused).count());
 }
 
 const Annotation& AnnotationStore::add(Annotation annotation) {

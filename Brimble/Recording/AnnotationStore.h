@@ -50,13 +50,13 @@ class AnnotationStore {
   const Annotation& add(Annotation annotation);
 
   const std::vector<Annotation>& annotations() const noexcept { return annotations_; }
-  bool isPaused() const noexcept { return pauseStartDate_.has_value(); }
+  bool isPaused() const noexcept { return pauseStartTime_.has_value(); }
 
  private:
   Clock& clock_;
-  Clock::TimePoint recordingStartDate_{};
+  Clock::TimePoint recordingStartTime_{};
   Clock::Duration totalPausedDuration_{};
-  std::optional<Clock::TimePoint> pauseStartDate_;
+  std::optional<Clock::TimePoint> pauseStartTime_;
   std::vector<Annotation> annotations_;
 };
 

@@ -283,7 +283,7 @@ void RecordingState::performCapture(const RecordingTarget& target) {
     transition(RecordingPhase::idle);
     return;
   }
-  recordingStartDate_ = services_.clock.now();
+  recordingStartTime_ = services_.clock.now();
   annotationStore_.startRecording();
   maxRecordingDuration_ = settings.maxRecordingDuration;
   inactivityTimeout_ = settings.inactivityTimeout;
@@ -322,7 +322,7 @@ void RecordingState::recordingTick() {
   // A paused recording is idle on purpose: only a running one can time out.
   if (phase_ == RecordingPhase::recording && inactivityTimeout_ > 0 && screenRecorder_) {
     const Clock::TimePoint lastChange =
-        std::max(screenRecorder_->lastChangeDate(), recordingStartDate_);
+        std::max(screenRecorder_->lastChangeTime(), recordingStartTime_);
     if (seconds(services_.clock.now() - lastChange) >= inactivityTimeout_) {
       logLine(fmt::format("Brimble: nothing changed for {} s, stopping the recording",
                           inactivityTimeout_));

@@ -40,8 +40,8 @@ class RecordingState {
   /// Encodes a finished recording's `count` frames to a file; SizeBudgetEncoder::encode in the
   /// application.
   using ClipEncoder = std::function<SizeBudgetEncoder::Result(
-      int count, const FrameSupplier& frameAt, const std::filesystem::path&,
-      const SequenceOptions&, std::uint64_t budgetBytes, const SizeBudgetEncoder::PassStarted&)>;
+      int count, const FrameSupplier& frameAt, const std::filesystem::path&, const SequenceOptions&,
+      std::uint64_t budgetBytes, const SizeBudgetEncoder::PassStarted&)>;
 
   /// What the session works with; everything referenced must outlive it.
   struct Services {
@@ -171,7 +171,7 @@ class RecordingState {
 
   /// Recording time (start, pauses) lives in the annotation store, which stamps marks with it.
   AnnotationStore annotationStore_;
-  Clock::TimePoint recordingStartDate_{};
+  Clock::TimePoint recordingStartTime_{};
   bool annotating_ = false;
   bool annotationLayerShown_ = false;
   double maxRecordingDuration_ = 0;

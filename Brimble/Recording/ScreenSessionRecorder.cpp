@@ -4,19 +4,11 @@
 
 namespace brimble {
 
-namespace {
-
-bool contains(const ScreenRect& rect, int x, int y) {
-  return x >= rect.x && y >= rect.y && x < rect.x + rect.width && y < rect.y + rect.height;
-}
-
-}  // namespace
-
 ScreenSessionRecorder::ScreenSessionRecorder(ScreenSource& source, Clock& clock)
     : source_(source), clock_(clock), recorder_(source, clock) {}
 
 void ScreenSessionRecorder::start(const RecordingTarget& target, int fps, bool showCursor) {
-  startDate_ = clock_.now();
+  startTime_ = clock_.now();
   switch (target.mode) {
     case CaptureMode::window: {
       const auto window = source_.window(target.windowID);
@@ -33,26 +25,19 @@ void ScreenSessionRecorder::start(const RecordingTarget& target, int fps, bool s
       if (displays.empty()) {
         throw RecordingError::noDisplay();
       }
-      // A region belongs to the display its centre is on; full screen to the pointer's.
-      int x = target.region.x + target.region.width / 2;
-      int y = target.region.y + target.region.height / 2;
-      if (target.mode == CaptureMode::fullScreen) {
-        const auto pointer = source_.pointerPosition();
-        x = pointer ? pointer->first : 0;
-        y = pointer ? pointer->second : 0;
-      }
-      const ScreenDisplay* chosen = &displays.front();
-      for (const ScreenDisplay& display : displays) {
-        if (contains(display.frame, x, y)) {
-          chosen = &display;
-          break;
+      if (target.mode == CaptureMode::region) {
+        const std::optional<ScreenDisplay> holder = displayHolding(target.region, displays);
+        if (!holder) {
+          throw RecordingError::noDisplay();
         }
+        recorder_.start(target.region, *holder, fps, showCursor);
+        return;
       }
-      if (target.mode == CaptureMode::fullScreen) {
-        recorder_.start(*chosen, fps, showCursor);
-      } else {
-        recorder_.start(target.region, *chosen, fps, showCursor);
-      }
+      // Full screen is the display the pointer is on.
+      const auto pointer = source_.pointerPosition();
+      const ScreenRect at{pointer ? pointer->first : 0, pointer ? pointer->second : 0, 1, 1};
+      const std::optional<ScreenDisplay> chosen = displayHolding(at, displays);
+      recorder_.start(chosen ? *chosen : displays.front(), fps, showCursor);
       return;
     }
   }
@@ -90,7 +75,7 @@ std::vector<double> ScreenSessionRecorder::frameTimes() const {
 }
 
 double ScreenSessionRecorder::secondsSinceStart() const {
-  return std::chrono::duration<double>(clock_.now() - startDate_).count();
+  return std::chrono::duration<double>(clock_.now() - startTime_).count();
 }
 
 }  // namespace brimble

@@ -22,7 +22,7 @@ class ScreenSessionRecorder final : public SessionRecorder {
     return recorder_.stopAndCollectFrameStore();
   }
   bool isDiskCritical() const override { return recorder_.isDiskCritical(); }
-  Clock::TimePoint lastChangeDate() const override { return recorder_.lastChangeDate(); }
+  Clock::TimePoint lastChangeTime() const override { return recorder_.lastChangeTime(); }
   std::int64_t lostFrameCount() const override { return recorder_.lostFrameCount(); }
   std::vector<double> frameTimes() const override;
   std::optional<ScreenRect> windowArea() const override { return windowArea_; }
@@ -38,7 +38,7 @@ class ScreenSessionRecorder final : public SessionRecorder {
   ScreenSource& source_;
   Clock& clock_;
   ScreenRecorder recorder_;
-  Clock::TimePoint startDate_{};
+  Clock::TimePoint startTime_{};
   std::optional<double> pauseStart_;
   std::vector<Pause> pauses_;
   std::optional<ScreenRect> windowArea_;

@@ -34,7 +34,7 @@ class SessionRecorder {
   virtual std::unique_ptr<CompressedFrameStore> stopAndCollectFrameStore() = 0;
   virtual bool isDiskCritical() const = 0;
   /// When the picture last changed.
-  virtual Clock::TimePoint lastChangeDate() const = 0;
+  virtual Clock::TimePoint lastChangeTime() const = 0;
   virtual std::int64_t lostFrameCount() const = 0;
   /// When each frame of the collected store was grabbed, in recording time (seconds, pauses
   /// excluded); complete once `stopAndCollectFrameStore` has returned.

@@ -75,8 +75,8 @@ ScreenRecorder::ScreenRecorder(ScreenSource& source, Clock& clock)
       frameWriterFactory([] { return std::make_unique<DiskFrameWriter>(); }),
       source_(source),
       clock_(clock),
-      lastChangeDate_(clock.now()),
-      startDate_(lastChangeDate_) {}
+      lastChangeTime_(clock.now()),
+      startTime_(lastChangeTime_) {}
 
 ScreenRecorder::~ScreenRecorder() {
   stopThreads();
@@ -154,8 +154,8 @@ void ScreenRecorder::startCapture(const CaptureTarget& target, ImageSize size, i
   {
     std::scoped_lock lock(lock_);
     outputSize_ = size;
-    lastChangeDate_ = clock_.now();
-    startDate_ = lastChangeDate_;
+    lastChangeTime_ = clock_.now();
+    startTime_ = lastChangeTime_;
   }
   std::promise<void> opened;
   std::future<void> ready = opened.get_future();
@@ -337,7 +337,7 @@ void ScreenRecorder::ingestFrame(const Image& image, std::optional<double> captu
       const bool changed = !lastFrameData_ || *lastFrameData_ != *data;
       if (changed) {
         lastFrameData_ = std::move(*data);
-        lastChangeDate_ = clock_.now();
+        lastChangeTime_ = clock_.now();
       }
       const std::span<const std::uint8_t> bytes = changed ? *lastFrameData_ : *data;
       if (!drop && frameWriter_) {
@@ -456,9 +456,9 @@ bool ScreenRecorder::isDiskConstrained() const {
   return isDiskConstrained_;
 }
 
-Clock::TimePoint ScreenRecorder::lastChangeDate() const {
+Clock::TimePoint ScreenRecorder::lastChangeTime() const {
   std::scoped_lock lock(lock_);
-  return lastChangeDate_;
+  return lastChangeTime_;
 }
 
 std::int64_t ScreenRecorder::ingestedFrameCount() const {
@@ -501,7 +501,7 @@ std::vector<double> ScreenRecorder::frameTimes() const {
 }
 
 double ScreenRecorder::secondsSinceStart(Clock::TimePoint time) const {
-  return std::chrono::duration<double>(time - startDate_).count();
+  return std::chrono::duration<double>(time - startTime_).count();
 }
 
 ImageSize ScreenRecorder::outputSize() const {

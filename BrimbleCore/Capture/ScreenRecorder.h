@@ -155,7 +155,7 @@ class ScreenRecorder {
   /// Set once free space fell below 1 GiB: every other frame is dropped from then on.
   bool isDiskConstrained() const;
   /// When the picture last changed (the clock's time), for inactivity checks.
-  Clock::TimePoint lastChangeDate() const;
+  Clock::TimePoint lastChangeTime() const;
   std::int64_t ingestedFrameCount() const;
   std::int64_t lostFrameCount() const;
   /// The pixel size frames are recorded at; empty before `start`.
@@ -218,7 +218,7 @@ class ScreenRecorder {
   std::int64_t lostFrameCount_ = 0;
   bool hasLoggedWriteFailure_ = false;
   std::optional<std::vector<std::uint8_t>> lastFrameData_;
-  Clock::TimePoint lastChangeDate_;
+  Clock::TimePoint lastChangeTime_;
   std::vector<double> frameTimes_;
   mutable std::mutex pointerMutex_;  // guards the fields below
   std::vector<PointerPosition> pointerTrack_;
@@ -226,7 +226,7 @@ class ScreenRecorder {
   std::optional<std::uint64_t> cursorSerial_;
 
   // Set before the capture threads start and never again, so they read it without the lock.
-  Clock::TimePoint startDate_;
+  Clock::TimePoint startTime_;
 };
 
 }  // namespace brimble

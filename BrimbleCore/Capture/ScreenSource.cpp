@@ -16,6 +16,25 @@ ScreenRect ScreenRect::intersection(const ScreenRect& other) const noexcept {
   return {left, top, static_cast<int>(right - left), static_cast<int>(bottom - top)};
 }
 
+CaptureTarget CaptureTarget::windowCropOf(const ScreenRect& content, const ScreenRect& crop) {
+  const ScreenRect area{content.x + crop.x, content.y + crop.y, crop.width, crop.height};
+  return screenAreaOf(area.intersection(content));
+}
+
+std::optional<ScreenDisplay> displayHolding(const ScreenRect& area,
+                                            const std::vector<ScreenDisplay>& displays) {
+  std::optional<ScreenDisplay> best;
+  std::int64_t bestOverlap = 0;
+  for (const ScreenDisplay& display : displays) {
+    const std::int64_t overlap = area.intersection(display.frame).area();
+    if (overlap > bestOverlap) {
+      bestOverlap = overlap;
+      best = display;
+    }
+  }
+  return best;
+}
+
 ScreenCaptureError ScreenCaptureError::displayUnreachable(const std::string& displayName) {
   return {Code::displayUnreachable,
           "Couldn't connect to the X display \"" + displayName + "\" to record it."};

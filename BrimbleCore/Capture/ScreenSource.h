@@ -59,7 +59,16 @@ struct CaptureTarget {
 
   static CaptureTarget screenAreaOf(const ScreenRect& rect) { return {Kind::screenArea, rect, 0}; }
   static CaptureTarget windowOf(std::uint32_t id) { return {Kind::window, {}, id}; }
+  /// A part of a window: `crop` counted from the top-left corner of the window's `content`
+  /// (in screen coordinates), recorded as the area of the screen it covers. The area is cut to
+  /// the content, and empty when `crop` lies outside it.
+  static CaptureTarget windowCropOf(const ScreenRect& content, const ScreenRect& crop);
 };
+
+/// The display that holds most of `area`: the one rule for which display records an area of
+/// the screen. No value when `area` lies on none of `displays`.
+std::optional<ScreenDisplay> displayHolding(const ScreenRect& area,
+                                            const std::vector<ScreenDisplay>& displays);
 
 class ScreenCaptureError : public std::runtime_error {
  public:

@@ -3,7 +3,7 @@
 #include <span>
 #include <vector>
 
-#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/SegmentLayout.h"
 
 namespace brimble {

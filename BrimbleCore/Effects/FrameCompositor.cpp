@@ -183,7 +183,7 @@ void roundCorners(cairo_t* cairo, const SegmentLayout& layout, cairo_surface_t* 
 
 }  // namespace
 
-FrameCompositor::FrameCompositor(std::span<const RecordedSegment> segments,
+FrameCompositor::FrameCompositor(std::span<const RenderSegment> segments,
                                  const RenderSettings& settings)
     : segments_(segments), settings_(settings) {
   if (settings.fps <= 0) {
@@ -198,13 +198,13 @@ FrameCompositor::FrameCompositor(std::span<const RecordedSegment> segments,
   const auto cardForeground = colorSetting("intro-fg", settings.introForeground);
 
   std::vector<ImageSize> sizes;
-  for (const RecordedSegment& segment : segments) {
+  for (const RenderSegment& segment : segments) {
     sizes.push_back(firstFrameSize(segment));
   }
   layout_ = CanvasLayout::make(segments, sizes, settings);
   std::vector<SegmentClock> clocks;
   for (std::size_t i = 0; i < segments.size(); ++i) {
-    const RecordedSegment& segment = segments[i];
+    const RenderSegment& segment = segments[i];
     const SegmentLayout& placed = layout_.segments[i];
     const double length = RenderTimeline::segmentLength(segment);
     if (placed.cropWidth == 0) {
@@ -306,7 +306,7 @@ std::optional<Image> FrameCompositor::content(int segment, int frame, bool full)
       return contentCache_.front().second;
     }
   }
-  const RecordedSegment& source = segments_[static_cast<std::size_t>(segment)];
+  const RenderSegment& source = segments_[static_cast<std::size_t>(segment)];
   const auto decoded = decodeImage(source.frames->data(frame));
   if (!decoded) {
     return std::nullopt;

@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Effects/RenderTimeline.h"
 #include "BrimbleCore/Effects/SegmentLayout.h"
@@ -32,7 +32,7 @@ class FrameCompositor {
  public:
   /// Throws EffectsError (invalidColor for a colour setting that is not one, invalidSetting
   /// for a negative idle threshold, drawingFailed).
-  FrameCompositor(std::span<const RecordedSegment> segments, const RenderSettings& settings);
+  FrameCompositor(std::span<const RenderSegment> segments, const RenderSettings& settings);
   ~FrameCompositor();
   FrameCompositor(const FrameCompositor&) = delete;
   FrameCompositor& operator=(const FrameCompositor&) = delete;
@@ -69,7 +69,7 @@ class FrameCompositor {
   std::optional<Image> content(int segment, int frame, bool full) const;
   bool overlaysChange(int segment, double from, double to) const;
 
-  std::span<const RecordedSegment> segments_;
+  std::span<const RenderSegment> segments_;
   RenderSettings settings_;
   CanvasLayout layout_;
   std::vector<std::unique_ptr<SegmentEffects>> effects_;

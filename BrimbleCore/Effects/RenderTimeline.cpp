@@ -67,16 +67,16 @@ double crossfadeLength(std::span<const double> lengths, double transition) {
   return length;
 }
 
-std::vector<TimelineFrame> build(std::span<const RecordedSegment> segments, int fps,
+std::vector<TimelineFrame> build(std::span<const RenderSegment> segments, int fps,
                                  double transition) {
   std::vector<SegmentClock> clocks;
-  for (const RecordedSegment& segment : segments) {
+  for (const RenderSegment& segment : segments) {
     clocks.emplace_back(segmentLength(segment));
   }
   return build(segments, clocks, {0, 0, 0}, fps, transition);
 }
 
-std::vector<TimelineFrame> build(std::span<const RecordedSegment> segments,
+std::vector<TimelineFrame> build(std::span<const RenderSegment> segments,
                                  std::span<const SegmentClock> clocks, const TimelineCards& cards,
                                  int fps, double transition) {
   std::vector<Clip> clips;

@@ -3,7 +3,7 @@
 #include <span>
 #include <vector>
 
-#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/SegmentClock.h"
 
 namespace brimble {
@@ -58,12 +58,12 @@ int frameAt(const RecordedSegment& segment, double time);
 
 /// One entry per output frame, 1/`fps` apart, with each segment's time as recorded and no
 /// cards. Segments without frames are left out.
-std::vector<TimelineFrame> build(std::span<const RecordedSegment> segments, int fps,
+std::vector<TimelineFrame> build(std::span<const RenderSegment> segments, int fps,
                                  double transition);
 
 /// As above, with each segment played by its clock in `clocks` (one per segment) and the
 /// title cards of `cards`.
-std::vector<TimelineFrame> build(std::span<const RecordedSegment> segments,
+std::vector<TimelineFrame> build(std::span<const RenderSegment> segments,
                                  std::span<const SegmentClock> clocks, const TimelineCards& cards,
                                  int fps, double transition);
 

@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
 
 namespace brimble {

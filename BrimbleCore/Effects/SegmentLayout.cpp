@@ -36,7 +36,7 @@ CanvasRect SegmentLayout::toCanvas(const ScreenRect& rect) const noexcept {
   return {topLeft.x, topLeft.y, bottomRight.x - topLeft.x, bottomRight.y - topLeft.y};
 }
 
-CanvasLayout CanvasLayout::make(std::span<const RecordedSegment> segments,
+CanvasLayout CanvasLayout::make(std::span<const RenderSegment> segments,
                                 std::span<const ImageSize> frameSizes,
                                 const RenderSettings& settings) {
   CanvasLayout layout;
@@ -50,7 +50,7 @@ CanvasLayout CanvasLayout::make(std::span<const RecordedSegment> segments,
     if (size.width <= 0 || size.height <= 0) {
       continue;
     }
-    const RecordedSegment& segment = segments[i];
+    const RenderSegment& segment = segments[i];
     SegmentLayout& placed = layout.segments[i];
     placed.screenScale = segment.scaleFactor > 0 ? segment.scaleFactor : 1;
     placed.screenX = segment.windowFrame.x;

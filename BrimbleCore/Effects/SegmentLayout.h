@@ -3,7 +3,7 @@
 #include <span>
 #include <vector>
 
-#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Encoding/Image.h"
 
@@ -68,7 +68,7 @@ struct CanvasLayout {
   /// Lays `segments` out for `settings`, each frame size read from `frameSizes` (one per
   /// segment; empty sizes for segments without frames). Every segment is centred on a canvas as
   /// large as the largest, at most `settings.maxWidth` wide (when positive), in even sizes.
-  static CanvasLayout make(std::span<const RecordedSegment> segments,
+  static CanvasLayout make(std::span<const RenderSegment> segments,
                            std::span<const ImageSize> frameSizes, const RenderSettings& settings);
 };
 

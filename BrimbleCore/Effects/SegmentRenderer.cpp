@@ -23,7 +23,7 @@ struct ScratchFile {
 
 }  // namespace
 
-EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSettings& settings,
+EncodeSummary render(std::span<const RenderSegment> segments, const RenderSettings& settings,
                      const std::filesystem::path& output, const EncodeProgress& progress,
                      const std::stop_token& stop) {
   const FrameCompositor compositor(segments, settings);
@@ -59,7 +59,7 @@ EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSett
   return GIFEncoder::encodeSequence(compositor.frameCount(), frameAt, output, options);
 }
 
-std::optional<Image> lastFrame(std::span<const RecordedSegment> segments,
+std::optional<Image> lastFrame(std::span<const RenderSegment> segments,
                                const RenderSettings& settings) {
   const FrameCompositor compositor(segments, settings);
   if (compositor.frameCount() == 0) {

@@ -4,7 +4,7 @@
 #include <span>
 #include <stop_token>
 
-#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 
@@ -24,13 +24,13 @@ namespace SegmentRenderer {
 /// summary counts 0 frames. Throws EffectsError for settings it cannot use (a colour that is
 /// none) and what the encoder throws (MuxError, file errors, CancellationError once `stop` is
 /// requested).
-EncodeSummary render(std::span<const RecordedSegment> segments, const RenderSettings& settings,
+EncodeSummary render(std::span<const RenderSegment> segments, const RenderSettings& settings,
                      const std::filesystem::path& output, const EncodeProgress& progress = {},
                      const std::stop_token& stop = {});
 
 /// The last frame `render` writes for the same segments and settings, drawn as it is drawn
 /// there; no value when there is none.
-std::optional<Image> lastFrame(std::span<const RecordedSegment> segments,
+std::optional<Image> lastFrame(std::span<const RenderSegment> segments,
                                const RenderSettings& settings);
 
 }  // namespace SegmentRenderer

@@ -9,10 +9,10 @@
 namespace brimble::SegmentSound {
 
 std::optional<AudioTrack> compose(const FrameCompositor& compositor,
-                                  std::span<const RecordedSegment> segments, int fps,
+                                  std::span<const RenderSegment> segments, int fps,
                                   const std::filesystem::path& file) {
-  const RecordedSegment* first = nullptr;
-  for (const RecordedSegment& segment : segments) {
+  const RenderSegment* first = nullptr;
+  for (const RenderSegment& segment : segments) {
     if (segment.sound && first == nullptr) {
       first = &segment;
     }

@@ -5,7 +5,7 @@
 #include <span>
 
 #include "BrimbleCore/Effects/FrameCompositor.h"
-#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Encoding/AudioTrack.h"
 
 namespace brimble::SegmentSound {
@@ -16,7 +16,7 @@ namespace brimble::SegmentSound {
 /// the caller owns. No value when no segment has sound. Throws std::system_error naming a file
 /// that cannot be read or written.
 std::optional<AudioTrack> compose(const FrameCompositor& compositor,
-                                  std::span<const RecordedSegment> segments, int fps,
+                                  std::span<const RenderSegment> segments, int fps,
                                   const std::filesystem::path& file);
 
 }  // namespace brimble::SegmentSound

@@ -46,7 +46,7 @@ void barPath(cairo_t* cairo, const CanvasRect& bar, double radius) {
 
 }  // namespace
 
-WindowChrome::WindowChrome(const RecordedSegment& segment) : initial_(segment.chromeURL) {
+WindowChrome::WindowChrome(const RenderSegment& segment) : initial_(segment.chromeURL) {
   for (const DemoEvent& event : segment.demoEvents) {
     if (event.kind != DemoEvent::Kind::navigate) {
       continue;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/SegmentLayout.h"
 
 struct _cairo;
@@ -19,7 +19,7 @@ class WindowChrome {
   /// Seconds per typed character of an address when the navigation gave no duration.
   static constexpr double kTypingStep = 0.045;
 
-  explicit WindowChrome(const RecordedSegment& segment);
+  explicit WindowChrome(const RenderSegment& segment);
 
   /// What the address bar shows at `time`, and whether it is being typed (a caret shows).
   std::pair<std::string, bool> addressAt(double time) const;

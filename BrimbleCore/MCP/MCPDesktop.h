@@ -9,7 +9,8 @@
 #include "BrimbleCore/Automation/InputSimulator.h"
 #include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Capture/ScreenSource.h"
-#include "BrimbleCore/Scripting/SegmentRecorder.h"
+#include "BrimbleCore/Capture/SegmentRecorder.h"
+#include "BrimbleCore/Platform/PlatformTexts.h"
 #include "BrimbleCore/Support/Clock.h"
 
 namespace brimble {
@@ -54,6 +55,8 @@ class MCPDesktop {
   /// What programs started on this display need in their environment ("NAME=value").
   virtual std::vector<std::string> environment() = 0;
   virtual Clock& clock() = 0;
+  /// How the platform words what it cannot do; known before any display is brought up.
+  virtual const PlatformTexts& texts() const = 0;
   /// The display in use; no value while none was needed yet.
   virtual std::optional<DisplayInfo> display() const = 0;
   virtual AppInfo desktopApp() = 0;

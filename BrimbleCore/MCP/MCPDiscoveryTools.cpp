@@ -30,9 +30,7 @@ struct Inspection {
 
 Inspection inspect(MCPDesktop& desktop, const Arguments& arguments) {
   if (const auto url = arguments.string("url")) {
-    if (!screenRecordingGranted(desktop)) {
-      fail(kScreenRecordingRequired);
-    }
+    requireScreen(desktop);
     try {
       return {desktop.browsers().launch(*url), nullptr};
     } catch (const std::exception& error) {

@@ -19,7 +19,7 @@ constexpr int kMaxTicks = 1000;
 InputSimulator& inputOf(MCPDesktop& desktop) {
   InputSimulator& input = desktop.input();
   if (!input.available()) {
-    fail("Synthetic input is not available on this display (the XTest extension is missing).");
+    fail(desktop.texts().toolInputUnavailable);
   }
   return input;
 }

@@ -52,12 +52,6 @@ std::optional<std::chrono::steady_clock::time_point> stopTime(const Arguments& a
              std::chrono::duration<double>(*duration));
 }
 
-void requireScreen(MCPDesktop& desktop) {
-  if (!screenRecordingGranted(desktop)) {
-    fail(kScreenRecordingRequired);
-  }
-}
-
 /// The window a call names by `window_id` or `app`; no value when it names neither.
 std::optional<WindowMatch> resolveWindow(MCPDesktop& desktop, const Arguments& arguments) {
   if (arguments.has("window_id")) {
@@ -121,9 +115,7 @@ JSONValue startRecording(const ToolEnvironment& environment, const Arguments& ar
     if (crop->width <= 0 || crop->height <= 0) {
       fail("crop width and height must be positive");
     }
-    const ScreenRect& content = match->window.contentFrame;
-    const ScreenRect area{content.x + crop->x, content.y + crop->y, crop->width, crop->height};
-    request.target = CaptureTarget::screenAreaOf(area.intersection(content));
+    request.target = CaptureTarget::windowCropOf(match->window.contentFrame, *crop);
     if (request.target.area.empty()) {
       fail("crop lies outside the window's content area");
     }

@@ -166,11 +166,11 @@ MCPToolResult renderGIF(SessionContext& context, MCPCallContext& call, const Arg
   const fs::path output = fs::absolute(arguments.string("output").value_or(
       "recording-" + id + "." + std::string(fileExtension(settings.format))));
   requireDirectory(output);
-  const RecordedSegment& segment = *peek->segment;
+  const RenderSegment& segment = *peek->segment;
   EncodeSummary summary;
   try {
-    summary = SegmentRenderer::render(std::span<const RecordedSegment>(&segment, 1), settings,
-                                      output, progressOf(call), call.stop());
+    summary = SegmentRenderer::render(std::span<const RenderSegment>(&segment, 1), settings, output,
+                                      progressOf(call), call.stop());
   } catch (const CancellationError&) {
     fail("Rendering cancelled; nothing was written");
   } catch (const std::system_error& error) {
@@ -188,7 +188,7 @@ MCPToolResult renderGIF(SessionContext& context, MCPCallContext& call, const Arg
   // What the assistant sees is what it rendered: effects drawn, scaled like the file.
   std::optional<Image> still;
   try {
-    still = SegmentRenderer::lastFrame(std::span<const RecordedSegment>(&segment, 1), settings);
+    still = SegmentRenderer::lastFrame(std::span<const RenderSegment>(&segment, 1), settings);
   } catch (const std::exception&) {
     // The file is written; a picture of it is a courtesy.
   }

@@ -217,11 +217,8 @@ std::string example(std::string_view key) {
   throw MCPResourceError::unknownExample(key, available);
 }
 
-std::string permissionStatus(bool screenRecording, bool accessibility) {
-  const char* screenNote = screenRecording ? "Granted"
-                                           : "Not granted — required for recording. No X11 "
-                                             "display could be captured (run in an X11 session "
-                                             "or with --headless).";
+std::string permissionStatus(const PlatformTexts& texts, bool screenRecording, bool accessibility) {
+  const std::string& screenNote = screenRecording ? "Granted" : texts.screenRecordingNotGranted;
   const char* accessibilityNote =
       accessibility ? "Granted"
                     : "Not granted — optional, enables cursor smoothing, click indicators, "
@@ -273,7 +270,7 @@ void registerAll(MCPServer& server, SessionContext& context, MCPDesktop& desktop
       {"brimble://status/permissions", "Permission Status",
        "Current Screen Recording and Accessibility permission status.", "application/json"},
       [&desktop](const std::string&) {
-        return permissionStatus(mcp::screenRecordingGranted(desktop),
+        return permissionStatus(desktop.texts(), mcp::screenRecordingGranted(desktop),
                                 mcp::accessibilityGranted(desktop));
       });
   server.registerResource(

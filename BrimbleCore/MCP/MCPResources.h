@@ -55,8 +55,8 @@ const std::vector<std::pair<std::string_view, std::string_view>>& examples();
 /// The text of one example. Throws MCPResourceError::unknownExample.
 std::string example(std::string_view key);
 
-/// The exact permission status text; the notes carry the Linux wording.
-std::string permissionStatus(bool screenRecording, bool accessibility);
+/// The exact permission status text; the screen's note is in the platform's wording.
+std::string permissionStatus(const PlatformTexts& texts, bool screenRecording, bool accessibility);
 
 /// The recent outputs as the "brimble://recordings" text.
 std::string recentRecordings(const std::vector<RecentOutput>& outputs);

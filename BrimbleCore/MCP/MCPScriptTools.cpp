@@ -48,9 +48,7 @@ Source scriptSource(const Arguments& arguments) {
 JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arguments) {
   const Source source = scriptSource(arguments);
   MCPDesktop& desktop = environment.desktop;
-  if (!screenRecordingGranted(desktop)) {
-    fail(kScreenRecordingRequired);
-  }
+  requireScreen(desktop);
   MCPCallContext& call = environment.server.currentCall();
   // A cancelled call stops like Ctrl-C twice: the script ends, its commands are stopped and the
   // render is abandoned, so nothing partial is written.
@@ -80,6 +78,7 @@ JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arg
                          .windows = *windows,
                          .processes = processes,
                          .clock = desktop.clock(),
+                         .texts = desktop.texts(),
                          .makeRecorder = [&desktop] { return desktop.makeRecorder(); },
                          .browsers = &desktop.browsers()},
                         options);

@@ -15,16 +15,14 @@ struct ToolEnvironment {
   MCPDesktop& desktop;
 };
 
-/// The permission texts, in their Linux wording.
-inline constexpr const char* kScreenRecordingRequired =
-    "Screen Recording permission is required. No X11 display could be captured: run inside an "
-    "X11 session or start the server with --headless.";
 inline constexpr const char* kSimulatorUnavailable =
     "Simulator capture is not available in this MCP session.";
 
 /// Whether the screen can be captured: a display answers and has a monitor. Brings the display
 /// up when none was needed yet.
 bool screenRecordingGranted(MCPDesktop& desktop);
+/// Fails the call with the platform's Screen Recording text unless the screen can be captured.
+void requireScreen(MCPDesktop& desktop);
 /// Whether applications can be driven: synthetic input reaches the display and the
 /// accessibility bus answers.
 bool accessibilityGranted(MCPDesktop& desktop);

@@ -25,9 +25,7 @@ std::string lowered(std::string text) {
 }
 
 JSONValue listWindows(MCPDesktop& desktop, const Arguments& arguments) {
-  if (!screenRecordingGranted(desktop)) {
-    fail(kScreenRecordingRequired);
-  }
+  requireScreen(desktop);
   const std::string filter = lowered(arguments.string("app").value_or(""));
   JSONValue::Array windows;
   for (const WindowInfo& window : desktop.windows().windows()) {
@@ -51,9 +49,7 @@ JSONValue openApp(MCPDesktop& desktop, const Arguments& arguments) {
   if (!app || app->empty()) {
     fail("'app' parameter is required");
   }
-  if (!screenRecordingGranted(desktop)) {
-    fail(kScreenRecordingRequired);
-  }
+  requireScreen(desktop);
   std::uint32_t id = 0;
   try {
     id = desktop.windows().openApp(*app);
@@ -84,8 +80,9 @@ JSONValue focusApp(MCPDesktop& desktop, const Arguments& arguments) {
   return JSONValue::Object{{"focused", true}, {"app", *app}};
 }
 
-JSONValue permissionsNote(bool screenRecording) {
-  return screenRecording ? "All required permissions granted." : kScreenRecordingRequired;
+JSONValue permissionsNote(const MCPDesktop& desktop, bool screenRecording) {
+  return screenRecording ? "All required permissions granted."
+                         : desktop.texts().toolScreenRecordingRequired;
 }
 
 JSONValue brimbleStatus(MCPDesktop& desktop, const SessionContext& context) {
@@ -96,9 +93,7 @@ JSONValue brimbleStatus(MCPDesktop& desktop, const SessionContext& context) {
 
   std::vector<std::string> problems;
   if (!screenRecording) {
-    problems.push_back(
-        "no X11 display could be captured (run in an X11 session or start the "
-        "server with --headless)");
+    problems.push_back(desktop.texts().screenProblem);
   }
   if (!app.installed) {
     problems.push_back("the desktop app (brimble-app) was not detected on PATH; get it from " +
@@ -139,6 +134,12 @@ bool screenRecordingGranted(MCPDesktop& desktop) {
     return !desktop.screen().displays().empty();
   } catch (const std::exception&) {
     return false;
+  }
+}
+
+void requireScreen(MCPDesktop& desktop) {
+  if (!screenRecordingGranted(desktop)) {
+    fail(desktop.texts().toolScreenRecordingRequired);
   }
 }
 
@@ -211,7 +212,7 @@ void registerInfoTools(const ToolEnvironment& environment) {
         const bool screenRecording = screenRecordingGranted(desktop);
         return JSONValue::Object{{"screen_recording", screenRecording},
                                  {"accessibility", accessibilityGranted(desktop)},
-                                 {"note", permissionsNote(screenRecording)}};
+                                 {"note", permissionsNote(desktop, screenRecording)}};
       });
   environment.server.registerTool(
       {"brimble_status",

@@ -87,7 +87,7 @@ std::optional<SessionContext::StopSummary> SessionContext::finish(const std::str
     std::erase(activeOrder_, id);
   }
   // Stopping joins the capture threads and finalizes the frame file: not under the lock.
-  auto segment = std::make_shared<RecordedSegment>(recording.recorder->stop());
+  auto segment = std::make_shared<RenderSegment>(RenderSegment{recording.recorder->stop()});
   recording.recorder.reset();
   CompletedRecording completed;
   completed.frames = segment->frames ? segment->frames->count() : 0;
@@ -101,7 +101,7 @@ std::optional<SessionContext::StopSummary> SessionContext::finish(const std::str
 }
 
 void SessionContext::addCompletedRecording(const std::string& id, CompletedRecording recording) {
-  std::vector<std::shared_ptr<const RecordedSegment>> evicted;
+  std::vector<std::shared_ptr<const RenderSegment>> evicted;
   {
     std::scoped_lock guard(lock_);
     evicted = insertCompleted(id, std::move(recording));
@@ -110,14 +110,14 @@ void SessionContext::addCompletedRecording(const std::string& id, CompletedRecor
   evicted.clear();
 }
 
-std::vector<std::shared_ptr<const RecordedSegment>> SessionContext::insertCompleted(
+std::vector<std::shared_ptr<const RenderSegment>> SessionContext::insertCompleted(
     const std::string& id, CompletedRecording recording) {
   issuedIDs_.insert(id);
   released_.erase(id);
   completed_.insert_or_assign(id, std::move(recording));
   accessOrder_.remove(id);
   accessOrder_.push_back(id);
-  std::vector<std::shared_ptr<const RecordedSegment>> evicted;
+  std::vector<std::shared_ptr<const RenderSegment>> evicted;
   while (accessOrder_.size() > kRetainedRecordings) {
     const std::string oldest = accessOrder_.front();
     accessOrder_.pop_front();
@@ -140,7 +140,7 @@ std::optional<CompletedRecording> SessionContext::getCompletedRecording(const st
 }
 
 bool SessionContext::removeCompletedRecording(const std::string& id) {
-  std::shared_ptr<const RecordedSegment> freed;
+  std::shared_ptr<const RenderSegment> freed;
   {
     std::scoped_lock guard(lock_);
     const auto found = completed_.find(id);

@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "BrimbleCore/Automation/WindowSystem.h"
-#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Capture/SegmentRecorder.h"
+#include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/MCP/JSONValue.h"
-#include "BrimbleCore/Scripting/SegmentRecorder.h"
 
 namespace brimble {
 
@@ -36,7 +36,7 @@ struct ActiveRecording {
 /// A stopped recording. Its frames are shared so a render keeps them alive even if the
 /// recording is evicted meanwhile.
 struct CompletedRecording {
-  std::shared_ptr<const RecordedSegment> segment;
+  std::shared_ptr<const RenderSegment> segment;
   int fps = 30;
   std::optional<WindowInfo> window;
   int frames = 0;
@@ -120,8 +120,8 @@ class SessionContext {
   using TimePoint = std::chrono::steady_clock::time_point;
 
   /// Adds under the lock; returns the segments released, to be destroyed after unlocking.
-  std::vector<std::shared_ptr<const RecordedSegment>> insertCompleted(const std::string& id,
-                                                                      CompletedRecording recording);
+  std::vector<std::shared_ptr<const RenderSegment>> insertCompleted(const std::string& id,
+                                                                    CompletedRecording recording);
   std::optional<StopSummary> finish(const std::string& id);
   void watchDeadlines(const std::stop_token& stop);
 

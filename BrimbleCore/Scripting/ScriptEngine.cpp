@@ -39,9 +39,6 @@ constexpr double kElementPoll = 0.1;
 const std::string kSimulatorUnavailable = "Simulator capture is not available on this platform.";
 const std::string kSafariUnavailable =
     "Safari is not available on this platform; use 'browser chrome'";
-const std::string kScreenRecordingRequired =
-    "Screen Recording permission required. No X11 display could be captured: run inside an X11 "
-    "session or with --headless.";
 const std::string kAccessibilityWarning =
     "Warning: Accessibility permission not granted. Input simulation may not work.";
 const std::string kElementAccessibilityWarning =
@@ -535,7 +532,7 @@ void ScriptEngine::checkRecordingPermissions(int line) {
     captured = false;
   }
   if (!captured) {
-    throw ScriptError::runtimeError(line, kScreenRecordingRequired);
+    throw ScriptError::runtimeError(line, services_.texts.screenRecordingRequired);
   }
   checkedPermissions_ = true;
   if (!services_.input.available()) {
@@ -577,10 +574,10 @@ void ScriptEngine::record(const RecordInstruction& record, int line) {
         throw ScriptError::windowNotFound("id " + formatXID(*window));
       }
       const ScriptRect& crop = *record.target.rect;
-      const ScreenRect area{info->contentFrame.x + whole(crop.x, line),
-                            info->contentFrame.y + whole(crop.y, line), whole(crop.width, line),
-                            whole(crop.height, line)};
-      request.target = CaptureTarget::screenAreaOf(area.intersection(info->contentFrame));
+      request.target = CaptureTarget::windowCropOf(
+          info->contentFrame, {whole(crop.x, line), whole(crop.y, line), whole(crop.width, line),
+                               whole(crop.height, line)});
+      const ScreenRect& area = request.target.area;
       what = fmt::format("{} at {},{} {}x{}", windowLabel(*window), area.x, area.y, area.width,
                          area.height);
       break;
@@ -660,7 +657,7 @@ void ScriptEngine::remain(int line) {
 
 void ScriptEngine::endSegment() {
   std::unique_ptr<SegmentRecorder> recorder = std::move(activeRecorder_);
-  RecordedSegment segment = recorder->stop();
+  RenderSegment segment{recorder->stop()};
   segment.effects = std::move(segmentEffects_);
   segment.demoEvents = std::move(segmentDemoEffects_);
   if (browser_ && activeWindow_ && *activeWindow_ == browserWindowID_) {
@@ -713,7 +710,7 @@ void ScriptEngine::render(int line) {
   print(fmt::format("Rendering {} segment(s) into {}", segments_.size(), output.string()));
   const Clock::TimePoint started = services_.clock.now();
   double recorded = 0;
-  for (const RecordedSegment& segment : segments_) {
+  for (const RenderSegment& segment : segments_) {
     recorded += segment.duration;
   }
   const EncodeSummary summary = SegmentRenderer::render(segments_, settings, output,
@@ -829,7 +826,7 @@ void ScriptEngine::waitForIdle(double seconds, int line) {
   while (!shouldStop()) {
     const Clock::TimePoint now = services_.clock.now();
     if (activeRecorder_) {
-      lastChange = std::max(activeRecorder_->lastChangeDate(), start);
+      lastChange = std::max(activeRecorder_->lastChangeTime(), start);
     } else if (auto picture = stream->grab()) {
       if (!last || !samePicture(*last, *picture)) {
         lastChange = now;

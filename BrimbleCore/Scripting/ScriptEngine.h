@@ -14,14 +14,15 @@
 #include "BrimbleCore/Automation/InputSimulator.h"
 #include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Capture/ScreenSource.h"
-#include "BrimbleCore/Effects/RecordedSegment.h"
+#include "BrimbleCore/Capture/SegmentRecorder.h"
+#include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Platform/PlatformTexts.h"
 #include "BrimbleCore/Scripting/ProcessRunner.h"
 #include "BrimbleCore/Scripting/ScriptContext.h"
 #include "BrimbleCore/Scripting/ScriptInstruction.h"
 #include "BrimbleCore/Scripting/ScriptProfiler.h"
-#include "BrimbleCore/Scripting/SegmentRecorder.h"
 #include "BrimbleCore/Scripting/ShellCommand.h"
 #include "BrimbleCore/Support/Clock.h"
 
@@ -36,6 +37,8 @@ struct ScriptServices {
   WindowManager& windows;
   ProcessRunner& processes;
   Clock& clock;
+  /// How the platform words what it cannot do (no screen to record, say).
+  const PlatformTexts& texts;
   /// Makes the recorder of each segment.
   std::function<std::unique_ptr<SegmentRecorder>()> makeRecorder;
   /// Starts browser sessions for `browser chrome`; null when there is no browser to drive.
@@ -106,7 +109,7 @@ class ScriptEngine {
   ScriptContext& context() noexcept { return context_; }
   const ScriptProfiler& profiler() const noexcept { return profiler_; }
   /// The segments recorded so far.
-  const std::vector<RecordedSegment>& segments() const noexcept { return segments_; }
+  const std::vector<RenderSegment>& segments() const noexcept { return segments_; }
 
  private:
   /// The window element commands and dialogs act on by default.
@@ -209,7 +212,7 @@ class ScriptEngine {
   bool segmentChromeTyping_ = false;
   std::string segmentURL_;
 
-  std::vector<RecordedSegment> segments_;
+  std::vector<RenderSegment> segments_;
   RenderSettings renderAdditions_;  // title cards and background set by instructions
   bool renderCalled_ = false;
   std::optional<ScriptOutcome> outcome_;

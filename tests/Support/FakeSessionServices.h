@@ -63,7 +63,7 @@ class FakeSessionRecorder final : public SessionRecorder {
     return store;
   }
   bool isDiskCritical() const override { return script_.diskCritical; }
-  Clock::TimePoint lastChangeDate() const override { return script_.lastChange; }
+  Clock::TimePoint lastChangeTime() const override { return script_.lastChange; }
   std::int64_t lostFrameCount() const override { return script_.lostFrames; }
   std::vector<double> frameTimes() const override {
     std::vector<double> times;

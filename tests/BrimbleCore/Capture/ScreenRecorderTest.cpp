@@ -198,13 +198,13 @@ TEST(ScreenRecorder, WritesEveryFrameButPausedOnesAndKeepsTheFirstDateOfAPicture
     fixture.clock.advance(std::chrono::seconds(1));
     fixture.recorder.ingestFrame(shade(10));
   }
-  EXPECT_EQ(fixture.recorder.lastChangeDate(), firstChange);
+  EXPECT_EQ(fixture.recorder.lastChangeTime(), firstChange);
   fixture.recorder.pause();
   fixture.recorder.ingestFrame(shade(100));
   fixture.recorder.resume();
   fixture.clock.advance(std::chrono::seconds(1));
   fixture.recorder.ingestFrame(shade(200));
-  EXPECT_EQ(fixture.recorder.lastChangeDate(), firstChange + std::chrono::seconds(4));
+  EXPECT_EQ(fixture.recorder.lastChangeTime(), firstChange + std::chrono::seconds(4));
   EXPECT_EQ(fixture.recorder.ingestedFrameCount(), 5);
   ASSERT_EQ(fixture.written.frames.size(), 5u);
   // Each written frame keeps the time it was taken at; the paused one has none.

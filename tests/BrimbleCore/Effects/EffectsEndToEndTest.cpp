@@ -10,12 +10,12 @@
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Automation/InputSimulator.h"
+#include "BrimbleCore/Capture/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11EventCapture.h"
 #include "BrimbleCore/Platform/X11/X11InputBackend.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
-#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Support/Clock.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
@@ -38,7 +38,7 @@ TEST(EffectsEndToEnd, EveryEffectOnARealRecordingDecodesInFFprobeAndImageMagick)
   const ScreenRect content = source.window(window.id())->frame;
   input.setCursorPosition(content.x + 20, content.y + 20);
 
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   {
     ScreenSegmentRecorder recorder(source, steadyClock(), [&] {
       return std::make_unique<x11::X11EventCapture>(name, steadyClock());
@@ -52,16 +52,16 @@ TEST(EffectsEndToEnd, EveryEffectOnARealRecordingDecodesInFFprobeAndImageMagick)
     input.typeText("hello", 0.06, true);
     input.click(content.x + 300, content.y + 200, MouseButton::right);
     pause(2.5);  // idle: ramped through
-    segments.push_back(recorder.stop());
+    segments.emplace_back(recorder.stop());
   }
   {
     // A second segment of another size, crossfaded on the same canvas.
     ScreenSegmentRecorder recorder(source, steadyClock());
     recorder.start({CaptureTarget::screenAreaOf({0, 0, 300, 300}), 20, true, std::nullopt});
     pause(1.0);
-    segments.push_back(recorder.stop());
+    segments.emplace_back(recorder.stop());
   }
-  RecordedSegment& first = segments[0];
+  RenderSegment& first = segments[0];
   ASSERT_TRUE(first.frames);
   ASSERT_FALSE(first.pointerTrack.empty());
   ASSERT_GE(

@@ -22,12 +22,12 @@ using testing::Pixel;
 constexpr Pixel kGrey{128, 128, 128};
 
 // `count` frames of `image`, 10 fps, recorded from the window at screen (100, 50).
-RecordedSegment segmentOf(const Image& image, int count = 10) {
+RenderSegment segmentOf(const Image& image, int count = 10) {
   auto store = std::make_unique<InMemoryFrameStore>();
   for (int i = 0; i < count; ++i) {
     store->frames.push_back(encodePNG(image));
   }
-  RecordedSegment segment;
+  RenderSegment segment;
   segment.frames = std::move(store);
   segment.fps = 10;
   segment.windowFrame = {100, 50, image.width(), image.height()};
@@ -78,7 +78,7 @@ std::pair<double, double> centroid(const Image& image, const std::function<bool(
 }
 
 TEST(FrameCompositor, ClickRipplesAreCentredOnTheClickAndRightClicksLookDifferent) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(testing::solidImage(200, 120, kGrey), 20));
   // Screen (160, 110) is frame pixel (60, 60).
   segments[0].events = {event(InputEvent::Kind::mouseDown, 0.2, {160, 110}, 1),
@@ -108,7 +108,7 @@ TEST(FrameCompositor, ClickRipplesAreCentredOnTheClickAndRightClicksLookDifferen
 }
 
 TEST(FrameCompositor, SpotlightDimsOutsideItsRectangleFadingInAndOut) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(testing::solidImage(200, 120, {200, 200, 200}), 30));
   EffectAnnotation light;
   light.startTime = 0.2;
@@ -155,7 +155,7 @@ TEST(FrameCompositor, CroppingTheTitleBarRemovesExactlyTheFrameExtent) {
     }
     return x < 1 || x >= 199 || y >= 149 ? Pixel{0, 0, 0} : Pixel{30, 200, 30};
   });
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(decorated));
   segments[0].scaleFactor = 0.5;
   segments[0].windowFrame = {100, 50, 400, 300};  // screen pixels, twice the frames'
@@ -192,7 +192,7 @@ TEST(FrameCompositor, CroppingTheTitleBarRemovesExactlyTheFrameExtent) {
 }
 
 TEST(FrameCompositor, TitleCardsShowTheirColoursAndTextAndAddTheirTime) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(testing::solidImage(320, 180, kGrey), 20));
   RenderSettings settings = tenFPS();
   settings.intro = TitleCard{"Grüße, Привет, Γειά σου", "Ünïcödé subtitle", 1.5};
@@ -204,8 +204,8 @@ TEST(FrameCompositor, TitleCardsShowTheirColoursAndTextAndAddTheirTime) {
   EXPECT_EQ(compositor.frameCount(), 50);
   // The title is readable on the first frame already, then settles.
   int first = 0;
-  centroid(*compositor.frame(0), [](Pixel p) { return p.r > 150 && p.g > 120 && p.b < 90; },
-           &first);
+  centroid(
+      *compositor.frame(0), [](Pixel p) { return p.r > 150 && p.g > 120 && p.b < 90; }, &first);
   EXPECT_GT(first, 200);
   const Image card = *compositor.frame(6);
   int text = 0;
@@ -247,7 +247,7 @@ TEST(TitleCardPainter, TitlesInAnyScriptAndEmojiFindAFont) {
 }
 
 TEST(FrameCompositor, CrossfadeMiddleFrameLiesBetweenItsSources) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(testing::solidImage(100, 60, {220, 20, 40})));
   segments.push_back(segmentOf(testing::solidImage(100, 60, {20, 200, 240})));
   RenderSettings settings = tenFPS();
@@ -262,7 +262,7 @@ TEST(FrameCompositor, CrossfadeMiddleFrameLiesBetweenItsSources) {
 }
 
 TEST(FrameCompositor, BackgroundFramesTheWindowWithPaddingRoundedCornersAndAShadow) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(testing::solidImage(300, 200, {20, 20, 200})));
   RenderSettings settings = tenFPS();
   settings.background = "#f0e0d0";
@@ -290,7 +290,7 @@ TEST(FrameCompositor, BackgroundFramesTheWindowWithPaddingRoundedCornersAndAShad
 }
 
 TEST(FrameCompositor, KeystrokeBadgesShowChordsAndSpecialKeysButNotTyping) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(testing::solidImage(400, 240, {235, 235, 235}), 40));
   segments[0].events = {
       event(InputEvent::Kind::keyDown, 0.2, {}, 0, "Control_L"),
@@ -341,9 +341,9 @@ TEST(FrameCompositor, KeystrokeBadgesShowChordsAndSpecialKeysButNotTyping) {
 }
 
 TEST(FrameCompositor, SmoothedPointerGlidesAndMeetsEveryClickAtItsTime) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(testing::solidImage(300, 200, kGrey), 30));
-  RecordedSegment& segment = segments[0];
+  RenderSegment& segment = segments[0];
   segment.framesShowCursor = false;
   // The pointer jumps from (120, 70) to (300, 200) at 1.0 s and is clicked there at 1.05 s,
   // then clicked again at (310, 190) just as it arrives at 2.0 s.
@@ -432,7 +432,7 @@ TEST(FrameCompositor, ZoomEasesIntoTheElementHoldsAndEasesBack) {
 }
 
 TEST(FrameCompositor, BrowserSegmentsShowTheAddressBarAndTypeANavigation) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(testing::solidImage(400, 240, {250, 250, 250}), 20));
   segments[0].isBrowserContent = true;
   segments[0].chromeURL = "https://start.example/";
@@ -468,7 +468,7 @@ TEST(FrameCompositor, BrowserSegmentsShowTheAddressBarAndTypeANavigation) {
 }
 
 TEST(FrameCompositor, HighlightTintsTheElementAndLeavesTheRestAlone) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(testing::solidImage(200, 120, {40, 40, 40}), 20));
   DemoEvent highlight;
   highlight.kind = DemoEvent::Kind::highlight;
@@ -494,8 +494,8 @@ TEST(FrameCompositor, AFrameReportedAsARepeatLooksExactlyLikeTheOneBefore) {
     const auto shade = static_cast<std::uint8_t>(60 + (i / 5) * 15);
     store->frames.push_back(encodePNG(testing::solidImage(160, 100, {shade, 90, 140})));
   }
-  std::vector<RecordedSegment> segments(1);
-  RecordedSegment& segment = segments[0];
+  std::vector<RenderSegment> segments(1);
+  RenderSegment& segment = segments[0];
   segment.frames = std::move(store);
   segment.fps = 10;
   segment.windowFrame = {0, 0, 160, 100};
@@ -536,7 +536,7 @@ TEST(FrameCompositor, AFrameReportedAsARepeatLooksExactlyLikeTheOneBefore) {
 }
 
 TEST(FrameCompositor, BrokenFramesAndOddInputRenderWhatCanBeShown) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(testing::solidImage(100, 60, kGrey), 6));
   // Frames 2 and 3 are not images at all.
   auto& blobs = dynamic_cast<InMemoryFrameStore&>(*segments[0].frames).frames;
@@ -555,7 +555,7 @@ TEST(FrameCompositor, BrokenFramesAndOddInputRenderWhatCanBeShown) {
   zoom.scale = 0;
   zoom.rect = {0, 0, 0, 0};
   segments[0].demoEvents = {zoom, DemoEvent{DemoEvent::Kind::navigate, 0, -1, {}, 1, "", ""}};
-  segments.push_back(RecordedSegment{});  // nothing recorded
+  segments.push_back(RenderSegment{});  // nothing recorded
   RenderSettings settings = tenFPS();
   settings.clickIndicators = true;
   settings.keystrokeBadges = true;
@@ -571,7 +571,7 @@ TEST(FrameCompositor, BrokenFramesAndOddInputRenderWhatCanBeShown) {
   EXPECT_FALSE(compositor.frame(-1));
 
   // Nothing to show at all: no frames, no canvas, nothing written.
-  std::vector<RecordedSegment> none(2);
+  std::vector<RenderSegment> none(2);
   const FrameCompositor nothing(none, settings);
   EXPECT_EQ(nothing.frameCount(), 0);
   settings.fps = 0;
@@ -587,12 +587,12 @@ TEST(KeystrokeBadges, SpecialKeysHaveShortLabelsAndTypingHasNone) {
   }
   const std::vector<InputEvent> events = {
       event(InputEvent::Kind::keyDown, 0, {}, 0, "Shift_L"),
-      event(InputEvent::Kind::keyDown, 0.1, {}, 0, "A"),        // typing a capital
-      event(InputEvent::Kind::keyDown, 0.2, {}, 0, "Tab"),      // Shift+Tab
+      event(InputEvent::Kind::keyDown, 0.1, {}, 0, "A"),    // typing a capital
+      event(InputEvent::Kind::keyDown, 0.2, {}, 0, "Tab"),  // Shift+Tab
       event(InputEvent::Kind::keyUp, 0.3, {}, 0, "Shift_L"),
       event(InputEvent::Kind::keyDown, 0.5, {}, 0, "Alt_L"),
-      event(InputEvent::Kind::keyDown, 0.6, {}, 0, "comma"),    // Alt+,
-      event(InputEvent::Kind::keyDown, 0.65, {}, 0, "space"),   // Alt+Space
+      event(InputEvent::Kind::keyDown, 0.6, {}, 0, "comma"),   // Alt+,
+      event(InputEvent::Kind::keyDown, 0.65, {}, 0, "space"),  // Alt+Space
   };
   const KeystrokeBadges badges(events);
   ASSERT_EQ(badges.badges().size(), 3u);

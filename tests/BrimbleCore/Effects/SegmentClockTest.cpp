@@ -12,14 +12,14 @@ namespace brimble {
 namespace {
 
 // 10 fps: 10 frames that each change, 40 that repeat the last (4 s of nothing), 10 that change.
-RecordedSegment segmentWithPause() {
+RenderSegment segmentWithPause() {
   auto store = std::make_unique<InMemoryFrameStore>();
   for (int i = 0; i < 60; ++i) {
     const int shade = i < 10 ? i * 20 : (i < 50 ? 200 : (i - 50) * 20 + 5);
     store->frames.push_back(
         encodePNG(testing::solidImage(16, 16, {static_cast<std::uint8_t>(shade), 40, 90})));
   }
-  RecordedSegment segment;
+  RenderSegment segment;
   segment.frames = std::move(store);
   segment.fps = 10;
   return segment;
@@ -48,7 +48,7 @@ TEST(SegmentClock, IdleStretchesAreGapsWithoutChangeOrInputLongerThanTheThreshol
 }
 
 TEST(SegmentClock, CutShortensEachIdleStretchToABeatAndRampKeepsEveryChange) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentWithPause());
   RenderSettings settings;
   settings.fps = 10;

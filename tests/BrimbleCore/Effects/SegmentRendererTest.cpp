@@ -15,24 +15,24 @@ namespace {
 
 using testing::Pixel;
 
-RecordedSegment segmentOf(const std::vector<Image>& images, int fps) {
+RenderSegment segmentOf(const std::vector<Image>& images, int fps) {
   auto store = std::make_unique<InMemoryFrameStore>();
   for (const Image& image : images) {
     store->frames.push_back(encodeJPEG(image, 95));
   }
-  RecordedSegment segment;
+  RenderSegment segment;
   segment.frames = std::move(store);
   segment.fps = fps;
   return segment;
 }
 
 TEST(RenderTimeline, EachOutputTimeShowsTheLatestCapturedFrameAndSegmentsOverlapByTheFade) {
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   // Frames captured at 0, 0.05 and 0.3 s of a segment that ran 0.4 s.
   segments.push_back(segmentOf(std::vector<Image>(3, testing::solidImage(4, 4, {})), 10));
   segments[0].frameTimes = {0, 0.05, 0.3};
   segments[0].duration = 0.4;
-  segments.push_back(RecordedSegment{});  // captured nothing: left out
+  segments.push_back(RenderSegment{});  // captured nothing: left out
   segments.push_back(segmentOf(std::vector<Image>(4, testing::solidImage(4, 4, {})), 10));
 
   const auto described = [&](double transition) {
@@ -58,7 +58,7 @@ TEST(RenderTimeline, EachOutputTimeShowsTheLatestCapturedFrameAndSegmentsOverlap
 TEST(SegmentRenderer, SegmentsCrossfadeOnOneCanvasAndKeepTheirTime) {
   const Pixel red{220, 20, 20};
   const Pixel blue{20, 20, 220};
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(std::vector<Image>(10, testing::solidImage(80, 40, red)), 10));
   // The red one is scaled to 60x30, the blue one fits as it is: both centred on 60x40.
   segments.push_back(segmentOf(std::vector<Image>(10, testing::solidImage(40, 40, blue)), 10));
@@ -106,7 +106,7 @@ TEST(SegmentRenderer, CardsAddTheirTimeAndAnIdleCutTakesItsPauseOutOfTheFile) {
     const int shade = i < 10 ? i * 20 : (i < 40 ? 200 : 10 + (i - 40) * 20);
     images.push_back(testing::solidImage(60, 40, {static_cast<std::uint8_t>(shade), 80, 120}));
   }
-  std::vector<RecordedSegment> segments;
+  std::vector<RenderSegment> segments;
   segments.push_back(segmentOf(images, 10));
   RenderSettings settings;
   settings.fps = 10;

@@ -108,7 +108,7 @@ TEST(StdoutLocator, FindsTheOutputLineInARealTerminalAndTheSpotlightLightsIt) {
   EXPECT_FALSE(StdoutLocator::locate(frame, "no such output anywhere"));
 
   // Through the render: the annotation names only the text; the light falls on its row.
-  std::vector<RecordedSegment> segments(1);
+  std::vector<RenderSegment> segments(1);
   segments[0].frames = std::make_unique<InMemoryFrameStore>(
       std::vector<std::vector<std::uint8_t>>{encodePNG(frame)});
   segments[0].windowFrame = content;

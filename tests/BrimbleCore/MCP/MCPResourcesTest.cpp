@@ -37,12 +37,19 @@ TEST(MCPResources, AnUnknownExampleNamesTheFiveThatExist) {
   }
 }
 
-TEST(MCPResources, PermissionStatusIsTheDesignedTextWithLinuxNotes) {
-  EXPECT_EQ(MCPResources::permissionStatus(false, true),
-            "{\n  \"screen_recording\": false,\n  \"accessibility\": true,\n"
-            "  \"screen_recording_note\": \"Not granted — required for recording. No X11 display "
-            "could be captured (run in an X11 session or with --headless).\",\n"
-            "  \"accessibility_note\": \"Granted\"\n}");
+TEST(MCPResources, PermissionStatusIsTheDesignedTextWithThePlatformsNote) {
+  // The screen's note is the platform's own (the X11 wording is checked end to end against the
+  // real server); the accessibility note is the designed one.
+  PlatformTexts texts;
+  texts.screenRecordingNotGranted = "Not granted — no screen here.";
+  EXPECT_EQ(MCPResources::permissionStatus(texts, false, false),
+            "{\n  \"screen_recording\": false,\n  \"accessibility\": false,\n"
+            "  \"screen_recording_note\": \"Not granted — no screen here.\",\n"
+            "  \"accessibility_note\": \"Not granted — optional, enables cursor smoothing, click "
+            "indicators, keystroke badges.\"\n}");
+  EXPECT_EQ(MCPResources::permissionStatus(texts, true, true),
+            "{\n  \"screen_recording\": true,\n  \"accessibility\": true,\n"
+            "  \"screen_recording_note\": \"Granted\",\n  \"accessibility_note\": \"Granted\"\n}");
 }
 
 TEST(MCPResources, RecentRecordingsListsSizesWithTwoDecimals) {

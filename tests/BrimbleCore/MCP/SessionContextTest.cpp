@@ -26,7 +26,7 @@ class FileSegmentRecorder final : public SegmentRecorder {
 
   void start(const SegmentRequest&) override {}
   bool hasEnded() const override { return false; }
-  Clock::TimePoint lastChangeDate() const override { return {}; }
+  Clock::TimePoint lastChangeTime() const override { return {}; }
   int frameCount() const override { return paused_ ? 0 : frames_; }
   void setPaused(bool paused) override { paused_ = paused; }
   RecordedSegment stop() override {

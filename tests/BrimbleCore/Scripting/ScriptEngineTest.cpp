@@ -89,7 +89,7 @@ class FakeSegmentRecorder final : public SegmentRecorder {
     }
     return behaviour_.endsAfter && clock_.now() - start_ >= *behaviour_.endsAfter;
   }
-  Clock::TimePoint lastChangeDate() const override {
+  Clock::TimePoint lastChangeTime() const override {
     return std::min(clock_.now(), start_ + behaviour_.changesUntil);
   }
   int frameCount() const override { return framesFor(elapsed()); }
@@ -198,6 +198,7 @@ struct Rig {
                             windows,
                             processes,
                             clock,
+                            texts,
                             [this] {
                               return std::make_unique<FakeSegmentRecorder>(clock, origin, recorders,
                                                                            behaviour);
@@ -230,6 +231,13 @@ struct Rig {
   testing::FakeScreen screen;
   testing::FakeProcessRunner processes;
   FakeBrowsers browsers{system};
+  // The platform's wording reaches the script's errors as given.
+  const PlatformTexts texts = [] {
+    PlatformTexts made;
+    made.screenRecordingRequired =
+        "Screen Recording permission required. The test's screen is blind.";
+    return made;
+  }();
   RecorderLog recorders;
   FakeSegmentRecorder::Behaviour behaviour;
   std::vector<std::string> printed;
@@ -333,8 +341,8 @@ TEST(ScriptEngine, TheEndOfAScriptAndItsFailures) {
   Rig blind;
   blind.screen.capturable = false;
   EXPECT_THAT(testing::errorText<ScriptError>([&] { blind.run(open + "record $t duration 1\n"); }),
-              HasSubstr("Line 3: Screen Recording permission required. No X11 display could be "
-                        "captured"));
+              HasSubstr("Line 3: Screen Recording permission required. The test's screen is "
+                        "blind."));
 
   // `cleanup false` leaves the windows open.
   Rig kept;
@@ -491,7 +499,7 @@ intro "Hello" subtitle "A subtitle" duration 2
 set-background color "#ABC"
 )");
   ASSERT_EQ(engine.segments().size(), 1u);
-  const RecordedSegment& segment = engine.segments()[0];
+  const RenderSegment& segment = engine.segments()[0];
   ASSERT_EQ(segment.effects.size(), 2u);
   EXPECT_EQ(segment.effects[0].kind, EffectAnnotation::Kind::spotlight);
   EXPECT_NEAR(segment.effects[0].startTime, 1.5, 1e-9);

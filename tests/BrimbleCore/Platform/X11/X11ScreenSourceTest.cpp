@@ -8,11 +8,11 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "BrimbleCore/Capture/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Effects/FrameCompositor.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenStream.h"
-#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/X11Helpers.h"
@@ -203,8 +203,8 @@ TEST(X11ScreenSource, SegmentsAreRecordedWithoutThePointerAndWithItsTrackBeside)
 
   // Rendered without the title bar, exactly the window is left: all of it red but the pointer,
   // which the render draws where the track says.
-  std::vector<RecordedSegment> segments;
-  segments.push_back(std::move(segment));
+  std::vector<RenderSegment> segments;
+  segments.push_back(RenderSegment{std::move(segment)});
   RenderSettings settings;
   settings.fps = 20;
   settings.includeTitleBar = false;

@@ -3,8 +3,8 @@
 #include <optional>
 
 #include "BrimbleCore/Capture/AudioRecorder.h"
+#include "BrimbleCore/Capture/RecordedSegment.h"
 #include "BrimbleCore/Capture/ScreenSource.h"
-#include "BrimbleCore/Effects/RecordedSegment.h"
 #include "BrimbleCore/Support/Clock.h"
 
 namespace brimble {
@@ -40,7 +40,7 @@ class SegmentRecorder {
   /// What was captured until then is kept.
   virtual bool hasEnded() const = 0;
   /// When the picture last changed (the clock's time), or the start.
-  virtual Clock::TimePoint lastChangeDate() const = 0;
+  virtual Clock::TimePoint lastChangeTime() const = 0;
   /// Frames captured so far.
   virtual int frameCount() const = 0;
   /// While paused no frames are taken; the time paused still counts towards the duration.

@@ -5,7 +5,7 @@
 
 #include "BrimbleCore/Automation/EventCapture.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
-#include "BrimbleCore/Scripting/SegmentRecorder.h"
+#include "BrimbleCore/Capture/SegmentRecorder.h"
 
 namespace brimble {
 
@@ -21,7 +21,7 @@ class ScreenSegmentRecorder final : public SegmentRecorder {
 
   void start(const SegmentRequest& request) override;
   bool hasEnded() const override { return recorder_.hasStreamEnded(); }
-  Clock::TimePoint lastChangeDate() const override { return recorder_.lastChangeDate(); }
+  Clock::TimePoint lastChangeTime() const override { return recorder_.lastChangeTime(); }
   int frameCount() const override;
   void setPaused(bool paused) override {
     if (paused) {

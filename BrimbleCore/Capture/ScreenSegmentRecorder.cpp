@@ -1,4 +1,4 @@
-#include "BrimbleCore/Scripting/ScreenSegmentRecorder.h"
+#include "BrimbleCore/Capture/ScreenSegmentRecorder.h"
 
 #include <chrono>
 
@@ -38,18 +38,8 @@ void ScreenSegmentRecorder::start(const SegmentRequest& request) {
     segment_.windowFrame = window->frame;
     recorder_.start(*window, request.fps, showCursor);
   } else {
-    // The display that holds most of the area records it.
     const ScreenRect& area = request.target.area;
-    std::optional<ScreenDisplay> best;
-    long bestOverlap = 0;
-    for (const ScreenDisplay& display : source_.displays()) {
-      const ScreenRect common = area.intersection(display.frame);
-      const long overlap = static_cast<long>(common.width) * common.height;
-      if (overlap > bestOverlap) {
-        bestOverlap = overlap;
-        best = display;
-      }
-    }
+    const std::optional<ScreenDisplay> best = displayHolding(area, source_.displays());
     if (!best) {
       throw RecordingError::noDisplay();
     }

@@ -12,8 +12,6 @@
 
 #include "Brimble/Recording/ScreenSessionRecorder.h"
 #include "Brimble/Settings/CommandLineInstaller.h"
-#include "BrimbleCore/Platform/X11/X11GlobalHotkey.h"
-#include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Support/Log.h"
 
 namespace brimble {
@@ -43,17 +41,16 @@ fs::path AppShell::captureDirectory() {
   return CaptureHistory::defaultPath().parent_path() / "captures";
 }
 
-AppShell::AppShell(const std::string& displayName)
-    : history_(CaptureHistory::defaultPath()),
-      screens_(std::make_unique<x11::X11ScreenSource>(displayName)),
-      windows_(displayName),
-      view_(std::make_unique<QtRecordingView>(*screens_, windows_)) {
+AppShell::AppShell(Desktop& desktop)
+    : desktop_(desktop),
+      history_(CaptureHistory::defaultPath()),
+      view_(std::make_unique<QtRecordingView>(desktop.screen(), desktop.windowSystem())) {
   RecordingState::Services services{
       *view_,
       delivery_,
       scheduler_,
       steadyClock(),
-      [this] { return std::make_unique<ScreenSessionRecorder>(*screens_, steadyClock()); },
+      [this] { return std::make_unique<ScreenSessionRecorder>(desktop_.screen(), steadyClock()); },
       [this] { return settings_.load(); },
       history_,
       captureDirectory(),
@@ -152,7 +149,7 @@ void AppShell::registerHotkey() {
   hotkey_.reset();
   const std::string shortcut = settings_.load().hotkey;
   try {
-    hotkey_ = std::make_unique<x11::X11GlobalHotkey>(shortcut);
+    hotkey_ = desktop_.makeGlobalHotkey(shortcut);
   } catch (const GlobalHotkeyError& error) {
     logLine(std::string("Brimble: ") + error.what());
     view_->showMessage(error.what(), MessageKind::warning);

@@ -19,8 +19,7 @@
 #include "Brimble/Settings/SettingsStore.h"
 #include "Brimble/Settings/SettingsWindow.h"
 #include "BrimbleCore/Automation/GlobalHotkey.h"
-#include "BrimbleCore/Capture/ScreenSource.h"
-#include "BrimbleCore/Platform/X11/X11WindowSystem.h"
+#include "BrimbleCore/Platform/Desktop.h"
 #include "BrimbleCore/Support/CaptureHistory.h"
 
 namespace brimble {
@@ -32,8 +31,9 @@ class AppShell final : public QObject {
   Q_OBJECT
 
  public:
-  /// `displayName` empty means $DISPLAY. Throws when no X display can be reached.
-  explicit AppShell(const std::string& displayName = {});
+  /// `desktop` is the user's session, and outlives the shell. Throws when its windows cannot
+  /// be reached.
+  explicit AppShell(Desktop& desktop);
   ~AppShell() override;
 
   RecordingState& session() { return *state_; }
@@ -64,10 +64,9 @@ class AppShell final : public QObject {
   void phaseChanged(RecordingPhase phase);
   void setStatus(const QString& text);
 
+  Desktop& desktop_;
   SettingsStore settings_;
   CaptureHistory history_;
-  std::unique_ptr<ScreenSource> screens_;
-  x11::X11WindowSystem windows_;
   QtSessionScheduler scheduler_;
   std::unique_ptr<QtRecordingView> view_;
   QtClipDelivery delivery_;

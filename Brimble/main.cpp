@@ -1,12 +1,13 @@
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <memory>
 
 #include <QApplication>
 
 #include "Brimble/AppShell.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
+#include "BrimbleCore/Platform/PlatformBackend.h"
 
 int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
@@ -15,12 +16,13 @@ int main(int argc, char** argv) {
       return 0;
     }
   }
-  const char* display = std::getenv("DISPLAY");
-  if (display == nullptr || *display == '\0') {
-    // Qt would abort with its own message; say what to do instead.
-    std::fprintf(stderr,
-                 "brimble-app: no X11 display: run it inside an X11 session (DISPLAY is not "
-                 "set)\n");
+  // Opened before Qt, which would abort with its own message where there is no session.
+  std::unique_ptr<brimble::Desktop> desktop;
+  try {
+    desktop = brimble::platform::openDesktop(brimble::platform::DesktopChoice::user);
+  } catch (const brimble::DesktopError& error) {
+    std::fprintf(stderr, "brimble-app: %s: %s\n", error.what(),
+                 brimble::platform::texts().sessionAdvice.c_str());
     return 1;
   }
   QApplication app(argc, argv);
@@ -31,7 +33,7 @@ int main(int argc, char** argv) {
   QApplication::setQuitOnLastWindowClosed(false);
   brimble::ScreenRecorder::sweepOrphanedFrameFiles();
   try {
-    brimble::AppShell shell;
+    brimble::AppShell shell(*desktop);
     shell.registerHotkey();
     if (shell.mainWindow() != nullptr) {
       QObject::connect(&app, &QApplication::lastWindowClosed, &app, &QApplication::quit);

@@ -22,7 +22,7 @@
 #include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Support/Clock.h"
 #include "BrimbleCore/Support/Text.h"
-#include "cli/DisplaySession.h"
+#include "cli/CommandDesktop.h"
 
 namespace brimble::cli {
 namespace {
@@ -137,7 +137,8 @@ int inspectPage(const InspectOptions& options) {
                options.url);
     return kExitFailure;
   }
-  const DisplaySession display(options.headless);
+  // Up while the browser runs: it opens its window there.
+  const auto desktop = commandDesktop(options.headless);
   const ChromeLauncher::Session browser = ChromeLauncher::launch(0, "about:blank");
   CDPDriver driver = CDPDriver::connect(browser);
   driver.navigate(*url);
@@ -146,19 +147,16 @@ int inspectPage(const InspectOptions& options) {
 }
 
 int inspectApp(const InspectOptions& options) {
-  const DisplaySession display(options.headless);
-  const auto system = display.windowSystem();
-  const auto launcher = display.appLauncher();
-  WindowManager windows(*system, *launcher, steadyClock());
-  const auto match = windows.find(std::string_view(options.app));
+  const auto desktop = commandDesktop(options.headless);
+  const auto match = desktop->windows().find(std::string_view(options.app));
   if (!match) {
     fmt::print(stderr, "brimble inspect: no window of '{}' on display {}\n", options.app,
-               display.name());
+               desktop->session().name);
     return kExitFailure;
   }
-  const auto accessibility = display.accessibility();
-  std::string reason;
-  if (!accessibility->available(reason)) {
+  AccessibilityBackend* accessibility = desktop->accessibility();
+  std::string reason = "this platform has no accessibility service";
+  if (accessibility == nullptr || !accessibility->available(reason)) {
     fmt::print(stderr,
                "brimble inspect: Accessibility permission is required to inspect {}. Enable the "
                "AT-SPI accessibility bus (package at-spi2-core) for it. ({})\n",

@@ -29,7 +29,7 @@
 #include "BrimbleCore/Support/Clock.h"
 #include "BrimbleCore/Support/XID.h"
 #include "cli/AnimationOutput.h"
-#include "cli/DisplaySession.h"
+#include "cli/CommandDesktop.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
@@ -187,8 +187,8 @@ ScreenDisplay chooseDisplay(const char* command, const std::string& wanted, Scre
        fmt::join(known, ", "));
 }
 
-Target resolveTarget(const char* command, const CaptureOptions& options,
-                     const DisplaySession& session, ScreenSource& source) {
+Target resolveTarget(const char* command, const CaptureOptions& options, Desktop& desktop) {
+  ScreenSource& source = desktop.screen();
   Target target;
   if (options.regionOption->count() > 0) {
     target.kind = Target::Kind::region;
@@ -215,10 +215,7 @@ Target resolveTarget(const char* command, const CaptureOptions& options,
       }
     } else {
       // The same lookup scripts use: the alias table, an exact name before a partial one.
-      const auto windowSystem = session.windowSystem();
-      const auto launcher = session.appLauncher();
-      WindowManager windows(*windowSystem, *launcher, steadyClock());
-      const auto match = windows.find(std::string_view(options.app));
+      const auto match = desktop.windows().find(std::string_view(options.app));
       window = match ? source.window(match->window.id) : std::nullopt;
       if (!window) {
         fail(command, kExitFailure, "no window of an application named \"{}\"", options.app);
@@ -350,21 +347,17 @@ std::optional<AudioTrack> stopSound(SoundCapture& sound, Clock::time_point video
 
 /// A recording with effects: frames without the pointer, the pointer's track and the input
 /// beside them, then the effects pass into the encoder.
-int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
-                         const DisplaySession& session, ScreenSource& source, const Target& target,
-                         OutputFormat format, const std::stop_token& stop) {
+int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts, Desktop& desktop,
+                         const Target& target, OutputFormat format, const std::stop_token& stop) {
   const char* command = "record";
   RenderSettings settings = effectSettings(options);
   settings.format = format;
   settings.video = options.video;
   SoundCapture sound;
   const std::optional<AudioSource> from = soundSource(options, sound);
-  const std::string displayName = session.name();
-  ScreenSegmentRecorder recorder(source, steadyClock(), [displayName] {
-    return platform::eventCapture(displayName, steadyClock());
-  });
+  const std::unique_ptr<SegmentRecorder> recorder = desktop.makeSegmentRecorder();
   try {
-    recorder.start({target.captureTarget(), options.fps, !options.noCursor, from});
+    recorder->start({target.captureTarget(), options.fps, !options.noCursor, from});
   } catch (const AudioError& error) {
     fail(command, kExitFailure, "{}", error.what());
   }
@@ -375,7 +368,7 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
                                   : std::string("Ctrl-C stops"));
   const auto deadline = started + std::chrono::duration_cast<Clock::duration>(
                                       std::chrono::duration<double>(options.duration));
-  while (!stop.stop_requested() && !recorder.hasEnded()) {
+  while (!stop.stop_requested() && !recorder->hasEnded()) {
     if (options.duration > 0 && Clock::now() >= deadline) {
       break;
     }
@@ -383,7 +376,7 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts,
   }
   std::vector<RenderSegment> segments;
   try {
-    segments.push_back(RenderSegment{recorder.stop()});
+    segments.push_back(RenderSegment{recorder->stop()});
   } catch (const AudioError& error) {
     fail(command, kExitFailure, "{}; nothing was written", error.what());
   }
@@ -422,17 +415,16 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
          "step");
   }
   ScreenRecorder::sweepOrphanedFrameFiles();
-  const DisplaySession session(options.headless);
-  const auto source = session.screenSource();
-  const Target target = resolveTarget(command, options, session, *source);
+  const auto desktop = commandDesktop(options.headless);
+  const Target target = resolveTarget(command, options, *desktop);
   if (wantsEffects(options)) {
     effectSettings(options);  // usage errors before anything is recorded
-    return runRecordWithEffects(options, interrupts, session, *source, target, format, stop);
+    return runRecordWithEffects(options, interrupts, *desktop, target, format, stop);
   }
 
   SoundCapture sound;
   startSound(options, sound);
-  ScreenRecorder recorder(*source, steadyClock());
+  ScreenRecorder recorder(desktop->screen(), steadyClock());
   const bool showCursor = !options.noCursor;
   switch (target.kind) {
     case Target::Kind::region:
@@ -508,10 +500,9 @@ int runStill(const CaptureOptions& options) {
   const char* command = "still";
   checkOneTarget(command, options);
   checkPNGOutput(options.output);
-  const DisplaySession session(options.headless);
-  const auto source = session.screenSource();
-  const Target target = resolveTarget(command, options, session, *source);
-  const auto frame = source->openStream(target.captureTarget(), false)->grab();
+  const auto desktop = commandDesktop(options.headless);
+  const Target target = resolveTarget(command, options, *desktop);
+  const auto frame = desktop->screen().openStream(target.captureTarget(), false)->grab();
   if (!frame) {
     fail(command, kExitFailure, "{} is not on screen; nothing was written", target.description);
   }

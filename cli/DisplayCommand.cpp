@@ -19,12 +19,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "BrimbleCore/Platform/PlatformBackend.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/FileIO.h"
 #include "BrimbleCore/Support/ProcessTable.h"
 #include "BrimbleCore/Support/Subprocess.h"
 #include "BrimbleCore/Support/UniqueFd.h"
-#include "cli/PlatformBackend.h"
 
 namespace brimble::cli {
 namespace {

@@ -10,7 +10,7 @@
 
 #include "BrimbleCore/Automation/InputError.h"
 #include "BrimbleCore/Automation/InputSimulator.h"
-#include "cli/DisplaySession.h"
+#include "cli/CommandDesktop.h"
 
 namespace brimble::cli {
 namespace {
@@ -79,55 +79,54 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
   scroll->add_option("ticks", options->ticks, "Wheel clicks")
       ->check(CLI::Range(1, 1000))
       ->capture_default_str();
-  return {
-      command, [=, &interrupts] {
-        const std::string name = "brimble input " + command->get_subcommands().front()->get_name();
-        const auto direction = directionNamed(options->direction);
-        if (scroll->parsed() && !direction) {
-          fmt::print(stderr, "{}: Invalid direction '{}'. Must be: up, down, left, right\n", name,
-                     options->direction);
-          return kExitUsage;
-        }
-        KeyChord chord;
-        try {
-          if (key->parsed()) {
-            chord = InputSimulator::parseKeyChord(options->keyChord);
-            InputSimulator::requireKnownWords(chord, options->keyChord);
-          }
-        } catch (const InputError& error) {
-          fmt::print(stderr, "{}: {}\n", name, error.what());
-          return kExitUsage;
-        }
-        const std::stop_token stop = interrupts.watch();
-        const DisplaySession session = DisplaySession::lasting();
-        const auto backend = session.inputBackend();
-        if (!backend->available()) {
-          fmt::print(stderr, "{}: cannot send input to the X display {} (no XTEST extension)\n",
-                     name, session.name());
-          return kExitFailure;
-        }
-        InputSimulator input(*backend, steadyClock());
-        if (type->parsed()) {
-          // A key the user still holds from starting this command would turn the text
-          // into shortcuts.
-          input.waitForKeyboardIdle();
-          input.typeText(options->text, options->delay, options->enter,
-                         [&] { return stop.stop_requested(); });
-        } else if (key->parsed()) {
-          input.waitForKeyboardIdle();
-          input.pressKey(chord.key, chord.modifiers);
-        } else if (click->parsed()) {
-          const ScreenPoint at = options->point.size() == 2
-                                     ? ScreenPoint{options->point[0], options->point[1]}
-                                     : input.cursorPosition();
-          input.click(at.x, at.y, options->right ? MouseButton::right : MouseButton::left);
-        } else if (move->parsed()) {
-          input.smoothMove(options->x, options->y, options->duration);
-        } else {
-          input.scroll(*direction, options->ticks);
-        }
-        return stop.stop_requested() ? Interrupts::kExitInterrupted : kExitSuccess;
-      }};
+  return {command, [=, &interrupts] {
+            const std::string name =
+                "brimble input " + command->get_subcommands().front()->get_name();
+            const auto direction = directionNamed(options->direction);
+            if (scroll->parsed() && !direction) {
+              fmt::print(stderr, "{}: Invalid direction '{}'. Must be: up, down, left, right\n",
+                         name, options->direction);
+              return kExitUsage;
+            }
+            KeyChord chord;
+            try {
+              if (key->parsed()) {
+                chord = InputSimulator::parseKeyChord(options->keyChord);
+                InputSimulator::requireKnownWords(chord, options->keyChord);
+              }
+            } catch (const InputError& error) {
+              fmt::print(stderr, "{}: {}\n", name, error.what());
+              return kExitUsage;
+            }
+            const std::stop_token stop = interrupts.watch();
+            const auto desktop = lastingDesktop();
+            InputSimulator& input = desktop->input();
+            if (!input.available()) {
+              fmt::print(stderr, "{}: cannot send input to the display {}: {}\n", name,
+                         desktop->session().name, input.unavailableReason());
+              return kExitFailure;
+            }
+            if (type->parsed()) {
+              // A key the user still holds from starting this command would turn the text
+              // into shortcuts.
+              input.waitForKeyboardIdle();
+              input.typeText(options->text, options->delay, options->enter,
+                             [&] { return stop.stop_requested(); });
+            } else if (key->parsed()) {
+              input.waitForKeyboardIdle();
+              input.pressKey(chord.key, chord.modifiers);
+            } else if (click->parsed()) {
+              const ScreenPoint at = options->point.size() == 2
+                                         ? ScreenPoint{options->point[0], options->point[1]}
+                                         : input.cursorPosition();
+              input.click(at.x, at.y, options->right ? MouseButton::right : MouseButton::left);
+            } else if (move->parsed()) {
+              input.smoothMove(options->x, options->y, options->duration);
+            } else {
+              input.scroll(*direction, options->ticks);
+            }
+            return stop.stop_requested() ? Interrupts::kExitInterrupted : kExitSuccess;
+          }};
 }
 
 }  // namespace brimble::cli

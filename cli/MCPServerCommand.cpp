@@ -8,7 +8,7 @@
 #include "BrimbleCore/MCP/BrimbleMCPServer.h"
 #include "BrimbleCore/MCP/MCPStandardStreams.h"
 #include "BrimbleCore/MCP/MCPTransport.h"
-#include "cli/MCPDesktopSession.h"
+#include "BrimbleCore/Platform/PlatformBackend.h"
 
 namespace brimble::cli {
 namespace {
@@ -18,7 +18,12 @@ int runMCPServer(bool headless) {
   MCPStandardStreams streams;
   MCPTransport transport(streams.input(), streams.output());
   // Declared before the server, so it outlives the recordings that capture its display.
-  MCPDesktopSession desktop(headless);
+  MCPDesktop desktop(
+      [headless] {
+        return platform::openDesktop(headless ? platform::DesktopChoice::embedded
+                                              : platform::DesktopChoice::userFoundElseEmbedded);
+      },
+      platform::texts());
   BrimbleMCPServer server(transport, desktop, BRIMBLE_VERSION);
   server.start([&streams] { streams.endInput(); });
   return kExitSuccess;

@@ -12,21 +12,16 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include "BrimbleCore/Automation/ChromeBrowserLauncher.h"
-#include "BrimbleCore/Automation/InputSimulator.h"
-#include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Capture/AudioError.h"
 #include "BrimbleCore/Capture/PrivateSoundServer.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
-#include "BrimbleCore/Capture/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Scripting/ScriptEngine.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "BrimbleCore/Scripting/ShellProcessRunner.h"
 #include "BrimbleCore/Support/Cancellation.h"
-#include "BrimbleCore/Support/Clock.h"
 #include "cli/AnimationOutput.h"
-#include "cli/DisplaySession.h"
+#include "cli/CommandDesktop.h"
 #include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
 #include "cli/ScriptSource.h"
@@ -100,22 +95,12 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
 
   ScreenRecorder::sweepOrphanedFrameFiles();
   InterruptStages stages(interrupts);
-  const DisplaySession session(options.headless);
-  if (session.embedded() && !options.quiet) {
+  const auto desktop = commandDesktop(options.headless);
+  if (desktop->session().embedded && !options.quiet) {
     fmt::print(stderr, "brimble run: no display to use, so running in an embedded one ({})\n",
-               session.name());
+               desktop->session().name);
   }
-  Clock& clock = steadyClock();
-  const auto screen = session.screenSource();
-  const auto inputBackend = session.inputBackend();
-  const auto windowSystem = session.windowSystem();
-  const auto launcher = session.appLauncher();
-  const auto accessibility = session.accessibility();
-  InputSimulator input(*inputBackend, clock);
-  WindowManager windows(*windowSystem, *launcher, clock, accessibility.get());
-  ShellProcessRunner processes({.environment = session.environment(), .stop = stages.interrupt()});
-  ChromeBrowserLauncher browsers(session.environment());
-  const std::string displayName = session.name();
+  ShellProcessRunner processes({.environment = desktop->environment(), .stop = stages.interrupt()});
 
   ProgressBar bar;
   ScriptOptions scriptOptions;
@@ -134,19 +119,14 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
   scriptOptions.renderProgress = progressOn(bar);
   scriptOptions.interrupt = stages.interrupt();
   scriptOptions.abandon = stages.abandon();
-  ScriptEngine engine({.screen = *screen,
-                       .input = input,
-                       .windows = windows,
+  ScriptEngine engine({.screen = desktop->screen(),
+                       .input = desktop->input(),
+                       .windows = desktop->windows(),
                        .processes = processes,
-                       .clock = clock,
-                       .texts = platform::texts(),
-                       .makeRecorder =
-                           [&] {
-                             return std::make_unique<ScreenSegmentRecorder>(*screen, clock, [&] {
-                               return platform::eventCapture(displayName, clock);
-                             });
-                           },
-                       .browsers = &browsers},
+                       .clock = desktop->clock(),
+                       .texts = desktop->texts(),
+                       .makeRecorder = [&desktop] { return desktop->makeSegmentRecorder(); },
+                       .browsers = desktop->browsers()},
                       scriptOptions);
 
   ScriptOutcome outcome;

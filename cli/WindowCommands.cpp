@@ -12,23 +12,13 @@
 
 #include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Support/XID.h"
-#include "cli/DisplaySession.h"
+#include "cli/CommandDesktop.h"
 #include "cli/OptionChecks.h"
 
 namespace brimble::cli {
 namespace {
 
 constexpr int kJSONIndent = 2;
-
-/// A window manager on the session's display, for one command.
-struct Windows {
-  explicit Windows(DisplaySession display) : session(std::move(display)) {}
-  DisplaySession session;
-  std::unique_ptr<WindowSystem> system = session.windowSystem();
-  std::unique_ptr<AppLauncher> launcher = session.appLauncher();
-  std::unique_ptr<AccessibilityBackend> accessibility = session.accessibility();
-  WindowManager manager{*system, *launcher, steadyClock(), accessibility.get()};
-};
 
 struct WindowsOptions {
   std::string app;
@@ -37,9 +27,9 @@ struct WindowsOptions {
 };
 
 int runWindows(const WindowsOptions& options) {
-  Windows windows{DisplaySession(options.headless)};
-  const auto listed =
-      options.app.empty() ? windows.manager.windows() : windows.manager.windows(options.app);
+  const auto desktop = commandDesktop(options.headless);
+  WindowManager& windows = desktop->windows();
+  const auto listed = options.app.empty() ? windows.windows() : windows.windows(options.app);
   if (options.json) {
     nlohmann::json list = nlohmann::json::array();
     for (const WindowInfo& window : listed) {
@@ -130,8 +120,8 @@ Command addWindowCommand(CLI::App& app) {
               fmt::print(stderr, "brimble window close: give an application name or --id\n");
               return kExitUsage;
             }
-            Windows windows{DisplaySession::lasting()};
-            WindowManager& manager = windows.manager;
+            const auto desktop = lastingDesktop();
+            WindowManager& manager = desktop->windows();
             if (open->parsed()) {
               fmt::print("{}\n", formatXID(manager.openApp(options->app)));
             } else if (focus->parsed()) {

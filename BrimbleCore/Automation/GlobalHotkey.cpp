@@ -17,8 +17,8 @@ GlobalHotkeyError GlobalHotkeyError::alreadyTaken(const std::string& shortcut) {
                       shortcut)};
 }
 
-GlobalHotkeyError GlobalHotkeyError::displayUnreachable() {
-  return {Code::displayUnreachable, "No X11 display could be reached for the global shortcut."};
+GlobalHotkeyError GlobalHotkeyError::unavailable(const std::string& reason) {
+  return {Code::unavailable, reason};
 }
 
 KeyChord parseShortcut(const std::string& shortcut) {

@@ -9,12 +9,13 @@ namespace brimble {
 
 class GlobalHotkeyError : public std::runtime_error {
  public:
-  enum class Code { invalidShortcut, alreadyTaken, displayUnreachable };
+  enum class Code { invalidShortcut, alreadyTaken, unavailable };
 
   static GlobalHotkeyError invalidShortcut(const std::string& shortcut);
   /// Another program holds the shortcut.
   static GlobalHotkeyError alreadyTaken(const std::string& shortcut);
-  static GlobalHotkeyError displayUnreachable();
+  /// The desktop cannot take global shortcuts now; `reason` says why, in the platform's words.
+  static GlobalHotkeyError unavailable(const std::string& reason);
 
   Code code() const noexcept { return code_; }
 

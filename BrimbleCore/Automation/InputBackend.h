@@ -2,6 +2,7 @@
 
 #include <initializer_list>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace brimble {
@@ -68,6 +69,9 @@ class InputBackend {
 
   /// Whether events can be sent at all (on X11: a connection with the XTest extension).
   virtual bool available() const = 0;
+  /// Why no events can be sent, in the platform's words ("Failed to open the X display's XTest
+  /// extension for input"); asked only when `available` is false.
+  virtual std::string unavailableReason() const = 0;
 
   virtual void keyDown(KeyNumber key) = 0;
   virtual void keyUp(KeyNumber key) = 0;

@@ -30,10 +30,6 @@ constexpr int kTabKey = 48;
 constexpr std::array<int, 28> kIdleKeys = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  11, 12, 13, 14,
                                            15, 16, 17, 31, 32, 34, 35, 36, 37, 38, 40, 45, 46, 49};
 
-constexpr std::string_view kUnavailable =
-    "BrimbleCore: Failed to open the X display's XTest extension for input — input simulation "
-    "unavailable";
-
 int buttonNumber(MouseButton button) {
   return button == MouseButton::left ? 1 : 3;
 }
@@ -136,7 +132,7 @@ bool InputSimulator::checkAvailable() {
   if (backend_.available()) {
     return true;
   }
-  logLine(kUnavailable);
+  logLine("BrimbleCore: " + backend_.unavailableReason() + " — input simulation unavailable");
   return false;
 }
 

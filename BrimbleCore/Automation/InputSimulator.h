@@ -76,6 +76,8 @@ class InputSimulator {
   ScreenPoint cursorPosition();
   /// Whether synthetic input reaches the display (on X11: the XTest extension is there).
   bool available() const { return backend_.available(); }
+  /// Why not, in the platform's words; asked only when `available` is false.
+  std::string unavailableReason() const { return backend_.unavailableReason(); }
 
   /// Where an eased move is at `t` (0 to 1) of its time: ease-in-out cubic.
   static double easeInOutCubic(double t) noexcept;

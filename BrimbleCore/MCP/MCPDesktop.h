@@ -1,32 +1,25 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "BrimbleCore/Automation/BrowserSession.h"
-#include "BrimbleCore/Automation/InputSimulator.h"
-#include "BrimbleCore/Automation/WindowManager.h"
-#include "BrimbleCore/Capture/ScreenSource.h"
-#include "BrimbleCore/Capture/SegmentRecorder.h"
+#include "BrimbleCore/Platform/Desktop.h"
 #include "BrimbleCore/Platform/PlatformTexts.h"
-#include "BrimbleCore/Support/Clock.h"
 
 namespace brimble {
 
-/// The desktop the MCP tools drive: its screen, input, windows, recorders and browsers. The
-/// composition root decides which display that is and brings it up the first time a tool needs
-/// it, so a server that only answers questions never starts one. Everything it returns lives as
-/// long as it does. Called on the server's thread only.
+/// The desktop the MCP tools drive, opened the first time a tool needs the screen, so a server
+/// that only answers questions never starts a display, and kept for the server's life. Which
+/// desktop that is, the composition root decides through `open`. Everything it returns lives as
+/// long as it does. Called on the server's thread only: an embedded display's programs die with
+/// the thread that started them.
 class MCPDesktop {
  public:
-  /// Which display is in use, and why that one.
-  struct DisplayInfo {
-    std::string name;
-    bool embedded = false;
-    std::string reason;
-  };
+  using Opener = std::function<std::unique_ptr<Desktop>()>;
+
   /// The desktop application, when installed.
   struct AppInfo {
     bool installed = false;
@@ -34,32 +27,38 @@ class MCPDesktop {
     std::string version;
   };
 
-  MCPDesktop() = default;
+  /// `texts` word the failures before any desktop is open.
+  MCPDesktop(Opener open, PlatformTexts texts);
   MCPDesktop(const MCPDesktop&) = delete;
   MCPDesktop& operator=(const MCPDesktop&) = delete;
-  MCPDesktop(MCPDesktop&&) = delete;
-  MCPDesktop& operator=(MCPDesktop&&) = delete;
-  virtual ~MCPDesktop() = default;
 
-  /// The screen, its display brought up when needed. Throws MCPToolError with the Screen
-  /// Recording text when there is no display to capture.
-  virtual ScreenSource& screen() = 0;
-  virtual InputSimulator& input() = 0;
-  virtual WindowManager& windows() = 0;
+  /// The desktop, opened now if it was not yet. Throws MCPToolError with the Screen Recording
+  /// text when it cannot be opened, now and on every later call.
+  Desktop& desktop();
+  /// The session in use; no value while none was needed yet.
+  std::optional<DesktopSession> session() const;
+  const PlatformTexts& texts() const noexcept { return texts_; }
+  /// brimble-app on PATH, and what its --version says.
+  AppInfo desktopApp() const;
+
+  ScreenSource& screen() { return desktop().screen(); }
+  InputSimulator& input() { return desktop().input(); }
+  WindowManager& windows() { return desktop().windows(); }
   /// A window manager of its own, for a script: its clean-up closes only the windows that
   /// script opened, never those the assistant opened with the tools.
-  virtual std::unique_ptr<WindowManager> makeWindowManager() = 0;
-  /// A recorder of segments on this display, with its input listened to.
-  virtual std::unique_ptr<SegmentRecorder> makeRecorder() = 0;
-  virtual BrowserLauncher& browsers() = 0;
-  /// What programs started on this display need in their environment ("NAME=value").
-  virtual std::vector<std::string> environment() = 0;
-  virtual Clock& clock() = 0;
-  /// How the platform words what it cannot do; known before any display is brought up.
-  virtual const PlatformTexts& texts() const = 0;
-  /// The display in use; no value while none was needed yet.
-  virtual std::optional<DisplayInfo> display() const = 0;
-  virtual AppInfo desktopApp() = 0;
+  std::unique_ptr<WindowManager> makeWindowManager() { return desktop().makeWindowManager(); }
+  std::unique_ptr<SegmentRecorder> makeRecorder() { return desktop().makeSegmentRecorder(); }
+  /// Null where no browser can be started.
+  BrowserLauncher* browsers() { return desktop().browsers(); }
+  /// What programs started on the desktop need in their environment ("NAME=value").
+  const std::vector<std::string>& environment() { return desktop().environment(); }
+  Clock& clock() { return desktop().clock(); }
+
+ private:
+  Opener open_;
+  PlatformTexts texts_;
+  bool failed_ = false;
+  std::unique_ptr<Desktop> desktop_;
 };
 
 }  // namespace brimble

@@ -31,8 +31,12 @@ struct Inspection {
 Inspection inspect(MCPDesktop& desktop, const Arguments& arguments) {
   if (const auto url = arguments.string("url")) {
     requireScreen(desktop);
+    BrowserLauncher* browsers = desktop.browsers();
+    if (browsers == nullptr) {
+      fail("Failed to open " + *url + " in Chrome: Google Chrome or Chromium is not installed");
+    }
     try {
-      return {desktop.browsers().launch(*url), nullptr};
+      return {browsers->launch(*url), nullptr};
     } catch (const std::exception& error) {
       fail("Failed to open " + *url + " in Chrome: " + error.what());
     }

@@ -80,7 +80,7 @@ JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arg
                          .clock = desktop.clock(),
                          .texts = desktop.texts(),
                          .makeRecorder = [&desktop] { return desktop.makeRecorder(); },
-                         .browsers = &desktop.browsers()},
+                         .browsers = desktop.browsers()},
                         options);
     outcome = engine.execute(source.text);
   } catch (const CancellationError&) {

@@ -89,7 +89,7 @@ JSONValue brimbleStatus(MCPDesktop& desktop, const SessionContext& context) {
   const bool screenRecording = screenRecordingGranted(desktop);
   const bool accessibility = accessibilityGranted(desktop);
   const MCPDesktop::AppInfo app = desktop.desktopApp();
-  const auto display = desktop.display();
+  const auto display = desktop.session();
 
   std::vector<std::string> problems;
   if (!screenRecording) {

@@ -8,6 +8,11 @@ namespace brimble {
 /// session): each backend words them for itself, and core code takes them from the desktop it
 /// drives rather than spelling them out. Plain value.
 struct PlatformTexts {
+  /// What is missing when the user's own session was asked for and there is none, as a clause
+  /// ("$DISPLAY is not set").
+  std::string sessionMissing;
+  /// How to get one, as a clause ("run inside an X11 session").
+  std::string sessionAdvice;
   /// A script cannot record: "Screen Recording permission required. ..." and how to get a
   /// screen.
   std::string screenRecordingRequired;

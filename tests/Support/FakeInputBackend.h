@@ -24,6 +24,7 @@ class FakeInputBackend final : public InputBackend {
   explicit FakeInputBackend(const Clock& clock) : clock_(clock), start_(clock.now()) {}
 
   bool available() const override { return available_; }
+  std::string unavailableReason() const override { return "The fake keyboard is unplugged"; }
   void keyDown(KeyNumber key) override { record("key " + name(key) + " down"); }
   void keyUp(KeyNumber key) override { record("key " + name(key) + " up"); }
   void buttonDown(int button) override { record("button " + std::to_string(button) + " down"); }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "BrimbleCore/Platform/EmbeddedDisplay.h"
 #include "BrimbleCore/Support/Subprocess.h"
 
 namespace brimble::x11 {
@@ -46,7 +47,7 @@ class HeadlessDisplayError : public std::runtime_error {
 /// reverse order, deletes that folder and restores the environment. Its programs die with the
 /// thread that started them even if brimble is killed. One per process; start and destroy it
 /// on the main thread.
-class HeadlessDisplay {
+class HeadlessDisplay final : public EmbeddedDisplay {
  public:
   struct Options {
     int width = 1920;
@@ -60,19 +61,22 @@ class HeadlessDisplay {
   static std::unique_ptr<HeadlessDisplay> start(const Options& options);
   static std::unique_ptr<HeadlessDisplay> start() { return start(Options{}); }
 
-  HeadlessDisplay(const HeadlessDisplay&) = delete;
-  HeadlessDisplay& operator=(const HeadlessDisplay&) = delete;
-  ~HeadlessDisplay();
+  ~HeadlessDisplay() override;
 
   /// ":99", or whichever number was free.
   const std::string& displayName() const noexcept { return displayName_; }
+  std::string name() const override { return displayName_; }
   /// The private session bus, empty without one.
   const std::string& busAddress() const noexcept { return busAddress_; }
   /// What programs started in this display get in their environment: DISPLAY, the session bus,
   /// XDG_CONFIG_HOME, XDG_CACHE_HOME, XDG_DATA_HOME, XDG_RUNTIME_DIR and TMPDIR in the session's
   /// private folder, a UTF-8 locale where ours is not one, and SHELL: a demo shell without the
   /// user's start-up files and history ("NAME=value" entries).
-  std::vector<std::string> environment() const;
+  std::vector<std::string> environment() const override;
+  /// The X server, the session bus and the window manager.
+  std::vector<pid_t> processes() const override {
+    return {server_.pid(), bus_.pid(), windowManager_.pid()};
+  }
   /// The session's private folder, deleted with it.
   const std::filesystem::path& sessionDirectory() const noexcept { return sessionDirectory_; }
   pid_t serverPid() const noexcept { return server_.pid(); }

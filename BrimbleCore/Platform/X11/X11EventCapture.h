@@ -20,7 +20,6 @@ namespace brimble::x11 {
 /// must outlive it.
 class X11EventCapture final : public EventCapture {
  public:
-  /// `displayName` empty: $DISPLAY.
   X11EventCapture(std::string displayName, const Clock& clock);
   X11EventCapture(const X11EventCapture&) = delete;
   X11EventCapture& operator=(const X11EventCapture&) = delete;

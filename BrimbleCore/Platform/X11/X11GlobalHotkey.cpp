@@ -62,7 +62,8 @@ unsigned findNumLockMask(Display* display) {
 X11GlobalHotkey::X11GlobalHotkey(const std::string& shortcut, const std::string& displayName)
     : display_(openDisplay(displayName)) {
   if (!display_) {
-    throw GlobalHotkeyError::displayUnreachable();
+    throw GlobalHotkeyError::unavailable(
+        "No X11 display could be reached for the global shortcut.");
   }
   const KeyChord chord = parseShortcut(shortcut);
   const KeySym keysym = keysymForName(chord.key);

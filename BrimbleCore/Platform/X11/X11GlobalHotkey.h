@@ -12,10 +12,10 @@ namespace brimble::x11 {
 /// the shortcut works whichever of them is on. One thread at a time.
 class X11GlobalHotkey final : public GlobalHotkey {
  public:
-  /// Grabs `shortcut` (see parseKeyChord) on `displayName` (empty: $DISPLAY). Throws
-  /// GlobalHotkeyError: invalidShortcut (also for a key the keyboard does not have),
-  /// alreadyTaken when another client holds it (X answers BadAccess), displayUnreachable.
-  explicit X11GlobalHotkey(const std::string& shortcut, const std::string& displayName = {});
+  /// Grabs `shortcut` (see parseKeyChord) on `displayName` (":0"). Throws GlobalHotkeyError:
+  /// invalidShortcut (also for a key the keyboard does not have), alreadyTaken when another
+  /// client holds it (X answers BadAccess), unavailable when the display cannot be reached.
+  X11GlobalHotkey(const std::string& shortcut, const std::string& displayName);
   X11GlobalHotkey(const X11GlobalHotkey&) = delete;
   X11GlobalHotkey& operator=(const X11GlobalHotkey&) = delete;
   /// Releases the grabs.

@@ -17,9 +17,9 @@ namespace brimble::x11 {
 /// at a time.
 class X11InputBackend final : public InputBackend {
  public:
-  /// Connects to `displayName` (empty: $DISPLAY). Never throws: without a reachable display or
+  /// Connects to `displayName`. Never throws: without a reachable display or
   /// without XTest it is simply not available.
-  explicit X11InputBackend(const std::string& displayName = {});
+  explicit X11InputBackend(const std::string& displayName);
   X11InputBackend(const X11InputBackend&) = delete;
   X11InputBackend& operator=(const X11InputBackend&) = delete;
   X11InputBackend(X11InputBackend&&) = delete;
@@ -28,6 +28,9 @@ class X11InputBackend final : public InputBackend {
   ~X11InputBackend() override;
 
   bool available() const override { return available_; }
+  std::string unavailableReason() const override {
+    return "Failed to open the X display's XTest extension for input";
+  }
   void keyDown(KeyNumber key) override;
   void keyUp(KeyNumber key) override;
   void buttonDown(int button) override;

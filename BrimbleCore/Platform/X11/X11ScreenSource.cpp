@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
 
 #include <X11/Xatom.h>
 #include <X11/Xlib.h>
@@ -31,9 +30,7 @@ void checkStillConnected(Display* display) {
 XDisplayPtr connect(const std::string& displayName) {
   XDisplayPtr display = openDisplay(displayName);
   if (!display) {
-    const char* fromEnvironment = std::getenv("DISPLAY");
-    throw ScreenCaptureError::displayUnreachable(
-        !displayName.empty() ? displayName : (fromEnvironment != nullptr ? fromEnvironment : ""));
+    throw ScreenCaptureError::displayUnreachable(displayName);
   }
   return display;
 }

@@ -22,7 +22,7 @@ class X11ScreenSource final : public ScreenSource {
     bool sharedMemory = true;
   };
 
-  /// The display `displayName` (":99"; empty means $DISPLAY). Nothing connects until used.
+  /// The display `displayName` (":99"). Nothing connects until used.
   explicit X11ScreenSource(std::string displayName) : X11ScreenSource(std::move(displayName), {}) {}
   X11ScreenSource(std::string displayName, Options options)
       : displayName_(std::move(displayName)), options_(options) {}

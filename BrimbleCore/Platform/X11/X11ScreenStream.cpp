@@ -1,21 +1,11 @@
 #include "BrimbleCore/Platform/X11/X11ScreenStream.h"
 
-#include <cstdlib>
-
 #include <X11/Xlib.h>
 #include <X11/extensions/Xcomposite.h>
 #include <X11/extensions/Xfixes.h>
 
 namespace brimble::x11 {
 namespace {
-
-std::string nameOf(const std::string& displayName) {
-  if (!displayName.empty()) {
-    return displayName;
-  }
-  const char* fromEnvironment = std::getenv("DISPLAY");
-  return fromEnvironment != nullptr ? fromEnvironment : "";
-}
 
 bool windowExists(Display* display, Window window) {
   XWindowAttributes attributes{};
@@ -47,7 +37,7 @@ X11ScreenStream::X11ScreenStream(const std::string& displayName, const CaptureTa
       showCursor_(showCursor),
       sharedMemory_(sharedMemory) {
   if (!display_) {
-    throw ScreenCaptureError::displayUnreachable(nameOf(displayName));
+    throw ScreenCaptureError::displayUnreachable(displayName);
   }
   Display* display = display_.get();
   root_ = DefaultRootWindow(display);

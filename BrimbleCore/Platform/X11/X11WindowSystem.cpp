@@ -78,8 +78,8 @@ std::string processName(int pid) {
 X11WindowSystem::X11WindowSystem(const std::string& displayName)
     : display_(openDisplay(displayName)) {
   if (!display_) {
-    throw WindowManagerError::windowListUnavailable(
-        "cannot connect to the X display " + (displayName.empty() ? "$DISPLAY" : displayName));
+    throw WindowManagerError::windowListUnavailable("cannot connect to the X display " +
+                                                    displayName);
   }
   // Client ids (and with them pids) came with version 1.2 of the extension.
   int eventBase = 0;

@@ -18,9 +18,9 @@ namespace brimble::x11 {
 /// XDisplayError::connectionLost. One thread at a time.
 class X11WindowSystem final : public WindowSystem {
  public:
-  /// Connects to `displayName` (empty: $DISPLAY). Throws WindowManagerError when the display
+  /// Connects to `displayName`. Throws WindowManagerError when the display
   /// cannot be reached.
-  explicit X11WindowSystem(const std::string& displayName = {});
+  explicit X11WindowSystem(const std::string& displayName);
 
   std::vector<WindowInfo> windows() override;
   std::optional<std::uint32_t> activeWindow() override;

@@ -52,7 +52,10 @@ XDisplayPtr openDisplay(const std::string& name) {
     XSetErrorHandler(recordError);
     XSetIOErrorHandler(ignoreIOError);
   });
-  XDisplayPtr display(XOpenDisplay(name.empty() ? nullptr : name.c_str()));
+  if (name.empty()) {
+    return nullptr;  // Xlib would fall back to $DISPLAY
+  }
+  XDisplayPtr display(XOpenDisplay(name.c_str()));
   if (display) {
     XSetIOErrorExitHandler(display.get(), markLost, nullptr);
   }

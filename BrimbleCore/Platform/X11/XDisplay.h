@@ -33,12 +33,12 @@ class XDisplayError : public std::runtime_error {
   Code code_;
 };
 
-/// Connects to `name` (empty: $DISPLAY). No value's pointer (null) when the server cannot be
-/// reached. Xlib's default handlers exit the process on any error, from whatever thread meets
-/// it; on our connections an X error is recorded instead (see `succeeds`), and a broken
-/// connection is marked lost: from then on every request on it does nothing and fails, and
-/// `connectionLost` tells.
-XDisplayPtr openDisplay(const std::string& name = {});
+/// Connects to `name` (":0"; the platform's factory says which, and an empty name reaches
+/// nothing). No value's pointer (null) when the server cannot be reached. Xlib's default handlers
+/// exit the process on any error, from whatever thread meets it; on our connections an X error is
+/// recorded instead (see `succeeds`), and a broken connection is marked lost: from then on every
+/// request on it does nothing and fails, and `connectionLost` tells.
+XDisplayPtr openDisplay(const std::string& name);
 
 /// Whether the connection's server went away.
 bool connectionLost(_XDisplay* display) noexcept;

@@ -44,7 +44,7 @@ TEST(HeadlessDisplay, StartsAServerABusAndAWindowManagerAndStopsThemAll) {
         testing::runCommand("echo 'echo \"[$HISTFILE][$PS1]\"; exit' | " +
                             testing::shellQuote((folder / "demo-shell").string()) + " 2>/dev/null");
     EXPECT_THAT(shell.output, ::testing::HasSubstr("[][\\[\\e[1;38;5;110m\\]\\W"));
-    const XDisplayPtr connection = openDisplay();
+    const XDisplayPtr connection = openDisplay(display->displayName());
     ASSERT_TRUE(connection);
     EXPECT_EQ(screenSize(connection.get()), (ScreenSize{1920, 1080}));
     for (const pid_t pid : pids) {

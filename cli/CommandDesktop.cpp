@@ -1,0 +1,28 @@
+#include "cli/CommandDesktop.h"
+
+#include <stdexcept>
+
+#include <fmt/format.h>
+
+#include "BrimbleCore/Platform/PlatformBackend.h"
+
+namespace brimble::cli {
+
+std::unique_ptr<Desktop> commandDesktop(bool headless) {
+  return platform::openDesktop(headless ? platform::DesktopChoice::embedded
+                                        : platform::DesktopChoice::userElseEmbedded);
+}
+
+std::unique_ptr<Desktop> lastingDesktop() {
+  try {
+    return platform::openDesktop(platform::DesktopChoice::user);
+  } catch (const DesktopError& error) {
+    throw std::runtime_error(fmt::format(
+        "{}, and a display started for this one command would vanish with it. Start a display "
+        "that stays with `eval \"$(brimble display start)\"` (and stop it later with `brimble "
+        "display stop`), or {}.",
+        error.what(), platform::texts().sessionAdvice));
+  }
+}
+
+}  // namespace brimble::cli

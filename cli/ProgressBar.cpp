@@ -17,7 +17,7 @@ void ProgressBar::update(std::string_view phase, int done, int total) {
   if (!enabled_) {
     return;
   }
-  std::scoped_lock lock(mutex_);
+  std::scoped_lock lock(drawMutex_);
   const auto now = Clock::now();
   if (phase != phase_) {
     phase_ = phase;
@@ -41,7 +41,7 @@ void ProgressBar::finish() {
   if (!enabled_) {
     return;
   }
-  std::scoped_lock lock(mutex_);
+  std::scoped_lock lock(drawMutex_);
   if (drawn_) {
     fmt::print(out_, "\r\x1b[K");
     std::fflush(out_);

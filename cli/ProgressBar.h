@@ -30,7 +30,7 @@ class ProgressBar {
 
   std::FILE* out_;
   const bool enabled_;
-  std::mutex mutex_;  // guards the fields below and drawing
+  std::mutex drawMutex_;  // guards the fields below and drawing
   std::string phase_;
   Clock::time_point phaseStart_;
   Clock::time_point lastDraw_;

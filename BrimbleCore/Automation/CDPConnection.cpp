@@ -99,7 +99,7 @@ nlohmann::json CDPConnection::send(const std::string& method, const nlohmann::js
   auto pending = std::make_shared<Pending>();
   std::int64_t id = 0;
   {
-    std::scoped_lock lock(mutex_);
+    std::scoped_lock lock(pendingMutex_);
     if (closed_) {
       throw CDPError::connectionClosed();
     }
@@ -109,11 +109,11 @@ nlohmann::json CDPConnection::send(const std::string& method, const nlohmann::js
   try {
     transport_->send(nlohmann::json{{"id", id}, {"method", method}, {"params", params}}.dump());
   } catch (...) {
-    std::scoped_lock lock(mutex_);
+    std::scoped_lock lock(pendingMutex_);
     pending_.erase(id);
     throw;
   }
-  std::unique_lock lock(mutex_);
+  std::unique_lock lock(pendingMutex_);
   const bool done = answered_.wait_for(lock, timeout, [&] { return pending->done; });
   pending_.erase(id);
   if (!done) {
@@ -132,12 +132,12 @@ nlohmann::json CDPConnection::send(const std::string& method, const nlohmann::js
 }
 
 std::size_t CDPConnection::pendingCount() const {
-  std::scoped_lock lock(mutex_);
+  std::scoped_lock lock(pendingMutex_);
   return pending_.size();
 }
 
 void CDPConnection::receive(std::optional<std::string> message) {
-  std::scoped_lock lock(mutex_);
+  std::scoped_lock lock(pendingMutex_);
   if (!message) {
     // The socket closed: every call still waiting fails.
     closed_ = true;

@@ -49,7 +49,7 @@ class CDPConnection {
   void receive(std::optional<std::string> message);
 
   std::unique_ptr<CDPTransport> transport_;
-  mutable std::mutex mutex_;  // guards the fields below
+  mutable std::mutex pendingMutex_;  // guards the calls waiting for answers, and the fields below
   std::condition_variable answered_;
   std::int64_t nextId_ = 1;
   std::map<std::int64_t, std::shared_ptr<Pending>> pending_;

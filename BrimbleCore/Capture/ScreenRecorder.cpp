@@ -80,7 +80,6 @@ ScreenRecorder::ScreenRecorder(ScreenSource& source, Clock& clock)
 
 ScreenRecorder::~ScreenRecorder() {
   stopThreads();
-  std::scoped_lock lock(lock_);
   if (frameWriter_) {
     frameWriter_->discard();
   }
@@ -151,12 +150,13 @@ void ScreenRecorder::startCapture(const CaptureTarget& target, ImageSize size, i
     throw std::logic_error("this recorder has already recorded");
   }
   prepareFrameStore();
+  const Clock::TimePoint now = clock_.now();
   {
-    std::scoped_lock lock(lock_);
+    std::scoped_lock lock(stateMutex_);
     outputSize_ = size;
-    lastChangeTime_ = clock_.now();
-    startTime_ = lastChangeTime_;
+    lastChangeTime_ = now;
   }
+  startTime_ = now;
   std::promise<void> opened;
   std::future<void> ready = opened.get_future();
   try {
@@ -168,7 +168,6 @@ void ScreenRecorder::startCapture(const CaptureTarget& target, ImageSize size, i
     ready.get();
   } catch (...) {
     stopThreads();
-    std::scoped_lock lock(lock_);
     frameWriter_->discard();
     frameWriter_.reset();
     throw;
@@ -188,7 +187,6 @@ void ScreenRecorder::prepareFrameStore() {
     logLine(std::string("Brimble: could not create the frame store (") + error.what() + ")");
     throw RecordingError::frameStoreUnavailable();
   }
-  std::scoped_lock lock(lock_);
   frameWriter_ = std::move(writer);
 }
 
@@ -290,20 +288,16 @@ std::unique_ptr<CompressedFrameStore> ScreenRecorder::stopAndCollectFrameStore()
   stopThreads();
   std::unique_ptr<CompressedFrameStore> store;
   std::optional<std::string> finalizeFailure;
-  std::int64_t lost = 0;
-  {
-    std::scoped_lock lock(lock_);
-    lost = lostFrameCount_;
-    if (frameWriter_) {
-      try {
-        store = frameWriter_->finalize();
-      } catch (const std::exception& error) {
-        finalizeFailure = error.what();
-        frameWriter_->discard();
-      }
-      frameWriter_.reset();
+  if (frameWriter_) {
+    try {
+      store = frameWriter_->finalize();
+    } catch (const std::exception& error) {
+      finalizeFailure = error.what();
+      frameWriter_->discard();
     }
+    frameWriter_.reset();
   }
+  const std::int64_t lost = lostFrameCount();
   if (lost > 0) {
     logLine("Brimble: " + std::to_string(lost) +
             " frame(s) were lost to frame-store write failures");
@@ -316,50 +310,55 @@ std::unique_ptr<CompressedFrameStore> ScreenRecorder::stopAndCollectFrameStore()
 }
 
 void ScreenRecorder::ingestFrame(const Image& image, std::optional<double> captureTime) {
-  const double time = captureTime ? *captureTime : secondsSinceStart(clock_.now());
-  bool checkDisk = false;
-  std::optional<std::string> writeFailure;
+  const Clock::TimePoint now = clock_.now();
+  const double time = captureTime ? *captureTime : secondsSinceStart(now);
+  std::int64_t count = 0;
+  bool constrained = false;
   {
-    std::scoped_lock lock(lock_);
+    std::scoped_lock lock(stateMutex_);
     if (isPaused_) {
       return;
     }
-    const std::int64_t n = ingestedFrameCount_;
-    ingestedFrameCount_ = incremented(n);
-    bool drop = false;
-    if (isDiskConstrained_) {
-      dropCounter_ = incremented(dropCounter_);
-      drop = dropCounter_ % 2 == 0;
+    count = ingestedFrameCount_;
+    ingestedFrameCount_ = incremented(count);
+    constrained = isDiskConstrained_;
+  }
+  bool drop = false;
+  if (constrained) {
+    dropCounter_ = incremented(dropCounter_);
+    drop = dropCounter_ % 2 == 0;
+  }
+  if (std::optional<std::vector<std::uint8_t>> data = compress(image, kJPEGQuality)) {
+    // Compressed bytes are compared rather than pixels: identical pictures give identical JPEG,
+    // and the comparison costs no pixel work.
+    const bool changed = !lastFrameData_ || *lastFrameData_ != *data;
+    if (changed) {
+      lastFrameData_ = std::move(*data);
+      std::scoped_lock lock(stateMutex_);
+      lastChangeTime_ = now;
     }
-    if (std::optional<std::vector<std::uint8_t>> data = compress(image, kJPEGQuality)) {
-      // Compressed bytes are compared rather than pixels: identical pictures give identical
-      // JPEG, and the comparison costs no pixel work.
-      const bool changed = !lastFrameData_ || *lastFrameData_ != *data;
-      if (changed) {
-        lastFrameData_ = std::move(*data);
-        lastChangeTime_ = clock_.now();
-      }
-      const std::span<const std::uint8_t> bytes = changed ? *lastFrameData_ : *data;
-      if (!drop && frameWriter_) {
-        try {
-          frameWriter_->append(bytes);
-          frameTimes_.push_back(time);
-        } catch (const std::exception& error) {
-          lostFrameCount_ = incremented(lostFrameCount_);
-          if (!hasLoggedWriteFailure_) {
-            hasLoggedWriteFailure_ = true;
-            writeFailure = error.what();
-          }
+    const std::span<const std::uint8_t> bytes = changed ? *lastFrameData_ : *data;
+    if (!drop && frameWriter_) {
+      bool written = false;
+      try {
+        frameWriter_->append(bytes);
+        written = true;
+      } catch (const std::exception& error) {
+        if (!hasLoggedWriteFailure_) {
+          hasLoggedWriteFailure_ = true;
+          logLine("Brimble: frame write failed (" + std::string(error.what()) +
+                  "); further failures are only counted");
         }
       }
+      std::scoped_lock lock(stateMutex_);
+      if (written) {
+        frameTimes_.push_back(time);
+      } else {
+        lostFrameCount_ = incremented(lostFrameCount_);
+      }
     }
-    checkDisk = n % kDiskCheckInterval == 0;
   }
-  if (writeFailure) {
-    logLine("Brimble: frame write failed (" + *writeFailure +
-            "); further failures are only counted");
-  }
-  if (checkDisk) {
+  if (count % kDiskCheckInterval == 0) {
     checkDiskSpace();
   }
 }
@@ -374,7 +373,7 @@ void ScreenRecorder::checkDiskSpace() {
   const std::string megabytes = std::to_string(*available >> 20);
   std::vector<std::string> lines;
   {
-    std::scoped_lock lock(lock_);
+    std::scoped_lock lock(stateMutex_);
     if (*available < kDiskPressureBytes) {
       if (!isDiskConstrained_) {
         lines.push_back("Brimble: Disk pressure detected (" + megabytes +
@@ -432,42 +431,42 @@ void ScreenRecorder::sweepOrphanedFrameFiles() {
 }
 
 void ScreenRecorder::pause() {
-  std::scoped_lock lock(lock_);
+  std::scoped_lock lock(stateMutex_);
   isPaused_ = true;
 }
 
 void ScreenRecorder::resume() {
-  std::scoped_lock lock(lock_);
+  std::scoped_lock lock(stateMutex_);
   isPaused_ = false;
 }
 
 bool ScreenRecorder::isPaused() const {
-  std::scoped_lock lock(lock_);
+  std::scoped_lock lock(stateMutex_);
   return isPaused_;
 }
 
 bool ScreenRecorder::isDiskCritical() const {
-  std::scoped_lock lock(lock_);
+  std::scoped_lock lock(stateMutex_);
   return diskCritical_;
 }
 
 bool ScreenRecorder::isDiskConstrained() const {
-  std::scoped_lock lock(lock_);
+  std::scoped_lock lock(stateMutex_);
   return isDiskConstrained_;
 }
 
 Clock::TimePoint ScreenRecorder::lastChangeTime() const {
-  std::scoped_lock lock(lock_);
+  std::scoped_lock lock(stateMutex_);
   return lastChangeTime_;
 }
 
 std::int64_t ScreenRecorder::ingestedFrameCount() const {
-  std::scoped_lock lock(lock_);
+  std::scoped_lock lock(stateMutex_);
   return ingestedFrameCount_;
 }
 
 std::int64_t ScreenRecorder::lostFrameCount() const {
-  std::scoped_lock lock(lock_);
+  std::scoped_lock lock(stateMutex_);
   return lostFrameCount_;
 }
 
@@ -496,7 +495,7 @@ std::vector<CursorImage> ScreenRecorder::cursorImages() const {
 }
 
 std::vector<double> ScreenRecorder::frameTimes() const {
-  std::scoped_lock lock(lock_);
+  std::scoped_lock lock(stateMutex_);
   return frameTimes_;
 }
 
@@ -505,7 +504,7 @@ double ScreenRecorder::secondsSinceStart(Clock::TimePoint time) const {
 }
 
 ImageSize ScreenRecorder::outputSize() const {
-  std::scoped_lock lock(lock_);
+  std::scoped_lock lock(stateMutex_);
   return outputSize_;
 }
 

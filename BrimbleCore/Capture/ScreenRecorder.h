@@ -207,20 +207,23 @@ class ScreenRecorder {
   std::jthread ingestThread_;
   std::jthread captureThread_;
 
-  mutable std::mutex lock_;  // guards the fields below and calls into the frame writer
+  // Touched only by the thread that ingests frames, and before and after the capture threads
+  // run, so the writer is never called with a lock held.
   std::unique_ptr<FrameWriting> frameWriter_;
+  std::optional<std::vector<std::uint8_t>> lastFrameData_;
+  bool hasLoggedWriteFailure_ = false;
+  std::int64_t dropCounter_ = 0;
+
+  mutable std::mutex stateMutex_;  // guards the recording's state and counts below
   ImageSize outputSize_;
   bool isPaused_ = false;
   bool isDiskConstrained_ = false;
   bool diskCritical_ = false;
-  std::int64_t dropCounter_ = 0;
   std::int64_t ingestedFrameCount_ = 0;
   std::int64_t lostFrameCount_ = 0;
-  bool hasLoggedWriteFailure_ = false;
-  std::optional<std::vector<std::uint8_t>> lastFrameData_;
   Clock::TimePoint lastChangeTime_;
   std::vector<double> frameTimes_;
-  mutable std::mutex pointerMutex_;  // guards the fields below
+  mutable std::mutex pointerMutex_;  // guards the pointer's track and pictures below
   std::vector<PointerPosition> pointerTrack_;
   std::vector<CursorImage> cursorImages_;
   std::optional<std::uint64_t> cursorSerial_;

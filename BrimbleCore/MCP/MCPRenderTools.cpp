@@ -142,18 +142,18 @@ EncodeProgress progressOf(MCPCallContext& call) {
 MCPToolResult renderGIF(SessionContext& context, MCPCallContext& call, const Arguments& arguments) {
   const std::string id = sessionID(arguments);
   switch (context.state(id)) {
-    case SessionContext::RecordingState::active:
+    case SessionContext::RecordingStatus::active:
       fail("Recording '" + id +
            "' is still recording. Stop it first with stop_recording (or let its duration "
            "elapse), then render_gif.");
-    case SessionContext::RecordingState::released:
+    case SessionContext::RecordingStatus::released:
       fail("Recording '" + id +
            "' was captured but its frames have been released - discarded via discard_recording, "
            "or evicted after 3 newer captures took its place. Re-record to render it again.");
-    case SessionContext::RecordingState::unknown:
+    case SessionContext::RecordingStatus::unknown:
       fail("No recording with session ID '" + id +
            "'. It may never have existed or the session was torn down.");
-    case SessionContext::RecordingState::completed:
+    case SessionContext::RecordingStatus::completed:
       break;
   }
   // A render is a use: the recording moves to the most recently used end.
@@ -284,15 +284,15 @@ JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Argume
 JSONValue discardRecording(SessionContext& context, const Arguments& arguments) {
   const std::string id = sessionID(arguments);
   switch (context.state(id)) {
-    case SessionContext::RecordingState::active:
+    case SessionContext::RecordingStatus::active:
       fail("Recording '" + id +
            "' is still recording. Stop it with stop_recording before discarding.");
-    case SessionContext::RecordingState::unknown:
+    case SessionContext::RecordingStatus::unknown:
       fail("No recording with session ID '" + id + "' to discard.");
-    case SessionContext::RecordingState::released:
+    case SessionContext::RecordingStatus::released:
       return JSONValue::Object{
           {"session_id", id}, {"discarded", true}, {"note", "Frames were already released."}};
-    case SessionContext::RecordingState::completed:
+    case SessionContext::RecordingStatus::completed:
       break;
   }
   if (!context.removeCompletedRecording(id)) {

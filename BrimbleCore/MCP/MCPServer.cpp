@@ -47,7 +47,7 @@ MCPServer::MCPServer(MCPTransport& transport, std::string serverName, std::strin
       capabilities_(capabilities) {}
 
 void MCPServer::registerTool(MCPToolDefinition definition, MCPToolHandler handler) {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(registryMutex_);
   const auto existing = std::find_if(tools_.begin(), tools_.end(), [&](const ToolEntry& entry) {
     return entry.definition.name == definition.name;
   });
@@ -59,7 +59,7 @@ void MCPServer::registerTool(MCPToolDefinition definition, MCPToolHandler handle
 }
 
 void MCPServer::registerResource(MCPResourceDefinition definition, MCPResourceHandler handler) {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(registryMutex_);
   const auto existing = std::find_if(
       resources_.begin(), resources_.end(),
       [&](const ResourceEntry& entry) { return entry.definition.uri == definition.uri; });
@@ -71,7 +71,7 @@ void MCPServer::registerResource(MCPResourceDefinition definition, MCPResourceHa
 }
 
 std::vector<MCPToolDefinition> MCPServer::toolDefinitions() const {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(registryMutex_);
   std::vector<MCPToolDefinition> definitions;
   definitions.reserve(tools_.size());
   for (const ToolEntry& entry : tools_) {
@@ -81,7 +81,7 @@ std::vector<MCPToolDefinition> MCPServer::toolDefinitions() const {
 }
 
 std::vector<MCPResourceDefinition> MCPServer::resourceDefinitions() const {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(registryMutex_);
   std::vector<MCPResourceDefinition> definitions;
   definitions.reserve(resources_.size());
   for (const ResourceEntry& entry : resources_) {
@@ -90,8 +90,7 @@ std::vector<MCPResourceDefinition> MCPServer::resourceDefinitions() const {
   return definitions;
 }
 
-void MCPCallContext::reportProgress(double done, std::optional<double> total,
-                                    std::string message) {
+void MCPCallContext::reportProgress(double done, std::optional<double> total, std::string message) {
   std::scoped_lock guard(progressMutex_);
   progress_ = {done, total, std::move(message), true};
 }
@@ -202,10 +201,10 @@ void MCPServer::sendProgress(const JSONValue& token, std::chrono::steady_clock::
   if (counted) {
     params.emplace("total", *progress.total);
   }
-  params.emplace("message", progress.message.empty()
-                                ? "Still running (" + std::to_string(static_cast<int>(elapsed)) +
-                                      " s)"
-                                : progress.message);
+  params.emplace("message",
+                 progress.message.empty()
+                     ? "Still running (" + std::to_string(static_cast<int>(elapsed)) + " s)"
+                     : progress.message);
   transport_.sendNotification("notifications/progress", params);
 }
 
@@ -273,8 +272,7 @@ JSONValue MCPServer::initializeResult() const {
   };
 }
 
-JSONValue MCPServer::callTool(const JSONValue& params, const MCPRequest& request,
-                              bool& cancelled) {
+JSONValue MCPServer::callTool(const JSONValue& params, const MCPRequest& request, bool& cancelled) {
   const std::string* name = params["name"].stringValue();
   if (name == nullptr) {
     throw MCPError::invalidParams("tools/call requires 'name' parameter");
@@ -371,7 +369,7 @@ JSONValue MCPServer::readResource(const JSONValue& params) {
 }
 
 std::optional<MCPToolHandler> MCPServer::findTool(const std::string& name) const {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(registryMutex_);
   for (const ToolEntry& entry : tools_) {
     if (entry.definition.name == name) {
       return entry.handler;
@@ -381,7 +379,7 @@ std::optional<MCPToolHandler> MCPServer::findTool(const std::string& name) const
 }
 
 std::optional<MCPResourceHandler> MCPServer::findResource(const std::string& uri) const {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(registryMutex_);
   for (const ResourceEntry& entry : resources_) {
     if (entry.definition.uri == uri) {
       return entry.handler;

@@ -4,11 +4,11 @@
 #include <concepts>
 #include <condition_variable>
 #include <deque>
-#include <memory>
-#include <stop_token>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -152,7 +152,7 @@ class MCPServer {
   std::stop_source runningStop_;
   bool inputEnded_ = false;
 
-  mutable std::mutex lock_;  // guards both tables; never held while a handler runs
+  mutable std::mutex registryMutex_;  // guards both tables; never held while a handler runs
   std::vector<ToolEntry> tools_;
   std::vector<ResourceEntry> resources_;
 };

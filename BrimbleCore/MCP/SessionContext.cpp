@@ -16,7 +16,7 @@ SessionContext::~SessionContext() {
   deadlineThread_.join();
   std::map<std::string, ActiveRecording> running;
   {
-    std::scoped_lock guard(lock_);
+    std::scoped_lock guard(recordingsMutex_);
     running.swap(active_);
     activeOrder_.clear();
   }
@@ -27,7 +27,7 @@ SessionContext::~SessionContext() {
 }
 
 std::string SessionContext::generateID() {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   while (true) {
     std::string id = "rec-" + makeUUIDString().substr(0, 8);
     std::transform(id.begin(), id.end(), id.begin(),
@@ -40,7 +40,7 @@ std::string SessionContext::generateID() {
 
 void SessionContext::addActiveRecording(const std::string& id, ActiveRecording recording) {
   {
-    std::scoped_lock guard(lock_);
+    std::scoped_lock guard(recordingsMutex_);
     issuedIDs_.insert(id);
     active_.insert_or_assign(id, std::move(recording));
     activeOrder_.push_back(id);
@@ -50,17 +50,17 @@ void SessionContext::addActiveRecording(const std::string& id, ActiveRecording r
 }
 
 bool SessionContext::isActive(const std::string& id) const {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   return active_.contains(id);
 }
 
 std::vector<std::string> SessionContext::activeIDs() const {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   return activeOrder_;
 }
 
 std::optional<int> SessionContext::setPaused(const std::string& id, bool paused) {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   const auto found = active_.find(id);
   if (found == active_.end()) {
     return std::nullopt;
@@ -77,7 +77,7 @@ std::optional<SessionContext::StopSummary> SessionContext::stopRecording(const s
 std::optional<SessionContext::StopSummary> SessionContext::finish(const std::string& id) {
   ActiveRecording recording;
   {
-    std::scoped_lock guard(lock_);
+    std::scoped_lock guard(recordingsMutex_);
     const auto found = active_.find(id);
     if (found == active_.end()) {
       return std::nullopt;
@@ -103,7 +103,7 @@ std::optional<SessionContext::StopSummary> SessionContext::finish(const std::str
 void SessionContext::addCompletedRecording(const std::string& id, CompletedRecording recording) {
   std::vector<std::shared_ptr<const RenderSegment>> evicted;
   {
-    std::scoped_lock guard(lock_);
+    std::scoped_lock guard(recordingsMutex_);
     evicted = insertCompleted(id, std::move(recording));
   }
   // Dropped here, outside the lock: the last owner deletes the frame file.
@@ -129,7 +129,7 @@ std::vector<std::shared_ptr<const RenderSegment>> SessionContext::insertComplete
 }
 
 std::optional<CompletedRecording> SessionContext::getCompletedRecording(const std::string& id) {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   const auto found = completed_.find(id);
   if (found == completed_.end()) {
     return std::nullopt;
@@ -142,7 +142,7 @@ std::optional<CompletedRecording> SessionContext::getCompletedRecording(const st
 bool SessionContext::removeCompletedRecording(const std::string& id) {
   std::shared_ptr<const RenderSegment> freed;
   {
-    std::scoped_lock guard(lock_);
+    std::scoped_lock guard(recordingsMutex_);
     const auto found = completed_.find(id);
     if (found == completed_.end()) {
       return false;
@@ -156,31 +156,31 @@ bool SessionContext::removeCompletedRecording(const std::string& id) {
 }
 
 bool SessionContext::wasReleased(const std::string& id) const {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   return released_.contains(id);
 }
 
 std::vector<std::string> SessionContext::completedIDs() const {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   return {accessOrder_.begin(), accessOrder_.end()};
 }
 
-SessionContext::RecordingState SessionContext::state(const std::string& id) const {
-  std::scoped_lock guard(lock_);
+SessionContext::RecordingStatus SessionContext::state(const std::string& id) const {
+  std::scoped_lock guard(recordingsMutex_);
   if (active_.contains(id)) {
-    return RecordingState::active;
+    return RecordingStatus::active;
   }
   if (completed_.contains(id)) {
-    return RecordingState::completed;
+    return RecordingStatus::completed;
   }
   if (released_.contains(id)) {
-    return RecordingState::released;
+    return RecordingStatus::released;
   }
-  return RecordingState::unknown;
+  return RecordingStatus::unknown;
 }
 
 void SessionContext::addRecentOutput(RecentOutput output) {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   outputs_.push_back(std::move(output));
   if (outputs_.size() > kRecentOutputs) {
     outputs_.erase(outputs_.begin(), outputs_.end() - kRecentOutputs);
@@ -188,23 +188,23 @@ void SessionContext::addRecentOutput(RecentOutput output) {
 }
 
 std::vector<RecentOutput> SessionContext::recentOutputs() const {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   return outputs_;
 }
 
 JSONValue SessionContext::setting(const std::string& key) const {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   const auto found = settings_.find(key);
   return found == settings_.end() ? JSONValue() : found->second;
 }
 
 void SessionContext::setSetting(JSONValue value, const std::string& key) {
-  std::scoped_lock guard(lock_);
+  std::scoped_lock guard(recordingsMutex_);
   settings_.insert_or_assign(key, std::move(value));
 }
 
 void SessionContext::watchDeadlines(const std::stop_token& stop) {
-  std::unique_lock guard(lock_);
+  std::unique_lock guard(recordingsMutex_);
   while (!stop.stop_requested()) {
     std::optional<TimePoint> next;
     std::string due;

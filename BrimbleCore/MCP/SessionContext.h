@@ -64,7 +64,7 @@ class SessionContext {
   static constexpr std::size_t kRecentOutputs = 50;
 
   /// Where a session id stands.
-  enum class RecordingState { unknown, active, completed, released };
+  enum class RecordingStatus { unknown, active, completed, released };
 
   /// What stopping a recording gave.
   struct StopSummary {
@@ -106,7 +106,7 @@ class SessionContext {
   bool wasReleased(const std::string& id) const;
   /// The ids that hold frames, least recently used first.
   std::vector<std::string> completedIDs() const;
-  RecordingState state(const std::string& id) const;
+  RecordingStatus state(const std::string& id) const;
 
   /// Adds a produced file, dropping the oldest beyond kRecentOutputs.
   void addRecentOutput(RecentOutput output);
@@ -127,7 +127,7 @@ class SessionContext {
 
   const std::string cliVersion_;
 
-  mutable std::mutex lock_;  // guards the fields below
+  mutable std::mutex recordingsMutex_;  // guards the recordings, outputs and settings below
   std::condition_variable_any deadlinesChanged_;
   std::uint64_t activeGeneration_ = 0;  // counts additions, so the timer sees new deadlines
   std::set<std::string> issuedIDs_;

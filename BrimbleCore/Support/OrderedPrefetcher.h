@@ -34,7 +34,7 @@ class OrderedPrefetcher {
   /// Stops the workers after the items they are computing; waits for them.
   ~OrderedPrefetcher() {
     {
-      std::scoped_lock lock(mutex_);
+      std::scoped_lock lock(resultsMutex_);
       stopping_ = true;
     }
     changed_.notify_all();
@@ -43,7 +43,7 @@ class OrderedPrefetcher {
 
   /// The next result, in order; no value after the last. Rethrows what `produce` threw for it.
   std::optional<T> next() {
-    std::unique_lock lock(mutex_);
+    std::unique_lock lock(resultsMutex_);
     if (nextToHand_ == count_) {
       return std::nullopt;
     }
@@ -63,7 +63,7 @@ class OrderedPrefetcher {
     while (true) {
       std::size_t index = 0;
       {
-        std::unique_lock lock(mutex_);
+        std::unique_lock lock(resultsMutex_);
         changed_.wait(lock, [this] {
           return stopping_ || (nextToStart_ < count_ && nextToStart_ < nextToHand_ + window_);
         });
@@ -79,7 +79,7 @@ class OrderedPrefetcher {
         result = std::current_exception();
       }
       {
-        std::scoped_lock lock(mutex_);
+        std::scoped_lock lock(resultsMutex_);
         ready_.emplace(index, std::move(result));
       }
       changed_.notify_all();
@@ -89,7 +89,7 @@ class OrderedPrefetcher {
   const std::size_t count_;
   const std::function<T(std::size_t)> produce_;
   const std::size_t window_;
-  std::mutex mutex_;  // guards the fields below
+  std::mutex resultsMutex_;  // guards the results and the positions below
   std::condition_variable changed_;
   std::map<std::size_t, std::variant<T, std::exception_ptr>> ready_;
   std::size_t nextToStart_ = 0;

@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
-using State = SessionContext::RecordingState;
+using State = SessionContext::RecordingStatus;
 
 /// Frames in a real frame file, so that releasing a recording can be seen on disk.
 class FileSegmentRecorder final : public SegmentRecorder {

@@ -22,7 +22,7 @@
 #include "BrimbleCore/Capture/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Effects/EffectColor.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
@@ -484,18 +484,20 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   // long as the recording did.
   const int encodeFPS = std::clamp(
       static_cast<int>(std::lround(store->count() / std::max(recorded, 1e-3))), 1, options.fps);
-  EncoderTuning tuning;
-  tuning.dedupRule = DedupRule::everyPixel;
-  tuning.paletteBuilder = PaletteBuilder::histogram;
-  tuning.paletteStrategy = PaletteStrategy::automatic;
-  VideoOptions video = options.video;
-  video.frameRate = encodeFPS;
-  video.audio = audio;
+  SequenceOptions encoding;
+  encoding.fps = encodeFPS;
+  encoding.format = format;
+  encoding.stop = encodeStop;
+  encoding.tuning.dedupRule = DedupRule::everyPixel;
+  encoding.tuning.paletteBuilder = PaletteBuilder::histogram;
+  encoding.tuning.paletteStrategy = PaletteStrategy::automatic;
+  encoding.video = options.video;
+  encoding.video.frameRate = encodeFPS;
+  encoding.video.audio = audio;
   const auto encodeStarted = Clock::now();
   ProgressBar bar;
-  const EncodeSummary summary =
-      GIFEncoder::encodeCompressed(*store, encodeFPS, 0, true, true, format, options.output,
-                                   progressOn(bar), {}, 75, encodeStop, tuning, video);
+  encoding.progress = progressOn(bar);
+  const EncodeSummary summary = ClipEncoder::encodeCompressed(*store, options.output, encoding);
   bar.finish();
   if (summary.frames == 0) {
     fail(command, kExitFailure, "no frame could be decoded; nothing was written");

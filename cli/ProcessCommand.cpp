@@ -12,6 +12,7 @@
 
 #include "BrimbleCore/Effects/IdleTrimmer.h"
 #include "BrimbleCore/Encoding/ClipEditor.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
@@ -78,8 +79,9 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
   if (!options.trim.empty()) {
     const auto range = ClipEditor::parseTrim(options.trim);
     if (!range) {
-      fmt::print(stderr, "brimble process: --trim must be START:END in seconds, either may be "
-                         "left out (got \"{}\")\n",
+      fmt::print(stderr,
+                 "brimble process: --trim must be START:END in seconds, either may be "
+                 "left out (got \"{}\")\n",
                  options.trim);
       return kExitUsage;
     }
@@ -89,7 +91,8 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
   if (!options.crop.empty()) {
     edit.crop = ClipEditor::parseCrop(options.crop);
     if (!edit.crop) {
-      fmt::print(stderr, "brimble process: --crop must be X,Y,WIDTH,HEIGHT in pixels (got \"{}\")\n",
+      fmt::print(stderr,
+                 "brimble process: --crop must be X,Y,WIDTH,HEIGHT in pixels (got \"{}\")\n",
                  options.crop);
       return kExitUsage;
     }
@@ -124,9 +127,14 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
   }
   ProgressBar bar;
   // Written beside the destination and renamed over it, so processing a file in place is safe.
-  const EncodeSummary summary =
-      GIFEncoder::encode(frames, decoder.loopCount(), *palette, options.frameDiffing, format,
-                         options.output, progressOn(bar), stop, options.video);
+  const EncodeSummary summary = ClipEncoder::encode(frames, options.output,
+                                                    {.loopCount = decoder.loopCount(),
+                                                     .frameDiffing = options.frameDiffing,
+                                                     .format = format,
+                                                     .progress = progressOn(bar),
+                                                     .stop = stop,
+                                                     .tuning = {.paletteStrategy = *palette},
+                                                     .video = options.video});
   bar.finish();
   printSummary(options.output, summary, started);
   return kExitSuccess;
@@ -136,8 +144,9 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
 
 Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
   auto options = std::make_shared<ProcessOptions>();
-  CLI::App* command =
-      app.add_subcommand("process", "Trim, crop, resize, change the speed of, and re-encode an animated GIF (as GIF, WebP, APNG or MP4)");
+  CLI::App* command = app.add_subcommand("process",
+                                         "Trim, crop, resize, change the speed of, and re-encode "
+                                         "an animated GIF (as GIF, WebP, APNG or MP4)");
   command->add_option("input", options->input, "The GIF to process")->required();
   command->add_option("-o,--output", options->output,
                       "The file to write (default: INPUT.processed.gif beside the input)");
@@ -146,8 +155,9 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
                    "Scale frames down to at most this width (0 keeps their size)")
       ->check(wholeNumberIn(0, 65535))
       ->capture_default_str();
-  command->add_option("--trim", options->trim,
-                      "Keep the part from START to END seconds (\"1.5:4\", \"2:\", \":3\")")
+  command
+      ->add_option("--trim", options->trim,
+                   "Keep the part from START to END seconds (\"1.5:4\", \"2:\", \":3\")")
       ->type_name("START:END");
   command->add_option("--crop", options->crop, "Keep this rectangle of every frame, in pixels")
       ->type_name("X,Y,W,H");
@@ -162,9 +172,10 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
                     "Store only the pixels that changed (GIF; default on)");
   command->add_flag("--dedup,--dedupe,!--no-dedup,!--no-dedupe", options->dedup,
                     "Merge repeated frames into longer ones, keeping the total time (default on)");
-  command->add_option("--idle-strategy", options->idleStrategy,
-                      "Pauses longer than the idle threshold: cut (to a short beat), ramp (play "
-                      "them fast) or fade (cut with a dip to black); default: kept")
+  command
+      ->add_option("--idle-strategy", options->idleStrategy,
+                   "Pauses longer than the idle threshold: cut (to a short beat), ramp (play "
+                   "them fast) or fade (cut with a dip to black); default: kept")
       ->type_name("STRATEGY");
   command
       ->add_option("--idle-threshold", options->idleThreshold,

@@ -6,9 +6,9 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
 
 namespace brimble {
 
@@ -205,7 +205,7 @@ fs::path EditorWindow::saveEditedCopy() {
     output =
         file_.parent_path() / (file_.stem().string() + " edited " + std::to_string(n) + ".gif");
   }
-  GIFEncoder::encode(edited, 0, PaletteStrategy::automatic, true, OutputFormat::gif, output);
+  ClipEncoder::encode(edited, output, {.tuning = {.paletteStrategy = PaletteStrategy::automatic}});
   return output;
 }
 

@@ -10,6 +10,7 @@
 
 #include "BrimbleCore/Effects/IdleTrimmer.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
@@ -262,9 +263,14 @@ JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Argume
   EncodeSummary summary;
   try {
     // Written beside the destination and renamed over it, so processing in place is safe.
-    summary = GIFEncoder::encode(frames, loopCount, palette,
-                                 arguments.boolean("frame_diffing").value_or(false), format, output,
-                                 progressOf(call), call.stop());
+    summary =
+        ClipEncoder::encode(frames, output,
+                            {.loopCount = loopCount,
+                             .frameDiffing = arguments.boolean("frame_diffing").value_or(false),
+                             .format = format,
+                             .progress = progressOf(call),
+                             .stop = call.stop(),
+                             .tuning = {.paletteStrategy = palette}});
   } catch (const CancellationError&) {
     fail("Processing cancelled; nothing was written");
   } catch (const std::system_error& error) {

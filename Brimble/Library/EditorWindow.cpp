@@ -188,9 +188,8 @@ ClipEdit EditorWindow::currentEdit() const {
     edit.trimStart = trimStart_->value();
     edit.trimEnd = trimEnd_->value();
   }
-  const ScreenRect crop{cropX_->value(), cropY_->value(), cropWidth_->value(),
-                        cropHeight_->value()};
-  if (crop != ScreenRect{0, 0, frames_.front().image.width(), frames_.front().image.height()}) {
+  const PixelRect crop{cropX_->value(), cropY_->value(), cropWidth_->value(), cropHeight_->value()};
+  if (crop != PixelRect{0, 0, frames_.front().image.width(), frames_.front().image.height()}) {
     edit.crop = crop;
   }
   edit.speed = speed_->currentData().toDouble();

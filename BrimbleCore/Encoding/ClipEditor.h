@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "BrimbleCore/Capture/ScreenRect.h"
 #include "BrimbleCore/Encoding/Frame.h"
+#include "BrimbleCore/Encoding/PixelRect.h"
 
 namespace brimble {
 
@@ -15,7 +15,7 @@ class ClipEditError : public std::runtime_error {
   enum class Code { invalidTrim, cropOutside, invalidSpeed };
 
   static ClipEditError invalidTrim(double start, double end, double duration);
-  static ClipEditError cropOutside(const ScreenRect& crop, int width, int height);
+  static ClipEditError cropOutside(const PixelRect& crop, int width, int height);
   static ClipEditError invalidSpeed(double speed);
 
   Code code() const noexcept { return code_; }
@@ -33,7 +33,7 @@ struct ClipEdit {
   std::optional<double> trimStart;
   std::optional<double> trimEnd;
   /// The rectangle of each frame to keep, in the frame's pixels.
-  std::optional<ScreenRect> crop;
+  std::optional<PixelRect> crop;
   /// Playback speed factor: 2 plays twice as fast.
   double speed = 1;
 };
@@ -52,7 +52,7 @@ class ClipEditor {
   /// Every frame cut to `rect`. Throws ClipEditError::cropOutside when `rect` is empty or not
   /// inside the frames.
   static std::vector<ProcessedFrame> crop(const std::vector<ProcessedFrame>& frames,
-                                          const ScreenRect& rect);
+                                          const PixelRect& rect);
   /// Delays divided by `speed`. Throws ClipEditError::invalidSpeed outside 0.01 to 100.
   static std::vector<ProcessedFrame> changeSpeed(const std::vector<ProcessedFrame>& frames,
                                                  double speed);
@@ -69,7 +69,7 @@ class ClipEditor {
   static std::optional<std::pair<std::optional<double>, std::optional<double>>> parseTrim(
       const std::string& text);
   /// Parses "X,Y,WIDTH,HEIGHT". No value for anything else.
-  static std::optional<ScreenRect> parseCrop(const std::string& text);
+  static std::optional<PixelRect> parseCrop(const std::string& text);
 };
 
 }  // namespace brimble

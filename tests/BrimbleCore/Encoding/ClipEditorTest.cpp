@@ -84,7 +84,7 @@ TEST(ClipEditor, CropCutsEveryFrameAndRefusesRectanglesOutside) {
 TEST(ClipEditor, ApplyTrimsThenCropsThenSpeedsUpAndParsesTheCommandLineForms) {
   ClipEdit edit;
   edit.trimStart = 0.5;
-  edit.crop = ScreenRect{0, 0, 4, 4};
+  edit.crop = PixelRect{0, 0, 4, 4};
   edit.speed = 2;
   const auto edited = ClipEditor::apply(clip(), edit);
   EXPECT_EQ(delays(edited), (std::vector<double>{0.5, 0.125}));
@@ -99,7 +99,7 @@ TEST(ClipEditor, ApplyTrimsThenCropsThenSpeedsUpAndParsesTheCommandLineForms) {
   for (const char* bad : {":", "1-2", "a:2", "1:2:3", "-1:2"}) {
     EXPECT_FALSE(ClipEditor::parseTrim(bad)) << bad;
   }
-  EXPECT_EQ(ClipEditor::parseCrop("10,20,300,200"), (ScreenRect{10, 20, 300, 200}));
+  EXPECT_EQ(ClipEditor::parseCrop("10,20,300,200"), (PixelRect{10, 20, 300, 200}));
   for (const char* bad : {"10,20,300", "1,2,0,4", "a,b,c,d", "1,2,3,4,5", "-1,0,2,2"}) {
     EXPECT_FALSE(ClipEditor::parseCrop(bad)) << bad;
   }

@@ -13,9 +13,9 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "BrimbleCore/Encoding/ClipEditor.h"
 #include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/FileFrameStore.h"
-#include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
@@ -239,18 +239,8 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
     }
     // A GIF keeps its own delays.
     GIFDecoder decoder{fs::path(options.inputs.front())};
-    std::vector<ProcessedFrame> frames = decoder.readAll();
-    for (ProcessedFrame& frame : frames) {
-      if (scale) {
-        frame.image = scale(frame.image);
-      }
-    }
-    if (options.dedup) {
-      frames = FrameDeduplicator::merge(frames);
-    }
-    if (format == OutputFormat::gif) {
-      frames = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
-    }
+    const std::vector<ProcessedFrame> frames = ClipEditor::apply(
+        decoder.readAll(), {.maxWidth = options.maxWidth, .deduplicate = options.dedup});
     summary = ClipEncoder::encode(frames, options.output,
                                   {.loopCount = options.loop,
                                    .frameDiffing = options.frameDiffing,

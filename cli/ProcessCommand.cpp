@@ -4,6 +4,8 @@
 #include <cmath>
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -13,9 +15,7 @@
 #include "BrimbleCore/Effects/IdleTrimmer.h"
 #include "BrimbleCore/Encoding/ClipEditor.h"
 #include "BrimbleCore/Encoding/ClipEncoder.h"
-#include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
-#include "BrimbleCore/Encoding/ImageScaler.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "cli/AnimationOutput.h"
 #include "cli/OptionChecks.h"
@@ -65,17 +65,22 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
         options.input, outputFormatFromRawValue(options.format).value_or(OutputFormat::gif));
   }
   const OutputFormat format = checkAnimationOutput(options.format, options.output, true);
-  std::optional<IdleStrategy> idle;
+  ClipEdit edit;
+  edit.speed = options.speed;
+  edit.maxWidth = options.maxWidth;
+  edit.deduplicate = options.dedup;
   if (!options.idleStrategy.empty()) {
-    idle = idleStrategyFromArgument(options.idleStrategy);
+    const std::optional<IdleStrategy> idle = idleStrategyFromArgument(options.idleStrategy);
     if (!idle) {
       fmt::print(stderr, "brimble process: unknown idle strategy \"{}\" (use cut, ramp or fade)\n",
                  options.idleStrategy);
       return kExitUsage;
     }
+    edit.idle = [strategy = *idle,
+                 threshold = options.idleThreshold](std::span<const ProcessedFrame> clip) {
+      return IdleTrimmer::apply(clip, strategy, threshold);
+    };
   }
-
-  ClipEdit edit;
   if (!options.trim.empty()) {
     const auto range = ClipEditor::parseTrim(options.trim);
     if (!range) {
@@ -109,21 +114,6 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
   } catch (const ClipEditError& error) {
     fmt::print(stderr, "brimble process: {}\n", error.what());
     return kExitFailure;
-  }
-  for (ProcessedFrame& frame : frames) {
-    frame.delay /= options.speed;
-    if (options.maxWidth > 0) {
-      frame.image = ImageScaler::scaleToMaxWidth(frame.image, options.maxWidth);
-    }
-  }
-  if (idle) {
-    frames = IdleTrimmer::apply(frames, *idle, options.idleThreshold);
-  }
-  if (options.dedup) {
-    frames = FrameDeduplicator::merge(frames);
-  }
-  if (format == OutputFormat::gif) {
-    frames = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
   }
   ProgressBar bar;
   // Written beside the destination and renamed over it, so processing a file in place is safe.

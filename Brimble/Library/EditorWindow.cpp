@@ -7,7 +7,6 @@
 #include <QVBoxLayout>
 
 #include "BrimbleCore/Encoding/ClipEncoder.h"
-#include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
 
 namespace brimble {
@@ -197,8 +196,7 @@ ClipEdit EditorWindow::currentEdit() const {
 }
 
 fs::path EditorWindow::saveEditedCopy() {
-  std::vector<ProcessedFrame> edited = ClipEditor::apply(frames_, currentEdit());
-  edited = FrameDeduplicator::mergeShortFrames(edited, FrameDeduplicator::kShortestGIFDelay);
+  const std::vector<ProcessedFrame> edited = ClipEditor::apply(frames_, currentEdit());
   fs::path output = file_.parent_path() / (file_.stem().string() + " edited.gif");
   for (int n = 2; fs::exists(output); ++n) {
     output =

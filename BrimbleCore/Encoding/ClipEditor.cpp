@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
 
 namespace brimble {
@@ -126,6 +127,17 @@ std::vector<ProcessedFrame> ClipEditor::apply(const std::vector<ProcessedFrame>&
   }
   if (edit.speed != 1) {
     result = changeSpeed(result, edit.speed);
+  }
+  if (edit.maxWidth > 0) {
+    for (ProcessedFrame& frame : result) {
+      frame.image = ImageScaler::scaleToMaxWidth(frame.image, edit.maxWidth);
+    }
+  }
+  if (edit.deduplicate) {
+    result = FrameDeduplicator::merge(result);
+  }
+  if (edit.idle) {
+    result = edit.idle(result);
   }
   return result;
 }

@@ -3,10 +3,12 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include <sys/stat.h>
 
 #include "BrimbleCore/Encoding/ColorPaletteOptimizer.h"
+#include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/MuxError.h"
 #include "BrimbleCore/Encoding/SequenceEncoder.h"
@@ -73,9 +75,14 @@ EncodeSummary ClipEncoder::encode(std::span<const ProcessedFrame> frames,
   if (frames.empty()) {
     return {};
   }
+  std::span<const ProcessedFrame> toWrite = frames;
+  std::vector<ProcessedFrame> playable;
+  if (options.format == OutputFormat::gif) {
+    playable = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
+    toWrite = playable;
+  }
   // With diffing, each frame keeps full colour and gets its own palette; without it, the
   // strategy decides which frames share one.
-  std::span<const ProcessedFrame> toWrite = frames;
   ColorPaletteOptimizer::Result optimized;
   const EncodeProgress& progress = options.progress;
   if (options.format == OutputFormat::gif && !options.frameDiffing) {
@@ -86,7 +93,7 @@ EncodeSummary ClipEncoder::encode(std::span<const ProcessedFrame> frames,
       };
     }
     optimized =
-        ColorPaletteOptimizer::optimize(frames, options.tuning.paletteStrategy, paletteProgress);
+        ColorPaletteOptimizer::optimize(toWrite, options.tuning.paletteStrategy, paletteProgress);
     toWrite = optimized.frames;
   }
   const auto write = [&](const OutputFactory& makeWriter, bool apngAlpha) {

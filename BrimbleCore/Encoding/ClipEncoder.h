@@ -87,10 +87,11 @@ struct SequenceOptions {
 /// the destination is untouched. Stateless; one encode per calling thread.
 class ClipEncoder {
  public:
-  /// Writes `frames` with their delays to `output`. GIF without diffing applies the palette
-  /// strategy first; with diffing each frame keeps full colour and frames after the first carry
-  /// only what changed. Nothing is written for no frames. Throws MuxError, VideoError, file
-  /// errors, and CancellationError when `options.stop` is requested.
+  /// Writes `frames` with their delays to `output`. GIF frames shorter than 2 cs take in the
+  /// frames after them, as in sequences. GIF without diffing applies the palette strategy then;
+  /// with diffing each frame keeps full colour and frames after the first carry only what
+  /// changed. Nothing is written for no frames. Throws MuxError, VideoError, file errors, and
+  /// CancellationError when `options.stop` is requested.
   static EncodeSummary encode(std::span<const ProcessedFrame> frames,
                               const std::filesystem::path& output, const SequenceOptions& options);
 

@@ -22,8 +22,8 @@
 #include "BrimbleCore/Capture/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Effects/EffectColor.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
-#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/RecordingEncoder.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Clock.h"
@@ -466,7 +466,7 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   const double recorded = std::chrono::duration<double>(Clock::now() - started).count();
-  const std::unique_ptr<CompressedFrameStore> store = recorder.stopAndCollectFrameStore();
+  const std::shared_ptr<const CompressedFrameStore> store = recorder.stopAndCollectFrameStore();
   const std::optional<AudioTrack> audio = stopSound(sound, started);
   if (recorder.lostFrameCount() > 0) {
     fmt::print(stderr, "Some frames were lost while recording because the disk filled up.\n");
@@ -478,26 +478,16 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
 
   fmt::print(stderr, "brimble record: {} frames in {:.1f} s; encoding\n", store->count(), recorded);
   // Ctrl-C ended the recording; the next one cancels the encode, and only a third exits at once.
-  const std::stop_token encodeStop = interrupts.watchAgain();
-  // Ticks skipped on a busy machine (or frames dropped for disk space) leave fewer frames than
-  // the frame rate promised: play them at the rate they were taken, so the animation lasts as
-  // long as the recording did.
-  const int encodeFPS = std::clamp(
-      static_cast<int>(std::lround(store->count() / std::max(recorded, 1e-3))), 1, options.fps);
-  SequenceOptions encoding;
-  encoding.fps = encodeFPS;
-  encoding.format = format;
-  encoding.stop = encodeStop;
-  encoding.tuning.dedupRule = DedupRule::everyPixel;
-  encoding.tuning.paletteBuilder = PaletteBuilder::histogram;
-  encoding.tuning.paletteStrategy = PaletteStrategy::automatic;
-  encoding.video = options.video;
-  encoding.video.frameRate = encodeFPS;
+  SequenceOptions encoding{.fps = options.fps,
+                           .format = format,
+                           .stop = interrupts.watchAgain(),
+                           .video = options.video};
   encoding.video.audio = audio;
   const auto encodeStarted = Clock::now();
   ProgressBar bar;
   encoding.progress = progressOn(bar);
-  const EncodeSummary summary = ClipEncoder::encodeCompressed(*store, options.output, encoding);
+  const EncodeSummary summary =
+      RecordingEncoder::encode(store, recorded, options.output, std::move(encoding));
   bar.finish();
   if (summary.frames == 0) {
     fail(command, kExitFailure, "no frame could be decoded; nothing was written");

@@ -14,7 +14,7 @@
 #include <fmt/format.h>
 
 #include "Brimble/Recording/AnnotationPainter.h"
-#include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/RecordingEncoder.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Log.h"
 
@@ -482,47 +482,37 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
     return;
   }
 
-  SequenceOptions options;
-  // Ticks skipped on a busy machine leave fewer frames than the rate promised: play them at the
-  // rate they were taken, so the clip lasts as long as the recording did.
-  options.fps = std::clamp(static_cast<int>(std::lround(store->count() / std::max(recorded, 1e-3))),
-                           1, std::max(1, encoding.frameRate));
-  options.loopCount = encoding.loopCount;
-  options.frameDiffing = encoding.frameDiffing;
-  options.deduplicate = encoding.frameDeduplication;
-  options.format = encoding.format;
-  options.webpQuality = static_cast<float>(encoding.webpQuality);
-  options.tuning.dedupRule = DedupRule::everyPixel;
-  options.tuning.paletteBuilder = PaletteBuilder::histogram;
-  options.tuning.paletteStrategy = PaletteStrategy::automatic;
-  options.tuning.webpMode = encoding.webpLossless ? WebPMode::lossless : WebPMode::lossy;
+  SequenceOptions requested;
+  requested.fps = encoding.frameRate;
+  requested.loopCount = encoding.loopCount;
+  requested.frameDiffing = encoding.frameDiffing;
+  requested.deduplicate = encoding.frameDeduplication;
+  requested.format = encoding.format;
+  requested.webpQuality = static_cast<float>(encoding.webpQuality);
+  requested.tuning.webpMode = encoding.webpLossless ? WebPMode::lossless : WebPMode::lossy;
 
   // A window's own pixels never show the layer the marks are drawn on, so they are drawn in.
-  std::shared_ptr<const AnnotationPainter> painter;
+  RecordingOverlay overlay;
   if (captureMode_ == CaptureMode::window && windowArea &&
       !annotationStore_.annotations().empty()) {
-    painter =
+    const auto painter =
         std::make_shared<const AnnotationPainter>(annotationStore_.annotations(), *windowArea);
+    const auto timeOf = [frameTimes](int index) {
+      return static_cast<std::size_t>(index) < frameTimes->size()
+                 ? (*frameTimes)[static_cast<std::size_t>(index)]
+                 : std::numeric_limits<double>::infinity();
+    };
+    overlay.paint = [painter, timeOf](const Image& frame, int index) {
+      return painter->paint(frame, timeOf(index));
+    };
+    overlay.changesAt = [painter, timeOf](int index) {
+      return painter->visibleAt(timeOf(index)) != painter->visibleAt(timeOf(index - 1));
+    };
   }
-  const auto timeOf = [frameTimes](int index) {
-    return static_cast<std::size_t>(index) < frameTimes->size()
-               ? (*frameTimes)[static_cast<std::size_t>(index)]
-               : std::numeric_limits<double>::infinity();
-  };
-  const FrameSupplier frameAt = [store, painter, timeOf](int index) -> std::optional<Image> {
-    std::optional<Image> frame = decodeImage(store->data(index));
-    if (frame && painter) {
-      frame = painter->paint(*frame, timeOf(index));
-    }
-    return frame;
-  };
-  // A recorder compresses an unchanged picture to the same bytes; a mark appearing changes it.
-  options.repeatsPrevious = [store, painter, timeOf](int index) {
-    if (painter && painter->visibleAt(timeOf(index)) != painter->visibleAt(timeOf(index - 1))) {
-      return false;
-    }
-    return store->data(index) == store->data(index - 1);
-  };
+  RecordingSequence sequence =
+      RecordingEncoder::prepare(store, recorded, std::move(requested), std::move(overlay));
+  SequenceOptions& options = sequence.options;
+  const FrameSupplier frameAt = sequence.frameAt;
 
   encodingStop_ = std::stop_source();
   options.stop = encodingStop_.get_token();
@@ -566,7 +556,7 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
   auto failure = std::make_shared<std::string>();
   ClipEncoder encoder = services_.encoder;
   scheduler.runInBackground(
-      [count = store->count(), frameAt, output, options, budget, passStarted, result, failure,
+      [count = sequence.count, frameAt, output, options, budget, passStarted, result, failure,
        encoder] {
         try {
           fs::create_directories(output.parent_path());

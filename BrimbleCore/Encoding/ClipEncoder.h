@@ -54,10 +54,8 @@ struct EncoderTuning {
   unsigned decodeThreads = 0;
 };
 
-/// How an encode writes its file; the defaults are those of the recorders. Frames given with
-/// their delays (`encode`) read the format, loop count, frame diffing, WebP quality, the tuning's
-/// palette strategy and WebP mode, the video options, progress and stop: they are merged and
-/// scaled before they come, so the fields marked "sequences" are theirs alone.
+/// How an encode writes its file. Frames given with their delays (`encode`) come merged and
+/// scaled already: the fields marked "Sequences" are not read for them.
 struct SequenceOptions {
   /// Sequences: each frame is nominally 1/fps long.
   int fps = 30;
@@ -84,7 +82,7 @@ struct SequenceOptions {
 /// Turns a clip into a file: an animation (GIF, WebP or APNG) through the AnimationWriter, or an
 /// MP4 video through the VideoWriter (the animation writers themselves refuse MP4). Output goes
 /// to an AtomicFile: after a failure or a cancellation nothing is left and an existing file at
-/// the destination is untouched. Stateless; one encode per calling thread.
+/// the destination is untouched. Stateless; any thread.
 class ClipEncoder {
  public:
   /// Writes `frames` with their delays to `output`. GIF frames shorter than 2 cs take in the

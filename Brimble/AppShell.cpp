@@ -54,10 +54,10 @@ AppShell::AppShell(Desktop& desktop)
       [this] { return settings_.load(); },
       history_,
       captureDirectory(),
-      [](int count, const FrameSupplier& frameAt, const fs::path& url,
+      [](int count, const FrameSupplier& frameAt, const fs::path& output,
          const SequenceOptions& options, std::uint64_t budget,
          const SizeBudgetEncoder::PassStarted& passStarted) {
-        return SizeBudgetEncoder::encode(count, frameAt, url, options, budget, passStarted);
+        return SizeBudgetEncoder::encode(count, frameAt, output, options, budget, passStarted);
       }};
   state_ = std::make_unique<RecordingState>(std::move(services));
   view_->attach(*state_);

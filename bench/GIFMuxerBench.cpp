@@ -11,7 +11,7 @@
 
 #include <benchmark/benchmark.h>
 
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/IndexedFrame.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 

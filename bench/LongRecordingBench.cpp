@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "BrimbleCore/Effects/SegmentRenderer.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/DiskFrameWriter.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 
@@ -116,7 +116,7 @@ int main(int argc, char** argv) {
   };
   // As encodeCompressed does: a repeated screen is the same JPEG bytes, merged undecoded.
   options.repeatsPrevious = [&](int index) { return store->data(index) == store->data(index - 1); };
-  const EncodeSummary summary = GIFEncoder::encodeSequence(store->count(), decode, out, options);
+  const EncodeSummary summary = ClipEncoder::encodeSequence(store->count(), decode, out, options);
   std::fprintf(stderr, "encode: %d frames of %dx%d in %.1f s\n", summary.frames, summary.width,
                summary.height, std::chrono::duration<double>(Clock::now() - written).count());
   std::fprintf(stderr, "decode: %d decodes of %d stored frames, %.1f s on all threads\n",

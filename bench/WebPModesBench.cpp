@@ -18,7 +18,7 @@
 
 #include <webp/demux.h>
 
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
 
@@ -91,7 +91,7 @@ int main(int argc, char** argv) {
     options.tuning.dedupRule = DedupRule::everyPixel;
     options.tuning.webpMode = mode;
     const auto started = std::chrono::steady_clock::now();
-    GIFEncoder::encodeSequence(static_cast<int>(files.size()), scaled, out, options);
+    ClipEncoder::encodeSequence(static_cast<int>(files.size()), scaled, out, options);
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     const Shown shown = decodeWebP(out);

@@ -22,8 +22,8 @@
 #include "BrimbleCore/Capture/ScreenSegmentRecorder.h"
 #include "BrimbleCore/Effects/EffectColor.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/RecordingEncoder.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Clock.h"
@@ -458,7 +458,7 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   const double recorded = std::chrono::duration<double>(Clock::now() - started).count();
-  const std::unique_ptr<CompressedFrameStore> store = recorder.stopAndCollectFrameStore();
+  const std::shared_ptr<const CompressedFrameStore> store = recorder.stopAndCollectFrameStore();
   const std::optional<AudioTrack> audio = stopSound(sound, started);
   if (recorder.lostFrameCount() > 0) {
     fmt::print(stderr, "Some frames were lost while recording because the disk filled up.\n");
@@ -470,24 +470,16 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
 
   fmt::print(stderr, "brimble record: {} frames in {:.1f} s; encoding\n", store->count(), recorded);
   // Ctrl-C ended the recording; the next one cancels the encode, and only a third exits at once.
-  const std::stop_token encodeStop = interrupts.watchAgain();
-  // Ticks skipped on a busy machine (or frames dropped for disk space) leave fewer frames than
-  // the frame rate promised: play them at the rate they were taken, so the animation lasts as
-  // long as the recording did.
-  const int encodeFPS = std::clamp(
-      static_cast<int>(std::lround(store->count() / std::max(recorded, 1e-3))), 1, options.fps);
-  EncoderTuning tuning;
-  tuning.dedupRule = DedupRule::everyPixel;
-  tuning.paletteBuilder = PaletteBuilder::histogram;
-  tuning.paletteStrategy = PaletteStrategy::automatic;
-  VideoOptions video = options.video;
-  video.frameRate = encodeFPS;
-  video.audio = audio;
+  SequenceOptions encoding{.fps = options.fps,
+                           .format = format,
+                           .stop = interrupts.watchAgain(),
+                           .video = options.video};
+  encoding.video.audio = audio;
   const auto encodeStarted = Clock::now();
   ProgressBar bar;
+  encoding.progress = progressOn(bar);
   const EncodeSummary summary =
-      GIFEncoder::encodeCompressed(*store, encodeFPS, 0, true, true, format, options.output,
-                                   progressOn(bar), {}, 75, encodeStop, tuning, video);
+      RecordingEncoder::encode(store, recorded, options.output, std::move(encoding));
   bar.finish();
   if (summary.frames == 0) {
     fail(command, kExitFailure, "no frame could be decoded; nothing was written");

@@ -13,8 +13,9 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "BrimbleCore/Encoding/ClipEditor.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/FileFrameStore.h"
-#include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
@@ -209,7 +210,7 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
   // With a size budget the sequence is written again, with stronger reductions, until it fits.
   const auto encodeFrames = [&](int count, const FrameSupplier& frameAt) {
     if (options.maxSizeKB == 0) {
-      return GIFEncoder::encodeSequence(count, frameAt, options.output, sequence);
+      return ClipEncoder::encodeSequence(count, frameAt, options.output, sequence);
     }
     const auto budget = static_cast<std::uint64_t>(options.maxSizeKB) * 1024;
     const auto result = SizeBudgetEncoder::encode(count, frameAt, options.output, sequence, budget);
@@ -238,20 +239,16 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
     }
     // A GIF keeps its own delays.
     GIFDecoder decoder{fs::path(options.inputs.front())};
-    std::vector<ProcessedFrame> frames = decoder.readAll();
-    for (ProcessedFrame& frame : frames) {
-      if (scale) {
-        frame.image = scale(frame.image);
-      }
-    }
-    if (options.dedup) {
-      frames = FrameDeduplicator::merge(frames);
-    }
-    if (format == OutputFormat::gif) {
-      frames = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
-    }
-    summary = GIFEncoder::encode(frames, options.loop, *palette, options.frameDiffing, format,
-                                 options.output, progressOn(bar), stop, options.video);
+    const std::vector<ProcessedFrame> frames = ClipEditor::apply(
+        decoder.readAll(), {.maxWidth = options.maxWidth, .deduplicate = options.dedup});
+    summary = ClipEncoder::encode(frames, options.output,
+                                  {.loopCount = options.loop,
+                                   .frameDiffing = options.frameDiffing,
+                                   .format = format,
+                                   .progress = progressOn(bar),
+                                   .stop = stop,
+                                   .tuning = {.paletteStrategy = *palette},
+                                   .video = options.video});
   } else {
     const std::vector<fs::path> files = frameFiles(options.inputs);
     checkFrames(files);

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <filesystem>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -12,9 +14,8 @@
 
 #include "BrimbleCore/Effects/IdleTrimmer.h"
 #include "BrimbleCore/Encoding/ClipEditor.h"
-#include "BrimbleCore/Encoding/FrameDeduplicator.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
-#include "BrimbleCore/Encoding/ImageScaler.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "cli/AnimationOutput.h"
 #include "cli/OptionChecks.h"
@@ -64,22 +65,28 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
         options.input, outputFormatFromRawValue(options.format).value_or(OutputFormat::gif));
   }
   const OutputFormat format = checkAnimationOutput(options.format, options.output, true);
-  std::optional<IdleStrategy> idle;
+  ClipEdit edit;
+  edit.speed = options.speed;
+  edit.maxWidth = options.maxWidth;
+  edit.deduplicate = options.dedup;
   if (!options.idleStrategy.empty()) {
-    idle = idleStrategyFromArgument(options.idleStrategy);
+    const std::optional<IdleStrategy> idle = idleStrategyFromArgument(options.idleStrategy);
     if (!idle) {
       fmt::print(stderr, "brimble process: unknown idle strategy \"{}\" (use cut, ramp or fade)\n",
                  options.idleStrategy);
       return kExitUsage;
     }
+    edit.idle = [strategy = *idle,
+                 threshold = options.idleThreshold](std::span<const ProcessedFrame> clip) {
+      return IdleTrimmer::apply(clip, strategy, threshold);
+    };
   }
-
-  ClipEdit edit;
   if (!options.trim.empty()) {
     const auto range = ClipEditor::parseTrim(options.trim);
     if (!range) {
-      fmt::print(stderr, "brimble process: --trim must be START:END in seconds, either may be "
-                         "left out (got \"{}\")\n",
+      fmt::print(stderr,
+                 "brimble process: --trim must be START:END in seconds, either may be "
+                 "left out (got \"{}\")\n",
                  options.trim);
       return kExitUsage;
     }
@@ -89,7 +96,8 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
   if (!options.crop.empty()) {
     edit.crop = ClipEditor::parseCrop(options.crop);
     if (!edit.crop) {
-      fmt::print(stderr, "brimble process: --crop must be X,Y,WIDTH,HEIGHT in pixels (got \"{}\")\n",
+      fmt::print(stderr,
+                 "brimble process: --crop must be X,Y,WIDTH,HEIGHT in pixels (got \"{}\")\n",
                  options.crop);
       return kExitUsage;
     }
@@ -107,26 +115,16 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
     fmt::print(stderr, "brimble process: {}\n", error.what());
     return kExitFailure;
   }
-  for (ProcessedFrame& frame : frames) {
-    frame.delay /= options.speed;
-    if (options.maxWidth > 0) {
-      frame.image = ImageScaler::scaleToMaxWidth(frame.image, options.maxWidth);
-    }
-  }
-  if (idle) {
-    frames = IdleTrimmer::apply(frames, *idle, options.idleThreshold);
-  }
-  if (options.dedup) {
-    frames = FrameDeduplicator::merge(frames);
-  }
-  if (format == OutputFormat::gif) {
-    frames = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
-  }
   ProgressBar bar;
   // Written beside the destination and renamed over it, so processing a file in place is safe.
-  const EncodeSummary summary =
-      GIFEncoder::encode(frames, decoder.loopCount(), *palette, options.frameDiffing, format,
-                         options.output, progressOn(bar), stop, options.video);
+  const EncodeSummary summary = ClipEncoder::encode(frames, options.output,
+                                                    {.loopCount = decoder.loopCount(),
+                                                     .frameDiffing = options.frameDiffing,
+                                                     .format = format,
+                                                     .progress = progressOn(bar),
+                                                     .stop = stop,
+                                                     .tuning = {.paletteStrategy = *palette},
+                                                     .video = options.video});
   bar.finish();
   printSummary(options.output, summary, started);
   return kExitSuccess;
@@ -136,8 +134,9 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
 
 Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
   auto options = std::make_shared<ProcessOptions>();
-  CLI::App* command =
-      app.add_subcommand("process", "Trim, crop, resize, change the speed of, and re-encode an animated GIF (as GIF, WebP, APNG or MP4)");
+  CLI::App* command = app.add_subcommand("process",
+                                         "Trim, crop, resize, change the speed of, and re-encode "
+                                         "an animated GIF (as GIF, WebP, APNG or MP4)");
   command->add_option("input", options->input, "The GIF to process")->required();
   command->add_option("-o,--output", options->output,
                       "The file to write (default: INPUT.processed.gif beside the input)");
@@ -146,8 +145,9 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
                    "Scale frames down to at most this width (0 keeps their size)")
       ->check(wholeNumberIn(0, 65535))
       ->capture_default_str();
-  command->add_option("--trim", options->trim,
-                      "Keep the part from START to END seconds (\"1.5:4\", \"2:\", \":3\")")
+  command
+      ->add_option("--trim", options->trim,
+                   "Keep the part from START to END seconds (\"1.5:4\", \"2:\", \":3\")")
       ->type_name("START:END");
   command->add_option("--crop", options->crop, "Keep this rectangle of every frame, in pixels")
       ->type_name("X,Y,W,H");
@@ -162,9 +162,10 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
                     "Store only the pixels that changed (GIF; default on)");
   command->add_flag("--dedup,--dedupe,!--no-dedup,!--no-dedupe", options->dedup,
                     "Merge repeated frames into longer ones, keeping the total time (default on)");
-  command->add_option("--idle-strategy", options->idleStrategy,
-                      "Pauses longer than the idle threshold: cut (to a short beat), ramp (play "
-                      "them fast) or fade (cut with a dip to black); default: kept")
+  command
+      ->add_option("--idle-strategy", options->idleStrategy,
+                   "Pauses longer than the idle threshold: cut (to a short beat), ramp (play "
+                   "them fast) or fade (cut with a dip to black); default: kept")
       ->type_name("STRATEGY");
   command
       ->add_option("--idle-threshold", options->idleThreshold,

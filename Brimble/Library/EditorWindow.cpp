@@ -6,9 +6,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-#include "BrimbleCore/Encoding/FrameDeduplicator.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
 
 namespace brimble {
 
@@ -188,9 +187,8 @@ ClipEdit EditorWindow::currentEdit() const {
     edit.trimStart = trimStart_->value();
     edit.trimEnd = trimEnd_->value();
   }
-  const ScreenRect crop{cropX_->value(), cropY_->value(), cropWidth_->value(),
-                        cropHeight_->value()};
-  if (crop != ScreenRect{0, 0, frames_.front().image.width(), frames_.front().image.height()}) {
+  const PixelRect crop{cropX_->value(), cropY_->value(), cropWidth_->value(), cropHeight_->value()};
+  if (crop != PixelRect{0, 0, frames_.front().image.width(), frames_.front().image.height()}) {
     edit.crop = crop;
   }
   edit.speed = speed_->currentData().toDouble();
@@ -198,14 +196,13 @@ ClipEdit EditorWindow::currentEdit() const {
 }
 
 fs::path EditorWindow::saveEditedCopy() {
-  std::vector<ProcessedFrame> edited = ClipEditor::apply(frames_, currentEdit());
-  edited = FrameDeduplicator::mergeShortFrames(edited, FrameDeduplicator::kShortestGIFDelay);
+  const std::vector<ProcessedFrame> edited = ClipEditor::apply(frames_, currentEdit());
   fs::path output = file_.parent_path() / (file_.stem().string() + " edited.gif");
   for (int n = 2; fs::exists(output); ++n) {
     output =
         file_.parent_path() / (file_.stem().string() + " edited " + std::to_string(n) + ".gif");
   }
-  GIFEncoder::encode(edited, 0, PaletteStrategy::automatic, true, OutputFormat::gif, output);
+  ClipEncoder::encode(edited, output, {.tuning = {.paletteStrategy = PaletteStrategy::automatic}});
   return output;
 }
 

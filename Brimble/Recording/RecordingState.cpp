@@ -2,25 +2,15 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <exception>
-#include <limits>
-#include <optional>
-#include <system_error>
 #include <utility>
 
 #include <QtCore/qnamespace.h>
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include "Brimble/Recording/AnnotationPainter.h"
-#include "BrimbleCore/Encoding/ImageCodec.h"
-#include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Log.h"
 
 namespace brimble {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -31,10 +21,12 @@ double seconds(Clock::Duration duration) {
 }  // namespace
 
 RecordingState::RecordingState(Services services)
-    : services_(std::move(services)), annotationStore_(services_.clock) {}
+    : services_(std::move(services)),
+      annotationStore_(services_.clock),
+      encodingJob_(services_.scheduler, services_.captureDirectory, services_.encoder),
+      handover_(services_.view, services_.delivery, services_.history, services_.settings) {}
 
 RecordingState::~RecordingState() {
-  encodingStop_.request_stop();
   *alive_ = false;
   if (screenRecorder_) {
     screenRecorder_.reset();  // its destructor deletes the frames it never handed over
@@ -151,18 +143,8 @@ void RecordingState::beginAppendCapture(AppendSession session) {
     }
     return;
   }
-  pendingAppend_ = std::move(session);
+  handover_.beginAppend(std::move(session));
   startSelection();
-}
-
-void RecordingState::cancelAppend() {
-  if (pendingAppend_) {
-    const auto cancelled = std::move(pendingAppend_->onCancelled);
-    pendingAppend_.reset();
-    if (cancelled) {
-      cancelled();
-    }
-  }
 }
 
 void RecordingState::startSelection() {
@@ -279,7 +261,7 @@ void RecordingState::performCapture(const RecordingTarget& target) {
     services_.view.showMessage(std::string("Failed to start recording: ") + error.what(),
                                MessageKind::error);
     tearDownSession();
-    cancelAppend();
+    handover_.cancelAppend();
     transition(RecordingPhase::idle);
     return;
   }
@@ -452,7 +434,8 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
       !screenRecorder_) {
     return;
   }
-  const double recorded = elapsedRecordingTime();
+  FinishedRecording recording;
+  recording.seconds = elapsedRecordingTime();
   hideAnnotations();
   keyboardMonitorInstalled_ = false;
   displayTimer_.reset();
@@ -461,262 +444,44 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
   transition(RecordingPhase::encoding);
 
   std::unique_ptr<SessionRecorder> recorder = std::move(screenRecorder_);
-  std::shared_ptr<const CompressedFrameStore> store = recorder->stopAndCollectFrameStore();
+  recording.frames = recorder->stopAndCollectFrameStore();
   if (recorder->lostFrameCount() > 0) {
     services_.view.showMessage("Some frames were lost while recording because the disk filled up.",
                                MessageKind::warning);
   }
-  const auto frameTimes = std::make_shared<const std::vector<double>>(recorder->frameTimes());
-  const std::optional<ScreenRect> windowArea = recorder->windowArea();
+  recording.frameTimes = recorder->frameTimes();
+  if (captureMode_ == CaptureMode::window) {
+    recording.windowArea = recorder->windowArea();
+    recording.annotations = annotationStore_.annotations();
+  }
   recorder.reset();
 
-  EncodingSettings encoding = effectiveEncoding(services_.settings());
-  if (pendingAppend_) {
-    // A segment must match the clip it joins.
-    encoding.format = pendingAppend_->format;
-    encoding.maxFileSizeKB = 0;
-  }
-  if (!store || store->count() == 0) {
-    reportEncodingFailure(delivery, encoding.format, "no frames were recorded");
+  const EncodingSettings encoding = handover_.encodingSettings();
+  if (!recording.frames || recording.frames->count() == 0) {
+    handover_.reportFailure(delivery, encoding.format, "no frames were recorded");
     transition(RecordingPhase::idle);
     return;
   }
-
-  SequenceOptions options;
-  // Ticks skipped on a busy machine leave fewer frames than the rate promised: play them at the
-  // rate they were taken, so the clip lasts as long as the recording did.
-  options.fps = std::clamp(static_cast<int>(std::lround(store->count() / std::max(recorded, 1e-3))),
-                           1, std::max(1, encoding.frameRate));
-  options.loopCount = encoding.loopCount;
-  options.frameDiffing = encoding.frameDiffing;
-  options.deduplicate = encoding.frameDeduplication;
-  options.format = encoding.format;
-  options.webpQuality = static_cast<float>(encoding.webpQuality);
-  options.tuning.dedupRule = DedupRule::everyPixel;
-  options.tuning.paletteBuilder = PaletteBuilder::histogram;
-  options.tuning.paletteStrategy = PaletteStrategy::automatic;
-  options.tuning.webpMode = encoding.webpLossless ? WebPMode::lossless : WebPMode::lossy;
-
-  // A window's own pixels never show the layer the marks are drawn on, so they are drawn in.
-  std::shared_ptr<const AnnotationPainter> painter;
-  if (captureMode_ == CaptureMode::window && windowArea &&
-      !annotationStore_.annotations().empty()) {
-    painter =
-        std::make_shared<const AnnotationPainter>(annotationStore_.annotations(), *windowArea);
-  }
-  const auto timeOf = [frameTimes](int index) {
-    return static_cast<std::size_t>(index) < frameTimes->size()
-               ? (*frameTimes)[static_cast<std::size_t>(index)]
-               : std::numeric_limits<double>::infinity();
-  };
-  const FrameSupplier frameAt = [store, painter, timeOf](int index) -> std::optional<Image> {
-    std::optional<Image> frame = decodeImage(store->data(index));
-    if (frame && painter) {
-      frame = painter->paint(*frame, timeOf(index));
-    }
-    return frame;
-  };
-  // A recorder compresses an unchanged picture to the same bytes; a mark appearing changes it.
-  options.repeatsPrevious = [store, painter, timeOf](int index) {
-    if (painter && painter->visibleAt(timeOf(index)) != painter->visibleAt(timeOf(index - 1))) {
-      return false;
-    }
-    return store->data(index) == store->data(index - 1);
-  };
-
-  encodingStop_ = std::stop_source();
-  options.stop = encodingStop_.get_token();
-  const std::uint64_t generation = ++encodingGeneration_;
-  std::weak_ptr<bool> alive = alive_;
-  SessionScheduler& scheduler = services_.scheduler;
-  // Progress comes from worker threads: it travels to the main thread as posted calls.
-  auto post = [this, alive, generation, &scheduler](std::function<void()> update) {
-    scheduler.post([this, alive, generation, update = std::move(update)] {
-      if (alive.lock() && generation == encodingGeneration_ && phase_ == RecordingPhase::encoding) {
-        update();
-      }
-    });
-  };
-  options.progress = [this, post](RenderPhase renderPhase, int done, int total) {
-    if (renderPhase != RenderPhase::encode || total <= 0) {
-      return;
-    }
-    const double fraction = static_cast<double>(done) / total;
-    post([this, fraction] {
-      encodingProgress_ = fraction;
-      if (onEncodingProgress) {
-        onEncodingProgress(encodingProgress_, encodingPass_);
-      }
-    });
-  };
-  const SizeBudgetEncoder::PassStarted passStarted = [this, post](int pass) {
-    post([this, pass] {
-      encodingPass_ = pass;
-      encodingProgress_ = 0;
-      if (onEncodingProgress) {
-        onEncodingProgress(encodingProgress_, encodingPass_);
-      }
-    });
-  };
-
-  const fs::path output = newCapturePath(encoding.format);
-  const std::uint64_t budget =
-      static_cast<std::uint64_t>(std::max(0, encoding.maxFileSizeKB)) * 1024;
-  auto result = std::make_shared<SizeBudgetEncoder::Result>();
-  auto failure = std::make_shared<std::string>();
-  ClipEncoder encoder = services_.encoder;
-  scheduler.runInBackground(
-      [count = store->count(), frameAt, output, options, budget, passStarted, result, failure,
-       encoder] {
-        try {
-          fs::create_directories(output.parent_path());
-          *result = encoder(count, frameAt, output, options, budget, passStarted);
-        } catch (const CancellationError&) {
-          *failure = "cancelled";
-        } catch (const std::exception& error) {
-          *failure = error.what();
-          if (failure->empty()) {
-            *failure = "unknown error";
-          }
+  encodingJob_.start(
+      std::move(recording), encoding,
+      [this](double fraction, int pass) {
+        encodingProgress_ = fraction;
+        encodingPass_ = pass;
+        if (onEncodingProgress) {
+          onEncodingProgress(encodingProgress_, encodingPass_);
         }
       },
-      [this, alive, delivery, generation, result, failure, output] {
-        if (alive.lock()) {
-          encodingFinished(delivery, generation, *result, *failure, output);
-        }
-      });
+      [this, delivery](const EncodedClip& clip) { encodingFinished(delivery, clip); });
 }
 
-void RecordingState::encodingFinished(Delivery delivery, std::uint64_t generation,
-                                      const SizeBudgetEncoder::Result& result,
-                                      const std::string& failure, const fs::path& output) {
-  if (generation != encodingGeneration_ || phase_ != RecordingPhase::encoding) {
-    // Cancelled meanwhile: whatever was written goes too.
-    std::error_code ignored;
-    fs::remove(output, ignored);
-    return;
-  }
-  const EncodingSettings encoding = effectiveEncoding(services_.settings());
-  if (!failure.empty() || result.summary.frames == 0) {
-    reportEncodingFailure(delivery, encoding.format,
-                          failure.empty() ? "no frame could be decoded" : failure);
-    transition(RecordingPhase::idle);
-    return;
-  }
-  encodingPass_ = result.passes;
-  if (!result.fits) {
-    logLine(fmt::format("Brimble: File size {}KB exceeds budget {}KB after {} passes",
-                        result.fileSize / 1024, encoding.maxFileSizeKB, result.passes));
-  }
-  std::error_code error;
-  const auto size = fs::file_size(output, error);
-  if (error || size == 0) {
-    logLine("Brimble: encode reported success but reading back " + output.string() + " failed");
-    reportEncodingFailure(delivery, encoding.format, "the written file could not be read back");
-    transition(RecordingPhase::idle);
-    return;
-  }
-  try {
-    deliver(delivery, output, result.summary.frames);
-  } catch (const std::exception& deliveryError) {
-    // The clip itself is safe in the library folder; only the hand-over failed. It goes into
-    // the library so that it can be found again.
-    logLine(std::string("Brimble: delivery failed: ") + deliveryError.what());
-    try {
-      if (fs::exists(output)) {
-        services_.history.add(output);
-      }
-    } catch (const std::exception& indexError) {
-      logLine(std::string("Brimble: could not update the library: ") + indexError.what());
-    }
-    services_.view.showMessage(std::string("The clip was kept at ") + output.string() +
-                                   " but could not be delivered: " + deliveryError.what(),
-                               MessageKind::error);
+void RecordingState::encodingFinished(Delivery delivery, const EncodedClip& clip) {
+  if (clip.failure) {
+    handover_.reportFailure(delivery, clip.format, *clip.failure);
+  } else {
+    encodingPass_ = clip.passes;
+    handover_.deliver(delivery, clip.file, clip.format, clip.frames);
   }
   transition(RecordingPhase::idle);
-}
-
-void RecordingState::deliver(Delivery delivery, const fs::path& output, int frames) {
-  if (pendingAppend_) {
-    const auto ready = std::move(pendingAppend_->onSegmentReady);
-    pendingAppend_.reset();
-    logLine(fmt::format("Brimble: recorded {} frames to append", frames));
-    services_.view.showMessage(fmt::format("{} frames recorded to add to the clip.", frames),
-                               MessageKind::information);
-    if (ready) {
-      ready(output);
-    }
-    return;
-  }
-  const AppSettings settings = services_.settings();
-  const OutputFormat format = effectiveEncoding(settings).format;
-  fs::path kept = output;
-  switch (delivery) {
-    case Delivery::copy: {
-      services_.history.add(output);
-      services_.delivery.copyToClipboard(output, format);
-      logLine(fmt::format("Brimble: GIF copied to clipboard ({} bytes, {} frames)",
-                          fs::file_size(output), frames));
-      services_.view.showMessage(fmt::format("GIF copied to clipboard. {} frames.", frames),
-                                 MessageKind::information);
-      break;
-    }
-    case Delivery::save: {
-      isSavingToDisk_ = true;
-      const fs::path suggested = settings.defaultSaveLocation / output.filename();
-      const std::optional<fs::path> chosen =
-          services_.delivery.chooseSaveLocation(suggested, format);
-      if (chosen) {
-        fs::copy_file(output, *chosen, fs::copy_options::overwrite_existing);
-        std::error_code ignored;
-        fs::remove(output, ignored);
-        kept = *chosen;
-        services_.history.add(kept);
-        services_.view.showMessage(fmt::format("GIF saved. {} frames.", frames),
-                                   MessageKind::information);
-      } else {
-        // Cancelling the dialog must not lose the recording: it stays in the library.
-        services_.history.add(output);
-      }
-      isSavingToDisk_ = false;
-      break;
-    }
-    case Delivery::share:
-      services_.history.add(output);
-      services_.view.showMessage(fmt::format("GIF ready to share. {} frames.", frames),
-                                 MessageKind::information);
-      services_.delivery.share(output);
-      break;
-  }
-  lastClip_ = kept;
-  if (delivery == Delivery::copy && settings.showPreviewAfterCapture) {
-    services_.delivery.openPreview(kept);
-  }
-}
-
-void RecordingState::reportEncodingFailure(Delivery delivery, OutputFormat format,
-                                           const std::string& error) {
-  cancelAppend();
-  const char* operation = delivery == Delivery::copy   ? "stopAndCopy"
-                          : delivery == Delivery::save ? "stopAndSaveToFile"
-                                                       : "stopAndShare";
-  logLine(fmt::format("Brimble: encoding error ({}): {}", operation, error));
-  services_.view.showMessage(
-      isVideo(format) ? "Failed to encode the video. The video writer stopped before the file was "
-                        "finished, so nothing was saved."
-                      : "Failed to encode GIF. The recording may have been too short or contained "
-                        "no frames.",
-      MessageKind::error);
-}
-
-fs::path RecordingState::newCapturePath(OutputFormat format) const {
-  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-  const std::string stem = fmt::format("Brimble {:%Y-%m-%d at %H.%M.%S}", now);
-  fs::path path = services_.captureDirectory / (stem + "." + std::string(fileExtension(format)));
-  for (int n = 2; fs::exists(path); ++n) {
-    path = services_.captureDirectory / fmt::format("{} ({}).{}", stem, n, fileExtension(format));
-  }
-  return path;
 }
 
 // ---- cancelling ----
@@ -726,7 +491,7 @@ void RecordingState::cancelSelection() {
     return;
   }
   tearDownSession();
-  cancelAppend();
+  handover_.cancelAppend();
   transition(RecordingPhase::idle);
 }
 
@@ -749,10 +514,9 @@ void RecordingState::cancelEncoding() {
   if (phase_ != RecordingPhase::encoding) {
     return;
   }
-  encodingStop_.request_stop();
-  ++encodingGeneration_;
+  encodingJob_.cancel();
   logLine("Brimble: encoding cancelled");
-  cancelAppend();
+  handover_.cancelAppend();
   transition(RecordingPhase::idle);
 }
 

@@ -5,44 +5,28 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stop_token>
 #include <string>
 
 #include "Brimble/Recording/AnnotationStore.h"
 #include "Brimble/Recording/ClipDelivery.h"
+#include "Brimble/Recording/ClipHandover.h"
+#include "Brimble/Recording/EncodingJob.h"
 #include "Brimble/Recording/RecordingPhase.h"
 #include "Brimble/Recording/RecordingView.h"
 #include "Brimble/Recording/SessionRecorder.h"
 #include "Brimble/Recording/SessionScheduler.h"
 #include "Brimble/Settings/AppSettings.h"
-#include "BrimbleCore/Encoding/SizeBudgetEncoder.h"
 #include "BrimbleCore/Support/CaptureHistory.h"
 #include "BrimbleCore/Support/Clock.h"
 
 namespace brimble {
 
-/// A recording whose result goes to an existing clip ("record more" in the editor) instead of
-/// the clipboard, a file or the share handler.
-struct AppendSession {
-  OutputFormat format = OutputFormat::gif;
-  /// Called with the finished segment's file.
-  std::function<void(const std::filesystem::path&)> onSegmentReady;
-  /// Called when the session ends without a segment (cancelled or failed).
-  std::function<void()> onCancelled;
-};
-
 /// The coordinator of one desktop recording at a time: from a trigger through selection, an
-/// optional countdown, recording with pause and resume, to encoding and delivery to the
-/// clipboard, a file or the desktop's handler, and into the library. `transition` is the only
-/// way the phase changes. Main thread only; encoding runs through the scheduler's worker.
+/// optional countdown, recording with pause and resume, to encoding (an EncodingJob) and the
+/// hand-over of the clip (a ClipHandover). `transition` is the only way the phase changes. Main
+/// thread only; encoding runs through the scheduler's worker.
 class RecordingState {
  public:
-  /// Encodes a finished recording's `count` frames to a file; SizeBudgetEncoder::encode in the
-  /// application.
-  using ClipEncoder = std::function<SizeBudgetEncoder::Result(
-      int count, const FrameSupplier& frameAt, const std::filesystem::path&, const SequenceOptions&,
-      std::uint64_t budgetBytes, const SizeBudgetEncoder::PassStarted&)>;
-
   /// What the session works with; everything referenced must outlive it.
   struct Services {
     RecordingView& view;
@@ -55,7 +39,7 @@ class RecordingState {
     const CaptureHistory& history;
     /// Where encoded clips are kept (the library's folder).
     std::filesystem::path captureDirectory;
-    ClipEncoder encoder;
+    EncodingJob::SequenceWriter encoder;
   };
 
   explicit RecordingState(Services services);
@@ -67,14 +51,16 @@ class RecordingState {
   RecordingPhase phase() const noexcept { return phase_; }
   double encodingProgress() const noexcept { return encodingProgress_; }
   int encodingPass() const noexcept { return encodingPass_; }
-  bool isSavingToDisk() const noexcept { return isSavingToDisk_; }
+  bool isSavingToDisk() const noexcept { return handover_.isSavingToDisk(); }
   CaptureMode captureMode() const noexcept { return captureMode_; }
   /// The region being selected or recorded.
   const ScreenRect& selectedRegion() const noexcept { return selectedRegion_; }
   /// Seconds recorded so far, pauses excluded.
   double elapsedRecordingTime() const;
   /// The last clip delivered, for "record more" and the tests.
-  const std::optional<std::filesystem::path>& lastClip() const noexcept { return lastClip_; }
+  const std::optional<std::filesystem::path>& lastClip() const noexcept {
+    return handover_.lastClip();
+  }
 
   /// Called with every new phase; the shell drives the status item with it.
   std::function<void(RecordingPhase)> onStateChange;
@@ -132,7 +118,7 @@ class RecordingState {
   static std::string countdownAccessibleText(int seconds);
 
  private:
-  enum class Delivery { copy, save, share };
+  using Delivery = ClipHandover::Delivery;
 
   void transition(RecordingPhase phase);
   std::string announcement(RecordingPhase from, RecordingPhase to) const;
@@ -142,23 +128,15 @@ class RecordingState {
   void performCapture(const RecordingTarget& target);
   void recordingTick();
   void stopAndDeliver(Delivery delivery);
-  void encodingFinished(Delivery delivery, std::uint64_t generation,
-                        const SizeBudgetEncoder::Result& result, const std::string& failure,
-                        const std::filesystem::path& output);
-  void deliver(Delivery delivery, const std::filesystem::path& output, int frames);
-  void reportEncodingFailure(Delivery delivery, OutputFormat format, const std::string& error);
+  void encodingFinished(Delivery delivery, const EncodedClip& clip);
   void tearDownSession();
-  /// Tells a pending append session it gets nothing, and forgets it.
-  void cancelAppend();
   void hideAnnotations();
-  std::filesystem::path newCapturePath(OutputFormat format) const;
 
   Services services_;
 
   RecordingPhase phase_ = RecordingPhase::idle;
   double encodingProgress_ = 0;
   int encodingPass_ = 1;
-  bool isSavingToDisk_ = false;
   CaptureMode captureMode_ = CaptureMode::region;
   ScreenRect selectedRegion_{};
   std::unique_ptr<SessionRecorder> screenRecorder_;
@@ -177,14 +155,9 @@ class RecordingState {
   double maxRecordingDuration_ = 0;
   double inactivityTimeout_ = 0;
 
-  /// Each encode gets a number; results of a cancelled one arrive with a stale number and are
-  /// dropped.
-  std::uint64_t encodingGeneration_ = 0;
-  std::stop_source encodingStop_;
-  std::optional<std::filesystem::path> lastClip_;
-  std::optional<AppendSession> pendingAppend_;
-  /// Posted calls and encode completions hold it weakly: they do nothing once the session is
-  /// gone.
+  EncodingJob encodingJob_;
+  ClipHandover handover_;
+  /// Posted calls hold it weakly: they do nothing once the session is gone.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 

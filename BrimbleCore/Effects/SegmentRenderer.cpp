@@ -56,7 +56,7 @@ EncodeSummary render(std::span<const RenderSegment> segments, const RenderSettin
   options.tuning.paletteBuilder = PaletteBuilder::histogram;
   // An output frame that shows what the one before it shows needs no decoding or drawing.
   options.repeatsPrevious = [&](int k) { return compositor.repeatsPrevious(k); };
-  return GIFEncoder::encodeSequence(compositor.frameCount(), frameAt, output, options);
+  return ClipEncoder::encodeSequence(compositor.frameCount(), frameAt, output, options);
 }
 
 std::optional<Image> lastFrame(std::span<const RenderSegment> segments,

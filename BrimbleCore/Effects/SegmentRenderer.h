@@ -6,7 +6,7 @@
 
 #include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 
 namespace brimble {
 

@@ -29,9 +29,9 @@ class ByteSink {
 /// half-way is cleaned up by whoever called `discard()`.
 class FileByteSink final : public ByteSink {
  public:
-  /// Creates (or truncates) the file at `url`. Throws
+  /// Creates (or truncates) `file`. Throws
   /// MuxError::unexpectedLayout("could not create <path>") when it cannot.
-  explicit FileByteSink(std::filesystem::path url);
+  explicit FileByteSink(std::filesystem::path file);
 
   void write(std::span<const std::uint8_t> data) override;
   void patch(std::size_t offset, std::span<const std::uint8_t> data) override;
@@ -41,10 +41,10 @@ class FileByteSink final : public ByteSink {
   /// Closes and deletes the file, ignoring failures.
   void discard() noexcept;
 
-  const std::filesystem::path& url() const noexcept { return url_; }
+  const std::filesystem::path& file() const noexcept { return file_; }
 
  private:
-  std::filesystem::path url_;
+  std::filesystem::path file_;
   UniqueFd handle_;
   std::size_t offset_ = 0;
 };

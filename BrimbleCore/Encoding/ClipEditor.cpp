@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
 
 namespace brimble {
@@ -17,11 +18,11 @@ ClipEditError ClipEditError::invalidTrim(double start, double end, double durati
                       start, end, duration)};
 }
 
-ClipEditError ClipEditError::cropOutside(const ScreenRect& crop, int width, int height) {
+ClipEditError ClipEditError::cropOutside(const PixelRect& crop, int width, int height) {
   return {Code::cropOutside,
           fmt::format("Can't crop to {},{} {}x{}: the rectangle must lie inside the {}x{} "
                       "frames.",
-                      crop.x, crop.y, crop.width, crop.height, width, height)};
+                      crop.left, crop.top, crop.width, crop.height, width, height)};
 }
 
 ClipEditError ClipEditError::invalidSpeed(double speed) {
@@ -61,20 +62,20 @@ std::vector<ProcessedFrame> ClipEditor::trim(const std::vector<ProcessedFrame>& 
 }
 
 std::vector<ProcessedFrame> ClipEditor::crop(const std::vector<ProcessedFrame>& frames,
-                                             const ScreenRect& rect) {
+                                             const PixelRect& rect) {
   std::vector<ProcessedFrame> cropped;
   cropped.reserve(frames.size());
   for (const ProcessedFrame& frame : frames) {
     const Image source = frame.image.toBGRA8();
-    const ScreenRect bounds{0, 0, source.width(), source.height()};
-    if (rect.empty() || rect.intersection(bounds) != rect) {
+    const PixelRect bounds{0, 0, source.width(), source.height()};
+    if (rect.empty() || !bounds.contains(rect)) {
       throw ClipEditError::cropOutside(rect, source.width(), source.height());
     }
     PixelBuffer pixels(static_cast<std::size_t>(rect.width) * 4 *
                        static_cast<std::size_t>(rect.height));
     for (int y = 0; y < rect.height; ++y) {
-      const auto row = source.row(rect.y + y)
-                           .subspan(static_cast<std::size_t>(rect.x) * 4,
+      const auto row = source.row(rect.top + y)
+                           .subspan(static_cast<std::size_t>(rect.left) * 4,
                                     static_cast<std::size_t>(rect.width) * 4);
       std::copy(row.begin(), row.end(),
                 pixels.begin() + static_cast<std::ptrdiff_t>(y) * rect.width * 4);
@@ -127,6 +128,17 @@ std::vector<ProcessedFrame> ClipEditor::apply(const std::vector<ProcessedFrame>&
   if (edit.speed != 1) {
     result = changeSpeed(result, edit.speed);
   }
+  if (edit.maxWidth > 0) {
+    for (ProcessedFrame& frame : result) {
+      frame.image = ImageScaler::scaleToMaxWidth(frame.image, edit.maxWidth);
+    }
+  }
+  if (edit.deduplicate) {
+    result = FrameDeduplicator::merge(result);
+  }
+  if (edit.idle) {
+    result = edit.idle(result);
+  }
   return result;
 }
 
@@ -159,15 +171,15 @@ std::optional<std::pair<std::optional<double>, std::optional<double>>> ClipEdito
   return std::pair{start, end};
 }
 
-std::optional<ScreenRect> ClipEditor::parseCrop(const std::string& text) {
-  ScreenRect rect;
+std::optional<PixelRect> ClipEditor::parseCrop(const std::string& text) {
+  PixelRect rect;
   char comma1 = 0;
   char comma2 = 0;
   char comma3 = 0;
   std::istringstream stream(text);
-  stream >> rect.x >> comma1 >> rect.y >> comma2 >> rect.width >> comma3 >> rect.height;
-  if (!stream || !stream.eof() || comma1 != ',' || comma2 != ',' || comma3 != ',' || rect.x < 0 ||
-      rect.y < 0 || rect.width <= 0 || rect.height <= 0) {
+  stream >> rect.left >> comma1 >> rect.top >> comma2 >> rect.width >> comma3 >> rect.height;
+  if (!stream || !stream.eof() || comma1 != ',' || comma2 != ',' || comma3 != ',' ||
+      rect.left < 0 || rect.top < 0 || rect.width <= 0 || rect.height <= 0) {
     return std::nullopt;
   }
   return rect;

@@ -1,12 +1,14 @@
 #pragma once
 
+#include <functional>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "BrimbleCore/Capture/ScreenRect.h"
 #include "BrimbleCore/Encoding/Frame.h"
+#include "BrimbleCore/Encoding/PixelRect.h"
 
 namespace brimble {
 
@@ -15,7 +17,7 @@ class ClipEditError : public std::runtime_error {
   enum class Code { invalidTrim, cropOutside, invalidSpeed };
 
   static ClipEditError invalidTrim(double start, double end, double duration);
-  static ClipEditError cropOutside(const ScreenRect& crop, int width, int height);
+  static ClipEditError cropOutside(const PixelRect& crop, int width, int height);
   static ClipEditError invalidSpeed(double speed);
 
   Code code() const noexcept { return code_; }
@@ -27,18 +29,32 @@ class ClipEditError : public std::runtime_error {
   Code code_;
 };
 
-/// Edits of a finished clip, as the editor window and `brimble process` make them.
+/// Shortens or speeds up the pauses of a clip: the frames with their idle stretches handled.
+/// The effects code provides it (IdleTrimmer); an edit only says where in the chain it runs.
+using IdleTreatment =
+    std::function<std::vector<ProcessedFrame>(std::span<const ProcessedFrame> frames)>;
+
+/// Edits of a finished clip, as the editor window, `brimble process` and the MCP tool
+/// `process_gif` make them. The defaults change nothing.
 struct ClipEdit {
   /// Seconds of the clip's timeline: the part from `trimStart` up to `trimEnd` is kept.
-  std::optional<double> trimStart;
-  std::optional<double> trimEnd;
+  std::optional<double> trimStart{};
+  std::optional<double> trimEnd{};
   /// The rectangle of each frame to keep, in the frame's pixels.
-  std::optional<ScreenRect> crop;
+  std::optional<PixelRect> crop{};
   /// Playback speed factor: 2 plays twice as fast.
   double speed = 1;
+  /// Frames wider than this are scaled down to it, keeping their aspect; 0 keeps their size.
+  int maxWidth = 0;
+  /// Runs of frames that repeat the first of the run within 10 per channel become one frame
+  /// shown for their combined time.
+  bool deduplicate = false;
+  /// Pauses handled; none keeps them as they are.
+  IdleTreatment idle{};
 };
 
-/// Trim, crop and speed for decoded clips. Stateless; any thread.
+/// The edit chain of decoded clips (trim, crop, speed, width, deduplication, idle treatment) and
+/// its steps. Stateless; any thread.
 class ClipEditor {
  public:
   /// Length of `frames` in seconds (the sum of their delays).
@@ -52,7 +68,7 @@ class ClipEditor {
   /// Every frame cut to `rect`. Throws ClipEditError::cropOutside when `rect` is empty or not
   /// inside the frames.
   static std::vector<ProcessedFrame> crop(const std::vector<ProcessedFrame>& frames,
-                                          const ScreenRect& rect);
+                                          const PixelRect& rect);
   /// Delays divided by `speed`. Throws ClipEditError::invalidSpeed outside 0.01 to 100.
   static std::vector<ProcessedFrame> changeSpeed(const std::vector<ProcessedFrame>& frames,
                                                  double speed);
@@ -60,7 +76,11 @@ class ClipEditor {
   /// differs, so a segment recorded later joins the clip seamlessly.
   static std::vector<ProcessedFrame> append(const std::vector<ProcessedFrame>& clip,
                                             const std::vector<ProcessedFrame>& segment);
-  /// Trim, then crop, then speed, as far as `edit` asks.
+  /// The whole chain, as far as `edit` asks: trim and crop (in the clip's own seconds and
+  /// pixels), speed, width, deduplication, idle treatment. Deduplication comes before the idle
+  /// treatment, so that a pause whose frames differ only by noise counts as one pause, and so
+  /// that the darkened steps of a fade are not merged away again. Throws ClipEditError, and
+  /// what the idle treatment throws.
   static std::vector<ProcessedFrame> apply(const std::vector<ProcessedFrame>& frames,
                                            const ClipEdit& edit);
 
@@ -69,7 +89,7 @@ class ClipEditor {
   static std::optional<std::pair<std::optional<double>, std::optional<double>>> parseTrim(
       const std::string& text);
   /// Parses "X,Y,WIDTH,HEIGHT". No value for anything else.
-  static std::optional<ScreenRect> parseCrop(const std::string& text);
+  static std::optional<PixelRect> parseCrop(const std::string& text);
 };
 
 }  // namespace brimble

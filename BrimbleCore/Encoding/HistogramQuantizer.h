@@ -5,17 +5,10 @@
 #include <vector>
 
 #include "BrimbleCore/Encoding/Image.h"
+#include "BrimbleCore/Encoding/PixelRect.h"
 #include "BrimbleCore/Encoding/RGBColor.h"
 
 namespace brimble {
-
-/// A rectangle of pixels.
-struct PixelRect {
-  int left = 0;
-  int top = 0;
-  int width = 0;
-  int height = 0;
-};
 
 /// Palette indices for the pixels of a rectangle, and the palette they refer to.
 struct QuantizedPixels {

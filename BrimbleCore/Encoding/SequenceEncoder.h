@@ -6,17 +6,17 @@
 #include <optional>
 #include <vector>
 
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/FrameOutput.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Encoding/RGBColor.h"
 
 namespace brimble {
 
-/// Writes a frame sequence to an animation or video file: decoding runs ahead on worker threads while the calling thread
-/// deduplicates, diffs and writes. GIF with shared palettes takes two passes over the sequence
-/// (which frames to keep and where scenes start, then the writing); everything else one. One
-/// thread at a time. GIF frames shorter than 2 cs (above 50 fps) take in the frames after them,
-/// which are dropped, so that browsers play every frame as long as it says.
+/// Writes a frame sequence to an animation or video file: decoding runs ahead on worker threads
+/// while the calling thread deduplicates, diffs and writes. GIF with shared palettes takes two
+/// passes over the sequence (which frames to keep and where scenes start, then the writing);
+/// everything else one. One thread at a time. GIF frames shorter than 2 cs (above 50 fps) take in
+/// the frames after them, which are dropped, so that browsers play every frame as long as it says.
 class SequenceEncoder {
  public:
   /// Makes the writer of the file; animation formats take the options, video ignores them.

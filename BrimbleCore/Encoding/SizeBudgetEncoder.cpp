@@ -8,7 +8,6 @@
 
 #include <fmt/format.h>
 
-#include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Log.h"
@@ -59,7 +58,7 @@ Image SizeBudgetEncoder::reduceColours(const Image& image, int bits) {
 }
 
 SizeBudgetEncoder::Result SizeBudgetEncoder::encode(int count, const FrameSupplier& frameAt,
-                                                    const std::filesystem::path& url,
+                                                    const std::filesystem::path& output,
                                                     const SequenceOptions& options,
                                                     std::uint64_t budgetBytes,
                                                     const PassStarted& passStarted) {
@@ -94,10 +93,10 @@ SizeBudgetEncoder::Result SizeBudgetEncoder::encode(int count, const FrameSuppli
       passOptions.fps = std::max(1, static_cast<int>(std::lround(options.fps / double(step))));
       passOptions.repeatsPrevious = {};
     }
-    result.summary = GIFEncoder::encodeSequence(passCount, passFrames, url, passOptions);
+    result.summary = ClipEncoder::encodeSequence(passCount, passFrames, output, passOptions);
     result.passes = pass;
     std::error_code error;
-    result.fileSize = result.summary.frames > 0 ? std::filesystem::file_size(url, error) : 0;
+    result.fileSize = result.summary.frames > 0 ? std::filesystem::file_size(output, error) : 0;
     result.fits = budgetBytes == 0 || result.fileSize <= budgetBytes;
     if (result.fits || result.summary.frames == 0) {
       return result;
@@ -106,20 +105,6 @@ SizeBudgetEncoder::Result SizeBudgetEncoder::encode(int count, const FrameSuppli
   logLine(fmt::format("BrimbleCore: file size {} KB exceeds budget {} KB after {} passes",
                       result.fileSize / 1024, budgetBytes / 1024, result.passes));
   return result;
-}
-
-SizeBudgetEncoder::Result SizeBudgetEncoder::encode(const CompressedFrameStore& store,
-                                                    const std::filesystem::path& url,
-                                                    const SequenceOptions& options,
-                                                    std::uint64_t budgetBytes,
-                                                    const PassStarted& passStarted) {
-  const FrameSupplier decode = [&store](int index) { return decodeImage(store.data(index)); };
-  SequenceOptions storeOptions = options;
-  // A recorder compresses an unchanged screen to the same bytes.
-  storeOptions.repeatsPrevious = [&store](int index) {
-    return store.data(index) == store.data(index - 1);
-  };
-  return encode(store.count(), decode, url, storeOptions, budgetBytes, passStarted);
 }
 
 }  // namespace brimble

@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 
 namespace brimble {
 
@@ -39,16 +39,10 @@ class SizeBudgetEncoder {
   static SizeReduction reductionForPass(int pass);
   static constexpr int kMaxPasses = 6;
 
-  /// Writes `count` frames from `frameAt` to `url` with `options`; with `budgetBytes` above 0,
-  /// rewrites with stronger reductions while the file is larger. Throws what GIFEncoder throws
-  /// (CancellationError when `options.stop` is requested between or during passes).
-  static Result encode(int count, const FrameSupplier& frameAt, const std::filesystem::path& url,
-                       const SequenceOptions& options, std::uint64_t budgetBytes,
-                       const PassStarted& passStarted = {});
-
-  /// The same for a recording's frame store, whose identical neighbouring frames are merged
-  /// without decoding.
-  static Result encode(const CompressedFrameStore& store, const std::filesystem::path& url,
+  /// Writes `count` frames from `frameAt` to `output` with `options`; with `budgetBytes` above
+  /// 0, rewrites with stronger reductions while the file is larger. Throws what ClipEncoder
+  /// throws (CancellationError when `options.stop` is requested between or during passes).
+  static Result encode(int count, const FrameSupplier& frameAt, const std::filesystem::path& output,
                        const SequenceOptions& options, std::uint64_t budgetBytes,
                        const PassStarted& passStarted = {});
 

@@ -4,15 +4,16 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <span>
 #include <string>
 
 #include <fmt/format.h>
 
 #include "BrimbleCore/Effects/IdleTrimmer.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
-#include "BrimbleCore/Encoding/FrameDeduplicator.h"
+#include "BrimbleCore/Encoding/ClipEditor.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
-#include "BrimbleCore/Encoding/ImageScaler.h"
 #include "BrimbleCore/MCP/MCPToolSupport.h"
 #include "BrimbleCore/MCP/MCPTools.h"
 #include "BrimbleCore/Support/Cancellation.h"
@@ -244,27 +245,27 @@ JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Argume
   if (frames.empty()) {
     fail("Failed to decode GIF: " + inputPath.string() + " holds no frames");
   }
-  for (ProcessedFrame& frame : frames) {
-    frame.delay /= speed;
-    if (width > 0) {
-      frame.image = ImageScaler::scaleToMaxWidth(frame.image, width);
-    }
-  }
-  if (arguments.boolean("deduplicate_frames").value_or(false)) {
-    frames = FrameDeduplicator::merge(frames);
-  }
+  ClipEdit edit;
+  edit.speed = speed;
+  edit.maxWidth = width;
+  edit.deduplicate = arguments.boolean("deduplicate_frames").value_or(false);
   if (idle) {
-    frames = IdleTrimmer::apply(frames, *idle, threshold);
+    edit.idle = [strategy = *idle, threshold](std::span<const ProcessedFrame> clip) {
+      return IdleTrimmer::apply(clip, strategy, threshold);
+    };
   }
-  if (format == OutputFormat::gif) {
-    frames = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
-  }
+  frames = ClipEditor::apply(frames, edit);
   EncodeSummary summary;
   try {
     // Written beside the destination and renamed over it, so processing in place is safe.
-    summary = GIFEncoder::encode(frames, loopCount, palette,
-                                 arguments.boolean("frame_diffing").value_or(false), format, output,
-                                 progressOf(call), call.stop());
+    summary =
+        ClipEncoder::encode(frames, output,
+                            {.loopCount = loopCount,
+                             .frameDiffing = arguments.boolean("frame_diffing").value_or(false),
+                             .format = format,
+                             .progress = progressOf(call),
+                             .stop = call.stop(),
+                             .tuning = {.paletteStrategy = palette}});
   } catch (const CancellationError&) {
     fail("Processing cancelled; nothing was written");
   } catch (const std::system_error& error) {

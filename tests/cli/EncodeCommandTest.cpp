@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/SizeBudgetEncoder.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
@@ -95,8 +95,8 @@ TEST(BrimbleEncode, MaxSizeReEncodesUntilTheFileFitsAndSaysAtWhichPass) {
   ASSERT_EQ(full.exitCode, 0) << full.output;
   ASSERT_GT(std::filesystem::file_size(out), 20u * 1024) << "must start over the budget";
 
-  const auto result = runCommand(
-      brimbleCommand(encode + "--max-size 20 -o " + shellQuote(out.string()) + " 2>&1"));
+  const auto result =
+      runCommand(brimbleCommand(encode + "--max-size 20 -o " + shellQuote(out.string()) + " 2>&1"));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   const std::string marker = "KB fits the 20 KB budget at pass ";
   const auto at = result.output.find(marker);
@@ -110,8 +110,8 @@ TEST(BrimbleEncode, MaxSizeReEncodesUntilTheFileFitsAndSaysAtWhichPass) {
   EXPECT_EQ(decoded->width, static_cast<int>(400 * reduction.widthScale));
   EXPECT_EQ(static_cast<int>(decoded->frames.size()), 24 / reduction.frameStep);
 
-  const auto tooSmall = runCommand(
-      brimbleCommand(encode + "--max-size 1 -o " + shellQuote(out.string()) + " 2>&1"));
+  const auto tooSmall =
+      runCommand(brimbleCommand(encode + "--max-size 1 -o " + shellQuote(out.string()) + " 2>&1"));
   EXPECT_EQ(tooSmall.exitCode, 0) << tooSmall.output;
   EXPECT_NE(tooSmall.output.find("is still over the 1 KB budget after 6 passes; the last pass was "
                                  "kept"),
@@ -241,10 +241,9 @@ TEST(BrimbleProcess, TrimsAndCropsAndExplainsBadRanges) {
   const auto original = testing::decodeGIFFile(in);
   ASSERT_TRUE(original);
   const auto out = directory / "cut.gif";
-  const auto result =
-      runCommand(brimbleCommand("process " + shellQuote(in.string()) +
-                                " --no-dedup --trim 0.3:0.7 --crop 20,10,100,60 -o " +
-                                shellQuote(out.string()) + " 2>&1"));
+  const auto result = runCommand(brimbleCommand(
+      "process " + shellQuote(in.string()) + " --no-dedup --trim 0.3:0.7 --crop 20,10,100,60 -o " +
+      shellQuote(out.string()) + " 2>&1"));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   const auto cut = testing::decodeGIFFile(out);
   ASSERT_TRUE(cut);
@@ -265,22 +264,22 @@ TEST(BrimbleProcess, TrimsAndCropsAndExplainsBadRanges) {
     }
   }
 
-  const auto late = runCommand(brimbleCommand("process " + shellQuote(in.string()) +
-                                              " --trim 5: -o " + shellQuote(out.string()) +
-                                              " 2>&1"));
+  const auto late =
+      runCommand(brimbleCommand("process " + shellQuote(in.string()) + " --trim 5: -o " +
+                                shellQuote(out.string()) + " 2>&1"));
   EXPECT_EQ(late.exitCode, 1);
   EXPECT_EQ(late.output,
             "brimble process: Can't trim from 5.00 s to 1.00 s: the clip is 1.00 s long and the "
             "start must come before the end.\n");
-  const auto wide = runCommand(brimbleCommand("process " + shellQuote(in.string()) +
-                                              " --crop 150,0,100,20 -o " +
-                                              shellQuote(out.string()) + " 2>&1"));
+  const auto wide =
+      runCommand(brimbleCommand("process " + shellQuote(in.string()) + " --crop 150,0,100,20 -o " +
+                                shellQuote(out.string()) + " 2>&1"));
   EXPECT_EQ(wide.exitCode, 1);
   EXPECT_EQ(wide.output,
             "brimble process: Can't crop to 150,0 100x20: the rectangle must lie inside the "
             "200x120 frames.\n");
-  const auto bad = runCommand(brimbleCommand("process " + shellQuote(in.string()) +
-                                             " --crop 1,2,3 2>&1"));
+  const auto bad =
+      runCommand(brimbleCommand("process " + shellQuote(in.string()) + " --crop 1,2,3 2>&1"));
   EXPECT_EQ(bad.exitCode, 2);
   EXPECT_EQ(bad.output,
             "brimble process: --crop must be X,Y,WIDTH,HEIGHT in pixels (got \"1,2,3\")\n");
@@ -351,7 +350,7 @@ TEST(BrimbleProcess, IdleStrategiesShortenPausesAndDedupeKeepsTheTime) {
   };
   const std::vector<ProcessedFrame> frames = {frame(20, 0.5), frame(120, 1), frame(120, 3),
                                               frame(220, 0.5)};
-  GIFEncoder::encode(frames, 0, PaletteStrategy::perFrame, false, OutputFormat::gif, in);
+  ClipEncoder::encode(frames, in, {.frameDiffing = false});
   const auto processed = [&](const std::string& options) {
     const auto out = directory / "out.gif";
     const auto result =
@@ -382,19 +381,19 @@ TEST(BrimbleEncode, AGIFProcessedIntoMP4KeepsItsTimesAndAnOddSizeIsPadded) {
   const auto frame = [](std::uint8_t shade, double delay) {
     return ProcessedFrame{testing::solidImage(45, 31, {shade, 60, 90}), delay, std::nullopt};
   };
-  GIFEncoder::encode(std::vector<ProcessedFrame>{frame(20, 0.5), frame(120, 0.07),
-                                                 frame(220, 1.2)},
-                     0, PaletteStrategy::perFrame, false, OutputFormat::gif, in);
+  ClipEncoder::encode(
+      std::vector<ProcessedFrame>{frame(20, 0.5), frame(120, 0.07), frame(220, 1.2)}, in,
+      {.frameDiffing = false});
   const auto out = directory / "steps.mp4";
   const auto result = runCommand(brimbleCommand("process " + shellQuote(in.string()) + " -o " +
                                                 shellQuote(out.string()) +
                                                 " --speed 2 --crf 18 --preset fast 2>&1"));
   ASSERT_EQ(result.exitCode, 0) << result.output;
-  EXPECT_EQ(result.output.rfind(out.string() + ": " +
-                                    std::to_string(std::filesystem::file_size(out)) +
-                                    " bytes, 3 frames, 46x32, ",
-                                0),
-            0u)
+  EXPECT_EQ(
+      result.output.rfind(out.string() + ": " + std::to_string(std::filesystem::file_size(out)) +
+                              " bytes, 3 frames, 46x32, ",
+                          0),
+      0u)
       << result.output;
   const auto video = testing::streamOfType(testing::probeStreams(out), "video");
   ASSERT_TRUE(video);

@@ -35,20 +35,20 @@ struct Session {
   testing::FakeRecorderScript recorder;
   AppSettings settings;
   CaptureHistory history{folder / "history.json"};
-  RecordingState::ClipEncoder encoder = [](int count, const FrameSupplier& frameAt,
-                                           const fs::path& url, const SequenceOptions& options,
+  EncodingJob::SequenceWriter encoder = [](int count, const FrameSupplier& frameAt,
+                                           const fs::path& output, const SequenceOptions& options,
                                            std::uint64_t budget,
                                            const SizeBudgetEncoder::PassStarted& passStarted) {
-    return SizeBudgetEncoder::encode(count, frameAt, url, options, budget, passStarted);
+    return SizeBudgetEncoder::encode(count, frameAt, output, options, budget, passStarted);
   };
   RecordingState state{RecordingState::Services{
       view, delivery, scheduler, clock,
       [this] { return std::make_unique<testing::FakeSessionRecorder>(recorder); },
       [this] { return settings; }, history, folder / "captures",
-      [this](int count, const FrameSupplier& frameAt, const fs::path& url,
+      [this](int count, const FrameSupplier& frameAt, const fs::path& output,
              const SequenceOptions& options, std::uint64_t budget,
              const SizeBudgetEncoder::PassStarted& passStarted) {
-        return encoder(count, frameAt, url, options, budget, passStarted);
+        return encoder(count, frameAt, output, options, budget, passStarted);
       }}};
   std::vector<RecordingPhase> phases;
 
@@ -483,13 +483,13 @@ TEST(RecordingState, AClipOverItsBudgetIsKeptAndTheLastPassLogged) {
   session.state.onEncodingProgress = [&](double fraction, int pass) {
     progress.push_back(fmt::format("{:.0f}% of pass {}", fraction * 100, pass));
   };
-  session.encoder = [&](int count, const FrameSupplier& frameAt, const fs::path& url,
+  session.encoder = [&](int count, const FrameSupplier& frameAt, const fs::path& output,
                         const SequenceOptions& options, std::uint64_t budget,
                         const SizeBudgetEncoder::PassStarted& passStarted) {
     EXPECT_EQ(budget, 500u * 1024);
     passStarted(1);
     passStarted(2);
-    auto result = SizeBudgetEncoder::encode(count, frameAt, url, options, 0);
+    auto result = SizeBudgetEncoder::encode(count, frameAt, output, options, 0);
     result.passes = 2;
     result.fits = false;
     result.fileSize = 700 * 1024 + 5;

@@ -10,7 +10,7 @@
 #include <webp/demux.h>
 
 #include "BrimbleCore/Encoding/APNGMuxer.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/MuxError.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "BrimbleCore/Encoding/WebPMuxer.h"
@@ -183,7 +183,10 @@ TEST(AnimationWriters, TranslucentFramesReadBackWithStraightAlpha) {
   }
   // The APNG began opaque: the encoder writes it again with alpha.
   const auto path = directory / "clip.png";
-  GIFEncoder::encode(frames, 0, PaletteStrategy::automatic, false, OutputFormat::apng, path);
+  ClipEncoder::encode(frames, path,
+                      {.frameDiffing = false,
+                       .format = OutputFormat::apng,
+                       .tuning = {.paletteStrategy = PaletteStrategy::automatic}});
   const auto decoded = ffmpegFrames(path, 8, 6);
   ASSERT_EQ(decoded.size(), 2u);
   const testing::Pixel pixel = testing::pixelAt(decoded[1], 3, 3);  // ffmpeg's bgra is straight

@@ -1,9 +1,11 @@
 #include "BrimbleCore/Encoding/ClipEditor.h"
 
+#include <span>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "BrimbleCore/Effects/IdleTrimmer.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
 
@@ -84,7 +86,7 @@ TEST(ClipEditor, CropCutsEveryFrameAndRefusesRectanglesOutside) {
 TEST(ClipEditor, ApplyTrimsThenCropsThenSpeedsUpAndParsesTheCommandLineForms) {
   ClipEdit edit;
   edit.trimStart = 0.5;
-  edit.crop = ScreenRect{0, 0, 4, 4};
+  edit.crop = PixelRect{0, 0, 4, 4};
   edit.speed = 2;
   const auto edited = ClipEditor::apply(clip(), edit);
   EXPECT_EQ(delays(edited), (std::vector<double>{0.5, 0.125}));
@@ -99,10 +101,44 @@ TEST(ClipEditor, ApplyTrimsThenCropsThenSpeedsUpAndParsesTheCommandLineForms) {
   for (const char* bad : {":", "1-2", "a:2", "1:2:3", "-1:2"}) {
     EXPECT_FALSE(ClipEditor::parseTrim(bad)) << bad;
   }
-  EXPECT_EQ(ClipEditor::parseCrop("10,20,300,200"), (ScreenRect{10, 20, 300, 200}));
+  EXPECT_EQ(ClipEditor::parseCrop("10,20,300,200"), (PixelRect{10, 20, 300, 200}));
   for (const char* bad : {"10,20,300", "1,2,0,4", "a,b,c,d", "1,2,3,4,5", "-1,0,2,2"}) {
     EXPECT_FALSE(ClipEditor::parseCrop(bad)) << bad;
   }
+}
+
+TEST(ClipEditor, TheChainEditsInTheClipsOwnTermsThenMergesRepeatsBeforeCuttingPauses) {
+  // A second of red, a pause of four blue frames that differ by a few levels (the noise a lossy
+  // encode leaves), a second of green; 80x40.
+  const auto frame = [](testing::Pixel colour, double delay) {
+    return ProcessedFrame{testing::solidImage(80, 40, colour), delay, std::nullopt};
+  };
+  const std::vector<ProcessedFrame> frames = {frame({200, 0, 0}, 1), frame({0, 0, 200}, 2),
+                                              frame({0, 4, 200}, 2), frame({3, 0, 204}, 2),
+                                              frame({0, 0, 197}, 2), frame({0, 200, 0}, 1)};
+  ClipEdit edit;
+  edit.trimStart = 0.5;                 // the clip's own seconds: half of the red goes
+  edit.crop = PixelRect{0, 0, 40, 20};  // the clip's own pixels
+  edit.speed = 2;
+  edit.maxWidth = 20;
+  edit.deduplicate = true;
+  edit.idle = [](std::span<const ProcessedFrame> clip) {
+    return IdleTrimmer::apply(clip, IdleStrategy::cut, 2);
+  };
+  const auto edited = ClipEditor::apply(frames, edit);
+  // Red for 0.25 s; the pause, 4 s once its noisy repeats are one frame, cut to half a second;
+  // green for 0.5 s. Cutting first would find no pause: no two of its frames are the same.
+  EXPECT_EQ(delays(edited), (std::vector<double>{0.25, 0.5, 0.5}));
+  ASSERT_EQ(edited.size(), 3u);
+  for (const ProcessedFrame& part : edited) {
+    EXPECT_EQ(part.image.width(), 20);
+    EXPECT_EQ(part.image.height(), 10);
+  }
+  // The pause shows its first frame, which the others repeated.
+  const testing::Pixel pause = testing::pixelAt(edited[1].image, 5, 5);
+  EXPECT_NEAR(pause.r, 0, 2);
+  EXPECT_NEAR(pause.g, 0, 2);
+  EXPECT_NEAR(pause.b, 200, 2);
 }
 
 TEST(ClipEditor, AppendJoinsASegmentAtTheClipsSize) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <mutex>
+#include <optional>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -156,6 +158,27 @@ TEST(PaletteProgressReporter, ReportsEachPercentOnceAndInOrder) {
   none.advance(3);
   none.advance(2);
   EXPECT_EQ(empty, (std::vector<std::pair<int, int>>{{3, 0}}));  // always 100 %
+}
+
+TEST(PaletteProgressReporter, ReportsWithoutHoldingItsLockSoOtherWorkersGoOnMeanwhile) {
+  std::vector<int> reported;
+  std::optional<PaletteProgressReporter> reporter;
+  reporter.emplace(100, [&](int done, int) {
+    reported.push_back(done);
+    if (done == 1) {
+      // Another worker finishes the other frames while this report is made; were the lock held
+      // here, it could never count them and the join would wait for ever.
+      std::thread other([&] {
+        for (int i = 0; i < 99; ++i) {
+          reporter->advance(1);
+        }
+      });
+      other.join();
+    }
+  });
+  reporter->advance(1);
+  // The steps the other worker reached meanwhile arrive as one report, after the first.
+  EXPECT_EQ(reported, (std::vector<int>{1, 100}));
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "tests/Support/Images.h"
 
 namespace brimble {
@@ -22,7 +22,7 @@ Image withChanges(int changed, int by) {
   });
 }
 
-TEST(GIFEncoderSimilarity, FiveOfAHundredSamplesMayDifferButNotSix) {
+TEST(ClipEncoderSimilarity, FiveOfAHundredSamplesMayDifferButNotSix) {
   const Image base = withChanges(0, 0);
   EXPECT_TRUE(FrameComparison::compressedFramesAreSimilar(base, withChanges(5, 50)));
   EXPECT_FALSE(FrameComparison::compressedFramesAreSimilar(base, withChanges(6, 50)));
@@ -33,7 +33,7 @@ TEST(GIFEncoderSimilarity, FiveOfAHundredSamplesMayDifferButNotSix) {
       FrameComparison::compressedFramesAreSimilar(base, solidImage(10, 9, {100, 100, 100})));
 }
 
-TEST(GIFEncoderSimilarity, TinyImagesAllowTheSameShareOfChanges) {
+TEST(ClipEncoderSimilarity, TinyImagesAllowTheSameShareOfChanges) {
   // 81 pixels: 81 * 205 / 4096 = 4 may differ.
   const auto tiny = [](int changed) {
     return imageOf(9, 9, [changed](int x, int y) {
@@ -44,7 +44,7 @@ TEST(GIFEncoderSimilarity, TinyImagesAllowTheSameShareOfChanges) {
   EXPECT_FALSE(FrameComparison::compressedFramesAreSimilar(tiny(0), tiny(5)));
 }
 
-TEST(GIFEncoderSimilarity, EveryPixelMatchingSeesASingleChangedPixel) {
+TEST(ClipEncoderSimilarity, EveryPixelMatchingSeesASingleChangedPixel) {
   const Image base = solidImage(200, 100, {50, 60, 70});
   const Image typed = imageOf(200, 100, [](int x, int y) {
     return x == 133 && y == 77 ? Pixel{250, 60, 70} : Pixel{50, 60, 70};

@@ -9,7 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Encoding/AnimationWriter.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/MuxError.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "BrimbleCore/Encoding/VideoError.h"
@@ -61,8 +61,12 @@ std::vector<ProcessedFrame> noiseFrames(int count, int width, int height) {
 EncodeSummary encodeMP4(const std::vector<ProcessedFrame>& frames, const std::filesystem::path& out,
                         const VideoOptions& video = {}, const EncodeProgress& progress = {},
                         const std::stop_token& stop = {}) {
-  return GIFEncoder::encode(frames, 0, PaletteStrategy::perFrame, false, OutputFormat::mp4, out,
-                            progress, stop, video);
+  return ClipEncoder::encode(frames, out,
+                             {.frameDiffing = false,
+                              .format = OutputFormat::mp4,
+                              .progress = progress,
+                              .stop = stop,
+                              .video = video});
 }
 
 TEST(VideoWriter, VariableDelaysAndAnOddSizeBecomeAFaststartH264FileThatMatchesItsFrames) {

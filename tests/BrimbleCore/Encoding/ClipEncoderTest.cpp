@@ -1,4 +1,4 @@
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 
 #include <array>
 #include <fstream>
@@ -36,21 +36,21 @@ std::vector<std::uint8_t> bytesOf(const Image& image) {
   return {image.bytes().begin(), image.bytes().end()};
 }
 
-TEST(GIFEncoder, DiffFrameKeepsOnlyPixelsBeyondTheTolerance) {
+TEST(ClipEncoder, DiffFrameKeepsOnlyPixelsBeyondTheTolerance) {
   const Image previous =
       onePixelRow({{100, 100, 100}, {100, 100, 100}, {100, 100, 100}, {7, 8, 9}});
   const Image current = onePixelRow({{103, 100, 97}, {100, 104, 100}, {100, 100, 100}, {7, 8, 9}});
-  EXPECT_EQ(bytesOf(*GIFEncoder::createDiffFrame(current, previous, 3)),
+  EXPECT_EQ(bytesOf(*ClipEncoder::createDiffFrame(current, previous, 3)),
             (std::vector<std::uint8_t>{0, 0, 0, 0, 100, 104, 100, 255, 0, 0, 0, 0, 0, 0, 0, 0}));
   EXPECT_EQ(
-      bytesOf(*GIFEncoder::createDiffFrame(current, previous, 0)),
+      bytesOf(*ClipEncoder::createDiffFrame(current, previous, 0)),
       (std::vector<std::uint8_t>{103, 100, 97, 255, 100, 104, 100, 255, 0, 0, 0, 0, 0, 0, 0, 0}));
   // Indexed images compare by colour: the same colours under other indices did not change.
   const Image indexed = Image::indexed8(2, 1, {0, 1}, {{10, 20, 30}, {40, 50, 60}});
   const Image reordered = Image::indexed8(2, 1, {1, 0}, {{40, 50, 60}, {10, 20, 30}});
-  EXPECT_EQ(bytesOf(*GIFEncoder::createDiffFrame(reordered, indexed, 0)),
+  EXPECT_EQ(bytesOf(*ClipEncoder::createDiffFrame(reordered, indexed, 0)),
             std::vector<std::uint8_t>(8, 0));
-  EXPECT_FALSE(GIFEncoder::createDiffFrame(current, indexed, 0).has_value()) << "sizes differ";
+  EXPECT_FALSE(ClipEncoder::createDiffFrame(current, indexed, 0).has_value()) << "sizes differ";
 }
 
 using testing::TempDirectory;
@@ -71,20 +71,20 @@ std::vector<std::vector<std::uint8_t>> jpegBlobs(const std::vector<Image>& image
   return blobs;
 }
 
-TEST(GIFEncoder, NoFramesAndMixedSizesWriteNothing) {
+TEST(ClipEncoder, NoFramesAndMixedSizesWriteNothing) {
   TempDirectory directory;
-  EXPECT_EQ(GIFEncoder::encode({}, 0, PaletteStrategy::automatic, false, OutputFormat::gif,
-                               directory / "out.gif")
+  EXPECT_EQ(ClipEncoder::encode(
+                {}, directory / "out.gif",
+                {.frameDiffing = false, .tuning = {.paletteStrategy = PaletteStrategy::automatic}})
                 .frames,
             0);
-  GIFEncoder::encodeCompressed(InMemoryFrameStore(), 30, 0, true, true, OutputFormat::gif,
-                               directory / "out.gif");
+  ClipEncoder::encodeCompressed(InMemoryFrameStore(), directory / "out.gif", {.fps = 30});
   const std::vector<std::pair<std::function<void()>, MuxError>> failures = {
       {[&] {
          const InMemoryFrameStore store(
              jpegBlobs({testPatternFrame(0, 2, 64, 48), testPatternFrame(1, 2, 60, 48)}));
-         GIFEncoder::encodeCompressed(store, 10, 0, false, false, OutputFormat::gif,
-                                      directory / "out.gif");
+         ClipEncoder::encodeCompressed(store, directory / "out.gif",
+                                       {.fps = 10, .frameDiffing = false, .deduplicate = false});
        },
        MuxError::inconsistentCanvas()},
   };
@@ -94,7 +94,7 @@ TEST(GIFEncoder, NoFramesAndMixedSizesWriteNothing) {
   EXPECT_EQ(testing::entriesIn(directory.path()), 0);
 }
 
-TEST(GIFEncoder, CancellingLeavesNoFileAndTheOldOneIntact) {
+TEST(ClipEncoder, CancellingLeavesNoFileAndTheOldOneIntact) {
   TempDirectory directory;
   const auto out = directory / "out.gif";
   std::ofstream(out) << "the previous recording";
@@ -107,15 +107,18 @@ TEST(GIFEncoder, CancellingLeavesNoFileAndTheOldOneIntact) {
     }
     ++reported;
   };
-  EXPECT_THROW(GIFEncoder::encode(frames, 0, PaletteStrategy::perFrame, true, OutputFormat::gif,
-                                  out, cancelAfterTwo, stop.get_token()),
+  EXPECT_THROW(ClipEncoder::encode(frames, out,
+                                   {.frameDiffing = true,
+                                    .progress = cancelAfterTwo,
+                                    .stop = stop.get_token(),
+                                    .tuning = {.paletteStrategy = PaletteStrategy::perFrame}}),
                CancellationError);
   EXPECT_EQ(reported, 2);
   EXPECT_EQ(testing::readFile(out), "the previous recording");
   EXPECT_EQ(testing::entriesIn(directory.path()), 1);
 }
 
-TEST(GIFEncoder, CompressedFramesMergeRepeatsAndSkipWhatCannotBeDecoded) {
+TEST(ClipEncoder, CompressedFramesMergeRepeatsAndSkipWhatCannotBeDecoded) {
   TempDirectory directory;
   const Image a = testing::solidImage(64, 48, {30, 60, 90});
   const Image b = testing::solidImage(64, 48, {200, 100, 0});
@@ -125,18 +128,22 @@ TEST(GIFEncoder, CompressedFramesMergeRepeatsAndSkipWhatCannotBeDecoded) {
   const InMemoryFrameStore store(blobs);
 
   const auto merged = directory / "merged.gif";
-  EXPECT_EQ(
-      GIFEncoder::encodeCompressed(store, 10, 0, false, true, OutputFormat::gif, merged).frames, 2);
+  EXPECT_EQ(ClipEncoder::encodeCompressed(store, merged,
+                                          {.fps = 10, .frameDiffing = false, .deduplicate = true})
+                .frames,
+            2);
   const auto decoded = testing::decodeGIFFile(merged);
   ASSERT_TRUE(decoded);
   EXPECT_EQ(decoded->delaysCentiseconds, (std::vector<int>{30, 20}));
 
   const auto all = directory / "all.gif";
-  EXPECT_EQ(GIFEncoder::encodeCompressed(store, 10, 0, false, false, OutputFormat::gif, all).frames,
+  EXPECT_EQ(ClipEncoder::encodeCompressed(store, all,
+                                          {.fps = 10, .frameDiffing = false, .deduplicate = false})
+                .frames,
             5);
 }
 
-TEST(GIFEncoder, EveryPixelDeduplicationKeepsATypedCharacterAndShowsWhereAFadeSettles) {
+TEST(ClipEncoder, EveryPixelDeduplicationKeepsATypedCharacterAndShowsWhereAFadeSettles) {
   TempDirectory directory;
   const Image blank = testing::solidImage(300, 200, {240, 240, 240});
   const Image typed = testing::imageOf(300, 200, [](int x, int y) {
@@ -148,8 +155,9 @@ TEST(GIFEncoder, EveryPixelDeduplicationKeepsATypedCharacterAndShowsWhereAFadeSe
   for (const auto& [rule, frames] :
        {std::pair{DedupRule::sampled, 1}, {DedupRule::everyPixel, 2}}) {
     tuning.dedupRule = rule;
-    EXPECT_EQ(GIFEncoder::encodeCompressed(store, 10, 0, true, true, OutputFormat::gif,
-                                           directory / "a.gif", {}, {}, 75, {}, tuning)
+    EXPECT_EQ(ClipEncoder::encodeCompressed(
+                  store, directory / "a.gif",
+                  {.fps = 10, .frameDiffing = true, .deduplicate = true, .tuning = tuning})
                   .frames,
               frames);
   }
@@ -165,7 +173,7 @@ TEST(GIFEncoder, EveryPixelDeduplicationKeepsATypedCharacterAndShowsWhereAFadeSe
   options.fps = 10;
   options.tuning.dedupRule = DedupRule::everyPixel;
   const auto out = directory / "fade.gif";
-  EXPECT_EQ(GIFEncoder::encodeSequence(
+  EXPECT_EQ(ClipEncoder::encodeSequence(
                 4, [&](int i) -> std::optional<Image> { return fade[static_cast<std::size_t>(i)]; },
                 out, options)
                 .frames,
@@ -176,7 +184,7 @@ TEST(GIFEncoder, EveryPixelDeduplicationKeepsATypedCharacterAndShowsWhereAFadeSe
   EXPECT_EQ(decoded->delaysCentiseconds.back(), 30);
 }
 
-TEST(GIFEncoder, SharedPalettesDiffByIndexAndReuseTheGlobalTable) {
+TEST(ClipEncoder, SharedPalettesDiffByIndexAndReuseTheGlobalTable) {
   TempDirectory directory;
   std::vector<Image> images;
   for (int i = 0; i < 8; ++i) {
@@ -188,7 +196,7 @@ TEST(GIFEncoder, SharedPalettesDiffByIndexAndReuseTheGlobalTable) {
   options.tuning.paletteStrategy = PaletteStrategy::global;
   options.tuning.paletteBuilder = PaletteBuilder::histogram;
   const auto out = directory / "shared.gif";
-  const auto summary = GIFEncoder::encodeSequence(
+  const auto summary = ClipEncoder::encodeSequence(
       8, [&](int i) -> std::optional<Image> { return images[static_cast<std::size_t>(i)]; }, out,
       options);
   EXPECT_EQ(summary.frames, 8);
@@ -206,8 +214,11 @@ TEST(GIFEncoder, SharedPalettesDiffByIndexAndReuseTheGlobalTable) {
     frames.push_back({image, 0.1, std::nullopt});
   }
   std::vector<std::pair<RenderPhase, int>> progress;
-  GIFEncoder::encode(frames, 0, PaletteStrategy::global, false, OutputFormat::gif, out,
-                     [&](RenderPhase phase, int done, int) { progress.emplace_back(phase, done); });
+  ClipEncoder::encode(
+      frames, out,
+      {.frameDiffing = false,
+       .progress = [&](RenderPhase phase, int done, int) { progress.emplace_back(phase, done); },
+       .tuning = {.paletteStrategy = PaletteStrategy::global}});
   EXPECT_EQ(progress.front().first, RenderPhase::palette);
   EXPECT_EQ(progress.back(), (std::pair{RenderPhase::encode, 8}));
   const auto global = testing::decodeGIFFile(out);
@@ -217,7 +228,7 @@ TEST(GIFEncoder, SharedPalettesDiffByIndexAndReuseTheGlobalTable) {
   }
 }
 
-TEST(GIFEncoder, WritesFromARecordingOnDiskTransformingEachFrame) {
+TEST(ClipEncoder, WritesFromARecordingOnDiskTransformingEachFrame) {
   TempDirectory directory;
   DiskFrameWriter writer(directory.path());
   for (int i = 0; i < 6; ++i) {
@@ -226,9 +237,13 @@ TEST(GIFEncoder, WritesFromARecordingOnDiskTransformingEachFrame) {
   const auto store = writer.finalize();
   for (const auto* name : {"recording.gif", "recording.png"}) {
     const auto out = directory / name;
-    const auto summary = GIFEncoder::encodeCompressed(
-        *store, 30, 0, true, false, outputFormatFromExtension(out.extension().string()).value(),
-        out, {}, [](const Image& image) { return ImageScaler::scaleToMaxWidth(image, 100); });
+    const auto summary = ClipEncoder::encodeCompressed(
+        *store, out,
+        {.fps = 30,
+         .frameDiffing = true,
+         .deduplicate = false,
+         .format = outputFormatFromExtension(out.extension().string()).value(),
+         .transform = [](const Image& image) { return ImageScaler::scaleToMaxWidth(image, 100); }});
     EXPECT_EQ(summary.frames, 6);
     const auto probe = testing::runCommand(
         "ffprobe -v error -count_frames -show_entries stream=codec_name,width,height,"

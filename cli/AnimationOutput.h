@@ -7,7 +7,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "cli/ProgressBar.h"
 

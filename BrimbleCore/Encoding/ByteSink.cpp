@@ -23,10 +23,10 @@ void checkPatchRange(std::size_t offset, std::size_t length, std::size_t written
 
 }  // namespace
 
-FileByteSink::FileByteSink(std::filesystem::path file) : file_(std::move(file)) {
-  handle_.reset(::open(file_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+FileByteSink::FileByteSink(std::filesystem::path url) : url_(std::move(url)) {
+  handle_.reset(::open(url_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!handle_) {
-    throw MuxError::unexpectedLayout("could not create " + file_.string());
+    throw MuxError::unexpectedLayout("could not create " + url_.string());
   }
 }
 
@@ -35,7 +35,7 @@ void FileByteSink::write(std::span<const std::uint8_t> data) {
     throw MuxError::unexpectedLayout("write after the sink was closed or discarded");
   }
   // Writing at our own end offset, not the handle's position, keeps appends correct after a patch.
-  writeAllAt(handle_.get(), data, offset_, file_);
+  writeAllAt(handle_.get(), data, offset_, url_);
   offset_ += data.size();
 }
 
@@ -44,19 +44,19 @@ void FileByteSink::patch(std::size_t offset, std::span<const std::uint8_t> data)
     throw MuxError::unexpectedLayout("patch after the sink was closed or discarded");
   }
   checkPatchRange(offset, data.size(), offset_);
-  writeAllAt(handle_.get(), data, offset, file_);
+  writeAllAt(handle_.get(), data, offset, url_);
 }
 
 void FileByteSink::close() {
   if (const int error = handle_.close(); error != 0) {
-    throw systemError(error, "close", file_);
+    throw systemError(error, "close", url_);
   }
 }
 
 void FileByteSink::discard() noexcept {
   handle_.close();
   std::error_code ignored;
-  std::filesystem::remove(file_, ignored);
+  std::filesystem::remove(url_, ignored);
 }
 
 void MemoryByteSink::write(std::span<const std::uint8_t> bytes) {

@@ -29,9 +29,9 @@ class ByteSink {
 /// half-way is cleaned up by whoever called `discard()`.
 class FileByteSink final : public ByteSink {
  public:
-  /// Creates (or truncates) `file`. Throws
+  /// Creates (or truncates) the file at `url`. Throws
   /// MuxError::unexpectedLayout("could not create <path>") when it cannot.
-  explicit FileByteSink(std::filesystem::path file);
+  explicit FileByteSink(std::filesystem::path url);
 
   void write(std::span<const std::uint8_t> data) override;
   void patch(std::size_t offset, std::span<const std::uint8_t> data) override;
@@ -41,10 +41,10 @@ class FileByteSink final : public ByteSink {
   /// Closes and deletes the file, ignoring failures.
   void discard() noexcept;
 
-  const std::filesystem::path& file() const noexcept { return file_; }
+  const std::filesystem::path& url() const noexcept { return url_; }
 
  private:
-  std::filesystem::path file_;
+  std::filesystem::path url_;
   UniqueFd handle_;
   std::size_t offset_ = 0;
 };

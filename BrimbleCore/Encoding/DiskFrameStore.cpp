@@ -11,18 +11,18 @@
 
 namespace brimble {
 
-DiskFrameStore::DiskFrameStore(std::filesystem::path file, std::vector<FrameExtent> offsets)
-    : file_(std::move(file)), offsets_(std::move(offsets)) {
-  fileHandle_.reset(::open(file_.c_str(), O_RDONLY | O_CLOEXEC));
+DiskFrameStore::DiskFrameStore(std::filesystem::path fileURL, std::vector<FrameExtent> offsets)
+    : fileURL_(std::move(fileURL)), offsets_(std::move(offsets)) {
+  fileHandle_.reset(::open(fileURL_.c_str(), O_RDONLY | O_CLOEXEC));
   if (!fileHandle_) {
-    throw systemError(errno, "open", file_);
+    throw systemError(errno, "open", fileURL_);
   }
 }
 
 DiskFrameStore::~DiskFrameStore() {
   fileHandle_.close();
   std::error_code ignored;
-  std::filesystem::remove(file_, ignored);
+  std::filesystem::remove(fileURL_, ignored);
 }
 
 std::vector<std::uint8_t> DiskFrameStore::data(int index) const {
@@ -34,14 +34,14 @@ std::vector<std::uint8_t> DiskFrameStore::data(int index) const {
   // someone removed) must not be read back as if it still existed.
   struct stat status {};
   if (::fstat(fileHandle_.get(), &status) != 0) {
-    throw systemError(errno, "stat", file_);
+    throw systemError(errno, "stat", fileURL_);
   }
   if (status.st_nlink == 0) {
-    throw systemError(ENOENT, "read", file_);
+    throw systemError(ENOENT, "read", fileURL_);
   }
   const FrameExtent extent = offsets_[static_cast<std::size_t>(index)];
   std::vector<std::uint8_t> bytes(extent.length);
-  if (readAt(fileHandle_.get(), bytes, extent.offset, file_) < extent.length) {
+  if (readAt(fileHandle_.get(), bytes, extent.offset, fileURL_) < extent.length) {
     throw CompressedFrameStoreError::indexOutOfRange(index, offsets_.size());
   }
   return bytes;

@@ -20,8 +20,8 @@ struct FrameExtent {
 /// Thread-safe.
 class DiskFrameStore final : public CompressedFrameStore {
  public:
-  /// Opens `file` for reading. Throws std::system_error when it cannot be opened.
-  DiskFrameStore(std::filesystem::path file, std::vector<FrameExtent> offsets);
+  /// Opens `fileURL` for reading. Throws std::system_error when it cannot be opened.
+  DiskFrameStore(std::filesystem::path fileURL, std::vector<FrameExtent> offsets);
   DiskFrameStore(const DiskFrameStore&) = delete;
   DiskFrameStore& operator=(const DiskFrameStore&) = delete;
   ~DiskFrameStore() override;
@@ -31,10 +31,10 @@ class DiskFrameStore final : public CompressedFrameStore {
   /// in full, and std::system_error when the file was deleted or cannot be read.
   std::vector<std::uint8_t> data(int index) const override;
 
-  const std::filesystem::path& file() const noexcept { return file_; }
+  const std::filesystem::path& fileURL() const noexcept { return fileURL_; }
 
  private:
-  const std::filesystem::path file_;
+  const std::filesystem::path fileURL_;
   const std::vector<FrameExtent> offsets_;
   mutable std::mutex fileMutex_;  // guards reads through fileHandle_
   UniqueFd fileHandle_;

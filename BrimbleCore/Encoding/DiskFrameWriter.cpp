@@ -15,12 +15,12 @@
 namespace brimble {
 
 DiskFrameWriter::DiskFrameWriter(const std::filesystem::path& directory)
-    : file_((directory.empty() ? temporaryDirectory() : directory) /
-            (std::string(kFilePrefix) + makeUUIDString())) {
+    : fileURL_((directory.empty() ? temporaryDirectory() : directory) /
+               (std::string(kFilePrefix) + makeUUIDString())) {
   // O_EXCL: a fresh UUID never names an existing file, so a clash means something is wrong.
-  fileHandle_.reset(::open(file_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  fileHandle_.reset(::open(fileURL_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!fileHandle_) {
-    throw CompressedFrameStoreError::writerUnavailable(file_);
+    throw CompressedFrameStoreError::writerUnavailable(fileURL_);
   }
 }
 
@@ -44,9 +44,9 @@ void DiskFrameWriter::append(std::span<const std::uint8_t> data) {
   std::scoped_lock lock(indexMutex_);
   if (!fileHandle_) {
     // The handle is gone after finalize or discard; report it the way the OS would.
-    throw systemError(EBADF, "write", file_);
+    throw systemError(EBADF, "write", fileURL_);
   }
-  writeAllAt(fileHandle_.get(), data, currentOffset_, file_);
+  writeAllAt(fileHandle_.get(), data, currentOffset_, fileURL_);
   if (data.size() > UINT64_MAX - currentOffset_) {
     std::abort();  // a frame file cannot outgrow 64-bit offsets; continuing would corrupt it
   }
@@ -68,10 +68,10 @@ std::unique_ptr<CompressedFrameStore> DiskFrameWriter::finalize() {
   }
   if (!wasClosed) {
     if (const int error = handle.close(); error != 0) {
-      throw systemError(error, "close", file_);
+      throw systemError(error, "close", fileURL_);
     }
   }
-  return std::make_unique<DiskFrameStore>(file_, std::move(offsets));
+  return std::make_unique<DiskFrameStore>(fileURL_, std::move(offsets));
 }
 
 void DiskFrameWriter::discard() noexcept {
@@ -83,7 +83,7 @@ void DiskFrameWriter::discard() noexcept {
   }
   handle.close();
   std::error_code ignored;
-  std::filesystem::remove(file_, ignored);
+  std::filesystem::remove(fileURL_, ignored);
 }
 
 void DiskFrameWriter::sweepOrphans(const std::filesystem::path& directory, double age) {

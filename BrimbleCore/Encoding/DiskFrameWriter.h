@@ -32,7 +32,7 @@ class DiskFrameWriter final : public FrameWriting {
   /// Closes the file if still open and deletes it; stores over it fail to read from then on.
   void discard() noexcept override;
 
-  const std::filesystem::path& file() const noexcept { return file_; }
+  const std::filesystem::path& fileURL() const noexcept { return fileURL_; }
 
   /// Deletes "brimble-frames-" files in `directory` last modified more than `age` seconds ago,
   /// the leftovers of processes that crashed. Ignores every failure; logs how many it deleted.
@@ -41,7 +41,7 @@ class DiskFrameWriter final : public FrameWriting {
   static constexpr const char* kFilePrefix = "brimble-frames-";
 
  private:
-  const std::filesystem::path file_;
+  const std::filesystem::path fileURL_;
   mutable std::mutex indexMutex_;  // guards the fields below and writes through the handle
   UniqueFd fileHandle_;
   std::vector<FrameExtent> offsets_;

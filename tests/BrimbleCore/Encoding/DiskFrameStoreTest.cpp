@@ -40,11 +40,11 @@ TEST(DiskFrameWriter, WritesTheBlobsBackToBackInOneUUIDNamedFile) {
   EXPECT_EQ(writer.count(), 3);
 
   EXPECT_EQ(testing::entriesIn(directory.path()), 1);
-  EXPECT_EQ(writer.file().parent_path(), directory.path());
+  EXPECT_EQ(writer.fileURL().parent_path(), directory.path());
   const std::regex name(
       "brimble-frames-[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}");
-  EXPECT_TRUE(std::regex_match(writer.file().filename().string(), name)) << writer.file();
-  EXPECT_EQ(readFile(writer.file()), "firstthird!");
+  EXPECT_TRUE(std::regex_match(writer.fileURL().filename().string(), name)) << writer.fileURL();
+  EXPECT_EQ(readFile(writer.fileURL()), "firstthird!");
 
   const auto store = writer.finalize();
   ASSERT_EQ(store->count(), 3);
@@ -59,8 +59,8 @@ TEST(DiskFrameWriter, EachWriterGetsItsOwnFileInTheTemporaryDirectory) {
   DiskFrameWriter first;
   DiskFrameWriter second;
   ::unsetenv("TMPDIR");
-  EXPECT_EQ(first.file().parent_path(), directory.path());
-  EXPECT_NE(first.file(), second.file());
+  EXPECT_EQ(first.fileURL().parent_path(), directory.path());
+  EXPECT_NE(first.fileURL(), second.fileURL());
   EXPECT_EQ(testing::entriesIn(directory.path()), 2);
 
   // A forked child shares no random state with its parent: each names a different file.
@@ -99,7 +99,7 @@ TEST(DiskFrameStore, IndexesOutsideTheStoreOrTheFileAreOutOfRange) {
   writer.append(bytesOf("0123456789"));
   writer.append(bytesOf("abcdef"));
   const auto store = writer.finalize();
-  std::filesystem::resize_file(writer.file(), 12);
+  std::filesystem::resize_file(writer.fileURL(), 12);
   EXPECT_EQ(store->data(0), bytesOf("0123456789"));
   const InMemoryFrameStore memory({bytesOf("a"), bytesOf("")});
   EXPECT_EQ(memory.data(1), bytesOf(""));
@@ -120,7 +120,7 @@ TEST(DiskFrameStore, TheFileLivesExactlyAsLongAsItsOwner) {
   {
     DiskFrameWriter abandoned(directory.path());
     abandoned.append(bytesOf("x"));
-    file = abandoned.file();
+    file = abandoned.fileURL();
   }
   EXPECT_FALSE(std::filesystem::exists(file)) << "a writer never finalised leaves its file";
 
@@ -129,7 +129,7 @@ TEST(DiskFrameStore, TheFileLivesExactlyAsLongAsItsOwner) {
   {
     DiskFrameWriter writer(directory.path());
     writer.append(bytesOf("kept"));
-    file = writer.file();
+    file = writer.fileURL();
     store = writer.finalize();
     again = writer.finalize();
     EXPECT_EQ(again->data(0), bytesOf("kept")) << "finalizing twice";
@@ -145,7 +145,7 @@ TEST(DiskFrameStore, TheFileLivesExactlyAsLongAsItsOwner) {
   discarded.append(bytesOf("frame"));
   store = discarded.finalize();
   discarded.discard();
-  EXPECT_FALSE(std::filesystem::exists(discarded.file()));
+  EXPECT_FALSE(std::filesystem::exists(discarded.fileURL()));
   EXPECT_THROW(store->data(0), std::system_error);
 }
 

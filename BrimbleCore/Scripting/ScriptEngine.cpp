@@ -13,6 +13,7 @@
 #include "BrimbleCore/Effects/SegmentRenderer.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Scripting/PacePreset.h"
+#include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
@@ -36,9 +37,6 @@ constexpr double kIdleGiveUpAfter = 10;
 constexpr double kIdlePoll = 0.1;
 constexpr double kElementPoll = 0.1;
 
-const std::string kSimulatorUnavailable = "Simulator capture is not available on this platform.";
-const std::string kSafariUnavailable =
-    "Safari is not available on this platform; use 'browser chrome'";
 const std::string kAccessibilityWarning =
     "Warning: Accessibility permission not granted. Input simulation may not work.";
 const std::string kElementAccessibilityWarning =
@@ -119,25 +117,6 @@ std::optional<std::string> hexColour(std::string text) {
   return "#" + lowercased(text);
 }
 
-// Whether an instruction paces like a person's action, for `auto-pace`.
-bool isAction(const ScriptInstruction& instruction) {
-  return std::holds_alternative<OpenInstruction>(instruction) ||
-         std::holds_alternative<FocusInstruction>(instruction) ||
-         std::holds_alternative<ClearInstruction>(instruction) ||
-         std::holds_alternative<TypeInstruction>(instruction) ||
-         std::holds_alternative<ClickInstruction>(instruction) ||
-         std::holds_alternative<ClickTargetInstruction>(instruction) ||
-         std::holds_alternative<MoveInstruction>(instruction) ||
-         std::holds_alternative<ScrollInstruction>(instruction) ||
-         std::holds_alternative<KeyInstruction>(instruction) ||
-         std::holds_alternative<FillInstruction>(instruction) ||
-         std::holds_alternative<MoveToInstruction>(instruction) ||
-         std::holds_alternative<NavigateInstruction>(instruction) ||
-         std::holds_alternative<DismissDialogInstruction>(instruction) ||
-         std::holds_alternative<ClickButtonInDialogInstruction>(instruction);
-}
-
-// Whether a script drives native applications by element, which needs the accessibility bus.
 /// The line of the first `record ... audio`, if any.
 std::optional<int> firstSoundLine(const std::vector<LocatedInstruction>& instructions) {
   for (const LocatedInstruction& located : instructions) {
@@ -149,18 +128,16 @@ std::optional<int> firstSoundLine(const std::vector<LocatedInstruction>& instruc
   return std::nullopt;
 }
 
+// Whether a script drives native applications by element, which needs the accessibility bus; in
+// a browser session the page's elements are reached without it.
 bool drivesAppsByElement(const std::vector<LocatedInstruction>& instructions) {
+  const ScriptCommandTable& table = ScriptCommandTable::shared();
   bool usesBrowser = false;
   bool usesElements = false;
   for (const LocatedInstruction& located : instructions) {
-    const ScriptInstruction& instruction = located.instruction;
-    usesBrowser = usesBrowser || std::holds_alternative<BrowserInstruction>(instruction);
-    usesElements = usesElements || std::holds_alternative<ClickTargetInstruction>(instruction) ||
-                   std::holds_alternative<FillInstruction>(instruction) ||
-                   std::holds_alternative<MoveToInstruction>(instruction) ||
-                   std::holds_alternative<WaitForInstruction>(instruction) ||
-                   std::holds_alternative<DismissDialogInstruction>(instruction) ||
-                   std::holds_alternative<ClickButtonInDialogInstruction>(instruction);
+    const InstructionTraits& traits = table.traitsOf(located.instruction);
+    usesBrowser = usesBrowser || traits.startsBrowser;
+    usesElements = usesElements || traits.drivesAppsByElement;
   }
   return usesElements && !usesBrowser;
 }
@@ -241,8 +218,11 @@ void ScriptEngine::run(const std::vector<LocatedInstruction>& instructions) {
 
 void ScriptEngine::executeInstruction(const LocatedInstruction& located) {
   try {
+    if (const auto unavailable = unavailableOnThisPlatform(located.instruction)) {
+      throw ScriptError::runtimeError(located.line, *unavailable);
+    }
     dispatch(located.instruction, located.line);
-    if (isAction(located.instruction)) {
+    if (ScriptCommandTable::shared().traitsOf(located.instruction).action) {
       autoPace();
     }
   } catch (const ScriptError&) {
@@ -295,8 +275,8 @@ void ScriptEngine::dispatch(const ScriptInstruction& instruction, int line) {
             }
           },
           [&](const ClickTargetInstruction& click) { clickTarget(click, line); },
-          [&](const TapInstruction&) {
-            throw ScriptError::runtimeError(line, kSimulatorUnavailable);
+          [](const TapInstruction&) {
+            // Refused before dispatch: this platform has no simulator to tap.
           },
           [&](const MoveInstruction& move) {
             services_.input.smoothMove(whole(move.x, line), whole(move.y, line),
@@ -544,9 +524,6 @@ void ScriptEngine::checkRecordingPermissions(int line) {
 }
 
 void ScriptEngine::record(const RecordInstruction& record, int line) {
-  if (record.target.kind == RecordTarget::Kind::simulator) {
-    throw ScriptError::runtimeError(line, kSimulatorUnavailable);
-  }
   if (record.audio && !isVideo(outputFormatFromExtension(outputPath().extension().string())
                                    .value_or(OutputFormat::gif))) {
     throw ScriptError::runtimeError(line, kAudioNeedsVideo);
@@ -927,9 +904,6 @@ void ScriptEngine::waitFor(const WaitForInstruction& waitFor, int line) {
 }
 
 void ScriptEngine::browser(const BrowserInstruction& browser, int line) {
-  if (browser.engine == BrowserEngine::safari) {
-    throw ScriptError::runtimeError(line, kSafariUnavailable);
-  }
   if (services_.browsers == nullptr) {
     throw ScriptError::runtimeError(line, "Google Chrome or Chromium is not installed");
   }

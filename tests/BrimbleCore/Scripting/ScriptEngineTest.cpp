@@ -1,5 +1,6 @@
 #include "BrimbleCore/Scripting/ScriptEngine.h"
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <functional>
@@ -477,6 +478,58 @@ key "enter"
   recording.step(busy, "wait-for-idle 1\n");
   EXPECT_NEAR(std::chrono::duration<double>(recording.clock.now() - busyStart).count(), 11, 0.15);
   EXPECT_THAT(log.lines(), Contains(HasSubstr("the screen kept changing for 11 s; going on")));
+}
+
+TEST(ScriptEngine, AutoPacePausesAfterWhatAPersonDoesAndNotAfterTheScriptsOwnSteps) {
+  Rig rig;
+  ScriptEngine engine = rig.engine();
+  rig.step(engine, "open \"Terminal\"\nset auto-pace true\nset auto-pace-delay 2\n");
+  const auto millisecondsFor = [&](const std::string& line) {
+    const Clock::TimePoint start = rig.clock.now();
+    rig.step(engine, line);
+    return millisecondsSince(rig.clock, start);
+  };
+  // Each of these takes well under the pause by itself.
+  for (const std::string action : {"click 10 20", "click", "scroll down 1", "key \"x\"", "clear",
+                                   "focus \"Terminal\"", "move 5 5 duration 0.1"}) {
+    EXPECT_GE(millisecondsFor(action), 2000) << action;
+  }
+  for (const std::string step : {"cursor 10 20", "set fps 24", "wait 0.1", "run \"true\"",
+                                 "spotlight region 0 0 9 9", "capture-window app \"Terminal\""}) {
+    EXPECT_LT(millisecondsFor(step), 2000) << step;
+  }
+}
+
+TEST(ScriptEngine, AScriptDrivingAppsByElementIsWarnedOfWithoutTheAccessibilityBus) {
+  const std::string warning =
+      "Warning: This script drives apps by element. Enable the AT-SPI accessibility bus "
+      "(package at-spi2-core) for the apps it drives, then re-run.";
+  const std::string recorded =
+      "open \"Terminal\"\ncapture-window app \"Terminal\" as $t\nrecord $t duration 1\n";
+  const struct {
+    std::string lines;
+    bool warned;
+  } cases[] = {
+      {"click 10 20\n", false},
+      {"click text:Save\n", true},
+      {"wait 1\nmove-to text:Save\n", true},
+      {"wait-for text:Done timeout 0\n", true},
+      {"dismiss-dialog button OK\n", true},
+      // A browser page's elements are reached without the bus.
+      {"browser chrome \"about:blank\"\nclick text:Save\n", false},
+  };
+  for (const auto& [lines, warned] : cases) {
+    SCOPED_TRACE(lines);
+    Rig rig;
+    testing::LogCapture log;
+    try {
+      rig.run(recorded + lines);
+    } catch (const ScriptError&) {
+      // Without the bus the element line fails; the warning came before the recording.
+    }
+    const std::vector<std::string> logged = log.lines();
+    EXPECT_EQ(std::count(logged.begin(), logged.end(), warning), warned ? 1 : 0);
+  }
 }
 
 TEST(ScriptEngine, EffectsAreNotedAtTheirTimeInTheSegmentTheyBelongTo) {

@@ -158,16 +158,18 @@ ScriptEngine::~ScriptEngine() {
 }
 
 ScriptOutcome ScriptEngine::execute(std::string_view source) {
-  const std::vector<LocatedInstruction> instructions = ScriptParser::parse(source);
+  return execute(validate(source));
+}
+
+ScriptOutcome ScriptEngine::execute(const ParsedScript& script) {
+  const std::vector<LocatedInstruction>& instructions = script.instructions;
   elementScript_ = drivesAppsByElement(instructions);
   // Sound needs an MP4: where the output is known before the script runs (-o, or a `set output`
   // written as text), say so before anything is recorded rather than at the line.
   if (const auto soundLine = firstSoundLine(instructions)) {
     std::optional<std::filesystem::path> output = options_.output;
-    if (!output) {
-      if (const auto written = validate(source).output) {
-        output = *written;
-      }
+    if (!output && script.output) {
+      output = *script.output;
     }
     if (output &&
         !isVideo(

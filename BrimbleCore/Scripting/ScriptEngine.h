@@ -19,6 +19,7 @@
 #include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Encoding/GIFEncoder.h"
 #include "BrimbleCore/Platform/PlatformTexts.h"
+#include "BrimbleCore/Scripting/ParsedScript.h"
 #include "BrimbleCore/Scripting/ProcessRunner.h"
 #include "BrimbleCore/Scripting/ScriptContext.h"
 #include "BrimbleCore/Scripting/ScriptInstruction.h"
@@ -92,12 +93,15 @@ class ScriptEngine {
   /// Stops a running segment and deletes its frames, and ends the browsers it started.
   ~ScriptEngine();
 
-  /// Parses `source` and runs it to its end: every instruction, then the end of the script (a
-  /// running segment is stopped; without an explicit `render` the segments are rendered now, or
-  /// the script fails with "No segments recorded"; with `cleanup` on, the windows, browsers and
-  /// background commands it started are ended). Throws ScriptError: the parse error, or the
-  /// failing line's error as "Line N: ..." (after the same clean-up); CancellationError when
-  /// the render was abandoned.
+  /// Runs a script that `validate` parsed to its end: every instruction, then the end of the
+  /// script (a running segment is stopped; without an explicit `render` the segments are
+  /// rendered now, or the script fails with "No segments recorded"; with `cleanup` on, the
+  /// windows, browsers and background commands it started are ended). Throws ScriptError, the
+  /// failing line's error as "Line N: ..." (after the same clean-up); CancellationError when the
+  /// render was abandoned.
+  ScriptOutcome execute(const ParsedScript& script);
+  /// Parses `source` (through `validate`, whose warnings it leaves to its caller) and runs it as
+  /// above; a parse error is thrown as it stands.
   ScriptOutcome execute(std::string_view source);
 
   /// Runs one instruction. Throws ScriptError "Line N: ...".

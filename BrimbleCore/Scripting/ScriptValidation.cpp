@@ -183,11 +183,14 @@ class Checker {
     }
   }
 
-  ScriptValidation finish(int instructionCount) {
+  void finish(ParsedScript& script) {
     if (!hasRecord_) {
       warnings_.push_back("Warning: script has no 'record' commands");
     }
-    return {instructionCount, renderLine_.has_value(), std::move(output_), std::move(warnings_)};
+    script.instructionCount = static_cast<int>(script.instructions.size());
+    script.explicitRender = renderLine_.has_value();
+    script.output = std::move(output_);
+    script.warnings = std::move(warnings_);
   }
 
  private:
@@ -284,22 +287,15 @@ class Checker {
 
 }  // namespace
 
-std::vector<std::string> ScriptValidation::lines() const {
-  std::vector<std::string> result = warnings;
-  result.push_back("Valid: " + std::to_string(instructionCount) + " instructions");
-  if (explicitRender) {
-    result.push_back("  Explicit render: yes");
-  }
-  return result;
-}
-
-ScriptValidation validate(std::string_view source) {
-  const std::vector<LocatedInstruction> instructions = ScriptParser::parse(source);
+ParsedScript validate(std::string_view source) {
+  ParsedScript script;
+  script.instructions = ScriptParser::parse(source);
   Checker checker;
-  for (const LocatedInstruction& located : instructions) {
+  for (const LocatedInstruction& located : script.instructions) {
     checker.check(located);
   }
-  return checker.finish(static_cast<int>(instructions.size()));
+  checker.finish(script);
+  return script;
 }
 
 }  // namespace brimble

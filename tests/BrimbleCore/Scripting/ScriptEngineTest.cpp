@@ -19,6 +19,7 @@
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
 #include "BrimbleCore/Scripting/ScriptRenderSettings.h"
+#include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/FakeAppLauncher.h"
 #include "tests/Support/FakeClock.h"
@@ -350,6 +351,44 @@ TEST(ScriptEngine, TheEndOfAScriptAndItsFailures) {
   kept.run("set cleanup false\n" + open + "record $t duration 1\n");
   EXPECT_THAT(kept.system.lines(), ::testing::Not(Contains("close 2")));
   EXPECT_EQ(kept.processes.backgroundStops, 0);
+}
+
+TEST(ScriptEngine, SoundIntoAFileThatCannotCarryItIsRefusedAsSoonAsTheOutputIsKnown) {
+  const std::string refused =
+      "'audio' records sound for MP4 output; GIF, WebP and APNG carry no sound, so set the output "
+      "to a .mp4 file or leave 'audio' out";
+  // The check learned the output from its `set output`: nothing runs.
+  Rig rig;
+  const ParsedScript script =
+      validate("wait 1\nset output \"clip.gif\"\nrecord region 0 0 64 40 duration 1 audio\n");
+  ASSERT_EQ(script.output, "clip.gif");
+  ScriptEngine engine = rig.engine();
+  EXPECT_EQ(testing::errorText<ScriptError>([&] { engine.execute(script); }), "Line 3: " + refused);
+  EXPECT_EQ(millisecondsSince(rig.clock, rig.origin), 0);
+  EXPECT_TRUE(rig.recorders.lines.empty());
+
+  // So does an output given by the caller, whatever the script sets.
+  Rig given;
+  ScriptOptions options;
+  options.output = given.directory / "clip.webp";
+  ScriptEngine withOutput = given.engine(options);
+  EXPECT_EQ(testing::errorText<ScriptError>([&] {
+              withOutput.execute("set output \"clip.mp4\"\nrecord region 0 0 64 40 audio\n");
+            }),
+            "Line 2: " + refused);
+  EXPECT_TRUE(given.recorders.lines.empty());
+
+  // An output the script names only as it runs is checked at the line, after what came before.
+  Rig later;
+  ScriptEngine unknown = later.engine();
+  EXPECT_EQ(testing::errorText<ScriptError>([&] {
+              unknown.execute(
+                  "run \"true\" as $name\nset output \"$name.gif\"\nwait 1\n"
+                  "record region 0 0 64 40 duration 1 audio\n");
+            }),
+            "Line 4: " + refused);
+  EXPECT_EQ(millisecondsSince(later.clock, later.origin), 1000);
+  EXPECT_TRUE(later.recorders.lines.empty());
 }
 
 TEST(ScriptEngine, RenderEndsTheScriptAndSegmentsWithoutFramesAreLeftOut) {

@@ -391,6 +391,34 @@ TEST(ScriptEngine, SoundIntoAFileThatCannotCarryItIsRefusedAsSoonAsTheOutputIsKn
   EXPECT_TRUE(later.recorders.lines.empty());
 }
 
+TEST(ScriptEngine, TheRenderWritesWhereTheOutputWasLastSetBeforeIt) {
+  Rig rig;
+  const std::filesystem::path first = rig.directory / "first.gif";
+  const std::filesystem::path second = rig.directory / "second.webp";
+  ScriptEngine engine = rig.engine();
+  const ScriptOutcome outcome = engine.execute(
+      fmt::format("set output \"{}\"\nrecord region 0 0 64 40 duration 1\nset output \"{}\"\n"
+                  "render\nset output \"{}\"\n",
+                  first.string(), second.string(), (rig.directory / "never.gif").string()));
+  EXPECT_EQ(outcome.output, second);
+  EXPECT_TRUE(std::filesystem::exists(second));
+  EXPECT_FALSE(std::filesystem::exists(first));
+  EXPECT_THAT(rig.printed, Contains("Rendering 1 segment(s) into " + second.string()));
+
+  // A name no encoder writes is refused at the render, not when it is set.
+  Rig refused;
+  const std::filesystem::path text = refused.directory / "clip.txt";
+  ScriptEngine wrong = refused.engine();
+  EXPECT_EQ(
+      testing::errorText<ScriptError>([&] {
+        wrong.execute(fmt::format("set output \"{}\"\nrecord region 0 0 64 40 duration 1\nrender\n",
+                                  text.string()));
+      }),
+      "Line 3: Cannot write '" + text.string() +
+          "': the name must end in .gif, .webp or .png (animated PNG)");
+  EXPECT_EQ(refused.recorders.lines.size(), 2u);
+}
+
 TEST(ScriptEngine, RenderEndsTheScriptAndSegmentsWithoutFramesAreLeftOut) {
   Rig rig;
   testing::LogCapture log;

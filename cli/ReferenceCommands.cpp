@@ -2,13 +2,12 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
-#include <utility>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include "BrimbleCore/Scripting/ScriptCommandManifest.h"
+#include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "BrimbleCore/Scripting/ScriptSettings.h"
 
 namespace brimble::cli {
@@ -51,28 +50,20 @@ std::string snippetExample(const std::string& snippet) {
   return text;
 }
 
-// Forms the listing marks because Linux has no iOS Simulator and no Safari. The manifest stays
-// the language's own, the same on every platform.
-constexpr std::pair<std::string_view, std::string_view> kUnavailableOnLinux[] = {
-    {"record", "Not on Linux: record simulator (no iOS Simulator)"},
-    {"tap", "Not on Linux (no iOS Simulator)"},
-    {"target", "Not on Linux: Safari windows"},
-    {"browser", "Not on Linux: browser safari (use browser chrome)"},
-};
-
 int runCommands(bool json) {
   const ScriptCommandManifest& manifest = commandManifest();
   if (json) {
     fmt::print("{}\n", manifest.encodeJSON(kJSONIndent));
     return kExitSuccess;
   }
-  for (const ScriptCommandSpec& command : manifest.commands) {
-    fmt::print("{:<24}{}\n{:<24}e.g. {}\n", command.name, command.description, "",
-               snippetExample(command.snippet));
-    for (const auto& [name, note] : kUnavailableOnLinux) {
-      if (name == command.name) {
-        fmt::print("{:<24}{}\n", "", note);
-      }
+  // The manifest stays the language's own, the same on every platform; the listing also marks
+  // what this platform cannot run.
+  for (const ScriptCommand& command : ScriptCommandTable::shared().commands()) {
+    const ScriptCommandSpec& spec = command.spec;
+    fmt::print("{:<24}{}\n{:<24}e.g. {}\n", spec.name, spec.description, "",
+               snippetExample(spec.snippet));
+    if (!command.platformNote.empty()) {
+      fmt::print("{:<24}{}\n", "", command.platformNote);
     }
   }
   return kExitSuccess;

@@ -72,7 +72,7 @@ class InterruptStages {
 int runScript(const RunOptions& options, Interrupts& interrupts) {
   const ScriptSource source = readScriptSource(options.script);
   // The script is checked before anything is opened or recorded, so a typo costs no recording.
-  const ScriptValidation check = validate(source.text);
+  const ParsedScript check = validate(source.text);
   for (const std::string& warning : check.warnings) {
     fmt::print(stderr, "{}\n", warning);
   }
@@ -131,7 +131,7 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
 
   ScriptOutcome outcome;
   try {
-    outcome = engine.execute(source.text);
+    outcome = engine.execute(check);
   } catch (const CancellationError&) {
     bar.finish();
     if (options.profile) {

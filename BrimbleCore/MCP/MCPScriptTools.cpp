@@ -104,7 +104,7 @@ JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arg
 JSONValue validateScript(const Arguments& arguments) {
   const Source source = scriptSource(arguments);
   try {
-    const ScriptValidation check = validate(source.text);
+    const ParsedScript check = validate(source.text);
     JSONValue::Array warnings(check.warnings.begin(), check.warnings.end());
     return JSONValue::Object{{"valid", true},
                              {"instruction_count", check.instructionCount},

@@ -69,7 +69,8 @@ class ScriptManifestError : public std::runtime_error {
   Code code_;
 };
 
-/// Every command of the language, in its documented order, with exact descriptions.
+/// Every command of the language, in its documented order, with exact descriptions: the specs of
+/// the command table (ScriptCommandTable).
 ScriptCommandManifest makeCommandManifest();
 
 /// The manifest, built once on first use. Thread-safe.

@@ -1,5 +1,7 @@
 #include "BrimbleCore/Scripting/ScriptContext.h"
 
+#include <cmath>
+
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptSettings.h"
@@ -106,6 +108,26 @@ double ScriptContext::resolveDouble(const ScriptValue& value, int line) const {
     return *number;
   }
   throw ScriptError::runtimeError(line, "Expected number, got '" + text + "'");
+}
+
+int ScriptContext::resolveInt(const ScriptValue& value, int line) const {
+  const double resolved = resolveDouble(value, line);
+  if (!std::isfinite(resolved) || std::abs(resolved) > 1e9) {
+    throw ScriptError::runtimeError(line, "Expected number, got '" + resolve(value, line) + "'");
+  }
+  return static_cast<int>(std::lround(resolved));
+}
+
+std::uint32_t ScriptContext::resolveWindowID(const std::string& name, int line) const {
+  const ScriptVariableValue* value = variable(name);
+  if (value == nullptr) {
+    throw ScriptError::undefinedVariable(line, name);
+  }
+  if (const auto id = value->windowIDValue()) {
+    return *id;
+  }
+  throw ScriptError::runtimeError(
+      line, "$" + name + " holds no window (bind one with capture-window ... as $" + name + ")");
 }
 
 std::string ScriptContext::interpolateVariables(std::string_view text, int line) const {

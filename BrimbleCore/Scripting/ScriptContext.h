@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -58,6 +59,16 @@ class ScriptContext {
   /// A number as it is, anything else resolved and converted. Throws as `resolve`, and
   /// runtimeError "Expected number, got '<text>'".
   double resolveDouble(const ScriptValue& value, int line) const;
+
+  /// A whole number of pixels, ticks or points: `resolveDouble` rounded to the nearest integer.
+  /// Throws as `resolveDouble`, and runtimeError "Expected number, got '<text>'" for a value
+  /// that is not finite or beyond a billion.
+  int resolveInt(const ScriptValue& value, int line) const;
+
+  /// The window that variable `name` holds (bound by `capture-window`, `target` or `browser`
+  /// with `as $name`). Throws ScriptError undefinedVariable, or runtimeError "$name holds no
+  /// window (bind one with capture-window ... as $name)".
+  std::uint32_t resolveWindowID(const std::string& name, int line) const;
 
   /// `text` with every `$name` of a defined variable replaced by its text. An undefined `$name`
   /// stays as written and logs "BrimbleCore: Warning: line N: undefined variable '$name'".

@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <string_view>
 #include <variant>
 
 #include "BrimbleCore/Automation/InputSimulator.h"
@@ -362,9 +361,5 @@ struct LocatedInstruction {
 
   bool operator==(const LocatedInstruction& other) const = default;
 };
-
-/// The command that produced `instruction`, as scripts spell it ("capture-window"; both click
-/// forms are "click").
-std::string_view commandName(const ScriptInstruction& instruction);
 
 }  // namespace brimble

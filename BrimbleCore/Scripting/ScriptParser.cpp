@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Support/Text.h"
 #include "BrimbleCore/Support/XID.h"
@@ -236,109 +237,6 @@ ScriptValue takeTarget(LineCursor& cursor) {
   return cursor.takeRequired("<target>");
 }
 
-using ParseFunction = ScriptInstruction (*)(Tokens, int);
-
-ScriptInstruction parseOpen(Tokens tokens, int lineNumber) {
-  LineCursor cursor(tokens, lineNumber);
-  OpenInstruction open{cursor.takeValue()};
-  cursor.expectEnd();
-  return open;
-}
-
-ScriptInstruction parseFocus(Tokens tokens, int lineNumber) {
-  LineCursor cursor(tokens, lineNumber);
-  FocusInstruction focus{cursor.takeValue()};
-  cursor.expectEnd();
-  return focus;
-}
-
-ScriptInstruction parseResize(Tokens tokens, int lineNumber) {
-  LineCursor cursor(tokens, lineNumber);
-  ResizeInstruction resize;
-  resize.width = cursor.takeNumber("resize width");
-  resize.height = cursor.takeNumber("resize height");
-  cursor.expectEnd();
-  return resize;
-}
-
-template <typename Instruction>
-ScriptInstruction parseBare(Tokens tokens, int lineNumber) {
-  LineCursor(tokens, lineNumber).expectEnd();
-  return Instruction{};
-}
-
-ScriptInstruction parseWait(Tokens tokens, int lineNumber) {
-  LineCursor cursor(tokens, lineNumber);
-  WaitInstruction wait{cursor.takeNumber("wait seconds")};
-  cursor.expectEnd();
-  return wait;
-}
-
-ScriptInstruction parseWaitForIdle(Tokens tokens, int lineNumber) {
-  LineCursor cursor(tokens, lineNumber);
-  WaitForIdleInstruction wait{cursor.takeNumber("wait-for-idle seconds")};
-  cursor.expectEnd();
-  return wait;
-}
-
-ScriptInstruction parseSpotlightPlain(Tokens tokens, int lineNumber) {
-  return ScriptParser::parseSpotlight(tokens, lineNumber, false);
-}
-
-ScriptInstruction parseSpotlightShift(Tokens tokens, int lineNumber) {
-  return ScriptParser::parseSpotlight(tokens, lineNumber, true);
-}
-
-ScriptInstruction parseMoveTo(Tokens tokens, int lineNumber) {
-  LineCursor cursor(tokens, lineNumber);
-  MoveToInstruction moveTo{takeTarget(cursor)};
-  cursor.expectEnd();
-  return moveTo;
-}
-
-const std::unordered_map<std::string_view, ParseFunction>& parseFunctions() {
-  static const std::unordered_map<std::string_view, ParseFunction> functions = {
-      {"set", &ScriptParser::parseSet},
-      {"open", &parseOpen},
-      {"focus", &parseFocus},
-      {"capture-window", &ScriptParser::parseCaptureWindow},
-      {"resize", &parseResize},
-      {"clear", &parseBare<ClearInstruction>},
-      {"record", &ScriptParser::parseRecord},
-      {"stop", &parseBare<StopInstruction>},
-      {"remain", &parseBare<RemainInstruction>},
-      {"render", &parseBare<RenderInstruction>},
-      {"type", &ScriptParser::parseType},
-      {"click", &ScriptParser::parseClick},
-      {"tap", &ScriptParser::parseTap},
-      {"move", &ScriptParser::parseMove},
-      {"cursor", &ScriptParser::parseCursor},
-      {"scroll", &ScriptParser::parseScroll},
-      {"key", &ScriptParser::parseKey},
-      {"wait", &parseWait},
-      {"wait-for-idle", &parseWaitForIdle},
-      {"run", &ScriptParser::parseRun},
-      {"spotlight", &parseSpotlightPlain},
-      {"spotlight-shift", &parseSpotlightShift},
-      {"clear-fx", &parseBare<ClearFxInstruction>},
-      {"intro", &ScriptParser::parseIntro},
-      {"outro", &ScriptParser::parseIntro},
-      {"dismiss-dialog", &ScriptParser::parseAppButtonKeywords},
-      {"click-button-in-dialog", &ScriptParser::parseAppButtonKeywords},
-      {"set-background", &ScriptParser::parseSetBackground},
-      {"target", &ScriptParser::parseTarget},
-      {"fill", &ScriptParser::parseFill},
-      {"move-to", &parseMoveTo},
-      {"wait-for", &ScriptParser::parseWaitFor},
-      {"browser", &ScriptParser::parseBrowser},
-      {"navigate", &ScriptParser::parseNavigate},
-      {"highlight", &ScriptParser::parseHighlight},
-      {"zoom", &ScriptParser::parseZoom},
-      {"zoom-out", &ScriptParser::parseZoomOut},
-  };
-  return functions;
-}
-
 }  // namespace
 
 std::vector<LocatedInstruction> ScriptParser::parse(std::string_view source) {
@@ -378,12 +276,11 @@ ScriptInstruction ScriptParser::parseLine(Tokens tokens, int lineNumber) {
         tokens.empty() ? std::string() : tokens.front().token.description());
   }
   const std::string& word = tokens.front().token.text;
-  const auto& functions = parseFunctions();
-  const auto found = functions.find(lowercased(word));
-  if (found == functions.end()) {
+  const ScriptCommand* command = ScriptCommandTable::shared().find(lowercased(word));
+  if (command == nullptr) {
     throw ScriptError::unknownCommand(lineNumber, word);
   }
-  return found->second(tokens, lineNumber);
+  return command->parse(tokens, lineNumber);
 }
 
 ScriptValue ScriptParser::extractValue(const Token& token) {
@@ -431,6 +328,54 @@ ScriptInstruction ScriptParser::parseSet(Tokens tokens, int lineNumber) {
   SetInstruction set{lowercased(name.text), cursor.takeRequired("key and value")};
   cursor.expectEnd();
   return set;
+}
+
+ScriptInstruction ScriptParser::parseOpen(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  OpenInstruction open{cursor.takeValue()};
+  cursor.expectEnd();
+  return open;
+}
+
+ScriptInstruction ScriptParser::parseFocus(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  FocusInstruction focus{cursor.takeValue()};
+  cursor.expectEnd();
+  return focus;
+}
+
+ScriptInstruction ScriptParser::parseResize(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  ResizeInstruction resize;
+  resize.width = cursor.takeNumber("resize width");
+  resize.height = cursor.takeNumber("resize height");
+  cursor.expectEnd();
+  return resize;
+}
+
+ScriptInstruction ScriptParser::parseWait(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  WaitInstruction wait{cursor.takeNumber("wait seconds")};
+  cursor.expectEnd();
+  return wait;
+}
+
+ScriptInstruction ScriptParser::parseWaitForIdle(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  WaitForIdleInstruction wait{cursor.takeNumber("wait-for-idle seconds")};
+  cursor.expectEnd();
+  return wait;
+}
+
+ScriptInstruction ScriptParser::parseMoveTo(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  MoveToInstruction moveTo{takeTarget(cursor)};
+  cursor.expectEnd();
+  return moveTo;
+}
+
+void ScriptParser::expectNoArguments(Tokens tokens, int lineNumber) {
+  LineCursor(tokens, lineNumber).expectEnd();
 }
 
 ScriptInstruction ScriptParser::parseCaptureWindow(Tokens tokens, int lineNumber) {
@@ -644,9 +589,9 @@ ScriptInstruction ScriptParser::parseRun(Tokens tokens, int lineNumber) {
   return run;
 }
 
-ScriptInstruction ScriptParser::parseSpotlight(Tokens tokens, int lineNumber, bool shift) {
+ScriptInstruction ScriptParser::parseSpotlight(Tokens tokens, int lineNumber) {
   SpotlightInstruction spotlight = spotlightFromTokens(tokens, lineNumber);
-  if (shift) {
+  if (lowercased(tokens.front().token.text) == "spotlight-shift") {
     return SpotlightShiftInstruction{std::move(spotlight.target), std::move(spotlight.duration)};
   }
   return spotlight;

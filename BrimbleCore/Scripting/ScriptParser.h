@@ -36,9 +36,13 @@ class ScriptParser {
   /// whose text is the error's subject), else that of the line's first token.
   static int anchorColumn(const ScriptError& error, Tokens tokens);
 
-  // One function per command form, each taking the line's tokens and its number.
+  // One function per command form, each taking the line's tokens and its number; the command
+  // table (ScriptCommandTable) says which one parses which command word.
   static ScriptInstruction parseSet(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseOpen(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseFocus(Tokens tokens, int lineNumber);
   static ScriptInstruction parseCaptureWindow(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseResize(Tokens tokens, int lineNumber);
   static ScriptInstruction parseRecord(Tokens tokens, int lineNumber);
   /// The options after a `record` target, from `tokens[start]` on, into `record`.
   static void parseRecordTrailingArgs(Tokens tokens, std::size_t start, int lineNumber,
@@ -49,8 +53,11 @@ class ScriptParser {
   static ScriptInstruction parseMove(Tokens tokens, int lineNumber);
   static ScriptInstruction parseScroll(Tokens tokens, int lineNumber);
   static ScriptInstruction parseKey(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseWait(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseWaitForIdle(Tokens tokens, int lineNumber);
   static ScriptInstruction parseRun(Tokens tokens, int lineNumber);
-  static ScriptInstruction parseSpotlight(Tokens tokens, int lineNumber, bool shift);
+  /// `spotlight` and `spotlight-shift`, told apart by the command word.
+  static ScriptInstruction parseSpotlight(Tokens tokens, int lineNumber);
   static ScriptInstruction parseCursor(Tokens tokens, int lineNumber);
   /// `intro` and `outro`, told apart by the command word.
   static ScriptInstruction parseIntro(Tokens tokens, int lineNumber);
@@ -59,12 +66,22 @@ class ScriptParser {
   static ScriptInstruction parseSetBackground(Tokens tokens, int lineNumber);
   static ScriptInstruction parseTarget(Tokens tokens, int lineNumber);
   static ScriptInstruction parseFill(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseMoveTo(Tokens tokens, int lineNumber);
   static ScriptInstruction parseWaitFor(Tokens tokens, int lineNumber);
   static ScriptInstruction parseBrowser(Tokens tokens, int lineNumber);
   static ScriptInstruction parseNavigate(Tokens tokens, int lineNumber);
   static ScriptInstruction parseHighlight(Tokens tokens, int lineNumber);
   static ScriptInstruction parseZoom(Tokens tokens, int lineNumber);
   static ScriptInstruction parseZoomOut(Tokens tokens, int lineNumber);
+
+  /// A command without arguments (`stop`, `render`): anything after the word is an error.
+  template <typename Instruction>
+  static ScriptInstruction parseBare(Tokens tokens, int lineNumber) {
+    expectNoArguments(tokens, lineNumber);
+    return Instruction{};
+  }
+  /// Throws "Unexpected '<token>' in <command>" for a token after the command word.
+  static void expectNoArguments(Tokens tokens, int lineNumber);
 };
 
 }  // namespace brimble

@@ -6,16 +6,13 @@
 #include <variant>
 
 #include "BrimbleCore/Scripting/PacePreset.h"
+#include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
 #include "BrimbleCore/Scripting/ScriptSettings.h"
 
 namespace brimble {
 namespace {
-
-const std::string kSimulatorUnavailable = "Simulator capture is not available on this platform.";
-const std::string kSafariUnavailable =
-    "Safari is not available on this platform; use 'browser chrome'";
 
 // The text a value will certainly have when the line runs, when it has no variables in it.
 std::optional<std::string> literalText(const ScriptValue& value) {
@@ -168,19 +165,13 @@ class Checker {
     }
     const ScriptInstruction& instruction = located.instruction;
     checkVariables(instruction, prefix);
+    if (const auto unavailable = unavailableOnThisPlatform(instruction)) {
+      warnings_.push_back(prefix + *unavailable);
+    }
     if (const auto* set = std::get_if<SetInstruction>(&instruction)) {
       checkSetting(*set, prefix);
-    } else if (const auto* record = std::get_if<RecordInstruction>(&instruction)) {
+    } else if (std::holds_alternative<RecordInstruction>(instruction)) {
       hasRecord_ = true;
-      if (record->target.kind == RecordTarget::Kind::simulator) {
-        warnings_.push_back(prefix + kSimulatorUnavailable);
-      }
-    } else if (std::holds_alternative<TapInstruction>(instruction)) {
-      warnings_.push_back(prefix + kSimulatorUnavailable);
-    } else if (const auto* browser = std::get_if<BrowserInstruction>(&instruction)) {
-      if (browser->engine == BrowserEngine::safari) {
-        warnings_.push_back(prefix + kSafariUnavailable);
-      }
     } else if (const auto* key = std::get_if<KeyInstruction>(&instruction)) {
       checkKey(*key, prefix);
     } else if (const auto* wait = std::get_if<WaitInstruction>(&instruction)) {
@@ -192,11 +183,14 @@ class Checker {
     }
   }
 
-  ScriptValidation finish(int instructionCount) {
+  void finish(ParsedScript& script) {
     if (!hasRecord_) {
       warnings_.push_back("Warning: script has no 'record' commands");
     }
-    return {instructionCount, renderLine_.has_value(), std::move(output_), std::move(warnings_)};
+    script.instructionCount = static_cast<int>(script.instructions.size());
+    script.explicitRender = renderLine_.has_value();
+    script.output = std::move(output_);
+    script.warnings = std::move(warnings_);
   }
 
  private:
@@ -293,22 +287,15 @@ class Checker {
 
 }  // namespace
 
-std::vector<std::string> ScriptValidation::lines() const {
-  std::vector<std::string> result = warnings;
-  result.push_back("Valid: " + std::to_string(instructionCount) + " instructions");
-  if (explicitRender) {
-    result.push_back("  Explicit render: yes");
-  }
-  return result;
-}
-
-ScriptValidation validate(std::string_view source) {
-  const std::vector<LocatedInstruction> instructions = ScriptParser::parse(source);
+ParsedScript validate(std::string_view source) {
+  ParsedScript script;
+  script.instructions = ScriptParser::parse(source);
   Checker checker;
-  for (const LocatedInstruction& located : instructions) {
+  for (const LocatedInstruction& located : script.instructions) {
     checker.check(located);
   }
-  return checker.finish(static_cast<int>(instructions.size()));
+  checker.finish(script);
+  return script;
 }
 
 }  // namespace brimble

@@ -79,6 +79,30 @@ TEST(ScriptContext, ResolvesEachKindOfValueOrSaysWhyNot) {
   }
 }
 
+TEST(ScriptContext, WholeNumbersRoundAndWindowsComeOnlyFromWindowVariables) {
+  ScriptContext context;
+  context.setVariable("x", ScriptVariableValue::string("12.5"));
+  context.setVariable("far", ScriptVariableValue::string("1e12"));
+  context.setVariable("win", ScriptVariableValue::windowID(0x1a00007));
+  context.setVariable("out", ScriptVariableValue::lines({"0x1a00007"}));
+  EXPECT_EQ(context.resolveInt(ScriptValue::variable("x"), 1), 13);
+  EXPECT_EQ(context.resolveInt(ScriptValue::number(-2.5), 1), -3);
+  EXPECT_EQ(context.resolveInt(ScriptValue::string("799.4"), 1), 799);
+  EXPECT_EQ(context.resolveWindowID("win", 1), 0x1a00007u);
+  const std::pair<std::function<void()>, std::string> failures[] = {
+      {[&] { context.resolveInt(ScriptValue::variable("far"), 4); },
+       "Line 4: Expected number, got '1e12'"},
+      {[&] { context.resolveInt(ScriptValue::string("wide"), 4); },
+       "Line 4: Expected number, got 'wide'"},
+      {[&] { context.resolveWindowID("out", 5); },
+       "Line 5: $out holds no window (bind one with capture-window ... as $out)"},
+      {[&] { context.resolveWindowID("nope", 6); }, "Line 6: Undefined variable '$nope'"},
+  };
+  for (const auto& [action, text] : failures) {
+    EXPECT_EQ(testing::errorText<ScriptError>(action), text);
+  }
+}
+
 TEST(ScriptContext, InterpolationLeavesUnknownNamesAndWarns) {
   ScriptContext context;
   context.setVariable("user", ScriptVariableValue::string("ada"));

@@ -1,5 +1,6 @@
 #include "BrimbleCore/Scripting/ScriptEngine.h"
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <functional>
@@ -18,6 +19,7 @@
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
 #include "BrimbleCore/Scripting/ScriptRenderSettings.h"
+#include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/FakeAppLauncher.h"
 #include "tests/Support/FakeClock.h"
@@ -351,6 +353,72 @@ TEST(ScriptEngine, TheEndOfAScriptAndItsFailures) {
   EXPECT_EQ(kept.processes.backgroundStops, 0);
 }
 
+TEST(ScriptEngine, SoundIntoAFileThatCannotCarryItIsRefusedAsSoonAsTheOutputIsKnown) {
+  const std::string refused =
+      "'audio' records sound for MP4 output; GIF, WebP and APNG carry no sound, so set the output "
+      "to a .mp4 file or leave 'audio' out";
+  // The check learned the output from its `set output`: nothing runs.
+  Rig rig;
+  const ParsedScript script =
+      validate("wait 1\nset output \"clip.gif\"\nrecord region 0 0 64 40 duration 1 audio\n");
+  ASSERT_EQ(script.output, "clip.gif");
+  ScriptEngine engine = rig.engine();
+  EXPECT_EQ(testing::errorText<ScriptError>([&] { engine.execute(script); }), "Line 3: " + refused);
+  EXPECT_EQ(millisecondsSince(rig.clock, rig.origin), 0);
+  EXPECT_TRUE(rig.recorders.lines.empty());
+
+  // So does an output given by the caller, whatever the script sets.
+  Rig given;
+  ScriptOptions options;
+  options.output = given.directory / "clip.webp";
+  ScriptEngine withOutput = given.engine(options);
+  EXPECT_EQ(testing::errorText<ScriptError>([&] {
+              withOutput.execute("set output \"clip.mp4\"\nrecord region 0 0 64 40 audio\n");
+            }),
+            "Line 2: " + refused);
+  EXPECT_TRUE(given.recorders.lines.empty());
+
+  // An output the script names only as it runs is checked at the line, after what came before.
+  Rig later;
+  ScriptEngine unknown = later.engine();
+  EXPECT_EQ(testing::errorText<ScriptError>([&] {
+              unknown.execute(
+                  "run \"true\" as $name\nset output \"$name.gif\"\nwait 1\n"
+                  "record region 0 0 64 40 duration 1 audio\n");
+            }),
+            "Line 4: " + refused);
+  EXPECT_EQ(millisecondsSince(later.clock, later.origin), 1000);
+  EXPECT_TRUE(later.recorders.lines.empty());
+}
+
+TEST(ScriptEngine, TheRenderWritesWhereTheOutputWasLastSetBeforeIt) {
+  Rig rig;
+  const std::filesystem::path first = rig.directory / "first.gif";
+  const std::filesystem::path second = rig.directory / "second.webp";
+  ScriptEngine engine = rig.engine();
+  const ScriptOutcome outcome = engine.execute(
+      fmt::format("set output \"{}\"\nrecord region 0 0 64 40 duration 1\nset output \"{}\"\n"
+                  "render\nset output \"{}\"\n",
+                  first.string(), second.string(), (rig.directory / "never.gif").string()));
+  EXPECT_EQ(outcome.output, second);
+  EXPECT_TRUE(std::filesystem::exists(second));
+  EXPECT_FALSE(std::filesystem::exists(first));
+  EXPECT_THAT(rig.printed, Contains("Rendering 1 segment(s) into " + second.string()));
+
+  // A name no encoder writes is refused at the render, not when it is set.
+  Rig refused;
+  const std::filesystem::path text = refused.directory / "clip.txt";
+  ScriptEngine wrong = refused.engine();
+  EXPECT_EQ(
+      testing::errorText<ScriptError>([&] {
+        wrong.execute(fmt::format("set output \"{}\"\nrecord region 0 0 64 40 duration 1\nrender\n",
+                                  text.string()));
+      }),
+      "Line 3: Cannot write '" + text.string() +
+          "': the name must end in .gif, .webp or .png (animated PNG)");
+  EXPECT_EQ(refused.recorders.lines.size(), 2u);
+}
+
 TEST(ScriptEngine, RenderEndsTheScriptAndSegmentsWithoutFramesAreLeftOut) {
   Rig rig;
   testing::LogCapture log;
@@ -477,6 +545,58 @@ key "enter"
   recording.step(busy, "wait-for-idle 1\n");
   EXPECT_NEAR(std::chrono::duration<double>(recording.clock.now() - busyStart).count(), 11, 0.15);
   EXPECT_THAT(log.lines(), Contains(HasSubstr("the screen kept changing for 11 s; going on")));
+}
+
+TEST(ScriptEngine, AutoPacePausesAfterWhatAPersonDoesAndNotAfterTheScriptsOwnSteps) {
+  Rig rig;
+  ScriptEngine engine = rig.engine();
+  rig.step(engine, "open \"Terminal\"\nset auto-pace true\nset auto-pace-delay 2\n");
+  const auto millisecondsFor = [&](const std::string& line) {
+    const Clock::TimePoint start = rig.clock.now();
+    rig.step(engine, line);
+    return millisecondsSince(rig.clock, start);
+  };
+  // Each of these takes well under the pause by itself.
+  for (const std::string action : {"click 10 20", "click", "scroll down 1", "key \"x\"", "clear",
+                                   "focus \"Terminal\"", "move 5 5 duration 0.1"}) {
+    EXPECT_GE(millisecondsFor(action), 2000) << action;
+  }
+  for (const std::string step : {"cursor 10 20", "set fps 24", "wait 0.1", "run \"true\"",
+                                 "spotlight region 0 0 9 9", "capture-window app \"Terminal\""}) {
+    EXPECT_LT(millisecondsFor(step), 2000) << step;
+  }
+}
+
+TEST(ScriptEngine, AScriptDrivingAppsByElementIsWarnedOfWithoutTheAccessibilityBus) {
+  const std::string warning =
+      "Warning: This script drives apps by element. Enable the AT-SPI accessibility bus "
+      "(package at-spi2-core) for the apps it drives, then re-run.";
+  const std::string recorded =
+      "open \"Terminal\"\ncapture-window app \"Terminal\" as $t\nrecord $t duration 1\n";
+  const struct {
+    std::string lines;
+    bool warned;
+  } cases[] = {
+      {"click 10 20\n", false},
+      {"click text:Save\n", true},
+      {"wait 1\nmove-to text:Save\n", true},
+      {"wait-for text:Done timeout 0\n", true},
+      {"dismiss-dialog button OK\n", true},
+      // A browser page's elements are reached without the bus.
+      {"browser chrome \"about:blank\"\nclick text:Save\n", false},
+  };
+  for (const auto& [lines, warned] : cases) {
+    SCOPED_TRACE(lines);
+    Rig rig;
+    testing::LogCapture log;
+    try {
+      rig.run(recorded + lines);
+    } catch (const ScriptError&) {
+      // Without the bus the element line fails; the warning came before the recording.
+    }
+    const std::vector<std::string> logged = log.lines();
+    EXPECT_EQ(std::count(logged.begin(), logged.end(), warning), warned ? 1 : 0);
+  }
 }
 
 TEST(ScriptEngine, EffectsAreNotedAtTheirTimeInTheSegmentTheyBelongTo) {

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Scripting/ScriptCommandManifest.h"
+#include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "tests/Support/ErrorText.h"
 
 namespace brimble {

@@ -38,7 +38,7 @@ TEST(ScriptValidation, UnknownPacePresetsAreNamedWithTheChoices) {
 }
 
 TEST(ScriptValidation, SettingsTheEngineWouldIgnoreAreReported) {
-  const ScriptValidation result = validate(
+  const ParsedScript result = validate(
       "record region 0 0 9 9\n"
       "set max-widht 400\n"
       "set fps 25\n"
@@ -76,7 +76,7 @@ TEST(ScriptValidation, SettingsTheEngineWouldIgnoreAreReported) {
 }
 
 TEST(ScriptValidation, LinesThatWouldMisbehaveSilentlyAreReported) {
-  const ScriptValidation result = validate(
+  const ParsedScript result = validate(
       "type $name\n"                          // read before anything sets it
       "run \"whoami\" as $name\n"
       "type $name\n"

@@ -1,0 +1,351 @@
+#include "BrimbleCore/Scripting/ScriptSegments.h"
+
+#include <algorithm>
+#include <exception>
+#include <variant>
+
+#include <fmt/format.h>
+
+#include "BrimbleCore/Capture/AudioError.h"
+#include "BrimbleCore/Effects/SegmentRenderer.h"
+#include "BrimbleCore/Scripting/ScriptCommandTable.h"
+#include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Scripting/ScriptNumber.h"
+#include "BrimbleCore/Scripting/ScriptRenderSettings.h"
+#include "BrimbleCore/Support/Log.h"
+#include "BrimbleCore/Support/XID.h"
+
+namespace brimble {
+namespace {
+
+const std::string kAccessibilityWarning =
+    "Warning: Accessibility permission not granted. Input simulation may not work.";
+const std::string kElementAccessibilityWarning =
+    "Warning: This script drives apps by element. Enable the AT-SPI accessibility bus (package "
+    "at-spi2-core) for the apps it drives, then re-run.";
+const std::string kAudioNeedsVideo =
+    "'audio' records sound for MP4 output; GIF, WebP and APNG carry no sound, so set the output "
+    "to a .mp4 file or leave 'audio' out";
+
+std::optional<OutputFormat> formatOf(const std::filesystem::path& output) {
+  return outputFormatFromExtension(output.extension().string());
+}
+
+/// The line of the first `record ... audio`, if any.
+std::optional<int> firstSoundLine(const std::vector<LocatedInstruction>& instructions) {
+  for (const LocatedInstruction& located : instructions) {
+    const auto* record = std::get_if<RecordInstruction>(&located.instruction);
+    if (record != nullptr && record->audio) {
+      return located.line;
+    }
+  }
+  return std::nullopt;
+}
+
+// Whether a script drives native applications by element, which needs the accessibility bus; in
+// a browser session the page's elements are reached without it.
+bool drivesAppsByElement(const std::vector<LocatedInstruction>& instructions) {
+  const ScriptCommandTable& table = ScriptCommandTable::shared();
+  bool usesBrowser = false;
+  bool usesElements = false;
+  for (const LocatedInstruction& located : instructions) {
+    const InstructionTraits& traits = table.traitsOf(located.instruction);
+    usesBrowser = usesBrowser || traits.startsBrowser;
+    usesElements = usesElements || traits.drivesAppsByElement;
+  }
+  return usesElements && !usesBrowser;
+}
+
+}  // namespace
+
+ScriptSegments::ScriptSegments(const ScriptServices& services, const ScriptOptions& options,
+                               const ScriptContext& context, ScriptProfiler& profiler,
+                               const ScriptTargets& targets, ScriptClock& clock)
+    : services_(services),
+      options_(options),
+      context_(context),
+      profiler_(profiler),
+      targets_(targets),
+      clock_(clock) {
+  settleOutput();
+}
+
+ScriptSegments::~ScriptSegments() {
+  if (activeRecorder_) {
+    try {
+      activeRecorder_->stop();  // its frames go with the segment it returns
+    } catch (...) {
+      // Nothing more can be done for a recorder that fails to stop while we unwind.
+    }
+  }
+}
+
+void ScriptSegments::begin(const ParsedScript& script) {
+  settleOutput();
+  elementScript_ = drivesAppsByElement(script.instructions);
+  // Sound needs an MP4: where the output is known before the script runs (-o, or a `set output`
+  // written as text), say so before anything is recorded rather than at the line.
+  if (const auto soundLine = firstSoundLine(script.instructions)) {
+    if (options_.output) {
+      checkSound(outputFormat_, *soundLine);
+    } else if (script.output) {
+      checkSound(formatOf(*script.output), *soundLine);
+    }
+  }
+}
+
+void ScriptSegments::settleOutput() {
+  if (options_.output) {
+    outputPath_ = *options_.output;
+  } else {
+    const std::string* output = context_.setting("output");
+    outputPath_ = output != nullptr && !output->empty() ? std::filesystem::path(*output)
+                                                        : std::filesystem::path("output.gif");
+  }
+  outputFormat_ = formatOf(outputPath_);
+}
+
+void ScriptSegments::checkSound(std::optional<OutputFormat> format, int line) const {
+  if (!isVideo(format.value_or(OutputFormat::gif))) {
+    throw ScriptError::runtimeError(line, kAudioNeedsVideo);
+  }
+}
+
+void ScriptSegments::checkRecordingPermissions(int line) {
+  if (checkedPermissions_) {
+    return;
+  }
+  bool captured = false;
+  try {
+    captured = !services_.screen.displays().empty();
+  } catch (const std::exception&) {
+    captured = false;
+  }
+  if (!captured) {
+    throw ScriptError::runtimeError(line, services_.texts.screenRecordingRequired);
+  }
+  checkedPermissions_ = true;
+  if (!services_.input.available()) {
+    logLine(kAccessibilityWarning);
+  }
+  if (elementScript_ && !services_.windows.accessibilityGranted(true, "record")) {
+    logLine(kElementAccessibilityWarning);
+  }
+}
+
+void ScriptSegments::record(const RecordInstruction& record, int line) {
+  if (record.audio) {
+    checkSound(outputFormat_, line);
+  }
+  checkRecordingPermissions(line);
+  // A new segment ends the one still running.
+  if (activeRecorder_) {
+    endSegment();
+  }
+  SegmentRequest request;
+  request.fps = scriptFrameRate(context_, options_.preview);
+  request.showCursor = context_.boolSetting("show-cursor", true);
+  std::optional<std::uint32_t> window;
+  std::string what;
+  switch (record.target.kind) {
+    case RecordTarget::Kind::window:
+      window = context_.resolveWindowID(record.target.variable, line);
+      request.target = CaptureTarget::windowOf(*window);
+      what = targets_.windowLabel(*window);
+      break;
+    case RecordTarget::Kind::windowCrop: {
+      window = context_.resolveWindowID(record.target.variable, line);
+      const auto info = services_.windows.find(*window);
+      if (!info) {
+        throw ScriptError::windowNotFound("id " + formatXID(*window));
+      }
+      const ScriptRect& crop = *record.target.rect;
+      request.target = CaptureTarget::windowCropOf(
+          info->contentFrame,
+          {context_.resolveInt(crop.x, line), context_.resolveInt(crop.y, line),
+           context_.resolveInt(crop.width, line), context_.resolveInt(crop.height, line)});
+      const ScreenRect& area = request.target.area;
+      what = fmt::format("{} at {},{} {}x{}", targets_.windowLabel(*window), area.x, area.y,
+                         area.width, area.height);
+      break;
+    }
+    // The engine refuses `record simulator` before it gets here: this platform has none.
+    case RecordTarget::Kind::region:
+    case RecordTarget::Kind::simulator: {
+      const ScriptRect& rect = *record.target.rect;
+      request.target = CaptureTarget::screenAreaOf(
+          {context_.resolveInt(rect.x, line), context_.resolveInt(rect.y, line),
+           context_.resolveInt(rect.width, line), context_.resolveInt(rect.height, line)});
+      what = fmt::format("region {},{} {}x{}", request.target.area.x, request.target.area.y,
+                         request.target.area.width, request.target.area.height);
+      break;
+    }
+  }
+  if (request.target.kind == CaptureTarget::Kind::screenArea && request.target.area.empty()) {
+    throw ScriptError::runtimeError(line, "the area to record has no width or height");
+  }
+  std::optional<double> duration;
+  if (record.duration) {
+    duration = context_.resolveDouble(*record.duration, line);
+  }
+  if (record.audio) {
+    request.sound = AudioSource{};  // what the desktop plays, on the session's sound server
+  }
+  auto recorder = services_.makeRecorder();
+  try {
+    recorder->start(request);
+  } catch (const AudioError& error) {
+    throw ScriptError::runtimeError(line, error.what());
+  }
+  activeRecorder_ = std::move(recorder);
+  recordingStartTime_ = clock_.now();
+  segmentTargetDuration_ = duration;
+  activeWindow_ = window;
+  segmentEffects_.clear();
+  segmentDemoEffects_.clear();
+  segmentChromeTyping_ = false;
+  segmentURL_ = targets_.browserURL();
+  options_.progress(
+      fmt::format("     recording {} at {} fps{}", what, request.fps,
+                  duration ? fmt::format(" for {} s", formatScriptNumber(*duration)) : ""));
+  // Without `continue` the line lasts the segment; a segment without a duration runs on until
+  // `stop`, `remain`, the next `record` or `render`, as with `continue`.
+  if (!record.continues && duration) {
+    waitWhileRecording(*duration);
+    endSegment();
+  }
+}
+
+double ScriptSegments::segmentTime() const {
+  return clock_.secondsSince(recordingStartTime_);
+}
+
+void ScriptSegments::waitWhileRecording(double untilSegmentTime) {
+  while (activeRecorder_ && !clock_.shouldStop() && !activeRecorder_->hasEnded()) {
+    const double left = untilSegmentTime - segmentTime();
+    if (left <= 0) {
+      return;
+    }
+    clock_.sleep(std::min(left, ScriptClock::kWaitSlice));
+  }
+  if (activeRecorder_ && activeRecorder_->hasEnded()) {
+    logLine("Warning: the recording ended on its own (its window closed); the segment ends early");
+  }
+}
+
+void ScriptSegments::stop(int line) {
+  if (!activeRecorder_) {
+    logLine("Warning: line " + std::to_string(line) + ": 'stop' with no recording in progress");
+    return;
+  }
+  endSegment();
+}
+
+void ScriptSegments::remain(int line) {
+  if (!activeRecorder_) {
+    logLine("Warning: line " + std::to_string(line) + ": 'remain' with no recording in progress");
+    return;
+  }
+  const double target = segmentTargetDuration_.value_or(0);
+  options_.progress(fmt::format("Remaining: {:.1f}", std::max(0.0, target - segmentTime())));
+  waitWhileRecording(target);
+  endSegment();
+}
+
+void ScriptSegments::endSegment() {
+  std::unique_ptr<SegmentRecorder> recorder = std::move(activeRecorder_);
+  RenderSegment segment{recorder->stop()};
+  segment.effects = std::move(segmentEffects_);
+  segment.demoEvents = std::move(segmentDemoEffects_);
+  if (activeWindow_ && targets_.isBrowserWindow(*activeWindow_)) {
+    segment.isBrowserContent = true;
+    segment.chromeURL = segmentURL_;
+    segment.chromeTyping = segmentChromeTyping_;
+  }
+  activeWindow_.reset();
+  segmentEffects_.clear();
+  segmentDemoEffects_.clear();
+  const int frames = segment.frames ? segment.frames->count() : 0;
+  if (frames == 0) {
+    logLine("Warning: segment captured 0 frames");
+    return;
+  }
+  options_.progress(fmt::format("     segment {}: {} frames in {:.1f} s", segments_.size() + 1,
+                                frames, segment.duration));
+  segments_.push_back(std::move(segment));
+}
+
+void ScriptSegments::discard() {
+  if (activeRecorder_) {
+    activeRecorder_->stop();
+    activeRecorder_.reset();
+  }
+  segments_.clear();
+}
+
+void ScriptSegments::addEffect(EffectAnnotation effect, std::string_view command, int line) {
+  if (!activeRecorder_) {
+    logLine("Warning: line " + std::to_string(line) + ": '" + std::string(command) +
+            "' outside a recording shows nothing");
+    return;
+  }
+  effect.startTime = segmentTime();
+  segmentEffects_.push_back(std::move(effect));
+}
+
+void ScriptSegments::addDemoEvent(DemoEvent event, std::string_view command, int line) {
+  if (!activeRecorder_) {
+    if (!command.empty()) {
+      logLine("Warning: line " + std::to_string(line) + ": '" + std::string(command) +
+              "' outside a recording shows nothing");
+    }
+    return;
+  }
+  event.time = segmentTime();
+  segmentDemoEffects_.push_back(std::move(event));
+}
+
+void ScriptSegments::showChromeTyping() {
+  if (activeRecorder_) {
+    segmentChromeTyping_ = true;
+  }
+}
+
+ScriptOutcome ScriptSegments::render(int line) {
+  if (activeRecorder_) {
+    endSegment();
+  }
+  if (segments_.empty()) {
+    throw ScriptError::runtimeError(line, "No segments to render");
+  }
+  if (!outputFormat_) {
+    throw ScriptError::runtimeError(
+        line, "Cannot write '" + outputPath_.string() +
+                  "': the name must end in .gif, .webp or .png (animated PNG)");
+  }
+  RenderSettings settings = scriptRenderSettings(context_, options_.preview);
+  settings.format = *outputFormat_;
+  settings.intro = renderAdditions_.intro;
+  settings.outro = renderAdditions_.outro;
+  settings.background = renderAdditions_.background;
+  options_.progress(
+      fmt::format("Rendering {} segment(s) into {}", segments_.size(), outputPath_.string()));
+  const Clock::TimePoint started = clock_.now();
+  double recorded = 0;
+  for (const RenderSegment& segment : segments_) {
+    recorded += segment.duration;
+  }
+  const EncodeSummary summary = SegmentRenderer::render(segments_, settings, outputPath_,
+                                                        options_.renderProgress, options_.abandon);
+  profiler_.record(0, "render", clock_.secondsSince(started));
+  if (summary.frames == 0) {
+    throw ScriptError::encodingFailed();
+  }
+  ScriptOutcome outcome{outputPath_, summary, static_cast<int>(segments_.size()), recorded,
+                        clock_.shouldStop()};
+  // The frames are in the file now; their temporary files can go.
+  segments_.clear();
+  return outcome;
+}
+
+}  // namespace brimble

@@ -1,0 +1,233 @@
+#include "BrimbleCore/Scripting/ScriptTargets.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include <fmt/format.h>
+
+#include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Support/Text.h"
+#include "BrimbleCore/Support/XID.h"
+
+namespace brimble {
+namespace {
+
+// How long `capture-window` and `browser` look for a window that is still opening.
+constexpr double kWindowAppearTimeout = 10;
+constexpr double kWindowPoll = 0.1;
+
+}  // namespace
+
+ScriptTargets::ScriptTargets(const ScriptServices& services, const ScriptOptions& options,
+                             ScriptContext& context, ScriptClock& clock)
+    : services_(services), options_(options), context_(context), clock_(clock) {}
+
+void ScriptTargets::open(const OpenInstruction& open, int line) {
+  const std::string app = context_.resolve(open.app, line);
+  const std::uint32_t id = services_.windows.openApp(app);
+  const auto window = services_.windows.find(id);
+  targetWindow_ = TargetWindow{id, app, window ? window->pid : 0};
+  options_.progress("     opened " + app + " (window " + formatXID(id) + ")");
+}
+
+void ScriptTargets::focus(const FocusInstruction& focus, int line) {
+  const std::string app = context_.resolve(focus.app, line);
+  services_.windows.focusApp(app);
+  if (const auto match = services_.windows.find(std::string_view(app))) {
+    targetWindow_ = TargetWindow{match->window.id, app, match->window.pid};
+  }
+}
+
+std::optional<WindowInfo> ScriptTargets::waitForWindow(
+    const std::function<std::optional<WindowInfo>()>& find) {
+  const Clock::TimePoint deadline = clock_.after(kWindowAppearTimeout);
+  while (true) {
+    if (auto window = find()) {
+      return window;
+    }
+    if (clock_.now() >= deadline || clock_.shouldStop()) {
+      return std::nullopt;
+    }
+    clock_.sleep(kWindowPoll);
+  }
+}
+
+void ScriptTargets::capture(const WindowInfo& window, const std::string& app,
+                            const std::optional<std::string>& variable) {
+  capturedWindow_ = targetWindow_ = TargetWindow{window.id, app, window.pid};
+  if (variable) {
+    context_.setVariable(*variable, ScriptVariableValue::windowID(window.id));
+  }
+  activeDriverIsBrowser_ = browser_ && window.id == browserWindowID_;
+}
+
+void ScriptTargets::captureWindow(const CaptureWindowInstruction& capture, int line) {
+  const std::string wanted = context_.resolve(capture.window.value, line);
+  std::optional<WindowInfo> window;
+  std::string description;
+  if (capture.window.kind == WindowReference::Kind::appName) {
+    description = "app '" + wanted + "'";
+    // An application started a moment ago (by `run`, say) may not have its window yet.
+    window = waitForWindow([&]() -> std::optional<WindowInfo> {
+      const auto match = services_.windows.find(std::string_view(wanted));
+      return match ? std::optional(match->window) : std::nullopt;
+    });
+  } else {
+    const auto id = parseXID(wanted);
+    if (!id) {
+      throw ScriptError::invalidValue(line, wanted, "capture-window id",
+                                      "expected a window id such as 0x1a00007 or 27262983");
+    }
+    description = "id " + formatXID(*id);
+    window = services_.windows.find(*id);
+  }
+  if (!window) {
+    throw ScriptError::windowNotFound(description);
+  }
+  const std::string app = capture.window.kind == WindowReference::Kind::appName
+                              ? wanted
+                              : (window->appName.empty() ? description : window->appName);
+  this->capture(*window, app, capture.variable);
+  options_.progress(fmt::format("     captured {} window {} ({}x{})", app, formatXID(window->id),
+                                window->contentFrame.width, window->contentFrame.height));
+}
+
+void ScriptTargets::target(const TargetInstruction& target, int line) {
+  const std::string wanted = context_.resolve(target.match, line);
+  std::optional<WindowInfo> window;
+  std::string app = wanted;
+  if (target.kind == TargetInstruction::Kind::app) {
+    const auto match = services_.windows.find(std::string_view(wanted));
+    window = match ? std::optional(match->window) : std::nullopt;
+  } else {
+    const std::string needle = lowercased(wanted);
+    for (const WindowInfo& candidate : services_.windows.windows()) {
+      if (lowercased(candidate.title).find(needle) != std::string::npos) {
+        window = candidate;
+        app = candidate.appName;
+        break;
+      }
+    }
+  }
+  if (!window) {
+    throw ScriptError::windowNotFound(
+        (target.kind == TargetInstruction::Kind::app ? "app '" : "title matching '") + wanted +
+        "'");
+  }
+  capture(*window, app, target.variable);
+  options_.progress("     targeting " + app + " window " + formatXID(window->id));
+}
+
+void ScriptTargets::browser(const BrowserInstruction& browser, int line) {
+  if (services_.browsers == nullptr) {
+    throw ScriptError::runtimeError(line, "Google Chrome or Chromium is not installed");
+  }
+  const std::string url = pageAddress(context_.resolve(browser.url, line));
+  browser_.reset();  // one browser session at a time
+  browser_ = services_.browsers->launch(url);
+  const int pid = browser_->pid();
+  const auto window = waitForWindow([&] { return services_.windows.find(OwnerPID{pid}); });
+  if (!window) {
+    throw ScriptError::runtimeError(line, "the browser opened no window");
+  }
+  browserWindowID_ = window->id;
+  browserURL_ = url;
+  activeDriverIsBrowser_ = true;
+  targetWindow_ = TargetWindow{window->id, "Chromium", pid};
+  if (browser.variable) {
+    context_.setVariable(*browser.variable, ScriptVariableValue::windowID(window->id));
+    capturedWindow_ = targetWindow_;
+  }
+  services_.windows.focus(window->id);
+  options_.progress("     browser window " + formatXID(window->id) + " on " + url);
+}
+
+void ScriptTargets::navigate(const std::string& url) {
+  browser_->navigate(url);
+  browserURL_ = url;
+}
+
+// A script and its page can travel together: a page named by a relative path is looked for
+// beside the script when the working directory has none.
+std::string ScriptTargets::pageAddress(const std::string& text) const {
+  if (text.find("://") != std::string::npos || text.starts_with("about:") ||
+      text.starts_with("data:")) {
+    return text;
+  }
+  std::error_code error;
+  for (const std::filesystem::path& path :
+       {std::filesystem::path(text), options_.scriptDirectory / text}) {
+    if (std::filesystem::is_regular_file(path, error)) {
+      return "file://" + std::filesystem::absolute(path, error).lexically_normal().string();
+    }
+  }
+  return text;
+}
+
+void ScriptTargets::zoomPage(double scale, const std::string& target, int line) {
+  if (!browser_) {
+    throw ScriptError::runtimeError(line, "page zoom requires a Chrome (browser) session");
+  }
+  browser_->setRealZoom(scale, target);
+  pageZoomed_ = scale > 1;
+}
+
+bool ScriptTargets::resetPageZoom() {
+  if (!pageZoomed_ || !browser_) {
+    return false;
+  }
+  browser_->setRealZoom(1, std::nullopt);
+  pageZoomed_ = false;
+  return true;
+}
+
+ElementDriver& ScriptTargets::elementDriver(int line) {
+  if (drivesPage()) {
+    return browser_->elements();
+  }
+  const std::optional<TargetWindow> window = capturedWindow_ ? capturedWindow_ : targetWindow_;
+  if (!window) {
+    throw ScriptError::runtimeError(
+        line,
+        "element targets need a page (browser chrome \"url\") or an application (target app "
+        "\"Name\" or capture-window) to look in");
+  }
+  AccessibilityBackend* accessibility = services_.windows.accessibility();
+  if (accessibility == nullptr) {
+    throw DemoDriverError::permissionDenied(
+        "element targets in " + window->appName +
+        " go through the accessibility service (AT-SPI), which is not available");
+  }
+  if (!nativeDriver_ || nativeDriverPID_ != window->pid) {
+    nativeDriver_ = accessibility->driverFor(window->pid);
+    nativeDriverPID_ = window->pid;
+  }
+  return *nativeDriver_;
+}
+
+ScreenRect ScriptTargets::elementRect(const std::string& target, int line) {
+  const auto rect = elementDriver(line).find(target);
+  if (!rect) {
+    throw DemoDriverError::elementNotFound(target);
+  }
+  return *rect;
+}
+
+std::string ScriptTargets::windowLabel(std::uint32_t id) const {
+  if (capturedWindow_ && capturedWindow_->id == id) {
+    return capturedWindow_->appName;
+  }
+  if (targetWindow_ && targetWindow_->id == id) {
+    return targetWindow_->appName;
+  }
+  return "window " + formatXID(id);
+}
+
+void ScriptTargets::closeAll() {
+  services_.windows.cleanupScriptWindows();
+  nativeDriver_.reset();
+  browser_.reset();
+}
+
+}  // namespace brimble

@@ -62,7 +62,9 @@ void BM_EngineOverheadPerInstruction(benchmark::State& state) {
     ScriptOptions options;
     int lines = 0;
     options.print = [&lines](std::string_view) { ++lines; };
-    ScriptEngine engine({screen, input, windows, processes, clock, nullptr, nullptr}, options);
+    const PlatformTexts texts;
+    ScriptEngine engine({screen, input, windows, processes, clock, texts, nullptr, nullptr},
+                        options);
     const std::vector<LocatedInstruction> parsed = ScriptParser::parse(source);
     state.ResumeTiming();
     for (const LocatedInstruction& instruction : parsed) {

@@ -5,7 +5,7 @@
 #include <stop_token>
 #include <string_view>
 
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Scripting/ShellCommand.h"
 
 namespace brimble {

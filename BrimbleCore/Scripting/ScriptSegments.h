@@ -11,7 +11,7 @@
 #include "BrimbleCore/Capture/SegmentRecorder.h"
 #include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
-#include "BrimbleCore/Encoding/GIFEncoder.h"
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Scripting/ParsedScript.h"
 #include "BrimbleCore/Scripting/ScriptClock.h"

@@ -25,6 +25,9 @@ class AccessibilityBackend {
   /// Whether elements can be reached: the accessibility bus answers. When not, `reason` says
   /// what is missing.
   virtual bool available(std::string& reason) = 0;
+  /// What reaching elements needs on this platform, in its words, for warnings ("the AT-SPI
+  /// bus").
+  virtual std::string requirement() const = 0;
   /// Drives the elements of the application of process `pid`. Throws DemoDriverError
   /// (permissionDenied without the bus, elementNotFound when the application exposes no tree).
   virtual std::unique_ptr<ElementDriver> driverFor(int pid) = 0;

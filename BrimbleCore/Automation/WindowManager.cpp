@@ -275,9 +275,10 @@ bool WindowManager::accessibilityGranted(bool quiet, std::string_view command) {
     return true;
   }
   if (!quiet) {
-    logLine("Warning: " + std::string(command) +
-            " requires Accessibility (the XTest extension and the AT-SPI bus). Install "
-            "at-spi2-core and enable accessibility for the app, then re-run.");
+    const std::string requirement =
+        accessibility_ != nullptr ? accessibility_->requirement() : "an accessibility service";
+    logLine("Warning: " + std::string(command) + " requires Accessibility (" + requirement +
+            "). Install at-spi2-core and enable accessibility for the app, then re-run.");
   }
   return false;
 }

@@ -78,8 +78,8 @@ class WindowManager {
   void cleanupScriptWindows();
 
   /// Whether applications can be driven by element: there is an accessibility service and it
-  /// answers. When not, and not `quiet`, logs "Warning: <command> requires
-  /// Accessibility (the XTest extension and the AT-SPI bus). ...".
+  /// answers. When not, and not `quiet`, logs "Warning: <command> requires Accessibility
+  /// (<what the service says it needs>). ...".
   bool accessibilityGranted(bool quiet, std::string_view command);
   /// Presses `button` in the topmost dialog of the application and returns the line to report:
   /// "Clicked 'OK' in gedit dialog", or a warning when there is no such button (or no dialog, or

@@ -111,13 +111,17 @@ std::unique_ptr<Desktop> x11Desktop(DesktopSession session,
   backends.accessibility = [name] {
     // Element actions end in synthesized keys, so the service counts as there only where input
     // reaches the display.
-    return std::make_unique<atspi::ATSPIAccessibility>([name] {
+    atspi::ATSPIAccessibility::Keys keys;
+    keys.reachScreen = [name] {
       try {
         return x11::X11InputBackend(name).available();
       } catch (const std::exception&) {
         return false;
       }
-    });
+    };
+    keys.missing = "the display has no XTest extension, so keys cannot be sent to it";
+    keys.requirement = "the XTest extension and the AT-SPI bus";
+    return std::make_unique<atspi::ATSPIAccessibility>(std::move(keys));
   };
   backends.browsers = [environment] {
     return std::make_unique<ChromeBrowserLauncher>(environment);

@@ -92,15 +92,16 @@ GObjectPtr<AtspiAccessible> topmostDialog(int pid) {
 
 }  // namespace
 
-ATSPIAccessibility::ATSPIAccessibility(std::function<bool()> keysReachTheScreen)
-    : keysReachTheScreen_(std::move(keysReachTheScreen)) {}
+ATSPIAccessibility::ATSPIAccessibility() : ATSPIAccessibility(Keys{}) {}
+
+ATSPIAccessibility::ATSPIAccessibility(Keys keys) : keys_(std::move(keys)) {}
 
 bool ATSPIAccessibility::available(std::string& reason) {
-  if (keysReachTheScreen_ && !keysChecked_) {
-    keysChecked_ = keysReachTheScreen_();
+  if (keys_.reachScreen && !keysChecked_) {
+    keysChecked_ = keys_.reachScreen();
   }
   if (keysChecked_ == false) {
-    reason = "the display has no XTest extension, so keys cannot be sent to it";
+    reason = keys_.missing;
     return false;
   }
   const Connection bus = connection();

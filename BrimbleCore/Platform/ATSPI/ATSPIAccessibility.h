@@ -16,13 +16,24 @@ namespace brimble::atspi {
 /// libatspi. One thread at a time.
 class ATSPIAccessibility final : public AccessibilityBackend {
  public:
-  /// `keysReachTheScreen` tells whether keys can be synthesized on the display (the XTest
-  /// extension): the registry sends the Escape that dismisses dialogs through it, and element
-  /// scripts type through it. Asked once; without it only the bus counts.
-  explicit ATSPIAccessibility(std::function<bool()> keysReachTheScreen = {});
+  /// How synthesized keys reach the screen: the registry sends the Escape that dismisses
+  /// dialogs through them, and element scripts type through them. The platform says.
+  struct Keys {
+    /// Whether keys can be synthesized on the display; asked once. Empty: only the bus counts.
+    std::function<bool()> reachScreen{};
+    /// Why they cannot, in the platform's words.
+    std::string missing{};
+    /// What reaching elements needs on this platform, for warnings.
+    std::string requirement{"the AT-SPI bus"};
+  };
+
+  /// Only the bus counts.
+  ATSPIAccessibility();
+  explicit ATSPIAccessibility(Keys keys);
 
   /// The bus answers and, when asked for, keys reach the screen.
   bool available(std::string& reason) override;
+  std::string requirement() const override { return keys_.requirement; }
   /// Waits up to 3 seconds for an application that has only just started to appear on the bus.
   std::unique_ptr<ElementDriver> driverFor(int pid) override;
   DialogOutcome clickButtonInDialog(int pid, const std::string& button) override;
@@ -30,7 +41,7 @@ class ATSPIAccessibility final : public AccessibilityBackend {
   DialogOutcome dismissDialog(int pid) override;
 
  private:
-  std::function<bool()> keysReachTheScreen_;
+  Keys keys_;
   std::optional<bool> keysChecked_;
 };
 

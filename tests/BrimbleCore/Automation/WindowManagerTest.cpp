@@ -150,6 +150,7 @@ class ScriptedAccessibility final : public AccessibilityBackend {
     reason = answers ? "" : "the bus is down";
     return answers;
   }
+  std::string requirement() const override { return "the test's bus"; }
   std::unique_ptr<ElementDriver> driverFor(int) override { return nullptr; }
   DialogOutcome clickButtonInDialog(int pid, const std::string& button) override {
     asked.push_back("click " + button + " for " + std::to_string(pid));
@@ -192,9 +193,8 @@ TEST(WindowManager, DialogsAreAnsweredThroughTheAccessibilityServiceOfTheAppsPro
   EXPECT_FALSE(manager.accessibilityGranted(true, "fill"));
   EXPECT_FALSE(manager.accessibilityGranted(false, "fill"));
   EXPECT_THAT(log.lines(),
-              ElementsAre("Warning: fill requires Accessibility (the XTest extension and the "
-                          "AT-SPI bus). Install at-spi2-core and enable accessibility for the "
-                          "app, then re-run."));
+              ElementsAre("Warning: fill requires Accessibility (the test's bus). Install "
+                          "at-spi2-core and enable accessibility for the app, then re-run."));
 
   WindowManager without{system, launcher, clock};
   EXPECT_EQ(errorText<DemoDriverError>([&] { without.clickButtonInDialog("gedit", "OK"); }),

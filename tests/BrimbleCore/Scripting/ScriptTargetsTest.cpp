@@ -34,6 +34,7 @@ using ::testing::ElementsAre;
 class FakeAccessibility final : public AccessibilityBackend {
  public:
   bool available(std::string&) override { return true; }
+  std::string requirement() const override { return "the fake bus"; }
   std::unique_ptr<ElementDriver> driverFor(int pid) override {
     struct Driver final : ElementDriver {
       explicit Driver(int owner) : pid(owner) {}

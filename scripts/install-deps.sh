@@ -24,6 +24,10 @@ packages=(
   # video and sound: H.264/AAC in MP4, the desktop's sound server, and a private one for tests
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev libpulse-dev
   pulseaudio pulseaudio-utils
+  # Wayland desktops: the screen-cast and remote-desktop portals over GDBus, frames over PipeWire;
+  # a headless GNOME session (mutter, the GNOME portals) and D-Bus bindings for its tests
+  libpipewire-0.3-dev libglib2.0-dev mutter pipewire pipewire-bin wireplumber xdg-desktop-portal
+  xdg-desktop-portal-gnome python3-dbus python3-gi gir1.2-gtk-3.0
   # the desktop application (and a Qt test application for element targets)
   qt6-base-dev qt6-qpa-plugins
   # tests and benchmarks

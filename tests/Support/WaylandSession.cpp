@@ -1,0 +1,163 @@
+#include "tests/Support/WaylandSession.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <stdexcept>
+#include <thread>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include "BrimbleCore/Support/FileIO.h"
+
+namespace brimble::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* kDisplayName = "wayland-brimble";
+
+/// The first line `fd` gives within `timeout`; empty when none came.
+std::string readLine(int fd, std::chrono::milliseconds timeout) {
+  std::string line;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (std::chrono::steady_clock::now() < deadline) {
+    pollfd waiting{fd, POLLIN, 0};
+    if (::poll(&waiting, 1, 50) <= 0) {
+      continue;
+    }
+    char c = 0;
+    if (::read(fd, &c, 1) != 1) {
+      break;
+    }
+    if (c == '\n') {
+      return line;
+    }
+    line.push_back(c);
+  }
+  return {};
+}
+
+bool waitFor(const std::function<bool()>& ready, std::chrono::milliseconds timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!ready()) {
+    if (std::chrono::steady_clock::now() >= deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(20ms);
+  }
+  return true;
+}
+
+bool succeeds(const std::vector<std::string>& arguments) {
+  Subprocess child = Subprocess::spawn(arguments);
+  const auto status = child.waitFor(5s);
+  return status && status->code == 0 && status->signal == 0;
+}
+
+}  // namespace
+
+std::unique_ptr<WaylandSession> WaylandSession::start() {
+  for (const char* program : {"mutter", "pipewire", "wireplumber", "dbus-daemon"}) {
+    if (!findProgram(program)) {
+      return nullptr;
+    }
+  }
+  std::unique_ptr<WaylandSession> session(new WaylandSession());
+  std::string pattern = (temporaryDirectory() / "brimble-wayland-XXXXXX").string();
+  if (::mkdtemp(pattern.data()) == nullptr) {
+    throw std::runtime_error("cannot create the session's runtime folder: " +
+                             std::string(std::strerror(errno)));
+  }
+  session->runtime_ = pattern;
+
+  session->bus_ = Subprocess::spawn({"dbus-daemon", "--session", "--nofork", "--print-address"},
+                                    {.output = StreamConnection::pipe,
+                                     .dieWithParent = true,
+                                     .environment = {"XDG_RUNTIME_DIR=" + pattern}});
+  const std::string address = readLine(session->bus_.output().get(), 10s);
+  if (address.empty()) {
+    throw std::runtime_error("the session bus did not start");
+  }
+  session->environment_ = {
+      "XDG_RUNTIME_DIR=" + pattern, "DBUS_SESSION_BUS_ADDRESS=" + address,
+      "XDG_SESSION_TYPE=wayland",   std::string("WAYLAND_DISPLAY=") + kDisplayName,
+      "XDG_CURRENT_DESKTOP=GNOME",  "GDK_BACKEND=wayland"};
+  for (const std::string& entry : session->environment_) {
+    const auto equals = entry.find('=');
+    ::setenv(entry.substr(0, equals).c_str(), entry.substr(equals + 1).c_str(), 1);
+  }
+  ::unsetenv("DISPLAY");
+
+  const SpawnOptions daemon{.dieWithParent = true};
+  session->pipewire_ = Subprocess::spawn({"pipewire"}, daemon);
+  if (!waitFor([&] { return std::filesystem::exists(session->runtime_ / "pipewire-0"); }, 5s)) {
+    throw std::runtime_error("PipeWire did not start");
+  }
+  session->wireplumber_ = Subprocess::spawn({"wireplumber"}, daemon);
+  // Services the bus starts later (the portals) take their environment from it, and the portal
+  // picks its desktop's backend once, from XDG_CURRENT_DESKTOP: told before anything starts.
+  if (!succeeds({"dbus-update-activation-environment", "XDG_RUNTIME_DIR", "WAYLAND_DISPLAY",
+                 "XDG_SESSION_TYPE", "XDG_CURRENT_DESKTOP", "GDK_BACKEND"})) {
+    throw std::runtime_error("the session bus took no environment");
+  }
+  session->compositor_ = Subprocess::spawn(
+      {"mutter", "--wayland", "--headless", "--no-x11",
+       std::string("--wayland-display=") + kDisplayName, "--virtual-monitor", "1280x800"},
+      daemon);
+  if (!waitFor([&] { return std::filesystem::exists(session->runtime_ / kDisplayName); }, 10s) ||
+      !waitFor(
+          [] {
+            return succeeds({"busctl", "--user", "status", "org.gnome.Mutter.RemoteDesktop"});
+          },
+          10s)) {
+    throw std::runtime_error("mutter did not start");
+  }
+  return session;
+}
+
+WaylandSession::~WaylandSession() {
+  // Each ends with everything it started, in the reverse order of their start.
+  applications_.clear();
+  dialog_ = Subprocess();
+  compositor_ = Subprocess();
+  wireplumber_ = Subprocess();
+  pipewire_ = Subprocess();
+  bus_ = Subprocess();
+  std::error_code ignored;
+  std::filesystem::remove_all(runtime_, ignored);
+}
+
+void WaylandSession::dialogHelper(std::chrono::milliseconds delay, const char* mode) {
+  dialog_ = Subprocess::spawn({BRIMBLE_SOURCE_DIR "/tests/Support/wayland-approve.py",
+                               std::to_string(delay.count() / 1000.0), mode},
+                              {.dieWithParent = true});
+}
+
+void WaylandSession::approveScreenCastAfter(std::chrono::milliseconds delay) {
+  dialogHelper(delay, "screencast");
+}
+
+void WaylandSession::approveRemoteDesktopAfter(std::chrono::milliseconds delay) {
+  dialogHelper(delay, "remote");
+}
+
+void WaylandSession::cancelDialogAfter(std::chrono::milliseconds delay) {
+  dialogHelper(delay, "cancel");
+}
+
+bool WaylandSession::waitForDialogHelper(std::chrono::milliseconds timeout) {
+  if (!dialog_.running()) {
+    return false;
+  }
+  const auto status = dialog_.waitFor(timeout);
+  return status && status->code == 0 && status->signal == 0;
+}
+
+void WaylandSession::startApplication(const std::vector<std::string>& arguments) {
+  applications_.push_back(Subprocess::spawn(arguments, {.dieWithParent = true}));
+}
+
+}  // namespace brimble::testing

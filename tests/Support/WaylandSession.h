@@ -1,0 +1,60 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "BrimbleCore/Support/Subprocess.h"
+
+namespace brimble::testing {
+
+/// A headless GNOME Wayland session for tests: a private session bus, PipeWire and WirePlumber,
+/// mutter with one 1280x800 virtual monitor, and the desktop portals the bus starts on demand.
+/// While it lives, this process's environment points at it as a user's login would
+/// (DBUS_SESSION_BUS_ADDRESS, XDG_RUNTIME_DIR, WAYLAND_DISPLAY, XDG_SESSION_TYPE=wayland,
+/// XDG_CURRENT_DESKTOP=GNOME; no DISPLAY), so the code under test finds it as it would the
+/// user's desktop. Stopped, with everything the bus started, when it goes. One per process;
+/// main thread.
+class WaylandSession {
+ public:
+  /// Starts the session; null when this machine lacks mutter (the test skips then). Throws
+  /// std::runtime_error when it does not come up.
+  static std::unique_ptr<WaylandSession> start();
+  WaylandSession(const WaylandSession&) = delete;
+  WaylandSession& operator=(const WaylandSession&) = delete;
+  ~WaylandSession();
+
+  /// The session's environment ("NAME=value"), for programs a test starts in it.
+  const std::vector<std::string>& environment() const noexcept { return environment_; }
+
+  /// Presses the screen-share dialog `delay` from now, as a user would (the monitor, then
+  /// Share), in the background.
+  void approveScreenCastAfter(std::chrono::milliseconds delay);
+  /// Allows remote interaction in the remote-desktop dialog `delay` from now.
+  void approveRemoteDesktopAfter(std::chrono::milliseconds delay);
+  /// Cancels whichever dialog is open `delay` from now (Escape).
+  void cancelDialogAfter(std::chrono::milliseconds delay);
+  /// Waits for the last approval or cancellation to finish. False when it failed.
+  bool waitForDialogHelper(std::chrono::milliseconds timeout = std::chrono::seconds(30));
+
+  /// Starts a GTK 3 window (`program` from gtk-3-examples, for example "gtk3-widget-factory")
+  /// in the session; ends with the session.
+  void startApplication(const std::vector<std::string>& arguments);
+
+ private:
+  WaylandSession() = default;
+  void dialogHelper(std::chrono::milliseconds delay, const char* mode);
+
+  std::filesystem::path runtime_;
+  std::vector<std::string> environment_;
+  Subprocess bus_;
+  Subprocess pipewire_;
+  Subprocess wireplumber_;
+  Subprocess compositor_;
+  Subprocess dialog_;
+  std::vector<Subprocess> applications_;
+};
+
+}  // namespace brimble::testing

@@ -189,7 +189,11 @@ class LoopLock {
 
 }  // namespace
 
-PipeWireStream::PipeWireStream(UniqueFd remote, std::uint32_t nodeID) : nodeID_(nodeID) {
+PipeWireStream::PipeWireStream(UniqueFd remote, std::uint32_t nodeID, CursorImage knownCursor)
+    : nodeID_(nodeID) {
+  if (!knownCursor.image.empty()) {
+    pointer_ = Pointer{.cursor = std::move(knownCursor), .serial = 1};
+  }
   initPipeWire();
   const auto unreachable = [](const std::string& why) {
     return ScreenCaptureError::displayUnreachable("PipeWire (" + why + ")");
@@ -502,6 +506,11 @@ std::optional<PipeWireStream::Pointer> PipeWireStream::pointer() const {
     return std::nullopt;
   }
   return pointer_;
+}
+
+CursorImage PipeWireStream::cursor() const {
+  std::scoped_lock lock(pointerMutex_);
+  return pointer_ ? pointer_->cursor : CursorImage{};
 }
 
 std::optional<std::string> PipeWireStream::endReason() const {

@@ -58,9 +58,11 @@ class PipeWireStream {
   };
 
   /// Connects over `remote` (a connection to the PipeWire daemon, as the desktop portal's
-  /// OpenPipeWireRemote gives it) to node `nodeID`. Throws ScreenCaptureError::
-  /// displayUnreachable when PipeWire refuses the connection or the stream.
-  PipeWireStream(UniqueFd remote, std::uint32_t nodeID);
+  /// OpenPipeWireRemote gives it) to node `nodeID`. `knownCursor` is the pointer's picture as an
+  /// earlier connection to the node last saw it: the compositor sends the picture only when it
+  /// changes, not to each new consumer. Throws ScreenCaptureError::displayUnreachable when
+  /// PipeWire refuses the connection or the stream.
+  PipeWireStream(UniqueFd remote, std::uint32_t nodeID, CursorImage knownCursor = {});
   PipeWireStream(const PipeWireStream&) = delete;
   PipeWireStream& operator=(const PipeWireStream&) = delete;
   ~PipeWireStream();
@@ -82,6 +84,10 @@ class PipeWireStream {
   /// The pointer as the last cursor metadata told; no value before any, or while the pointer is
   /// not on this stream.
   std::optional<Pointer> pointer() const;
+
+  /// The pointer's picture as last seen, whether the pointer is on this stream or not; empty
+  /// when none came.
+  CursorImage cursor() const;
 
   /// Why the stream ended (the node went away, PipeWire did, or the stream failed); no value
   /// while it runs.

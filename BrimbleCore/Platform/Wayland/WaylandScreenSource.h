@@ -23,10 +23,11 @@ namespace brimble::wayland {
 /// the portal offers it: the desktop asks the user which monitor to share. The portal's restore
 /// token is kept in `Options::tokenFile` after every start (tokens are single-use), so later
 /// sessions, in this run or the next, skip the dialog; a stale or damaged token only brings the
-/// dialog back. The session stays open while the source lives, and every stream is a PipeWire
-/// connection of its own to the session's monitor: a still and then a recording, or both at
-/// once, share one permission. Once a stream of the session has ended (the compositor went
-/// away, or the user stopped sharing), the next use starts a new session.
+/// dialog back. The session stays open while the source lives: a still and then a recording, or
+/// both at once, share one permission. Streams of the same monitor open at the same time share
+/// one PipeWire connection, which holds the newest picture for all of them (a second connection
+/// would get nothing until the screen changed). Once a stream of the session has ended (the
+/// compositor went away, or the user stopped sharing), the next use starts a new session.
 ///
 /// Displays are the shared monitors, in the compositor's logical coordinates, identified by their
 /// PipeWire node id (stable while the session lasts). Windows are not offered yet: capturing a

@@ -1,11 +1,44 @@
 #include "BrimbleCore/Platform/Wayland/WaylandScreenStream.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
 #include "BrimbleCore/Capture/CursorImage.h"
 
 namespace brimble::wayland {
+
+std::shared_ptr<PipeWireStream> ScreenCastShare::connect(std::uint32_t nodeID) {
+  std::scoped_lock lock(connectionsMutex);
+  auto connection = std::find_if(connections.begin(), connections.end(),
+                                 [&](const Connection& c) { return c.nodeID == nodeID; });
+  if (connection == connections.end()) {
+    connection = connections.insert(connections.end(),
+                                    Connection{.nodeID = nodeID, .stream = {}, .cursor = {}});
+  }
+  if (auto stream = connection->stream.lock(); stream && !stream->endReason()) {
+    return stream;
+  }
+  auto stream = [&] {
+    std::scoped_lock sessionLock(sessionMutex);
+    return std::make_shared<PipeWireStream>(session.openPipeWireRemote(), nodeID,
+                                            connection->cursor);
+  }();
+  connection->stream = stream;
+  return stream;
+}
+
+void ScreenCastShare::keepCursor(std::uint32_t nodeID, CursorImage cursor) {
+  if (cursor.image.empty()) {
+    return;
+  }
+  std::scoped_lock lock(connectionsMutex);
+  for (Connection& connection : connections) {
+    if (connection.nodeID == nodeID) {
+      connection.cursor = std::move(cursor);
+    }
+  }
+}
 
 WaylandScreenStream::WaylandScreenStream(std::shared_ptr<ScreenCastShare> share,
                                          const ScreenDisplay& display, const ScreenRect& area,
@@ -15,23 +48,20 @@ WaylandScreenStream::WaylandScreenStream(std::shared_ptr<ScreenCastShare> share,
       display_(display),
       area_{area.x - display.frame.x, area.y - display.frame.y, area.width, area.height},
       showCursor_(showCursor),
-      stream_(
-          [&] {
-            // Each stream has a connection of its own, so streams of one session come and go
-            // independently (a still while a recording runs).
-            std::scoped_lock lock(share_->sessionMutex);
-            return share_->session.openPipeWireRemote();
-          }(),
-          display.displayID) {
+      stream_(share_->connect(display.displayID)) {
   // Waited for here rather than in the first grab: a recorder opens its stream before its first
   // tick, so its frames then come evenly from the start. A stream whose first picture is late
   // still opens; its grabs have nothing until the picture comes.
-  stream_.waitForPicture(firstFrameTimeout);
+  stream_->waitForPicture(firstFrameTimeout);
   checkStillStreaming();
 }
 
+WaylandScreenStream::~WaylandScreenStream() {
+  share_->keepCursor(display_.displayID, stream_->cursor());
+}
+
 void WaylandScreenStream::checkStillStreaming() {
-  if (const auto reason = stream_.endReason()) {
+  if (const auto reason = stream_->endReason()) {
     share_->ended = true;
     throw ScreenCaptureError::displayLost(display_.name + ": " + *reason);
   }
@@ -59,13 +89,13 @@ std::optional<Image> WaylandScreenStream::grab() {
   checkStillStreaming();
   const std::uint64_t shown = frame_ ? frame_->sequence : 0;
   if (auto fresh =
-          stream_.frameAfter(shown, area_, {display_.frame.width, display_.frame.height})) {
+          stream_->frameAfter(shown, area_, {display_.frame.width, display_.frame.height})) {
     frame_ = std::move(fresh);
   }
   if (!frame_) {
     return std::nullopt;
   }
-  const std::optional<PipeWireStream::Pointer> pointer = stream_.pointer();
+  const std::optional<PipeWireStream::Pointer> pointer = stream_->pointer();
   if (pointer) {
     onScreen(*pointer);
   }
@@ -91,7 +121,7 @@ std::optional<Image> WaylandScreenStream::grab() {
 }
 
 std::optional<PointerState> WaylandScreenStream::pointer() {
-  const std::optional<PipeWireStream::Pointer> pointer = stream_.pointer();
+  const std::optional<PipeWireStream::Pointer> pointer = stream_->pointer();
   if (!pointer) {
     return std::nullopt;
   }

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "BrimbleCore/Capture/ScreenSource.h"
 #include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
@@ -29,6 +30,24 @@ struct ScreenCastShare {
 
   std::mutex sessionMutex;  // guards the session, which is one thread at a time
   ScreenCastSession session;
+
+  /// The connection to node `nodeID`'s video that the session's streams of that monitor share,
+  /// made when none is open. Shared because the compositor sends a picture only when the screen
+  /// changes: a second connection to the same node would see nothing of a still screen, while
+  /// the first already holds the picture. Throws ScreenCaptureError::displayUnreachable.
+  std::shared_ptr<PipeWireStream> connect(std::uint32_t nodeID);
+
+  /// Keeps the pointer's picture that a connection to `nodeID` last saw, for the next one.
+  void keepCursor(std::uint32_t nodeID, CursorImage cursor);
+
+  /// A node's connection, shared while any stream uses it, and the pointer's picture it last saw.
+  struct Connection {
+    std::uint32_t nodeID = 0;
+    std::weak_ptr<PipeWireStream> stream;
+    CursorImage cursor;
+  };
+  std::mutex connectionsMutex;  // guards the field below
+  std::vector<Connection> connections;
 
   /// Set once a stream of the session has ended: the next capture starts a new session.
   std::atomic<bool> ended = false;
@@ -57,6 +76,7 @@ class WaylandScreenStream final : public ScreenStream {
                       std::chrono::milliseconds firstFrameTimeout);
   WaylandScreenStream(const WaylandScreenStream&) = delete;
   WaylandScreenStream& operator=(const WaylandScreenStream&) = delete;
+  ~WaylandScreenStream() override;
 
   /// The area as it is now, or as it was last shown when nothing has changed since. No value
   /// while the compositor has sent no picture yet. Throws ScreenCaptureError::displayLost once
@@ -76,7 +96,7 @@ class WaylandScreenStream final : public ScreenStream {
   const ScreenDisplay display_;
   const ScreenRect area_;  // from the display's top-left corner, in its logical coordinates
   const bool showCursor_;
-  PipeWireStream stream_;
+  const std::shared_ptr<PipeWireStream> stream_;
 
   // The last picture, repeated until another comes, and the same with the pointer drawn in.
   std::optional<PipeWireStream::Frame> frame_;

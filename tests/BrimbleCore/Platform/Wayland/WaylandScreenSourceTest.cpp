@@ -144,6 +144,10 @@ class WaylandScreenSourceTest : public ::testing::Test {
   /// first: the window would cover it.
   void startWindow(ScreenSource& source) {
     session_->startApplication({"gtk3-widget-factory"});
+    waitForWindow(source);
+  }
+
+  void waitForWindow(ScreenSource& source) {
     ASSERT_TRUE(within(20s, [&] { return showsTheWindow(grabOnce(source, kMonitor)); }))
         << "gtk3-widget-factory never showed";
   }
@@ -282,7 +286,9 @@ TEST_F(WaylandScreenSourceTest, RecordingsKeepTheirRateWhileTheScreenIsStillAndC
   EXPECT_EQ(first.width(), 1280);
   EXPECT_FALSE(showsTheWindow(first));
 
-  startWindow(*source);
+  // The window that opened during the recording, settled (a second one would open on top).
+  waitForWindow(*source);
+  std::this_thread::sleep_for(1s);
   const Image still = grabOnce(*source, kMonitor);
   // A region of the window, on a second stream of the same session.
   ScreenRecorder region(*source, steadyClock());

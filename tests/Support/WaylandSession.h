@@ -47,6 +47,9 @@ class WaylandSession {
   /// is there. False when the helper failed.
   bool movePointer(int x, int y);
 
+  /// The compositor's process, for measuring what it costs.
+  pid_t compositorPid() const noexcept { return compositor_.pid(); }
+
   /// Kills the compositor (SIGKILL), as a crash would, and waits for it to be gone. Its screen
   /// casts end with it.
   void killCompositor();

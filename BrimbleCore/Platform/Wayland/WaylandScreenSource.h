@@ -12,6 +12,7 @@
 
 #include "BrimbleCore/Capture/ScreenSource.h"
 #include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
+#include "BrimbleCore/Platform/Wayland/ScreenCastShare.h"
 #include "BrimbleCore/Platform/Wayland/WaylandScreenStream.h"
 
 namespace brimble::wayland {

@@ -245,6 +245,13 @@ void waylandCapture(double length) {
       "session with the remembered permission, no dialog |\n",
       median(starts), *std::min_element(starts.begin(), starts.end()),
       *std::max_element(starts.begin(), starts.end()));
+  // What the redrawing window costs the compositor on its own, to tell the capture's share.
+  const double idleBefore = otherProcessCPU(session->compositorPid());
+  const auto idleStart = Clock::now();
+  std::this_thread::sleep_for(std::chrono::duration<double>(length));
+  std::printf(
+      "| Wayland: mutter, no capture | %.2f cores | the window redrawing alone |\n",
+      (otherProcessCPU(session->compositorPid()) - idleBefore) / seconds(Clock::now() - idleStart));
   sustained(*source, screen, {}, 30, length, session->compositorPid(), "Wayland");
   std::filesystem::remove_all(tokenFile.parent_path());
 }

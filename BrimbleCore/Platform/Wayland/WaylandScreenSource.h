@@ -22,9 +22,9 @@ namespace brimble::wayland {
 ///
 /// The first use starts a screen-cast session of one monitor, with the pointer as metadata where
 /// the portal offers it: the desktop asks the user which monitor to share. The portal's restore
-/// token is kept in `Options::tokenFile` after every start (tokens are single-use), so later
-/// sessions, in this run or the next, skip the dialog; a stale or damaged token only brings the
-/// dialog back. The session stays open while the source lives: a still and then a recording, or
+/// token is kept in `Options::tokenFile` after every start (a portal may replace it each time), so
+/// later sessions, in this run or the next, skip the dialog; a stale or damaged token only brings
+/// the dialog back. The session stays open while the source lives: a still and then a recording, or
 /// both at once, share one permission. Streams of the same monitor open at the same time share
 /// one PipeWire connection, which holds the newest picture for all of them (a second connection
 /// would get nothing until the screen changed). Once a stream of the session has ended (the

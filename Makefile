@@ -55,7 +55,8 @@ bench-memory-effects: bench-build
 	/usr/bin/time -v build-bench/bench/BrimbleLongRecordingBench 10 30 build-bench/long-effects.gif \
 	  effects 2>&1 | grep -E '^(store|render):|Maximum resident|Elapsed'
 
-# Screen capture at 1920x1080: display start-up, per-frame costs, sustained 30 and 60 fps.
+# Screen capture at 1920x1080: display start-up, per-frame costs, sustained 30 and 60 fps; then
+# Wayland in a headless GNOME session (1280x800 at 30 fps), beside X11 at 1280x800.
 bench-capture: bench-build
 	build-bench/bench/BrimbleCaptureBench 10
 

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include <poll.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include "BrimbleCore/Support/FileIO.h"
@@ -158,6 +159,19 @@ bool WaylandSession::waitForDialogHelper(std::chrono::milliseconds timeout) {
 
 void WaylandSession::startApplication(const std::vector<std::string>& arguments) {
   applications_.push_back(Subprocess::spawn(arguments, {.dieWithParent = true}));
+}
+
+bool WaylandSession::movePointer(int x, int y) {
+  Subprocess helper = Subprocess::spawn({BRIMBLE_SOURCE_DIR "/tests/Support/wayland-pointer.py",
+                                         std::to_string(x), std::to_string(y)},
+                                        {.dieWithParent = true});
+  const auto status = helper.waitFor(20s);
+  return status && status->code == 0 && status->signal == 0;
+}
+
+void WaylandSession::killCompositor() {
+  compositor_.signal(SIGKILL);
+  compositor_.waitFor(10s);
 }
 
 }  // namespace brimble::testing

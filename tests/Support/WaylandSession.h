@@ -43,6 +43,17 @@ class WaylandSession {
   /// in the session; ends with the session.
   void startApplication(const std::vector<std::string>& arguments);
 
+  /// Moves the pointer to (`x`, `y`) of the monitor as a user's mouse would, and returns once it
+  /// is there. False when the helper failed.
+  bool movePointer(int x, int y);
+
+  /// The compositor's process, for measuring what it costs.
+  pid_t compositorPid() const noexcept { return compositor_.pid(); }
+
+  /// Kills the compositor (SIGKILL), as a crash would, and waits for it to be gone. Its screen
+  /// casts end with it.
+  void killCompositor();
+
  private:
   WaylandSession() = default;
   void dialogHelper(std::chrono::milliseconds delay, const char* mode);

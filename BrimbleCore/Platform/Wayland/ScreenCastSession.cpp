@@ -18,6 +18,14 @@ std::uint32_t propertyOr(DesktopPortal& portal, const char* property, std::uint3
 
 }  // namespace
 
+bool ScreenCastSession::offersCursorMode(DesktopPortal& portal, CursorMode mode) noexcept {
+  try {
+    return (propertyOr(portal, "AvailableCursorModes", 0) & static_cast<std::uint32_t>(mode)) != 0;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 ScreenCastSession::ScreenCastSession(DesktopPortal& portal, const Options& options)
     : portal_(portal) {
   const unsigned version = portal_.version(kScreenCast);

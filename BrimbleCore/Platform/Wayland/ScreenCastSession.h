@@ -43,6 +43,10 @@ class ScreenCastSession {
     std::stop_token stop{};
   };
 
+  /// Whether the portal offers cursor `mode`, asked without a session or a dialog. False when
+  /// there is no screen-cast portal.
+  static bool offersCursorMode(DesktopPortal& portal, CursorMode mode) noexcept;
+
   /// Creates the session, selects the sources and starts it: the dialog, unless the token is
   /// honoured. Throws PortalError (cancelled when the user said no).
   ScreenCastSession(DesktopPortal& portal, const Options& options);

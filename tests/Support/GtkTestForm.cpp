@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "BrimbleCore/Platform/ATSPI/ATSPIWindowSystem.h"
+
 namespace brimble::testing {
 namespace {
 
@@ -58,6 +60,21 @@ std::string GtkTestForm::text(const std::string& role, const std::string& prefix
 
 std::string GtkTestForm::entryWhen(const std::string& expected) {
   return whenEqual([&] { return text("entry"); }, expected);
+}
+
+bool GtkTestForm::waitUntilActive(std::chrono::milliseconds timeout) {
+  atspi::ATSPIWindowSystem windows;
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (std::chrono::steady_clock::now() < deadline) {
+    const auto active = windows.activeWindow();
+    for (const WindowInfo& window : windows.windows()) {
+      if (window.pid == pid() && active == window.id) {
+        return true;
+      }
+    }
+    std::this_thread::sleep_for(20ms);
+  }
+  return false;
 }
 
 bool GtkTestForm::snapshot() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -44,6 +45,9 @@ class GtkTestForm {
   std::string text(const std::string& role, const std::string& prefix = {});
   /// What the entry holds once it is `expected`, or after 5 seconds what it holds then.
   std::string entryWhen(const std::string& expected);
+  /// Whether the window became the active one (mutter gives the keyboard to a window a little
+  /// after the click that asked for it) within `timeout`.
+  bool waitUntilActive(std::chrono::milliseconds timeout = std::chrono::seconds(5));
   /// Has the window draw itself into the snapshot file; false when no file came.
   bool snapshot();
 

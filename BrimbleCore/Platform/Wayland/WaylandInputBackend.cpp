@@ -26,6 +26,9 @@ constexpr KeyNumber kAltL = 0xffe9;
 constexpr KeyNumber kSuperL = 0xffeb;
 constexpr KeyNumber kSpace = 0x20;
 
+// How long applications get to take the keyboard a new session makes.
+constexpr auto kPrimeSettle = std::chrono::milliseconds(150);
+
 // After a key whose effect on the text cannot be told (Return, an arrow, a shortcut), an
 // insertion waits this long, so that the key arrives first.
 constexpr auto kUntrackedKeySettle = std::chrono::milliseconds(50);
@@ -184,9 +187,12 @@ RemoteDesktopSession& WaylandInputBackend::session() {
                                               .dialogTimeout = options_.dialogTimeout});
   // Tokens are single-use: the new one replaces the one just spent.
   storeToken(options_.tokenFile, session_->restoreToken());
-  // mutter drops the first key of a new input session: a lone Shift changes nothing.
+  // mutter makes the session's keyboard on its first key, and that key is lost (on a headless
+  // seat, windows get the keyboard, and so the focus, only then): a lone Shift changes nothing.
+  // The pause lets the applications take the new keyboard before keys that count arrive.
   session_->keysym(kShiftL, true);
   session_->keysym(kShiftL, false);
+  std::this_thread::sleep_for(kPrimeSettle);
   return *session_;
 }
 

@@ -53,6 +53,7 @@ TEST(WaylandInputBackend, TypesExactUnicodeIntoAGtkEntryAndAGtkWidgetThatIsNoTex
   const ScreenPoint entry = form.middleOf("role:entry");
   input.click(entry.x, entry.y, MouseButton::left);
   EXPECT_TRUE(session->waitForDialogHelper());
+  ASSERT_TRUE(form.waitUntilActive());
 
   // Keys for ASCII, the entry's editable text for the rest, in order.
   auto started = std::chrono::steady_clock::now();
@@ -181,6 +182,7 @@ TEST(WaylandInputBackend, AsksOnTheFirstEventAndAgainWhenTheUserCancelled) {
   session->approveRemoteDesktopAfter(1500ms);
   input.click(entry.x, entry.y, MouseButton::left);
   EXPECT_TRUE(session->waitForDialogHelper());
+  ASSERT_TRUE(form.waitUntilActive());
   // Whole: the session was primed, so mutter's habit of dropping the first key costs nothing.
   input.typeText("yes", 0, false);
   EXPECT_EQ(form.entryWhen("yes"), "yes");

@@ -31,7 +31,8 @@ class ModifierFlags {
   unsigned bits_ = 0;
 };
 
-/// A key of the platform's keyboard (an X keycode on X11): what the keyboard map translates.
+/// A key of the platform's keyboard: an X keycode on X11, what the keyboard map translates; an
+/// X keysym on Wayland, where the compositor finds the key for it in its own map.
 using KeyNumber = unsigned;
 
 /// How the current keyboard map produces a character: this key, with Shift held or not.
@@ -98,6 +99,15 @@ class InputBackend {
   virtual std::optional<KeyNumber> bindSpareKey(char32_t character) = 0;
   /// Gives every key `bindSpareKey` bound its previous meaning back.
   virtual void restoreSpareKeys() = 0;
+  /// Types `character`, which no key of the map types, in a way other than keys where the
+  /// platform has one (on Wayland, whose keyboard map is the compositor's to change: the
+  /// focused text field's editable text, or the toolkit's own Unicode entry). It lands after
+  /// the keys sent before it. False when there is none; the caller binds a spare key then.
+  /// X11 has none of its own: it binds spare keys.
+  virtual bool typeWithoutKey(char32_t character) {
+    static_cast<void>(character);
+    return false;
+  }
 
   virtual KeyboardState keyboardState() = 0;
 };

@@ -193,6 +193,9 @@ bool InputSimulator::typeCharacter(char32_t character) {
     }
     return false;
   }
+  if (backend_.typeWithoutKey(character)) {
+    return false;
+  }
   const auto spare = backend_.bindSpareKey(character);
   if (!spare) {
     char code[16];

@@ -50,8 +50,9 @@ class InputSimulator {
   static void requireKnownWords(const KeyChord& chord, std::string_view text);
 
   /// Types UTF-8 `text` one character at a time, waiting `charDelay` seconds ±30 % after each.
-  /// Characters the keyboard map lacks are typed through spare keys bound to them, which get
-  /// their old meaning back 100 ms after the text.
+  /// Characters the keyboard map lacks are typed the platform's other way where it has one
+  /// (`InputBackend::typeWithoutKey`), else through spare keys bound to them, which get their
+  /// old meaning back 100 ms after the text.
   /// A line feed presses Return and a tab Tab; other control characters are skipped.
   /// `isCancelled` is asked before each character; once it says true, typing stops with no key
   /// left down. With `pressEnter`, Return follows half a delay after the last character.

@@ -263,8 +263,14 @@ void WindowManager::cleanupScriptWindows() {
     const bool there = std::any_of(present.begin(), present.end(), [&](const WindowInfo& window) {
       return window.id == it->first;
     });
-    if (there) {
+    if (!there) {
+      continue;
+    }
+    // One window the platform will not close must not keep the others open.
+    try {
       close(it->second, it->first);
+    } catch (const WindowManagerError& error) {
+      logLine("BrimbleCore: WindowManager: " + std::string(error.what()));
     }
   }
 }

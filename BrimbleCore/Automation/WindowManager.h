@@ -72,9 +72,11 @@ class WindowManager {
   void resize(std::string_view appName, int width, int height);
   /// The same for the window `id`. Throws WindowManagerError when there is no such window.
   void resize(std::uint32_t id, int width, int height);
-  /// Asks a window to close; a failure is logged.
+  /// Asks a window to close; a failure is logged. Throws WindowManagerError (requestRefused)
+  /// where the platform has no way to close it.
   void close(std::string_view appName, std::uint32_t windowID);
-  /// Closes the windows `openApp` opened that are still there.
+  /// Closes the windows `openApp` opened that are still there; a window the platform refuses
+  /// to close is logged.
   void cleanupScriptWindows();
 
   /// Whether applications can be driven by element: there is an accessibility service and it

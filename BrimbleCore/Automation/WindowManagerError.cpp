@@ -20,4 +20,9 @@ WindowManagerError WindowManagerError::windowListUnavailable(const std::string& 
   return {Code::windowListUnavailable, "Cannot list windows: " + reason};
 }
 
+WindowManagerError WindowManagerError::requestRefused(const std::string& request,
+                                                      const std::string& reason) {
+  return {Code::requestRefused, "Cannot " + request + ": " + reason};
+}
+
 }  // namespace brimble

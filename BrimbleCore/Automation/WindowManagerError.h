@@ -8,7 +8,7 @@ namespace brimble {
 /// Failures of the window manager and the window systems under it.
 class WindowManagerError : public std::runtime_error {
  public:
-  enum class Code { noWindow, windowNotFound, launchFailed, windowListUnavailable };
+  enum class Code { noWindow, windowNotFound, launchFailed, windowListUnavailable, requestRefused };
 
   /// The application runs but shows no window to work with.
   static WindowManagerError noWindow(const std::string& appName);
@@ -18,6 +18,8 @@ class WindowManagerError : public std::runtime_error {
   static WindowManagerError launchFailed(const std::string& appName, const std::string& reason);
   /// The display or its window manager cannot say which windows exist.
   static WindowManagerError windowListUnavailable(const std::string& reason);
+  /// The platform gives no way to do `request` ("resize windows") to this window.
+  static WindowManagerError requestRefused(const std::string& request, const std::string& reason);
 
   Code code() const noexcept { return code_; }
 

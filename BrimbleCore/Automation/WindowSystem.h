@@ -21,6 +21,10 @@ struct WindowInfo {
   ScreenRect frame;
   /// The application's own area inside the decorations.
   ScreenRect contentFrame;
+  /// Whether the frames are where the window is on screen. False where the platform tells only
+  /// a window's size (a Wayland client does not know where its window is): the frames then hold
+  /// that size at 0,0.
+  bool positionKnown = true;
   bool operator==(const WindowInfo&) const = default;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdio>
 #include <deque>
 #include <map>
 #include <optional>
@@ -13,10 +14,11 @@
 namespace brimble::testing {
 
 /// An input backend that records what it is asked to do as readable lines ("key a down",
-/// "move 10,20", "bind spare U+00E9"), each also stamped with the clock's time in milliseconds.
-/// Its keyboard map has ASCII letters, digits, space and a few punctuation marks ('A' is 'a' with
-/// Shift, '!' is '1' with Shift); everything else needs its one spare key. Virtual key codes name
-/// a key "vk<code>" except the few named below.
+/// "move 10,20", "bind spare U+00E9", "without key U+2713"), each also stamped with the clock's
+/// time in milliseconds. Its keyboard map has ASCII letters, digits, space and a few punctuation
+/// marks ('A' is 'a' with Shift, '!' is '1' with Shift); everything else needs its one spare key,
+/// unless it is told to type without keys.
+/// Virtual key codes name a key "vk<code>" except the few named below.
 class FakeInputBackend final : public InputBackend {
  public:
   static constexpr KeyNumber kSpareKey = 3000;
@@ -70,6 +72,16 @@ class FakeInputBackend final : public InputBackend {
     record("restore spares");
     bound_.reset();
   }
+  /// Only once `setTypesWithoutKey(true)`; then every character it is offered.
+  bool typeWithoutKey(char32_t c) override {
+    if (!typesWithoutKey_) {
+      return false;
+    }
+    char code[16];
+    std::snprintf(code, sizeof code, "U+%04X", static_cast<unsigned>(c));
+    record(std::string("without key ") + code);
+    return true;
+  }
 
   /// Each poll takes the next queued state; the last one stays.
   KeyboardState keyboardState() override {
@@ -84,6 +96,7 @@ class FakeInputBackend final : public InputBackend {
 
   void setAvailable(bool available) { available_ = available; }
   void setSpareKeys(bool spareKeys) { spareKeys_ = spareKeys; }
+  void setTypesWithoutKey(bool typesWithoutKey) { typesWithoutKey_ = typesWithoutKey; }
   void queueKeyboardState(KeyboardState state) { states_.push_back(std::move(state)); }
   int statePolls() const { return statePolls_; }
 
@@ -116,6 +129,7 @@ class FakeInputBackend final : public InputBackend {
   const Clock::TimePoint start_;
   bool available_ = true;
   bool spareKeys_ = true;
+  bool typesWithoutKey_ = false;
   std::optional<char32_t> bound_;  // one spare key is enough here
   ScreenPoint cursor_;
   std::deque<KeyboardState> states_;

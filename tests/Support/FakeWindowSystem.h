@@ -60,6 +60,10 @@ class FakeWindowSystem final : public WindowSystem {
   }
   bool close(std::uint32_t id) override {
     lines_.push_back("close " + std::to_string(id));
+    if (refusesClose_ == id) {
+      throw WindowManagerError::requestRefused("close window " + std::to_string(id),
+                                               "it has no close button");
+    }
     return std::erase_if(windows_, [&](const WindowInfo& window) { return window.id == id; }) > 0;
   }
 
@@ -69,6 +73,8 @@ class FakeWindowSystem final : public WindowSystem {
   }
   void setFailListing(bool fail) { failListing_ = fail; }
   void setRefusesFocus(bool refuses) { refusesFocus_ = refuses; }
+  /// `close` of that window throws, as a platform that cannot close it does.
+  void setRefusesClose(std::uint32_t id) { refusesClose_ = id; }
   const std::vector<std::string>& lines() const { return lines_; }
 
  private:
@@ -83,6 +89,7 @@ class FakeWindowSystem final : public WindowSystem {
   std::optional<std::uint32_t> active_;
   bool failListing_ = false;
   bool refusesFocus_ = false;
+  std::optional<std::uint32_t> refusesClose_;
   std::vector<std::string> lines_;
 };
 

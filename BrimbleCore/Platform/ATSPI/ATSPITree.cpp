@@ -104,6 +104,39 @@ GObjectPtr<AtspiAccessible> applicationOf(int pid) {
   return nullptr;
 }
 
+void forEachWindow(
+    const std::function<bool(AtspiAccessible* application, AtspiAccessible* window)>& visit) {
+  const GObjectPtr<AtspiAccessible> desktop(atspi_get_desktop(0));
+  if (!desktop) {
+    return;
+  }
+  CallError error;
+  const int count = atspi_accessible_get_child_count(desktop.get(), error.out());
+  for (int i = 0; !error && i < count; ++i) {
+    CallError applicationError;
+    const GObjectPtr<AtspiAccessible> application(
+        atspi_accessible_get_child_at_index(desktop.get(), i, applicationError.out()));
+    if (!application || applicationError) {
+      continue;
+    }
+    CallError windowsError;
+    const int windows = atspi_accessible_get_child_count(application.get(), windowsError.out());
+    for (int j = 0; !windowsError && j < windows; ++j) {
+      CallError windowError;
+      const GObjectPtr<AtspiAccessible> window(
+          atspi_accessible_get_child_at_index(application.get(), j, windowError.out()));
+      if (window && !windowError && !visit(application.get(), window.get())) {
+        return;
+      }
+    }
+  }
+}
+
+bool hasState(AtspiAccessible* element, AtspiStateType state) {
+  const GObjectPtr<AtspiStateSet> states(atspi_accessible_get_state_set(element));
+  return states && atspi_state_set_contains(states.get(), state);
+}
+
 void walk(AtspiAccessible* root, const std::function<bool(AtspiAccessible*)>& visit) {
   int seen = 0;
   walkFrom(root, 0, seen, visit);

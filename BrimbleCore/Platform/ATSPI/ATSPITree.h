@@ -27,6 +27,15 @@ ElementFacts factsOf(AtspiAccessible* element);
 /// The application of process `pid` on the accessibility bus; null when it has none.
 GObjectPtr<AtspiAccessible> applicationOf(int pid);
 
+/// Calls `visit` for each application on the desktop's bus and each of its top-level windows
+/// (frames, dialogs, menus), in the bus's order; `visit` returns false to stop. Applications and
+/// windows that vanish meanwhile are passed over.
+void forEachWindow(
+    const std::function<bool(AtspiAccessible* application, AtspiAccessible* window)>& visit);
+
+/// Whether `element` is in `state` now.
+bool hasState(AtspiAccessible* element, AtspiStateType state);
+
 /// Calls `visit` for `root`'s descendants, depth first in the application's order, down to 40
 /// levels and 20,000 elements; `visit` returns false to stop.
 void walk(AtspiAccessible* root, const std::function<bool(AtspiAccessible*)>& visit);

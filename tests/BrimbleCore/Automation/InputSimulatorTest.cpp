@@ -81,6 +81,21 @@ TEST(InputSimulator, TypingUsesTheKeymapShiftAndSpareKeysForTheRestOrSkipsIt) {
                                        "BrimbleCore: No spare key to type U+0028"));
 }
 
+TEST(InputSimulator, APlatformThatTypesWithoutKeysTakesWhatTheKeymapLacksAndBindsNoSpareKey) {
+  Rig rig;
+  rig.backend.setTypesWithoutKey(true);
+  rig.input.typeText("a\xc3\xa9\xe2\x9c\x93\tB", 0.01, true);
+  // Keys where the map has them; the rest in the platform's way, in the text's order and
+  // rhythm; no spare key, so nothing to restore.
+  EXPECT_THAT(rig.backend.lines(),
+              ElementsAre("key a down", "key a up", "without key U+00E9", "without key U+2713",
+                          "key tab down", "key tab up", "key shift down", "key b down", "key b up",
+                          "key shift up", "key return down", "key return up"));
+  const auto jittered = AllOf(Ge(7ms), Lt(13ms));
+  EXPECT_THAT(rig.clock.sleeps(), ElementsAre(8ms, jittered, jittered, jittered, 8ms, jittered, 8ms,
+                                              jittered, 5ms, 8ms));
+}
+
 TEST(InputSimulator, TypingJittersThirtyPercentAroundTheDelayThenPressesEnter) {
   for (int run = 0; run < 20; ++run) {
     Rig rig;

@@ -75,6 +75,23 @@ TEST(WindowManager, OpenAppReturnsTheNewWindowFocusedAndCleanupClosesOnlyIt) {
   EXPECT_THAT(rig.system.lines(), ElementsAre("activate 2", "close 2"));
 }
 
+TEST(WindowManager, CleanupClosesTheOtherWindowsWhenThePlatformRefusesToCloseOne) {
+  Rig rig;
+  int launched = 0;
+  rig.launcher.onLaunch = [&] { rig.system.add(window(++launched, "XTerm")); };
+  rig.manager.openApp("xterm");
+  rig.manager.openApp("xterm");
+  rig.system.setRefusesClose(2);
+  testing::LogCapture log;
+  rig.manager.cleanupScriptWindows();
+  EXPECT_THAT(rig.system.lines(), ElementsAre("activate 1", "activate 2", "close 2", "close 1"));
+  EXPECT_THAT(log.lines(), ElementsAre("BrimbleCore: WindowManager: Cannot close window 2: it has "
+                                       "no close button"));
+  // Asked directly, the refusal is the caller's to report.
+  EXPECT_EQ(errorText<WindowManagerError>([&] { rig.manager.close("xterm", 2); }),
+            "Cannot close window 2: it has no close button");
+}
+
 TEST(WindowManager, OpenAppFallsBackToTheFrontmostWindowAfterTenSeconds) {
   Rig rig;
   rig.system.add(window(1, "XTerm"));

@@ -1,0 +1,194 @@
+#include "BrimbleCore/Platform/Wayland/RemoteDesktopSession.h"
+
+namespace brimble::wayland {
+namespace {
+
+constexpr const char* kRemoteDesktop = "org.freedesktop.portal.RemoteDesktop";
+constexpr const char* kScreenCast = "org.freedesktop.portal.ScreenCast";
+constexpr auto kQuickAnswer = std::chrono::seconds(30);
+constexpr std::uint32_t kKeyboardAndPointer =
+    static_cast<std::uint32_t>(RemoteDesktopSession::Devices::keyboard) |
+    static_cast<std::uint32_t>(RemoteDesktopSession::Devices::pointer);
+constexpr std::uint32_t kMonitor = 1;
+
+/// An options dictionary that carries `token` as "handle_token"; the caller adds the rest.
+void beginOptions(GVariantBuilder& dict, const std::string& token) {
+  g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
+  g_variant_builder_add(&dict, "{sv}", "handle_token", g_variant_new_string(token.c_str()));
+}
+
+std::vector<ScreenCastStream> streamsOf(GVariant* results) {
+  std::vector<ScreenCastStream> streams;
+  const GVariantPtr list(g_variant_lookup_value(results, "streams", G_VARIANT_TYPE("a(ua{sv})")));
+  if (!list) {
+    return streams;
+  }
+  GVariantIter iterator;
+  g_variant_iter_init(&iterator, list.get());
+  guint32 node = 0;
+  GVariant* properties = nullptr;
+  while (g_variant_iter_next(&iterator, "(u@a{sv})", &node, &properties)) {
+    const GVariantPtr owned(properties);
+    ScreenCastStream stream;
+    stream.nodeID = node;
+    gint32 x = 0;
+    gint32 y = 0;
+    if (g_variant_lookup(properties, "position", "(ii)", &x, &y)) {
+      stream.frame.x = x;
+      stream.frame.y = y;
+    }
+    gint32 width = 0;
+    gint32 height = 0;
+    if (g_variant_lookup(properties, "size", "(ii)", &width, &height)) {
+      stream.frame.width = width;
+      stream.frame.height = height;
+    }
+    guint32 type = 0;
+    if (g_variant_lookup(properties, "source_type", "u", &type)) {
+      stream.sourceType = type;
+    }
+    streams.push_back(stream);
+  }
+  return streams;
+}
+
+}  // namespace
+
+RemoteDesktopSession::RemoteDesktopSession(DesktopPortal& portal, const Options& options)
+    : portal_(portal), version_(portal.version(kRemoteDesktop)) {
+  if (version_ == 0) {
+    throw PortalError::unavailable("remote input (org.freedesktop.portal.RemoteDesktop)",
+                                   "the interface is missing");
+  }
+  const std::string sessionToken = DesktopPortal::newToken();
+  const GVariantPtr created = portal_.request(
+      kRemoteDesktop, "CreateSession",
+      [&](const std::string& token) {
+        GVariantBuilder dict;
+        beginOptions(dict, token);
+        g_variant_builder_add(&dict, "{sv}", "session_handle_token",
+                              g_variant_new_string(sessionToken.c_str()));
+        return g_variant_new("(a{sv})", &dict);
+      },
+      kQuickAnswer, options.stop);
+  const char* handle = nullptr;
+  if (!g_variant_lookup(created.get(), "session_handle", "&s", &handle)) {
+    throw PortalError::failed("create a remote-desktop session", "it returned no session");
+  }
+  handle_ = handle;
+
+  try {
+    const auto selectDevices = [&](const std::string& restoreToken) {
+      portal_.request(
+          kRemoteDesktop, "SelectDevices",
+          [&](const std::string& token) {
+            GVariantBuilder dict;
+            beginOptions(dict, token);
+            g_variant_builder_add(&dict, "{sv}", "types",
+                                  g_variant_new_uint32(kKeyboardAndPointer));
+            // Version 1 knows neither key and cannot remember: there every session asks.
+            if (version_ >= 2) {
+              g_variant_builder_add(&dict, "{sv}", "persist_mode", g_variant_new_uint32(2));
+              if (!restoreToken.empty()) {
+                g_variant_builder_add(&dict, "{sv}", "restore_token",
+                                      g_variant_new_string(restoreToken.c_str()));
+              }
+            }
+            return g_variant_new("(oa{sv})", handle_.c_str(), &dict);
+          },
+          kQuickAnswer, options.stop);
+    };
+    try {
+      selectDevices(options.restoreToken);
+    } catch (const PortalError& error) {
+      // A token the portal does not take only means asking the user again.
+      if (options.restoreToken.empty() || version_ < 2 ||
+          error.code() != PortalError::Code::failed) {
+        throw;
+      }
+      selectDevices({});
+    }
+
+    // A monitor of the same session: absolute pointer motion is relative to a shared stream.
+    // Its permission is remembered with the devices' (persist_mode belongs to SelectDevices in
+    // a remote-desktop session).
+    portal_.request(
+        kScreenCast, "SelectSources",
+        [&](const std::string& token) {
+          GVariantBuilder dict;
+          beginOptions(dict, token);
+          g_variant_builder_add(&dict, "{sv}", "types", g_variant_new_uint32(kMonitor));
+          g_variant_builder_add(&dict, "{sv}", "multiple", g_variant_new_boolean(FALSE));
+          return g_variant_new("(oa{sv})", handle_.c_str(), &dict);
+        },
+        kQuickAnswer, options.stop);
+
+    const GVariantPtr started = portal_.request(
+        kRemoteDesktop, "Start",
+        [&](const std::string& token) {
+          GVariantBuilder dict;
+          beginOptions(dict, token);
+          return g_variant_new("(osa{sv})", handle_.c_str(), "", &dict);
+        },
+        options.dialogTimeout, options.stop);
+
+    guint32 devices = 0;
+    g_variant_lookup(started.get(), "devices", "u", &devices);
+    // Without "Allow remote interaction" the session starts with no devices, and every event
+    // would be dropped without a word.
+    if ((devices & kKeyboardAndPointer) != kKeyboardAndPointer) {
+      throw PortalError::failed("share the keyboard and pointer",
+                                "remote interaction was not allowed in the dialog");
+    }
+    const char* restore = nullptr;
+    if (g_variant_lookup(started.get(), "restore_token", "&s", &restore)) {
+      restoreToken_ = restore;
+    }
+    streams_ = streamsOf(started.get());
+    if (streams_.empty()) {
+      throw PortalError::failed("share the screen for input", "no stream was shared");
+    }
+  } catch (...) {
+    portal_.closeSession(handle_);
+    throw;
+  }
+}
+
+RemoteDesktopSession::~RemoteDesktopSession() {
+  portal_.closeSession(handle_);
+}
+
+void RemoteDesktopSession::notify(const char* method, GVariant* arguments) {
+  portal_.call(kRemoteDesktop, method, arguments);
+}
+
+void RemoteDesktopSession::keysym(std::uint32_t keysym, bool pressed) {
+  GVariantBuilder options;
+  g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
+  notify("NotifyKeyboardKeysym", g_variant_new("(oa{sv}iu)", handle_.c_str(), &options,
+                                               static_cast<gint32>(keysym), pressed ? 1U : 0U));
+}
+
+void RemoteDesktopSession::pointerMotionAbsolute(std::uint32_t streamNodeID, double x, double y) {
+  GVariantBuilder options;
+  g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
+  notify("NotifyPointerMotionAbsolute",
+         g_variant_new("(oa{sv}udd)", handle_.c_str(), &options, streamNodeID, x, y));
+}
+
+void RemoteDesktopSession::pointerButton(int evdevButton, bool pressed) {
+  GVariantBuilder options;
+  g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
+  notify("NotifyPointerButton", g_variant_new("(oa{sv}iu)", handle_.c_str(), &options,
+                                              static_cast<gint32>(evdevButton), pressed ? 1U : 0U));
+}
+
+void RemoteDesktopSession::pointerAxisDiscrete(Axis axis, int steps) {
+  GVariantBuilder options;
+  g_variant_builder_init(&options, G_VARIANT_TYPE_VARDICT);
+  notify("NotifyPointerAxisDiscrete",
+         g_variant_new("(oa{sv}ui)", handle_.c_str(), &options, static_cast<std::uint32_t>(axis),
+                       static_cast<gint32>(steps)));
+}
+
+}  // namespace brimble::wayland

@@ -19,10 +19,12 @@ int main(int argc, char** argv) {
   // Opened before Qt, which would abort with its own message where there is no session.
   std::unique_ptr<brimble::Desktop> desktop;
   try {
-    desktop = brimble::platform::openDesktop(brimble::platform::DesktopChoice::user);
+    desktop = brimble::platform::openDesktop(brimble::platform::DesktopChoice::userX11);
   } catch (const brimble::DesktopError& error) {
-    std::fprintf(stderr, "brimble-app: %s: %s\n", error.what(),
-                 brimble::platform::texts().sessionAdvice.c_str());
+    std::fprintf(stderr,
+                 "brimble-app: %s: the app needs an X11 display (on a Wayland desktop, its "
+                 "XWayland)\n",
+                 error.what());
     return 1;
   }
   QApplication app(argc, argv);

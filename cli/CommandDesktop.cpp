@@ -9,8 +9,20 @@
 namespace brimble::cli {
 
 std::unique_ptr<Desktop> commandDesktop(bool headless) {
+  if (headless) {
+    return platform::openDesktop(platform::DesktopChoice::embedded);
+  }
+  try {
+    return platform::openDesktop(platform::DesktopChoice::user);
+  } catch (const DesktopError& error) {
+    throw std::runtime_error(fmt::format("{}: {}, or give --headless to use Brimble's own display",
+                                         error.what(), platform::texts().sessionAdvice));
+  }
+}
+
+std::unique_ptr<Desktop> scriptDesktop(bool headless) {
   return platform::openDesktop(headless ? platform::DesktopChoice::embedded
-                                        : platform::DesktopChoice::userElseEmbedded);
+                                        : platform::DesktopChoice::script);
 }
 
 std::unique_ptr<Desktop> lastingDesktop() {

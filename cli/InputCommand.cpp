@@ -51,7 +51,7 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
   auto options = std::make_shared<InputOptions>();
   CLI::App* command = app.add_subcommand(
       "input",
-      "Type, press keys, click, move the pointer or scroll on $DISPLAY, as a script would "
+      "Type, press keys, click, move the pointer or scroll on the desktop, as a script would "
       "(without one, start a display that stays with `brimble display start`)");
   command->require_subcommand(1);
 

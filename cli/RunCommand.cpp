@@ -95,10 +95,10 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
 
   ScreenRecorder::sweepOrphanedFrameFiles();
   InterruptStages stages(interrupts);
-  const auto desktop = commandDesktop(options.headless);
-  if (desktop->session().embedded && !options.quiet) {
-    fmt::print(stderr, "brimble run: no display to use, so running in an embedded one ({})\n",
-               desktop->session().name);
+  const auto desktop = scriptDesktop(options.headless);
+  if (desktop->session().embedded && !options.headless && !options.quiet) {
+    fmt::print(stderr, "brimble run: running in an embedded display ({}): {}\n",
+               desktop->session().name, desktop->session().reason);
   }
   ShellProcessRunner processes({.environment = desktop->environment(), .stop = stages.interrupt()});
 

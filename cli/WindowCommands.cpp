@@ -37,8 +37,8 @@ int runWindows(const WindowsOptions& options) {
                       {"app", window.appName.empty() ? "Unknown" : window.appName},
                       {"pid", window.pid},
                       {"title", window.title},
-                      {"x", window.frame.x},
-                      {"y", window.frame.y},
+                      {"x", window.positionKnown ? nlohmann::json(window.frame.x) : nullptr},
+                      {"y", window.positionKnown ? nlohmann::json(window.frame.y) : nullptr},
                       {"width", window.frame.width},
                       {"height", window.frame.height}});
     }
@@ -55,8 +55,12 @@ int runWindows(const WindowsOptions& options) {
   }
   fmt::print("{:<11}{:<21}{:<8}{:<20}{}\n", "ID", "APP", "PID", "FRAME", "TITLE");
   for (const WindowInfo& window : listed) {
-    const std::string frame = fmt::format("{},{} {}x{}", window.frame.x, window.frame.y,
-                                          window.frame.width, window.frame.height);
+    // Where the platform does not say where a window is (Wayland), only its size is shown.
+    const std::string place = window.positionKnown
+                                  ? fmt::format("{},{}", window.frame.x, window.frame.y)
+                                  : std::string("?,?");
+    const std::string frame =
+        fmt::format("{} {}x{}", place, window.frame.width, window.frame.height);
     fmt::print("{:<11}{:<21}{:<8}{:<20}{}\n", formatXID(window.id),
                window.appName.empty() ? "Unknown" : window.appName, window.pid, frame,
                window.title);
@@ -77,8 +81,8 @@ Command addWindowsCommand(CLI::App& app) {
   auto options = std::make_shared<WindowsOptions>();
   CLI::App* command =
       app.add_subcommand("windows",
-                         "List the windows on screen, frontmost first (an embedded display without "
-                         "$DISPLAY or with --headless)");
+                         "List the windows on screen, frontmost first (on a Wayland desktop, those "
+                         "the accessibility bus knows)");
   command->add_option("--app", options->app,
                       "Only this application's windows (a case-insensitive part of its name; "
                       "Terminal, TextEdit and Finder name their Linux counterparts)");

@@ -40,14 +40,19 @@ ScreenCaptureError ScreenCaptureError::displayUnreachable(const std::string& dis
           "Couldn't connect to the X display \"" + displayName + "\" to record it."};
 }
 
-ScreenCaptureError ScreenCaptureError::displayLost(const std::string& displayName) {
-  return {Code::displayLost, "Lost the connection to the X display \"" + displayName +
-                                 "\" being recorded: the X server ended."};
+ScreenCaptureError ScreenCaptureError::displayLost(const std::string& what,
+                                                   const std::string& cause) {
+  return {Code::displayLost, "Lost the connection to " + what + " being recorded: " + cause + "."};
 }
 
 ScreenCaptureError ScreenCaptureError::windowNotFound(std::uint32_t windowID) {
   return {Code::windowNotFound,
           "Couldn't find the window " + std::to_string(windowID) + " to record."};
+}
+
+ScreenCaptureError ScreenCaptureError::windowCaptureUnavailable(const std::string& advice) {
+  return {Code::windowCaptureUnavailable,
+          "Can't record a single window on this desktop: " + advice};
 }
 
 ScreenCaptureError ScreenCaptureError::windowClosed(std::uint32_t windowID) {

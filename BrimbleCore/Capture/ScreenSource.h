@@ -77,14 +77,18 @@ class ScreenCaptureError : public std::runtime_error {
     displayLost,
     windowNotFound,
     windowClosed,
+    windowCaptureUnavailable,
     unsupportedPixelFormat
   };
 
   static ScreenCaptureError displayUnreachable(const std::string& displayName);
-  /// The display server went away while it was being captured.
-  static ScreenCaptureError displayLost(const std::string& displayName);
+  /// The display server went away while `what` ("the X display \":0\"") was being captured,
+  /// for `cause` ("the X server ended").
+  static ScreenCaptureError displayLost(const std::string& what, const std::string& cause);
   static ScreenCaptureError windowNotFound(std::uint32_t windowID);
   static ScreenCaptureError windowClosed(std::uint32_t windowID);
+  /// This platform records no single window; `advice` says what to record instead.
+  static ScreenCaptureError windowCaptureUnavailable(const std::string& advice);
   static ScreenCaptureError unsupportedPixelFormat(int depth, int bitsPerPixel);
 
   Code code() const noexcept { return code_; }
@@ -134,7 +138,7 @@ class ScreenSource {
   virtual std::vector<ScreenDisplay> displays() = 0;
 
   /// The window `windowID` with its current frame; no value when there is no such window.
-  /// Throws ScreenCaptureError: displayUnreachable, displayLost.
+  /// Throws ScreenCaptureError: displayUnreachable, displayLost, windowCaptureUnavailable.
   virtual std::optional<ScreenWindow> window(std::uint32_t windowID) = 0;
 
   /// Opens a stream of `target` for the calling thread, with the pointer drawn in when

@@ -33,13 +33,15 @@ JSONValue listWindows(MCPDesktop& desktop, const Arguments& arguments) {
     if (!filter.empty() && lowered(app).find(filter) == std::string::npos) {
       continue;
     }
-    windows.push_back(JSONValue::Object{{"id", window.id},
-                                        {"app", app},
-                                        {"title", window.title},
-                                        {"x", window.frame.x},
-                                        {"y", window.frame.y},
-                                        {"width", window.frame.width},
-                                        {"height", window.frame.height}});
+    windows.push_back(JSONValue::Object{
+        {"id", window.id},
+        {"app", app},
+        {"title", window.title},
+        // Unknown on Wayland, and not made up.
+        {"x", window.positionKnown ? JSONValue(window.frame.x) : JSONValue(nullptr)},
+        {"y", window.positionKnown ? JSONValue(window.frame.y) : JSONValue(nullptr)},
+        {"width", window.frame.width},
+        {"height", window.frame.height}});
   }
   return JSONValue::Object{{"windows", std::move(windows)}};
 }
@@ -110,8 +112,10 @@ JSONValue brimbleStatus(MCPDesktop& desktop, const SessionContext& context) {
   }
   JSONValue displayJSON;
   if (display) {
-    displayJSON = JSONValue::Object{
-        {"name", display->name}, {"embedded", display->embedded}, {"reason", display->reason}};
+    displayJSON = JSONValue::Object{{"name", display->name},
+                                    {"backend", serverName(display->server)},
+                                    {"embedded", display->embedded},
+                                    {"reason", display->reason}};
   }
   return JSONValue::Object{
       {"cli_version", context.cliVersion()},
@@ -210,9 +214,15 @@ void registerInfoTools(const ToolEnvironment& environment) {
        objectSchema({})},
       [&desktop](const JSONValue&) -> JSONValue {
         const bool screenRecording = screenRecordingGranted(desktop);
-        return JSONValue::Object{{"screen_recording", screenRecording},
+        JSONValue::Object result{{"screen_recording", screenRecording},
                                  {"accessibility", accessibilityGranted(desktop)},
                                  {"note", permissionsNote(desktop, screenRecording)}};
+        // Which backend answered, and why that one: the same question differs on Wayland.
+        if (const auto session = desktop.session()) {
+          result.emplace("backend", serverName(session->server));
+          result.emplace("backend_reason", session->reason);
+        }
+        return result;
       });
   environment.server.registerTool(
       {"brimble_status",

@@ -6,6 +6,10 @@
 
 namespace brimble {
 
+const char* serverName(DesktopSession::Server server) {
+  return server == DesktopSession::Server::wayland ? "wayland" : "x11";
+}
+
 Desktop::Desktop(DesktopSession session, PlatformTexts texts, std::vector<std::string> environment,
                  Backends backends, std::unique_ptr<EmbeddedDisplay> display, Clock& clock)
     : session_(std::move(session)),

@@ -25,13 +25,20 @@ namespace brimble {
 
 /// Which session a desktop drives, and why that one.
 struct DesktopSession {
-  /// What clients connect to (":0", ":99").
+  /// The display server's protocol, which picks the backend.
+  enum class Server { x11, wayland };
+
+  /// What clients connect to (":0", ":99", "wayland-0").
   std::string name;
   /// Brimble's own display rather than the user's.
   bool embedded = false;
   /// Why this session: "$DISPLAY names it", "--headless was given", ...
   std::string reason;
+  Server server = Server::x11;
 };
+
+/// "x11" or "wayland".
+const char* serverName(DesktopSession::Server server);
 
 class DesktopError : public std::runtime_error {
  public:

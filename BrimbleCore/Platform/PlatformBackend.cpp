@@ -11,6 +11,10 @@
 
 #include "BrimbleCore/Automation/ChromeBrowserLauncher.h"
 #include "BrimbleCore/Platform/ATSPI/ATSPIAccessibility.h"
+#include "BrimbleCore/Platform/ATSPI/ATSPIWindowSystem.h"
+#include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
+#include "BrimbleCore/Platform/Wayland/WaylandInputBackend.h"
+#include "BrimbleCore/Platform/Wayland/WaylandScreenSource.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11EventCapture.h"
 #include "BrimbleCore/Platform/X11/X11GlobalHotkey.h"
@@ -23,6 +27,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
+const PlatformTexts& x11Texts();
+const PlatformTexts& waylandTexts();
+
 std::optional<std::string> environmentVariable(const char* name) {
   const char* value = std::getenv(name);
   if (value == nullptr || *value == '\0') {
@@ -31,13 +38,65 @@ std::optional<std::string> environmentVariable(const char* name) {
   return value;
 }
 
+/// The folder of the session's sockets: $XDG_RUNTIME_DIR, else where logind puts it.
+fs::path runtimeDirectory() {
+  if (const auto runtime = environmentVariable("XDG_RUNTIME_DIR")) {
+    return *runtime;
+  }
+  return "/run/user/" + std::to_string(::getuid());
+}
+
+/// Where Brimble keeps what it must remember between runs (the portal's restore tokens):
+/// $XDG_STATE_HOME/brimble, else ~/.local/state/brimble.
+fs::path stateDirectory() {
+  if (const auto state = environmentVariable("XDG_STATE_HOME"); state && state->front() == '/') {
+    return fs::path(*state) / "brimble";
+  }
+  const auto home = environmentVariable("HOME");
+  return fs::path(home.value_or("/tmp")) / ".local" / "state" / "brimble";
+}
+
+bool ownedSocket(const fs::path& path) {
+  struct stat info {};
+  return ::stat(path.c_str(), &info) == 0 && S_ISSOCK(info.st_mode) && info.st_uid == ::getuid();
+}
+
+/// The Wayland session the environment names: $WAYLAND_DISPLAY, or, where only
+/// $XDG_SESSION_TYPE says wayland, the compositor's usual socket.
+std::optional<DesktopSession> waylandSessionFromEnvironment() {
+  if (const auto name = environmentVariable("WAYLAND_DISPLAY")) {
+    return DesktopSession{*name, false, "$WAYLAND_DISPLAY names it",
+                          DesktopSession::Server::wayland};
+  }
+  if (environmentVariable("XDG_SESSION_TYPE") == "wayland" &&
+      ownedSocket(runtimeDirectory() / "wayland-0")) {
+    return DesktopSession{"wayland-0", false, "$XDG_SESSION_TYPE is wayland",
+                          DesktopSession::Server::wayland};
+  }
+  return std::nullopt;
+}
+
+/// The user's own running Wayland session, for a process started without its environment: the
+/// first compositor socket ("wayland-*") this user owns in the runtime folder.
+std::optional<std::string> runningWaylandDisplay() {
+  std::error_code error;
+  std::optional<std::string> found;
+  for (const auto& entry : fs::directory_iterator(runtimeDirectory(), error)) {
+    const std::string name = entry.path().filename().string();
+    if (name.starts_with("wayland-") && !name.ends_with(".lock") && ownedSocket(entry.path()) &&
+        (!found || name < *found)) {
+      found = name;
+    }
+  }
+  return found;
+}
+
 /// The user's own running X session: the lowest of :0 to :9 whose socket this user owns.
 /// Brimble's embedded displays start at :99, so they are never taken for the user's.
 std::optional<std::string> runningUserDisplay() {
   for (int number = 0; number <= 9; ++number) {
     const std::string socket = "/tmp/.X11-unix/X" + std::to_string(number);
-    struct stat info {};
-    if (::stat(socket.c_str(), &info) == 0 && S_ISSOCK(info.st_mode) && info.st_uid == ::getuid()) {
+    if (ownedSocket(socket)) {
       return ":" + std::to_string(number);
     }
   }
@@ -132,22 +191,72 @@ std::unique_ptr<Desktop> x11Desktop(DesktopSession session,
   backends.globalHotkey = [name](const std::string& shortcut) {
     return std::make_unique<x11::X11GlobalHotkey>(shortcut, name);
   };
-  return std::make_unique<Desktop>(std::move(session), texts(), std::move(environment),
+  return std::make_unique<Desktop>(std::move(session), x11Texts(), std::move(environment),
                                    std::move(backends), std::move(display));
+}
+
+/// The Wayland desktop of `session`: the screen and input through the desktop portal (one
+/// connection for both, and the user's choices remembered under the state folder), the windows
+/// and their elements through the accessibility bus. Wayland lets no client listen to the input
+/// of others, so segments are recorded without it.
+std::unique_ptr<Desktop> waylandDesktop(DesktopSession session,
+                                        std::vector<std::string> environment = {}) {
+  const fs::path state = stateDirectory();
+  // Connected on first use: a command that only lists windows needs no portal.
+  auto portal = std::make_shared<std::shared_ptr<wayland::DesktopPortal>>();
+  const auto connect = [portal] {
+    if (!*portal) {
+      *portal = std::make_shared<wayland::DesktopPortal>();
+    }
+    return *portal;
+  };
+  Desktop::Backends backends;
+  backends.screen = [connect, state] {
+    return std::make_unique<wayland::WaylandScreenSource>(
+        connect(), wayland::WaylandScreenSource::Options{.tokenFile = state / "screencast-token"});
+  };
+  backends.input = [connect, state] {
+    return std::make_unique<wayland::WaylandInputBackend>(
+        connect(),
+        wayland::WaylandInputBackend::Options{.tokenFile = state / "remote-desktop-token"});
+  };
+  backends.windows = [] { return std::make_unique<atspi::ATSPIWindowSystem>(); };
+  backends.launcher = [environment] {
+    std::vector<std::string> entries = environment;
+    const std::vector<std::string> accessible = accessibilityEnvironment();
+    entries.insert(entries.end(), accessible.begin(), accessible.end());
+    return std::make_unique<DetachedAppLauncher>(std::move(entries), accessibilityArguments());
+  };
+  backends.accessibility = [] {
+    atspi::ATSPIAccessibility::Keys keys;
+    keys.requirement = "the AT-SPI bus, and the desktop portal's remote desktop for input";
+    return std::make_unique<atspi::ATSPIAccessibility>(std::move(keys));
+  };
+  backends.browsers = [environment] {
+    return std::make_unique<ChromeBrowserLauncher>(environment);
+  };
+  return std::make_unique<Desktop>(std::move(session), waylandTexts(), std::move(environment),
+                                   std::move(backends));
 }
 
 std::unique_ptr<Desktop> embeddedDesktop(const std::string& reason) {
   std::unique_ptr<EmbeddedDisplay> display = startEmbeddedDisplay();
-  DesktopSession session{display->name(), true, reason};
+  DesktopSession session{display->name(), true, reason, DesktopSession::Server::x11};
   return x11Desktop(std::move(session), std::move(display));
 }
 
 }  // namespace
 
-const PlatformTexts& texts() {
+namespace {
+
+// What is missing and how to get it, where no session is named: the same on every platform.
+constexpr const char* kSessionMissing = "$WAYLAND_DISPLAY and $DISPLAY are not set";
+constexpr const char* kSessionAdvice = "run inside a desktop session (Wayland or X11)";
+
+const PlatformTexts& x11Texts() {
   static const PlatformTexts x11{
-      .sessionMissing = "$DISPLAY is not set",
-      .sessionAdvice = "run inside an X11 session",
+      .sessionMissing = kSessionMissing,
+      .sessionAdvice = kSessionAdvice,
       .screenRecordingRequired =
           "Screen Recording permission required. No X11 display could be captured: run inside an "
           "X11 session or with --headless.",
@@ -166,6 +275,35 @@ const PlatformTexts& texts() {
   return x11;
 }
 
+const PlatformTexts& waylandTexts() {
+  static const PlatformTexts wayland{
+      .sessionMissing = kSessionMissing,
+      .sessionAdvice = kSessionAdvice,
+      .screenRecordingRequired =
+          "Screen Recording permission required. The desktop portal did not share the screen: "
+          "allow it in the screen-sharing dialog, or run with --headless.",
+      .toolScreenRecordingRequired =
+          "Screen Recording permission is required. The desktop portal did not share the screen: "
+          "allow Brimble in the screen-sharing dialog, or start the server with --headless.",
+      .screenRecordingNotGranted =
+          "Not granted — required for recording. The desktop portal did not share the screen "
+          "(allow it in the screen-sharing dialog, or use --headless).",
+      .screenProblem =
+          "the desktop portal did not share the screen (allow it in the "
+          "screen-sharing dialog, or start the server with --headless)",
+      .toolInputUnavailable =
+          "Synthetic input is not available on this desktop (the desktop "
+          "portal's remote desktop was refused or is missing).",
+  };
+  return wayland;
+}
+
+}  // namespace
+
+const PlatformTexts& texts() {
+  return waylandSessionFromEnvironment() ? waylandTexts() : x11Texts();
+}
+
 std::unique_ptr<EmbeddedDisplay> startEmbeddedDisplay() {
   return x11::HeadlessDisplay::start();
 }
@@ -174,15 +312,60 @@ std::unique_ptr<Desktop> openDesktop(DesktopChoice choice) {
   if (choice == DesktopChoice::embedded) {
     return embeddedDesktop("--headless was given");
   }
+  const std::optional<DesktopSession> wayland = waylandSessionFromEnvironment();
+  std::optional<DesktopSession> x11;
   if (const auto display = environmentVariable("DISPLAY")) {
-    return x11Desktop({*display, false, "$DISPLAY names it"}, nullptr);
+    x11 = DesktopSession{*display, false, "$DISPLAY names it", DesktopSession::Server::x11};
   }
   switch (choice) {
     case DesktopChoice::user:
-      throw DesktopError::noUserSession(texts().sessionMissing);
-    case DesktopChoice::userElseEmbedded:
-      return embeddedDesktop("$DISPLAY is not set, so brimble started its own embedded display");
+      // A Wayland desktop's X server (XWayland) sees only the windows that use it.
+      if (wayland) {
+        return waylandDesktop(*wayland);
+      }
+      if (x11) {
+        return x11Desktop(*x11, nullptr);
+      }
+      throw DesktopError::noUserSession(kSessionMissing);
+    case DesktopChoice::userX11:
+      if (x11) {
+        return x11Desktop(*x11, nullptr);
+      }
+      throw DesktopError::noUserSession("$DISPLAY is not set");
+    case DesktopChoice::script:
+      if (x11 && !wayland) {
+        return x11Desktop(*x11, nullptr);
+      }
+      return embeddedDesktop(wayland ? "demo scripts run in brimble's own display on a Wayland "
+                                       "desktop, the same every time and without a dialog"
+                                     : "$DISPLAY is not set, so brimble started its own embedded "
+                                       "display");
     case DesktopChoice::userFoundElseEmbedded:
+      if (wayland) {
+        return waylandDesktop(*wayland);
+      }
+      if (x11) {
+        return x11Desktop(*x11, nullptr);
+      }
+      if (const auto found = runningWaylandDisplay()) {
+        // Programs started later, the portal's bus and the compositor's clients all read these.
+        const std::string runtime = runtimeDirectory().string();
+        std::vector<std::string> environment{"WAYLAND_DISPLAY=" + *found,
+                                             "XDG_RUNTIME_DIR=" + runtime};
+        ::setenv("WAYLAND_DISPLAY", found->c_str(), 1);
+        ::setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
+        if (!environmentVariable("DBUS_SESSION_BUS_ADDRESS") &&
+            ownedSocket(runtimeDirectory() / "bus")) {
+          const std::string bus = "unix:path=" + (runtimeDirectory() / "bus").string();
+          ::setenv("DBUS_SESSION_BUS_ADDRESS", bus.c_str(), 1);
+          environment.push_back("DBUS_SESSION_BUS_ADDRESS=" + bus);
+        }
+        return waylandDesktop({*found, false,
+                               "$WAYLAND_DISPLAY was not set; found the user's running Wayland "
+                               "session",
+                               DesktopSession::Server::wayland},
+                              std::move(environment));
+      }
       if (const auto found = runningUserDisplay()) {
         std::vector<std::string> environment{"DISPLAY=" + *found};
         // Xlib reads the authority file's name from the environment only; the accessibility
@@ -195,12 +378,12 @@ std::unique_ptr<Desktop> openDesktop(DesktopChoice choice) {
           }
         }
         return x11Desktop(
-            {*found, false, "$DISPLAY was not set; found the user's running X session"}, nullptr,
-            std::move(environment));
+            {*found, false, "$DISPLAY was not set; found the user's running X session",
+             DesktopSession::Server::x11},
+            nullptr, std::move(environment));
       }
       return embeddedDesktop(
-          "$DISPLAY was not set and the user has no running X session, so brimble started its own "
-          "embedded display");
+          "no desktop session was named or found, so brimble started its own embedded display");
     case DesktopChoice::embedded:
       break;
   }

@@ -6,24 +6,32 @@
 #include "BrimbleCore/Platform/EmbeddedDisplay.h"
 #include "BrimbleCore/Platform/PlatformTexts.h"
 
-/// The one place that knows which platform Brimble drives and which session it is (X11 today:
-/// the user's display, or Brimble's own). It alone reads the session's environment ($DISPLAY)
-/// or looks for a running session; commands and the desktop app get a Desktop from here and
-/// pass it down, so another backend changes this file and adds its own folder beside
-/// Platform/X11. Every function may be called from any thread; start and destroy an embedded
+/// The one place that knows which platforms Brimble drives and which session it is: a Wayland
+/// desktop through the desktop portal and PipeWire, an X11 display, or Brimble's own display.
+/// It alone reads the session's environment ($WAYLAND_DISPLAY, $XDG_SESSION_TYPE, $DISPLAY) or
+/// looks for a running session; commands and the desktop app get a Desktop from here and pass it
+/// down, so another backend changes this file and adds its own folder beside Platform/X11 and
+/// Platform/Wayland. Every function may be called from any thread; start and destroy an embedded
 /// display (and a Desktop that holds one) on the main thread.
 namespace brimble::platform {
 
 /// Which session a desktop is opened on.
 enum class DesktopChoice {
-  /// The user's session when the environment names one, else Brimble's own display: commands
-  /// that start, record and end within themselves (`run`, `record`, `still`, `windows`).
-  userElseEmbedded,
+  /// The user's session (Wayland where the environment names one, else X11), or
+  /// DesktopError::noUserSession: everything that acts on the user's own screen (`record`,
+  /// `still`, `windows`, `window`, `input`, `inspect`, the desktop app). Never Brimble's own
+  /// display in its place.
+  user,
   /// Brimble's own display, whatever the environment says (`--headless`).
   embedded,
-  /// The user's session, or DesktopError::noUserSession: commands whose effect must outlive
-  /// them (`window`, `input`) and the desktop app.
-  user,
+  /// A demo script's: the user's X11 display when that is the session, else Brimble's own. On a
+  /// Wayland desktop every run would ask to share the screen, and what it recorded would depend
+  /// on what else was open; demos stay deterministic.
+  script,
+  /// The user's X11 display ($DISPLAY; on a Wayland desktop, its XWayland), or
+  /// DesktopError::noUserSession: the desktop app, whose windows, overlays and shortcuts are X11
+  /// ones.
+  userX11,
   /// The user's session when the environment names one, else the user's running session found
   /// on this machine (hosts start MCP servers with a bare environment), else Brimble's own.
   userFoundElseEmbedded,
@@ -33,7 +41,8 @@ enum class DesktopChoice {
 /// throws (a std::runtime_error that says why).
 std::unique_ptr<Desktop> openDesktop(DesktopChoice choice);
 
-/// How this platform words what it cannot do; known before any desktop is opened.
+/// How the platform of the session the environment names words what it cannot do; known before
+/// any desktop is opened.
 const PlatformTexts& texts();
 
 /// Starts Brimble's own display, for `brimble display start`. Throws as openDesktop does.

@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -17,7 +18,10 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
+#include "tests/Support/GtkTestForm.h"
+#include "tests/Support/Images.h"
 #include "tests/Support/TempDirectory.h"
+#include "tests/Support/WaylandSession.h"
 
 namespace brimble {
 namespace {
@@ -285,8 +289,78 @@ TEST(BrimbleMCPUserSession, WithoutDISPLAYTheServerFindsTheUsersRunningXSession)
   const json status = json::parse(toolReply(server.next(10s)).first);
   EXPECT_EQ(status["display"],
             json({{"name", name},
+                  {"backend", "x11"},
                   {"embedded", false},
                   {"reason", "$DISPLAY was not set; found the user's running X session"}}));
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+// A host that starts the server with nothing of the session but its runtime folder: the server
+// finds the user's Wayland desktop there, and its tools act on that screen.
+TEST(BrimbleMCPWayland, WithOnlyTheRuntimeFolderTheServerFindsTheUsersWaylandDesktop) {
+  const auto session = testing::WaylandSession::start();
+  if (!session) {
+    GTEST_SKIP() << "no mutter on this machine";
+  }
+  testing::GtkTestForm form("Brimble over MCP");
+  ASSERT_TRUE(form.shown());
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"},
+                          {std::string("XDG_RUNTIME_DIR=") + std::getenv("XDG_RUNTIME_DIR")});
+
+  session->approveScreenCastAfter(1500ms);
+  const fs::path still = tmp / "screen.png";
+  server.callTool(
+      1, "capture_still",
+      {{"region", {{"x", 0}, {"y", 0}, {"w", 1280}, {"h", 800}}}, {"output", still.string()}});
+  const auto captured = toolReply(server.next(60s));
+  EXPECT_FALSE(captured.second) << captured.first;
+  EXPECT_TRUE(session->waitForDialogHelper());
+  EXPECT_TRUE(fs::exists(still));
+
+  server.callTool(2, "brimble_status", json::object());
+  const json status = json::parse(toolReply(server.next(10s)).first);
+  EXPECT_EQ(status["display"]["backend"], "wayland");
+  EXPECT_EQ(status["display"]["embedded"], false);
+  EXPECT_EQ(status["display"]["reason"],
+            "$WAYLAND_DISPLAY was not set; found the user's running Wayland session");
+
+  // The remembered choice: the recording asks nothing.
+  server.callTool(3, "record_region",
+                  {{"x", 0}, {"y", 0}, {"width", 640}, {"height", 400}, {"fps", 10}});
+  const auto recording = toolReply(server.next(20s));
+  ASSERT_FALSE(recording.second) << recording.first;
+  const std::string id = json::parse(recording.first)["session_id"];
+  std::this_thread::sleep_for(1500ms);
+  server.callTool(4, "stop_recording", {{"session_id", id}});
+  const auto stopped = toolReply(server.next(20s));
+  EXPECT_GE(json::parse(stopped.first)["frames"].get<int>(), 10) << stopped.first;
+  const fs::path gif = tmp / "region.gif";
+  server.callTool(5, "render_gif", {{"session_id", id}, {"output", gif.string()}});
+  const auto rendered = toolReply(server.next(60s));
+  ASSERT_FALSE(rendered.second) << rendered.first;
+  const auto decoded = testing::decodeGIFFile(gif);
+  ASSERT_TRUE(decoded && !decoded->frames.empty());
+  EXPECT_EQ(decoded->width, 640);
+  // The form's window fills the region: mostly GTK's window background.
+  const Image& frame = decoded->frames.front();
+  int background = 0;
+  for (int y = 0; y < frame.height(); ++y) {
+    for (int x = 0; x < frame.width(); ++x) {
+      const auto p = testing::pixelAt(frame, x, y);
+      // The palette may move a colour by a step or two.
+      background += (std::abs(p.r - 0xf6) + std::abs(p.g - 0xf5) + std::abs(p.b - 0xf4) <= 6);
+    }
+  }
+  EXPECT_GT(background, frame.width() * frame.height() / 3);
+
+  session->approveRemoteDesktopAfter(1500ms);
+  server.callTool(6, "type_text", {{"text", "Grüße ✓"}});
+  const auto typed = toolReply(server.next(60s));
+  EXPECT_FALSE(typed.second) << typed.first;
+  EXPECT_TRUE(session->waitForDialogHelper());
+  EXPECT_EQ(form.entryWhen("Grüße ✓"), "Grüße ✓");
   server.process().closeInput();
   EXPECT_EQ(server.process().wait(20s), 0);
 }

@@ -74,7 +74,10 @@ std::unique_ptr<WaylandSession> WaylandSession::start() {
   }
   session->runtime_ = pattern;
 
-  session->bus_ = Subprocess::spawn({"dbus-daemon", "--session", "--nofork", "--print-address"},
+  // The bus where a login puts it ($XDG_RUNTIME_DIR/bus), so that a program started without the
+  // session's environment can find it as it would a user's.
+  session->bus_ = Subprocess::spawn({"dbus-daemon", "--session", "--nofork", "--print-address",
+                                     "--address=unix:path=" + pattern + "/bus"},
                                     {.output = StreamConnection::pipe,
                                      .dieWithParent = true,
                                      .environment = {"XDG_RUNTIME_DIR=" + pattern}});

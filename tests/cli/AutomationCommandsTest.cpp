@@ -193,17 +193,31 @@ TEST(BrimbleDisplay, ItsProgramsDieWithAKilledBrimble) {
 TEST(BrimbleDisplay, OneShotCommandsWithoutADisplayAskForOneThatStays) {
   testing::TempDirectory runtime;
   // A private runtime folder holds the note of the started display, apart from any other.
-  const std::string environment =
-      "env -u DISPLAY XDG_RUNTIME_DIR=" + shellQuote(runtime.path().string()) + " ";
+  const std::string environment = "env -u DISPLAY -u WAYLAND_DISPLAY -u XDG_SESSION_TYPE "
+                                  "XDG_RUNTIME_DIR=" +
+                                  shellQuote(runtime.path().string()) + " ";
   for (const std::string command : {"window open Terminal", "input type hello"}) {
     const auto refused = runCommand(environment + brimble(command));
     EXPECT_EQ(refused.exitCode, 1) << command;
     EXPECT_THAT(refused.output,
-                ::testing::HasSubstr(": $DISPLAY is not set, and a display started for this one "
-                                     "command would vanish with it. Start a display that stays "
-                                     "with `eval \"$(brimble display start)\"`"))
+                ::testing::HasSubstr(": $WAYLAND_DISPLAY and $DISPLAY are not set, and a display "
+                                     "started for this one command would vanish with it. Start a "
+                                     "display that stays with `eval \"$(brimble display start)\"`"))
         << command;
   }
+  // What records or lists the user's screen never records an empty display of its own instead.
+  const std::filesystem::path still = runtime.path() / "still.png";
+  for (const std::string& command :
+       {"still --display -o " + shellQuote(still.string()), std::string("windows")}) {
+    const auto refused = runCommand(environment + brimble(command));
+    EXPECT_EQ(refused.exitCode, 1) << command;
+    EXPECT_THAT(refused.output,
+                ::testing::HasSubstr(": $WAYLAND_DISPLAY and $DISPLAY are not set: run inside a "
+                                     "desktop session (Wayland or X11), or give --headless to use "
+                                     "Brimble's own display"))
+        << command;
+  }
+  EXPECT_FALSE(std::filesystem::exists(still));
   const std::string self = shellQuote(BRIMBLE_BINARY);
   const auto session =
       runCommand(environment + "sh -c " +

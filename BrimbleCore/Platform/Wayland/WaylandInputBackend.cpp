@@ -26,8 +26,9 @@ constexpr KeyNumber kAltL = 0xffe9;
 constexpr KeyNumber kSuperL = 0xffeb;
 constexpr KeyNumber kSpace = 0x20;
 
-// How long applications get to take the keyboard a new session makes.
-constexpr auto kPrimeSettle = std::chrono::milliseconds(150);
+// How long applications get to take the keyboard a new session makes. On a seat without a
+// keyboard of its own, a command's fresh session lost its first key to 150 ms.
+constexpr auto kPrimeSettle = std::chrono::milliseconds(500);
 
 // After a key whose effect on the text cannot be told (Return, an arrow, a shortcut), an
 // insertion waits this long, so that the key arrives first.

@@ -141,14 +141,21 @@ std::vector<ScreenDisplay> WaylandScreenSource::displays() {
   return displaysOf(*currentShare());
 }
 
+namespace {
+
+const char* const kWindowAdvice =
+    "Wayland tells no program where another's window is; record the display or a region instead";
+
+}  // namespace
+
 std::optional<ScreenWindow> WaylandScreenSource::window(std::uint32_t) {
-  return std::nullopt;
+  throw ScreenCaptureError::windowCaptureUnavailable(kWindowAdvice);
 }
 
 std::unique_ptr<ScreenStream> WaylandScreenSource::openStream(const CaptureTarget& target,
                                                               bool showCursor) {
   if (target.kind == CaptureTarget::Kind::window) {
-    throw ScreenCaptureError::windowNotFound(target.windowID);
+    throw ScreenCaptureError::windowCaptureUnavailable(kWindowAdvice);
   }
   std::shared_ptr<ScreenCastShare> share = currentShare();
   const std::optional<ScreenDisplay> display = displayHolding(target.area, displaysOf(*share));

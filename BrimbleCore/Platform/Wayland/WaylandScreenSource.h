@@ -61,11 +61,12 @@ class WaylandScreenSource final : public ScreenSource {
 
   /// The shared monitors. Throws PortalError (cancelled when the user said no).
   std::vector<ScreenDisplay> displays() override;
-  /// No value: windows are not offered yet.
+  /// Throws ScreenCaptureError::windowCaptureUnavailable: a Wayland client cannot tell where
+  /// another's window is, and the portal's window chooser is not used yet.
   std::optional<ScreenWindow> window(std::uint32_t windowID) override;
   /// A stream of the monitor holding most of a screen area, cut to the area. Throws
-  /// ScreenCaptureError (windowNotFound for a window, displayUnreachable for an area on no
-  /// shared monitor) and PortalError.
+  /// ScreenCaptureError (windowCaptureUnavailable for a window, displayUnreachable for an area on
+  /// no shared monitor) and PortalError.
   std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target, bool showCursor) override;
   /// Where a stream last saw the pointer; no value before any did.
   std::optional<std::pair<int, int>> pointerPosition() override;

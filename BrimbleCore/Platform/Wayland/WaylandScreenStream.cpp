@@ -30,7 +30,8 @@ WaylandScreenStream::~WaylandScreenStream() {
 void WaylandScreenStream::checkStillStreaming() {
   if (const auto reason = stream_->endReason()) {
     share_->ended = true;
-    throw ScreenCaptureError::displayLost(display_.name + ": " + *reason);
+    throw ScreenCaptureError::displayLost(
+        "the screen \"" + display_.name + "\" shared by the desktop portal", *reason);
   }
 }
 

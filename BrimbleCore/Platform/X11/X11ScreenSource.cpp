@@ -23,7 +23,8 @@ struct MonitorsDeleter {
 /// Throws ScreenCaptureError::displayLost when the server went away during the queries made.
 void checkStillConnected(Display* display) {
   if (connectionLost(display)) {
-    throw ScreenCaptureError::displayLost(DisplayString(display));
+    throw ScreenCaptureError::displayLost(
+        std::string("the X display \"") + DisplayString(display) + "\"", "the X server ended");
   }
 }
 

@@ -53,7 +53,9 @@ X11ScreenStream::~X11ScreenStream() = default;
 
 void X11ScreenStream::checkStillConnected() const {
   if (connectionLost(display_.get())) {
-    throw ScreenCaptureError::displayLost(DisplayString(display_.get()));
+    throw ScreenCaptureError::displayLost(
+        std::string("the X display \"") + DisplayString(display_.get()) + "\"",
+        "the X server ended");
   }
 }
 

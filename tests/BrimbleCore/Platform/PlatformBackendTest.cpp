@@ -10,6 +10,7 @@
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/ErrorText.h"
+#include "tests/Support/WaylandSession.h"
 
 namespace brimble {
 namespace {
@@ -25,18 +26,21 @@ std::optional<std::string> environmentDisplay() {
 // Each test runs in a process of its own, so the environment is ours to change.
 TEST(PlatformBackend, TheUsersSessionIsTheOneTheEnvironmentNamesAndWithoutOneNothingIsStarted) {
   ::unsetenv("DISPLAY");
+  ::unsetenv("WAYLAND_DISPLAY");
+  ::unsetenv("XDG_SESSION_TYPE");
   EXPECT_EQ(testing::errorText<DesktopError>([] { openDesktop(DesktopChoice::user); }),
-            "$DISPLAY is not set");
+            "$WAYLAND_DISPLAY and $DISPLAY are not set");
   EXPECT_EQ(environmentDisplay(), std::nullopt) << "no display was started for it";
 
   // A display of the user's (here one of ours, which sets $DISPLAY while it lives).
   const auto users = x11::HeadlessDisplay::start();
-  for (const DesktopChoice choice : {DesktopChoice::user, DesktopChoice::userElseEmbedded,
-                                     DesktopChoice::userFoundElseEmbedded}) {
+  for (const DesktopChoice choice :
+       {DesktopChoice::user, DesktopChoice::script, DesktopChoice::userFoundElseEmbedded}) {
     const auto desktop = openDesktop(choice);
     EXPECT_EQ(desktop->session().name, users->displayName());
     EXPECT_FALSE(desktop->session().embedded);
     EXPECT_EQ(desktop->session().reason, "$DISPLAY names it");
+    EXPECT_EQ(desktop->session().server, DesktopSession::Server::x11);
     EXPECT_EQ(desktop->embeddedDisplay(), nullptr);
     ASSERT_EQ(desktop->screen().displays().size(), 1u);
     EXPECT_EQ(desktop->screen().displays()[0].frame, (ScreenRect{0, 0, 1920, 1080}));
@@ -65,6 +69,45 @@ TEST(PlatformBackend, HeadlessStartsBrimblesOwnDisplayBesideTheUsersAndStopsItWi
   }
   EXPECT_FALSE(processAlive(server));
   EXPECT_EQ(environmentDisplay(), users->displayName()) << "the user's display is named again";
+}
+
+TEST(PlatformBackend, OnAWaylandDesktopTheUsersScreenIsTheWaylandOneAndScriptsRunInTheirOwn) {
+  // A Wayland desktop with XWayland sets both; the X server there sees only some windows.
+  ::setenv("DISPLAY", ":59998", 1);
+  const auto session = testing::WaylandSession::start();
+  if (!session) {
+    GTEST_SKIP() << "no mutter on this machine";
+  }
+  ::setenv("DISPLAY", ":59998", 1);
+  const std::string name = std::getenv("WAYLAND_DISPLAY");
+  for (const DesktopChoice choice : {DesktopChoice::user, DesktopChoice::userFoundElseEmbedded}) {
+    const auto desktop = openDesktop(choice);
+    EXPECT_EQ(desktop->session().server, DesktopSession::Server::wayland);
+    EXPECT_EQ(desktop->session().name, name);
+    EXPECT_EQ(desktop->session().reason, "$WAYLAND_DISPLAY names it");
+    EXPECT_FALSE(desktop->session().embedded);
+    EXPECT_EQ(desktop->embeddedDisplay(), nullptr);
+    EXPECT_EQ(desktop->makeEventCapture(), nullptr) << "Wayland lets no client hear others' input";
+  }
+  EXPECT_EQ(platform::texts().toolScreenRecordingRequired,
+            "Screen Recording permission is required. The desktop portal did not share the "
+            "screen: allow Brimble in the screen-sharing dialog, or start the server with "
+            "--headless.");
+  const auto script = openDesktop(DesktopChoice::script);
+  EXPECT_TRUE(script->session().embedded);
+  EXPECT_EQ(script->session().server, DesktopSession::Server::x11);
+
+  // Started by a host with a bare environment, the MCP server finds the user's session.
+  ::unsetenv("WAYLAND_DISPLAY");
+  ::unsetenv("DISPLAY");
+  ::unsetenv("XDG_SESSION_TYPE");
+  const auto found = openDesktop(DesktopChoice::userFoundElseEmbedded);
+  EXPECT_EQ(found->session().server, DesktopSession::Server::wayland);
+  EXPECT_EQ(found->session().name, name);
+  EXPECT_EQ(found->session().reason,
+            "$WAYLAND_DISPLAY was not set; found the user's running Wayland session");
+  EXPECT_EQ(environmentDisplay(), std::nullopt);
+  EXPECT_STREQ(std::getenv("WAYLAND_DISPLAY"), name.c_str()) << "programs started later find it";
 }
 
 }  // namespace

@@ -1,0 +1,165 @@
+// The commands that act on the user's screen, run as a user of a Wayland desktop runs them: a
+// headless GNOME session with only $WAYLAND_DISPLAY set (no X display anywhere), a GTK window
+// on screen, and the portal's dialogs pressed as the user would.
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "BrimbleCore/Encoding/ImageCodec.h"
+#include "tests/Support/Files.h"
+#include "tests/Support/GifReader.h"
+#include "tests/Support/GtkTestForm.h"
+#include "tests/Support/Images.h"
+#include "tests/Support/RunCommand.h"
+#include "tests/Support/TempDirectory.h"
+#include "tests/Support/WaylandSession.h"
+
+namespace brimble {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::brimbleCommand;
+using testing::runCommand;
+using testing::shellQuote;
+namespace fs = std::filesystem;
+
+// GTK's window background (Adwaita), which the maximized form shows between its widgets.
+constexpr testing::Pixel kFormBackground{0xf6, 0xf5, 0xf4, 0xff};
+
+Image readPNG(const fs::path& file) {
+  const auto image = decodeImage(readFileBytes(file));
+  return image ? *image : Image();
+}
+
+/// Whether most of a 1280x800 picture of the screen is the form's window.
+bool showsTheForm(const Image& screen) {
+  int count = 0;
+  for (int y = 0; y < screen.height(); ++y) {
+    for (int x = 0; x < screen.width(); ++x) {
+      const testing::Pixel p = testing::pixelAt(screen, x, y);
+      // A GIF's palette may move the colour by a step or two.
+      count += std::abs(p.r - kFormBackground.r) + std::abs(p.g - kFormBackground.g) +
+                   std::abs(p.b - kFormBackground.b) <=
+               6;
+    }
+  }
+  return count > screen.width() * screen.height() / 3;
+}
+
+void keepArtifact(const Image& image, const std::string& name) {
+  const fs::path folder = fs::path(BRIMBLE_ARTIFACT_DIR) / "wayland";
+  fs::create_directories(folder);
+  const std::vector<std::uint8_t> png = encodePNG(image);
+  testing::writeFile(folder / name, std::string(png.begin(), png.end()));
+}
+
+class BrimbleOnWayland : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    session_ = testing::WaylandSession::start();
+    if (!session_) {
+      GTEST_SKIP() << "no mutter on this machine";
+    }
+  }
+
+  /// `arguments` run as the session's user, whose remembered choices live in the test's folder.
+  testing::CommandResult brimble(const std::string& arguments) {
+    return runCommand("env XDG_STATE_HOME=" + shellQuote((home_ / "state").string()) +
+                      " HOME=" + shellQuote(home_.path().string()) + " " +
+                      brimbleCommand(arguments) + " 2>&1");
+  }
+
+  fs::path tokenFile() const { return home_ / "state" / "brimble" / "screencast-token"; }
+
+  std::unique_ptr<testing::WaylandSession> session_;
+  testing::TempDirectory home_;
+};
+
+TEST_F(BrimbleOnWayland, StillRecordAndWindowsShowTheUsersScreenAndOnlyTheFirstCaptureAsks) {
+  testing::GtkTestForm form("Brimble on Wayland");
+  ASSERT_TRUE(form.shown());
+
+  // The first capture asks which screen to share.
+  const fs::path still = home_ / "screen.png";
+  session_->approveScreenCastAfter(1500ms);
+  auto result = brimble("still --display -o " + shellQuote(still.string()));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_TRUE(session_->waitForDialogHelper());
+  const Image screen = readPNG(still);
+  keepArtifact(screen, "cli-still.png");
+  EXPECT_EQ(screen.width(), 1280);
+  EXPECT_EQ(screen.height(), 800);
+  EXPECT_TRUE(showsTheForm(screen)) << "the GTK window on screen, not an empty display";
+  EXPECT_TRUE(fs::exists(tokenFile()));
+
+  // Later captures ask nothing: no one presses a dialog now, and the recording starts at once.
+  const fs::path gif = home_ / "screen.gif";
+  const auto started = std::chrono::steady_clock::now();
+  result = brimble("record --display --duration 2 --fps 10 -o " + shellQuote(gif.string()));
+  const auto took = std::chrono::steady_clock::now() - started;
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto decoded = testing::decodeGIFFile(gif);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->width, 1280);
+  ASSERT_FALSE(decoded->frames.empty());
+  keepArtifact(decoded->frames.front(), "cli-record-first-frame.png");
+  EXPECT_TRUE(showsTheForm(decoded->frames.front()));
+  int centiseconds = 0;
+  for (const int delay : decoded->delaysCentiseconds) {
+    centiseconds += delay;
+  }
+  EXPECT_NEAR(centiseconds, 200, 30) << "two seconds, even where the screen stood still";
+  // Two seconds of recording and the encode; a dialog left open would time out far later.
+  EXPECT_LT(took, 2s + 8s);
+
+  // The window list comes from the accessibility bus; where a window is, Wayland does not say.
+  result = brimble("windows");
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_THAT(result.output, ::testing::HasSubstr("Brimble on Wayland"));
+  EXPECT_THAT(result.output, ::testing::HasSubstr(std::to_string(form.pid())));
+  EXPECT_THAT(result.output, ::testing::HasSubstr("?,?"));
+
+  // A single window cannot be recorded here, and the command says what to do instead.
+  result =
+      brimble("record --window 0x10 --duration 1 -o " + shellQuote((home_ / "w.gif").string()));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_THAT(result.output, ::testing::HasSubstr("Can't record a single window on this desktop"));
+  EXPECT_FALSE(fs::exists(home_ / "w.gif"));
+}
+
+TEST_F(BrimbleOnWayland, ACancelledDialogWritesNothingAndTypedTextArrivesExactly) {
+  testing::GtkTestForm form("Brimble typing");
+  ASSERT_TRUE(form.shown());
+
+  const fs::path still = home_ / "cancelled.png";
+  session_->cancelDialogAfter(1500ms);
+  auto result = brimble("still --display -o " + shellQuote(still.string()));
+  EXPECT_TRUE(session_->waitForDialogHelper());
+  EXPECT_EQ(result.exitCode, 1) << result.output;
+  EXPECT_THAT(result.output, ::testing::HasSubstr("Screen sharing was cancelled"));
+  EXPECT_FALSE(fs::exists(still));
+  EXPECT_FALSE(fs::exists(tokenFile()));
+
+  // The user clicks into the field, then types, characters no key of the compositor's keyboard
+  // map has among them. Each command is a remote-desktop session of its own, and this portal
+  // asks for every one.
+  session_->approveRemoteDesktopAfter(1500ms);
+  result = brimble("input click 640 53");
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_TRUE(session_->waitForDialogHelper());
+  session_->approveRemoteDesktopAfter(1500ms);
+  result = brimble("input type 'héllo ✓ Ω, plain ASCII too'");
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_TRUE(session_->waitForDialogHelper());
+  EXPECT_EQ(form.entryWhen("héllo ✓ Ω, plain ASCII too"), "héllo ✓ Ω, plain ASCII too")
+      << result.output;
+}
+
+}  // namespace
+}  // namespace brimble

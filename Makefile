@@ -21,13 +21,14 @@ CTEST_FLAGS := --output-on-failure -j $(JOBS) --repeat until-pass:2
 test: build
 	ctest --test-dir $(BUILD) $(CTEST_FLAGS)
 
-# The unit tests again under AddressSanitizer and UndefinedBehaviorSanitizer. The example
+# The unit tests again under AddressSanitizer and UndefinedBehaviorSanitizer, with line tables
+# only (-g1): enough for the reports' file:line, and cheaper to build than full debug info. The example
 # scripts are left out: each renders a whole recording, which takes minutes unoptimized and
 # instrumented, and the BrimbleRun tests drive the same engine and render path.
 SANITIZE_EXCLUDE := -E '^Examples/'
 sanitize: deps
 	@test -f build-asan/build.ninja || cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
-	  -DBRIMBLE_WERROR=ON -DBRIMBLE_SANITIZE=ON
+	  -DCMAKE_CXX_FLAGS_DEBUG=-g1 -DCMAKE_C_FLAGS_DEBUG=-g1 -DBRIMBLE_WERROR=ON -DBRIMBLE_SANITIZE=ON
 	cmake --build build-asan -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp \

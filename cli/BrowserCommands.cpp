@@ -190,7 +190,7 @@ Command addInspectCommand(CLI::App& app) {
       ->capture_default_str();
   command->add_flag("--json", options->json, "Print JSON");
   command->add_flag("--headless", options->headless,
-                    "Use Brimble's embedded display even when $DISPLAY is set");
+                    "Use Brimble's embedded display instead of the desktop session");
   return {command, [options] {
             return options->app.empty() ? inspectPage(*options) : inspectApp(*options);
           }};

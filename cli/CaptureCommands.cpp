@@ -251,7 +251,7 @@ void addTargetOptions(CLI::App& command, CaptureOptions& options) {
                       "The topmost window of the application whose WM_CLASS class names NAME")
           ->type_name("NAME");
   command.add_flag("--headless", options.headless,
-                   "Use Brimble's own embedded display even when $DISPLAY is set");
+                   "Use Brimble's own embedded display instead of the desktop session");
 }
 
 bool wantsEffects(const CaptureOptions& options) {

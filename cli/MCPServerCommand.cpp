@@ -36,7 +36,7 @@ Command addMCPServerCommand(CLI::App& app) {
       "mcp-server", "Serve the Model Context Protocol on standard input and output (for AI tools)");
   auto headless = std::make_shared<bool>(false);
   command->add_flag("--headless", *headless,
-                    "Record and drive Brimble's own embedded display even when $DISPLAY is set");
+                    "Record and drive Brimble's own embedded display instead of the desktop session");
   // Hosts may pass other arguments through the shim; none change the server.
   command->allow_extras();
   return {command, [headless] { return runMCPServer(*headless); }};

@@ -96,7 +96,7 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
   ScreenRecorder::sweepOrphanedFrameFiles();
   InterruptStages stages(interrupts);
   const auto desktop = scriptDesktop(options.headless);
-  if (desktop->session().embedded && !options.headless && !options.quiet) {
+  if (desktop->session().embedded && !options.quiet) {
     fmt::print(stderr, "brimble run: running in an embedded display ({}): {}\n",
                desktop->session().name, desktop->session().reason);
   }
@@ -187,7 +187,7 @@ Command addRunCommand(CLI::App& app, Interrupts& interrupts) {
   command->add_flag("--profile", options->profile,
                     "Print how long each instruction, the render and the clean-up took");
   command->add_flag("--headless", options->headless,
-                    "Use Brimble's own embedded display even when $DISPLAY is set");
+                    "Use Brimble's own embedded display instead of the desktop session");
   command->add_flag("--private-sound-server", options->privateSoundServer,
                     "Start a private PulseAudio server with a silent output for the script's "
                     "programs to play into, so that 'record ... audio' works without a desktop "

@@ -96,7 +96,7 @@ Command addWindowCommand(CLI::App& app) {
   auto options = std::make_shared<WindowOptions>();
   CLI::App* command = app.add_subcommand(
       "window",
-      "Open, focus, resize or close an application's window on $DISPLAY (without one, start a "
+      "Open, focus, resize or close an application's window on the desktop (without one, start a "
       "display that stays with `brimble display start`)");
   command->require_subcommand(1);
 

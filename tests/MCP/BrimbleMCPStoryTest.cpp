@@ -402,7 +402,8 @@ TEST_F(BrimbleMCPStory, FindsTheElementsOfALocalPage) {
 
 TEST_F(BrimbleMCPStory, ReportsPermissionsAndTheDisplayInUse) {
   EXPECT_EQ(value("permissions"), json::parse(R"({"screen_recording":true,"accessibility":true,
-                                    "note":"All required permissions granted."})"));
+                            "note":"All required permissions granted.","backend":"x11",
+                            "backend_reason":"no desktop session was named or found, so brimble started its own embedded display"})"));
   const json& status = value("status");
   EXPECT_EQ(status["display"]["embedded"], true);
   EXPECT_EQ(status["permissions"]["screen_recording"], true);

@@ -278,7 +278,7 @@ type "never typed"
   ASSERT_TRUE(recording) << run.errorOutput();
   std::smatch display;
   const std::string errors = run.errorOutput();
-  ASSERT_TRUE(std::regex_search(errors, display, std::regex(R"(embedded one \((:[0-9]+)\))")));
+  ASSERT_TRUE(std::regex_search(errors, display, std::regex(R"(embedded display \((:[0-9]+)\))")));
   std::this_thread::sleep_for(std::chrono::milliseconds(1500));
   const std::vector<pid_t> helpers = helpersOf(run.pid(), display[1]);
   std::set<std::string> names;

@@ -10,6 +10,7 @@
 
 #include <linux/input-event-codes.h>
 
+#include "BrimbleCore/Platform/ATSPI/ATSPIWindowSystem.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Text.h"
@@ -26,9 +27,21 @@ constexpr KeyNumber kAltL = 0xffe9;
 constexpr KeyNumber kSuperL = 0xffeb;
 constexpr KeyNumber kSpace = 0x20;
 
-// How long applications get to take the keyboard a new session makes. On a seat without a
-// keyboard of its own, a command's fresh session lost its first key to 150 ms.
-constexpr auto kPrimeSettle = std::chrono::milliseconds(500);
+// How long applications get to take the keyboard a new session makes.
+constexpr auto kPrimeSettle = std::chrono::milliseconds(150);
+// How long a new session waits for a window to become active before it sends keys anyway.
+constexpr auto kActivationTimeout = std::chrono::seconds(3);
+
+/// On a seat without a keyboard of its own, windows get the keyboard, and so become active, only
+/// a moment after the session's first key, later on a busy machine; keys sent before that are
+/// lost. On a desktop with a keyboard a window is active already and this returns at once.
+void waitForAnActiveWindow() {
+  atspi::ATSPIWindowSystem windows;
+  const auto deadline = std::chrono::steady_clock::now() + kActivationTimeout;
+  while (!windows.activeWindow() && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+}
 
 // After a key whose effect on the text cannot be told (Return, an arrow, a shortcut), an
 // insertion waits this long, so that the key arrives first.
@@ -193,6 +206,7 @@ RemoteDesktopSession& WaylandInputBackend::session() {
   // The pause lets the applications take the new keyboard before keys that count arrive.
   session_->keysym(kShiftL, true);
   session_->keysym(kShiftL, false);
+  readyForKeys_ = false;
   std::this_thread::sleep_for(kPrimeSettle);
   return *session_;
 }
@@ -211,7 +225,17 @@ void WaylandInputBackend::send(const Send& event) {
   }
 }
 
+void WaylandInputBackend::readyForKeys() {
+  session();
+  if (!readyForKeys_) {
+    // Pointer events need no keyboard; only keys wait, and only once a session.
+    waitForAnActiveWindow();
+    readyForKeys_ = true;
+  }
+}
+
 void WaylandInputBackend::keyDown(KeyNumber key) {
+  readyForKeys();
   send([&](RemoteDesktopSession& session) { session.keysym(key, true); });
   keysDown_.push_back(key);
   const bool shortcut = std::any_of(keysDown_.begin(), keysDown_.end(), isShortcutModifier);
@@ -327,7 +351,7 @@ void WaylandInputBackend::unicodeEntry(char32_t character) {
 
 bool WaylandInputBackend::typeWithoutKey(char32_t character) {
   // The user allows input before any arrives, whichever way it goes.
-  session();
+  readyForKeys();
   if (untrackedKeyAt_) {
     const auto settled = *untrackedKeyAt_ + kUntrackedKeySettle;
     if (std::chrono::steady_clock::now() < settled) {

@@ -85,11 +85,14 @@ class WaylandInputBackend final : public InputBackend {
   template <typename Send>
   void send(const Send& event);
   void unicodeEntry(char32_t character);
+  /// Before a session's first key: waits (a bounded time) for a window to take the keyboard.
+  void readyForKeys();
 
   std::shared_ptr<DesktopPortal> portal_;
   Options options_;
   mutable std::optional<unsigned> version_;  // of the portal's RemoteDesktop, asked once
   std::unique_ptr<RemoteDesktopSession> session_;
+  bool readyForKeys_ = false;  // whether this session's keys have a window to go to
   atspi::ATSPIFocusedText focusedText_;
   ScreenPoint cursor_;
   std::vector<KeyNumber> keysDown_;

@@ -22,9 +22,9 @@ test: build
 	ctest --test-dir $(BUILD) $(CTEST_FLAGS)
 
 # The unit tests again under AddressSanitizer and UndefinedBehaviorSanitizer, with line tables
-# only (-g1): enough for the reports' file:line, and cheaper to build than full debug info. The example
-# scripts are left out: each renders a whole recording, which takes minutes unoptimized and
-# instrumented, and the BrimbleRun tests drive the same engine and render path.
+# only (-g1): enough for the reports' file:line, and cheaper to build than full debug info. The
+# example scripts are left out: each renders a whole recording, which takes minutes unoptimized
+# and instrumented, and the BrimbleRun tests drive the same engine and render path.
 SANITIZE_EXCLUDE := -E '^Examples/'
 sanitize: deps
 	@test -f build-asan/build.ninja || cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \

@@ -12,33 +12,12 @@ import sys
 import time
 
 import dbus
-from dbus.mainloop.glib import DBusGMainLoop
-from gi.repository import GLib
 
-DBusGMainLoop(set_as_default=True)
-bus = dbus.SessionBus()
+import wayland_remote
+
 delay = float(sys.argv[1])
 mode = sys.argv[2]
-
-remote = dbus.Interface(bus.get_object('org.gnome.Mutter.RemoteDesktop', '/org/gnome/Mutter/RemoteDesktop'),
-                        'org.gnome.Mutter.RemoteDesktop')
-cast = dbus.Interface(bus.get_object('org.gnome.Mutter.ScreenCast', '/org/gnome/Mutter/ScreenCast'),
-                      'org.gnome.Mutter.ScreenCast')
-session_path = remote.CreateSession()
-session_object = bus.get_object('org.gnome.Mutter.RemoteDesktop', session_path)
-session = dbus.Interface(session_object, 'org.gnome.Mutter.RemoteDesktop.Session')
-session_id = dbus.Interface(session_object, 'org.freedesktop.DBus.Properties').Get(
-    'org.gnome.Mutter.RemoteDesktop.Session', 'SessionId')
-cast_session = dbus.Interface(
-    bus.get_object('org.gnome.Mutter.ScreenCast', cast.CreateSession({'remote-desktop-session-id': session_id})),
-    'org.gnome.Mutter.ScreenCast.Session')
-stream = cast_session.RecordMonitor('Meta-0', {'cursor-mode': dbus.UInt32(0)})
-loop = GLib.MainLoop()
-bus.add_signal_receiver(lambda node: loop.quit(), 'PipeWireStreamAdded',
-                        'org.gnome.Mutter.ScreenCast.Stream', None, stream)
-session.Start()
-GLib.timeout_add_seconds(10, loop.quit)
-loop.run()
+session, stream = wayland_remote.start()
 
 
 def click(x, y):

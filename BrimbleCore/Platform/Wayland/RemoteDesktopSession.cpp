@@ -17,41 +17,6 @@ void beginOptions(GVariantBuilder& dict, const std::string& token) {
   g_variant_builder_add(&dict, "{sv}", "handle_token", g_variant_new_string(token.c_str()));
 }
 
-std::vector<ScreenCastStream> streamsOf(GVariant* results) {
-  std::vector<ScreenCastStream> streams;
-  const GVariantPtr list(g_variant_lookup_value(results, "streams", G_VARIANT_TYPE("a(ua{sv})")));
-  if (!list) {
-    return streams;
-  }
-  GVariantIter iterator;
-  g_variant_iter_init(&iterator, list.get());
-  guint32 node = 0;
-  GVariant* properties = nullptr;
-  while (g_variant_iter_next(&iterator, "(u@a{sv})", &node, &properties)) {
-    const GVariantPtr owned(properties);
-    ScreenCastStream stream;
-    stream.nodeID = node;
-    gint32 x = 0;
-    gint32 y = 0;
-    if (g_variant_lookup(properties, "position", "(ii)", &x, &y)) {
-      stream.frame.x = x;
-      stream.frame.y = y;
-    }
-    gint32 width = 0;
-    gint32 height = 0;
-    if (g_variant_lookup(properties, "size", "(ii)", &width, &height)) {
-      stream.frame.width = width;
-      stream.frame.height = height;
-    }
-    guint32 type = 0;
-    if (g_variant_lookup(properties, "source_type", "u", &type)) {
-      stream.sourceType = type;
-    }
-    streams.push_back(stream);
-  }
-  return streams;
-}
-
 }  // namespace
 
 RemoteDesktopSession::RemoteDesktopSession(DesktopPortal& portal, const Options& options)
@@ -144,7 +109,7 @@ RemoteDesktopSession::RemoteDesktopSession(DesktopPortal& portal, const Options&
     if (g_variant_lookup(started.get(), "restore_token", "&s", &restore)) {
       restoreToken_ = restore;
     }
-    streams_ = streamsOf(started.get());
+    streams_ = sharedStreams(started.get());
     if (streams_.empty()) {
       throw PortalError::failed("share the screen for input", "no stream was shared");
     }

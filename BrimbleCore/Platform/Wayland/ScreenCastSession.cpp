@@ -26,6 +26,41 @@ bool ScreenCastSession::offersCursorMode(DesktopPortal& portal, CursorMode mode)
   }
 }
 
+std::vector<ScreenCastStream> sharedStreams(GVariant* results) {
+  std::vector<ScreenCastStream> streams;
+  const GVariantPtr list(g_variant_lookup_value(results, "streams", G_VARIANT_TYPE("a(ua{sv})")));
+  if (!list) {
+    return streams;
+  }
+  GVariantIter iterator;
+  g_variant_iter_init(&iterator, list.get());
+  guint32 node = 0;
+  GVariant* properties = nullptr;
+  while (g_variant_iter_next(&iterator, "(u@a{sv})", &node, &properties)) {
+    const GVariantPtr owned(properties);
+    ScreenCastStream stream;
+    stream.nodeID = node;
+    gint32 x = 0;
+    gint32 y = 0;
+    if (g_variant_lookup(properties, "position", "(ii)", &x, &y)) {
+      stream.frame.x = x;
+      stream.frame.y = y;
+    }
+    gint32 width = 0;
+    gint32 height = 0;
+    if (g_variant_lookup(properties, "size", "(ii)", &width, &height)) {
+      stream.frame.width = width;
+      stream.frame.height = height;
+    }
+    guint32 type = 0;
+    if (g_variant_lookup(properties, "source_type", "u", &type)) {
+      stream.sourceType = type;
+    }
+    streams.push_back(stream);
+  }
+  return streams;
+}
+
 ScreenCastSession::ScreenCastSession(DesktopPortal& portal, const Options& options)
     : portal_(portal) {
   const unsigned version = portal_.version(kScreenCast);
@@ -113,37 +148,7 @@ ScreenCastSession::ScreenCastSession(DesktopPortal& portal, const Options& optio
     if (g_variant_lookup(started.get(), "restore_token", "&s", &restore)) {
       restoreToken_ = restore;
     }
-    GVariant* streams =
-        g_variant_lookup_value(started.get(), "streams", G_VARIANT_TYPE("a(ua{sv})"));
-    const GVariantPtr ownedStreams(streams);
-    if (streams != nullptr) {
-      GVariantIter iterator;
-      g_variant_iter_init(&iterator, streams);
-      guint32 node = 0;
-      GVariant* properties = nullptr;
-      while (g_variant_iter_next(&iterator, "(u@a{sv})", &node, &properties)) {
-        const GVariantPtr ownedProperties(properties);
-        ScreenCastStream stream;
-        stream.nodeID = node;
-        gint32 x = 0;
-        gint32 y = 0;
-        if (g_variant_lookup(properties, "position", "(ii)", &x, &y)) {
-          stream.frame.x = x;
-          stream.frame.y = y;
-        }
-        gint32 width = 0;
-        gint32 height = 0;
-        if (g_variant_lookup(properties, "size", "(ii)", &width, &height)) {
-          stream.frame.width = width;
-          stream.frame.height = height;
-        }
-        guint32 type = 0;
-        if (g_variant_lookup(properties, "source_type", "u", &type)) {
-          stream.sourceType = type;
-        }
-        streams_.push_back(stream);
-      }
-    }
+    streams_ = sharedStreams(started.get());
     if (streams_.empty()) {
       throw PortalError::failed("share the screen", "no stream was shared");
     }

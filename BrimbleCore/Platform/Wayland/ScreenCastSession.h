@@ -23,6 +23,9 @@ struct ScreenCastStream {
   std::uint32_t sourceType = 0;
 };
 
+/// The "streams" a portal session's Start reply (`results`) lists; none when it lists none.
+std::vector<ScreenCastStream> sharedStreams(GVariant* results);
+
 /// A screen-cast session of the desktop portal (org.freedesktop.portal.ScreenCast): the user
 /// chooses what to share in the desktop's dialog, once; the portal remembers the choice under a
 /// restore token, which the next session passes to skip the dialog. Closed when it goes. One

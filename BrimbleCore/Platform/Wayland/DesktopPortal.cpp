@@ -166,6 +166,27 @@ GVariantPtr DesktopPortal::request(const char* interface, const char* method,
   return std::move(response.results);
 }
 
+std::string DesktopPortal::createSession(const char* interface, const std::string& what,
+                                         std::chrono::milliseconds timeout, std::stop_token stop) {
+  const std::string sessionToken = newToken();
+  const GVariantPtr created = request(
+      interface, "CreateSession",
+      [&](const std::string& token) {
+        GVariantBuilder dict;
+        g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
+        g_variant_builder_add(&dict, "{sv}", "handle_token", g_variant_new_string(token.c_str()));
+        g_variant_builder_add(&dict, "{sv}", "session_handle_token",
+                              g_variant_new_string(sessionToken.c_str()));
+        return g_variant_new("(a{sv})", &dict);
+      },
+      timeout, std::move(stop));
+  const char* handle = nullptr;
+  if (!g_variant_lookup(created.get(), "session_handle", "&s", &handle)) {
+    throw PortalError::failed("create " + what, "it returned no session");
+  }
+  return handle;
+}
+
 GVariantPtr DesktopPortal::call(const char* interface, const char* method, GVariant* arguments) {
   GError* error = nullptr;
   GVariantPtr reply(g_dbus_connection_call_sync(bus_.get(), kBusName, kObjectPath, interface,

@@ -57,6 +57,11 @@ class DesktopPortal {
   GVariantPtr request(const char* interface, const char* method, const RequestArguments& arguments,
                       std::chrono::milliseconds timeout, std::stop_token stop = {});
 
+  /// Creates a session of `interface` (ScreenCast, RemoteDesktop) and returns its handle;
+  /// `what` names it in errors ("a screen-cast session"). Throws as `request` does.
+  std::string createSession(const char* interface, const std::string& what,
+                            std::chrono::milliseconds timeout, std::stop_token stop = {});
+
   /// Calls `method` and returns its reply, sunk. Throws PortalError::failed.
   GVariantPtr call(const char* interface, const char* method, GVariant* arguments);
   /// Calls `method`, whose reply is one file descriptor (OpenPipeWireRemote). Throws

@@ -25,22 +25,8 @@ RemoteDesktopSession::RemoteDesktopSession(DesktopPortal& portal, const Options&
     throw PortalError::unavailable("remote input (org.freedesktop.portal.RemoteDesktop)",
                                    "the interface is missing");
   }
-  const std::string sessionToken = DesktopPortal::newToken();
-  const GVariantPtr created = portal_.request(
-      kRemoteDesktop, "CreateSession",
-      [&](const std::string& token) {
-        GVariantBuilder dict;
-        beginOptions(dict, token);
-        g_variant_builder_add(&dict, "{sv}", "session_handle_token",
-                              g_variant_new_string(sessionToken.c_str()));
-        return g_variant_new("(a{sv})", &dict);
-      },
-      kQuickAnswer, options.stop);
-  const char* handle = nullptr;
-  if (!g_variant_lookup(created.get(), "session_handle", "&s", &handle)) {
-    throw PortalError::failed("create a remote-desktop session", "it returned no session");
-  }
-  handle_ = handle;
+  handle_ =
+      portal_.createSession(kRemoteDesktop, "a remote-desktop session", kQuickAnswer, options.stop);
 
   try {
     const auto selectDevices = [&](const std::string& restoreToken) {

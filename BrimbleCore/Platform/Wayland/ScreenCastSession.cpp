@@ -78,23 +78,7 @@ ScreenCastSession::ScreenCastSession(DesktopPortal& portal, const Options& optio
     cursorMode_ = CursorMode::embedded;
   }
 
-  const std::string sessionToken = DesktopPortal::newToken();
-  const GVariantPtr created = portal_.request(
-      kScreenCast, "CreateSession",
-      [&](const std::string& token) {
-        GVariantBuilder dict;
-        g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
-        g_variant_builder_add(&dict, "{sv}", "handle_token", g_variant_new_string(token.c_str()));
-        g_variant_builder_add(&dict, "{sv}", "session_handle_token",
-                              g_variant_new_string(sessionToken.c_str()));
-        return g_variant_new("(a{sv})", &dict);
-      },
-      kQuickAnswer, options.stop);
-  const char* handle = nullptr;
-  if (!g_variant_lookup(created.get(), "session_handle", "&s", &handle)) {
-    throw PortalError::failed("create a screen-cast session", "it returned no session");
-  }
-  handle_ = handle;
+  handle_ = portal_.createSession(kScreenCast, "a screen-cast session", kQuickAnswer, options.stop);
 
   try {
     const auto selectSources = [&](const std::string& restoreToken) {

@@ -59,9 +59,9 @@ int runCommands(bool json) {
   // The manifest stays the language's own, the same on every platform; the listing also marks
   // what this platform cannot run.
   for (const ScriptCommand& command : ScriptCommandTable::shared().commands()) {
-    const ScriptCommandSpec& spec = command.spec;
-    fmt::print("{:<24}{}\n{:<24}e.g. {}\n", spec.name, spec.description, "",
-               snippetExample(spec.snippet));
+    const ScriptCommandInfo& info = command.info;
+    fmt::print("{:<24}{}\n{:<24}e.g. {}\n", info.name, info.description, "",
+               snippetExample(info.snippet));
     if (!command.platformNote.empty()) {
       fmt::print("{:<24}{}\n", "", command.platformNote);
     }
@@ -75,7 +75,7 @@ int runSettings(bool json) {
     return kExitSuccess;
   }
   fmt::print("{:<20}{:<9}{:<12}{:<26}{}\n", "NAME", "TYPE", "DEFAULT", "VALUES", "MEANING");
-  for (const ScriptSettingSpec& setting : scriptSettingsTable()) {
+  for (const ScriptSettingInfo& setting : scriptSettingsTable()) {
     std::string values;
     for (const std::string& value : setting.allowedValues) {
       values += (values.empty() ? "" : ", ") + value;

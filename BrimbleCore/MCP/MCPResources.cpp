@@ -55,9 +55,9 @@ std::string sectionOf(const std::string& command) {
   return "Other Commands";
 }
 
-std::string syntaxOf(const ScriptCommandSpec& command) {
+std::string syntaxOf(const ScriptCommandInfo& command) {
   std::string syntax = command.name;
-  for (const ScriptArgSpec& arg : command.args) {
+  for (const ScriptArgInfo& arg : command.args) {
     std::string shown;
     if (arg.type == "flag") {
       shown = arg.name;
@@ -75,7 +75,7 @@ std::string syntaxOf(const ScriptCommandSpec& command) {
   return syntax;
 }
 
-std::string defaultText(const ScriptSettingSpec& setting) {
+std::string defaultText(const ScriptSettingInfo& setting) {
   return setting.defaultValue ? *setting.defaultValue : "none";
 }
 
@@ -156,8 +156,8 @@ std::string scriptLibrary() {
 }  // namespace
 
 std::string scriptingReference() {
-  std::map<std::string, std::vector<const ScriptCommandSpec*>> bySection;
-  for (const ScriptCommandSpec& command : commandManifest().commands) {
+  std::map<std::string, std::vector<const ScriptCommandInfo*>> bySection;
+  for (const ScriptCommandInfo& command : commandManifest().commands) {
     bySection[sectionOf(command.name)].push_back(&command);
   }
   std::string text =
@@ -177,12 +177,12 @@ std::string scriptingReference() {
       continue;
     }
     text += "\n## " + section + "\n\n";
-    for (const ScriptCommandSpec* command : found->second) {
+    for (const ScriptCommandInfo* command : found->second) {
       text += "- `" + syntaxOf(*command) + "` — " + command->description + "\n";
     }
   }
   text += "\n## Settings (`set <name> <value>`)\n\n";
-  for (const ScriptSettingSpec& setting : scriptSettingsTable()) {
+  for (const ScriptSettingInfo& setting : scriptSettingsTable()) {
     text += "- `" + setting.name + "` (" + setting.type + ", default " + defaultText(setting);
     if (!setting.allowedValues.empty()) {
       std::string values;

@@ -203,7 +203,7 @@ void registerInfoTools(const ToolEnvironment& environment) {
        objectSchema({})},
       [](const JSONValue&) -> JSONValue {
         JSONValue::Array commands;
-        for (const ScriptCommandSpec& command : commandManifest().commands) {
+        for (const ScriptCommandInfo& command : commandManifest().commands) {
           commands.push_back(
               JSONValue::Object{{"command", command.name}, {"description", command.description}});
         }

@@ -17,9 +17,9 @@ ScriptManifestError ScriptManifestError::malformed(const std::string& detail) {
 
 std::string ScriptCommandManifest::encodeJSON(int indent) const {
   Json commandList = Json::array();
-  for (const ScriptCommandSpec& command : commands) {
+  for (const ScriptCommandInfo& command : commands) {
     Json args = Json::array();
-    for (const ScriptArgSpec& arg : command.args) {
+    for (const ScriptArgInfo& arg : command.args) {
       Json entry;
       entry["name"] = arg.name;
       entry["type"] = arg.type;
@@ -49,12 +49,12 @@ ScriptCommandManifest ScriptCommandManifest::decodeJSON(std::string_view json) {
     ScriptCommandManifest manifest;
     manifest.version = document.at("version").get<int>();
     for (const Json& entry : document.at("commands")) {
-      ScriptCommandSpec command;
+      ScriptCommandInfo command;
       command.name = entry.at("name").get<std::string>();
       command.description = entry.at("description").get<std::string>();
       command.snippet = entry.at("snippet").get<std::string>();
       for (const Json& argument : entry.at("args")) {
-        ScriptArgSpec arg;
+        ScriptArgInfo arg;
         arg.name = argument.at("name").get<std::string>();
         arg.type = argument.at("type").get<std::string>();
         arg.optional = argument.at("optional").get<bool>();
@@ -75,8 +75,8 @@ ScriptCommandManifest ScriptCommandManifest::decodeJSON(std::string_view json) {
 ScriptCommandManifest makeCommandManifest() {
   ScriptCommandManifest manifest;
   for (const ScriptCommand& command : ScriptCommandTable::shared().commands()) {
-    manifest.commands.push_back(command.spec);
-    manifest.keywords.push_back(command.spec.name);
+    manifest.commands.push_back(command.info);
+    manifest.keywords.push_back(command.info.name);
   }
   return manifest;
 }

@@ -12,31 +12,31 @@ namespace brimble {
 /// "variableIndex" (a `$name[N]`), "target" (an element target such as `text:Save`) and "flag"
 /// (a keyword on its own, such as `continue`). `choices` lists the accepted words, when
 /// restricted.
-struct ScriptArgSpec {
+struct ScriptArgInfo {
   std::string name;
   std::string type;
   bool optional = false;
   std::optional<std::vector<std::string>> choices;
 
-  bool operator==(const ScriptArgSpec& other) const = default;
+  bool operator==(const ScriptArgInfo& other) const = default;
 };
 
 /// One command: what it does, its arguments, and an editor snippet (`${1:placeholder}` tab
 /// stops, `${1|a,b|}` choice lists, `\$` for a literal dollar sign).
-struct ScriptCommandSpec {
+struct ScriptCommandInfo {
   std::string name;
   std::string description;
-  std::vector<ScriptArgSpec> args;
+  std::vector<ScriptArgInfo> args;
   std::string snippet;
 
-  bool operator==(const ScriptCommandSpec& other) const = default;
+  bool operator==(const ScriptCommandInfo& other) const = default;
 };
 
 /// The machine-readable description of the script language, for editors and AI assistants.
 /// Plain value; the shared instance from `commandManifest()` is immutable.
 struct ScriptCommandManifest {
   int version = 1;
-  std::vector<ScriptCommandSpec> commands;
+  std::vector<ScriptCommandInfo> commands;
   /// Every command name, for highlighting.
   std::vector<std::string> keywords;
 

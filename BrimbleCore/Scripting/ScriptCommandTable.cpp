@@ -7,34 +7,34 @@
 namespace brimble {
 namespace {
 
-ScriptArgSpec required(std::string name, std::string type) {
+ScriptArgInfo required(std::string name, std::string type) {
   return {std::move(name), std::move(type), false, std::nullopt};
 }
 
-ScriptArgSpec optional(std::string name, std::string type) {
+ScriptArgInfo optional(std::string name, std::string type) {
   return {std::move(name), std::move(type), true, std::nullopt};
 }
 
-ScriptArgSpec choice(std::string name, std::vector<std::string> choices, bool isOptional = false) {
+ScriptArgInfo choice(std::string name, std::vector<std::string> choices, bool isOptional = false) {
   return {std::move(name), "string", isOptional, std::move(choices)};
 }
 
-std::vector<ScriptArgSpec> rect() {
+std::vector<ScriptArgInfo> rect() {
   return {optional("x", "number"), optional("y", "number"), optional("width", "number"),
           optional("height", "number")};
 }
 
-std::vector<ScriptArgSpec> spotlightArgs() {
-  std::vector<ScriptArgSpec> args = {choice("target", {"stdout", "region"}),
+std::vector<ScriptArgInfo> spotlightArgs() {
+  std::vector<ScriptArgInfo> args = {choice("target", {"stdout", "region"}),
                                      optional("line", "variableIndex")};
-  for (ScriptArgSpec& arg : rect()) {
+  for (ScriptArgInfo& arg : rect()) {
     args.push_back(std::move(arg));
   }
   args.push_back(optional("duration", "number"));
   return args;
 }
 
-std::vector<ScriptArgSpec> titleCardArgs() {
+std::vector<ScriptArgInfo> titleCardArgs() {
   return {required("title", "string"), optional("subtitle", "string"),
           optional("duration", "number")};
 }
@@ -58,32 +58,32 @@ using P = ScriptParser;
 // its lines parse into, each with what the engine and the script check need to know of it.
 std::vector<ScriptCommand> makeCommands() {
   return {
-      {.spec = {"set",
+      {.info = {"set",
                 "Set a script setting (fps, output, max-width, etc.)",
                 {required("key", "string"), required("value", "string")},
                 "set ${1:key} ${2:value}"},
        .parse = &P::parseSet,
        .forms = {form<SetInstruction>()}},
-      {.spec = {"open",
+      {.info = {"open",
                 "Open an application and create a new window",
                 {required("app", "string")},
                 R"(open "${1:Terminal}")"},
        .parse = &P::parseOpen,
        .forms = {form<OpenInstruction>(kAction)}},
-      {.spec = {"focus",
+      {.info = {"focus",
                 "Bring an application's window to the front",
                 {required("app", "string")},
                 R"(focus "${1:Terminal}")"},
        .parse = &P::parseFocus,
        .forms = {form<FocusInstruction>(kAction)}},
-      {.spec = {"capture-window",
+      {.info = {"capture-window",
                 "Capture a window reference by app name or ID",
                 {choice("by", {"app", "id"}), required("window", "string"),
                  optional("as", "variable")},
                 R"(capture-window app "${1:Terminal}" as \$${2:win})"},
        .parse = &P::parseCaptureWindow,
        .forms = {form<CaptureWindowInstruction>()}},
-      {.spec = {"record",
+      {.info = {"record",
                 "Record a window, screen region, window sub-region, or iOS Simulator "
                 "(duration/continue; audio for MP4, not available for simulator)",
                 {optional("window", "variable"), optional("crop", "flag"),
@@ -95,24 +95,24 @@ std::vector<ScriptCommand> makeCommands() {
        .parse = &P::parseRecord,
        .forms = {form<RecordInstruction>()},
        .platformNote = "Not on Linux: record simulator (no iOS Simulator)"},
-      {.spec = {"stop", "Stop the active recording", {}, "stop"},
+      {.info = {"stop", "Stop the active recording", {}, "stop"},
        .parse = &P::parseBare<StopInstruction>,
        .forms = {form<StopInstruction>()}},
-      {.spec = {"type",
+      {.info = {"type",
                 "Simulate typing text, optionally pressing Enter",
                 {required("text", "string"), optional("enter", "flag"),
                  optional("delay", "number")},
                 R"(type "${1:text}")"},
        .parse = &P::parseType,
        .forms = {form<TypeInstruction>(kAction)}},
-      {.spec = {"click",
+      {.info = {"click",
                 "Click at coordinates, current position, or an element target (e.g. text:Save)",
                 {optional("x", "number"), optional("y", "number"), optional("target", "target"),
                  optional("right", "flag")},
                 "click ${1:x} ${2:y}"},
        .parse = &P::parseClick,
        .forms = {form<ClickInstruction>(kAction), form<ClickTargetInstruction>(kElementAction)}},
-      {.spec = {"tap",
+      {.info = {"tap",
                 "Tap the iOS Simulator at a device framebuffer pixel (the coordinates simctl "
                 "screenshots use). Brings the Simulator to the front, so it steals focus.",
                 {required("x", "number"), required("y", "number")},
@@ -120,103 +120,103 @@ std::vector<ScriptCommand> makeCommands() {
        .parse = &P::parseTap,
        .forms = {form<TapInstruction>()},
        .platformNote = "Not on Linux (no iOS Simulator)"},
-      {.spec = {"move",
+      {.info = {"move",
                 "Smoothly move the cursor to coordinates over a duration",
                 {required("x", "number"), required("y", "number"), optional("duration", "number")},
                 "move ${1:x} ${2:y} duration ${3:0.5}"},
        .parse = &P::parseMove,
        .forms = {form<MoveInstruction>(kAction)}},
-      {.spec = {"cursor",
+      {.info = {"cursor",
                 "Instantly set cursor position",
                 {required("x", "number"), required("y", "number")},
                 "cursor ${1:x} ${2:y}"},
        .parse = &P::parseCursor,
        .forms = {form<CursorInstruction>()}},
-      {.spec = {"scroll",
+      {.info = {"scroll",
                 "Simulate scroll wheel in a direction",
                 {choice("direction", {"up", "down", "left", "right"}), optional("ticks", "number")},
                 "scroll ${1|up,down,left,right|} ${2:3}"},
        .parse = &P::parseScroll,
        .forms = {form<ScrollInstruction>(kAction)}},
-      {.spec = {"key",
+      {.info = {"key",
                 "Simulate a key press with optional modifiers",
                 {required("keyspec", "string")},
                 "key ${1:enter}"},
        .parse = &P::parseKey,
        .forms = {form<KeyInstruction>(kAction)}},
-      {.spec = {"wait",
+      {.info = {"wait",
                 "Pause execution for a number of seconds",
                 {required("seconds", "number")},
                 "wait ${1:1.0}"},
        .parse = &P::parseWait,
        .forms = {form<WaitInstruction>()}},
-      {.spec = {"wait-for-idle",
+      {.info = {"wait-for-idle",
                 "Wait until screen content stabilizes or timeout",
                 {required("seconds", "number")},
                 "wait-for-idle ${1:2.0}"},
        .parse = &P::parseWaitForIdle,
        .forms = {form<WaitForIdleInstruction>()}},
-      {.spec = {"run",
+      {.info = {"run",
                 "Execute a shell command, optionally capturing output",
                 {required("command", "string"), optional("as", "variable")},
                 R"(run "${1:command}" as \$${2:out})"},
        .parse = &P::parseRun,
        .forms = {form<RunInstruction>()}},
-      {.spec = {"spotlight", "Add a spotlight effect to a region or stdout line", spotlightArgs(),
+      {.info = {"spotlight", "Add a spotlight effect to a region or stdout line", spotlightArgs(),
                 "spotlight region ${1:x} ${2:y} ${3:w} ${4:h} duration ${5:2.0}"},
        .parse = &P::parseSpotlight,
        .forms = {form<SpotlightInstruction>()}},
-      {.spec = {"spotlight-shift", "Animate spotlight from previous position to a new target",
+      {.info = {"spotlight-shift", "Animate spotlight from previous position to a new target",
                 spotlightArgs(),
                 "spotlight-shift region ${1:x} ${2:y} ${3:w} ${4:h} duration ${5:2.0}"},
        .parse = &P::parseSpotlight,
        .forms = {form<SpotlightShiftInstruction>()}},
-      {.spec = {"clear-fx", "Remove all active visual effects", {}, "clear-fx"},
+      {.info = {"clear-fx", "Remove all active visual effects", {}, "clear-fx"},
        .parse = &P::parseBare<ClearFxInstruction>,
        .forms = {form<ClearFxInstruction>()}},
-      {.spec = {"remain", "Wait for the remaining duration of the current recording", {}, "remain"},
+      {.info = {"remain", "Wait for the remaining duration of the current recording", {}, "remain"},
        .parse = &P::parseBare<RemainInstruction>,
        .forms = {form<RemainInstruction>()}},
-      {.spec = {"render", "Stop recording and render the GIF immediately", {}, "render"},
+      {.info = {"render", "Stop recording and render the GIF immediately", {}, "render"},
        .parse = &P::parseBare<RenderInstruction>,
        .forms = {form<RenderInstruction>()}},
-      {.spec = {"clear", "Send Ctrl+L to clear the target window", {}, "clear"},
+      {.info = {"clear", "Send Ctrl+L to clear the target window", {}, "clear"},
        .parse = &P::parseBare<ClearInstruction>,
        .forms = {form<ClearInstruction>(kAction)}},
-      {.spec = {"resize",
+      {.info = {"resize",
                 "Resize the target window to width x height",
                 {required("width", "number"), required("height", "number")},
                 "resize ${1:800} ${2:600}"},
        .parse = &P::parseResize,
        .forms = {form<ResizeInstruction>()}},
-      {.spec = {"intro", "Add a title card at the beginning of the GIF", titleCardArgs(),
+      {.info = {"intro", "Add a title card at the beginning of the GIF", titleCardArgs(),
                 R"(intro "${1:Title}" subtitle "${2:Subtitle}")"},
        .parse = &P::parseIntro,
        .forms = {form<IntroInstruction>()}},
-      {.spec = {"outro", "Add a title card at the end of the GIF", titleCardArgs(),
+      {.info = {"outro", "Add a title card at the end of the GIF", titleCardArgs(),
                 R"(outro "${1:Title}" subtitle "${2:Subtitle}")"},
        .parse = &P::parseIntro,
        .forms = {form<OutroInstruction>()}},
-      {.spec = {"dismiss-dialog",
+      {.info = {"dismiss-dialog",
                 "Dismiss an unexpected dialog or sheet (optional: app, button keywords)",
                 {optional("app", "string"), optional("button", "string")},
                 R"(dismiss-dialog button "${1:OK}")"},
        .parse = &P::parseAppButtonKeywords,
        .forms = {form<DismissDialogInstruction>(kElementAction)}},
-      {.spec = {"click-button-in-dialog",
+      {.info = {"click-button-in-dialog",
                 "Click a named button in the frontmost dialog/sheet to proceed (requires "
                 "Accessibility)",
                 {required("button", "string"), optional("app", "string")},
                 R"(click-button-in-dialog button "${1:Allow}")"},
        .parse = &P::parseAppButtonKeywords,
        .forms = {form<ClickButtonInDialogInstruction>(kElementAction)}},
-      {.spec = {"set-background",
+      {.info = {"set-background",
                 R"(Composite frames over a solid hex background color (e.g. "#FF0000"))",
                 {required("color", "string")},
                 R"(set-background color "${1:#1a1a2e}")"},
        .parse = &P::parseSetBackground,
        .forms = {form<SetBackgroundInstruction>()}},
-      {.spec = {"target",
+      {.info = {"target",
                 "Attach to a native app or Safari window for unobtrusive element-driven demos",
                 {choice("kind", {"window", "app"}), required("match", "string"),
                  optional("as", "variable")},
@@ -224,7 +224,7 @@ std::vector<ScriptCommand> makeCommands() {
        .parse = &P::parseTarget,
        .forms = {form<TargetInstruction>()},
        .platformNote = "Not on Linux: Safari windows"},
-      {.spec =
+      {.info =
            {"fill",
             "Set the value of an element matched by target (falls back to keystrokes for fields "
             "that reject direct value-setting)",
@@ -232,19 +232,19 @@ std::vector<ScriptCommand> makeCommands() {
             R"(fill ${1:text:Field} "${2:value}")"},
        .parse = &P::parseFill,
        .forms = {form<FillInstruction>(kElementAction)}},
-      {.spec = {"move-to",
+      {.info = {"move-to",
                 "Move the synthetic cursor to an element without clicking",
                 {required("target", "target")},
                 "move-to ${1:text:Label}"},
        .parse = &P::parseMoveTo,
        .forms = {form<MoveToInstruction>(kElementAction)}},
-      {.spec = {"wait-for",
+      {.info = {"wait-for",
                 "Wait until an element matching the target appears (or timeout)",
                 {required("target", "target"), optional("timeout", "number")},
                 "wait-for ${1:text:Label} timeout ${2:10}"},
        .parse = &P::parseWaitFor,
        .forms = {form<WaitForInstruction>(kElementWait)}},
-      {.spec = {"browser",
+      {.info = {"browser",
                 "Launch a browser session: chrome (CDP, CSS selectors) or safari (AX)",
                 {choice("engine", {"chrome", "safari"}), required("url", "string"),
                  optional("as", "variable")},
@@ -252,27 +252,27 @@ std::vector<ScriptCommand> makeCommands() {
        .parse = &P::parseBrowser,
        .forms = {form<BrowserInstruction>({.startsBrowser = true})},
        .platformNote = "Not on Linux: browser safari (use browser chrome)"},
-      {.spec = {"navigate",
+      {.info = {"navigate",
                 "Navigate the active browser session to a URL",
                 {required("url", "string"), optional("show-typing", "flag")},
                 R"(navigate "${1:...}")"},
        .parse = &P::parseNavigate,
        .forms = {form<NavigateInstruction>(kAction)}},
-      {.spec = {"highlight",
+      {.info = {"highlight",
                 "Highlight an element (resolved by target) for a duration",
                 {required("target", "target"), optional("duration", "number"),
                  choice("style", {"outline", "glow", "box"}, true)},
                 "highlight ${1:text:Save} duration ${2:2.0} style ${3|outline,glow,box|}"},
        .parse = &P::parseHighlight,
        .forms = {form<HighlightInstruction>()}},
-      {.spec = {"zoom",
+      {.info = {"zoom",
                 "Zoom toward an element (digital Ken-Burns, or CDP page zoom for Chrome)",
                 {required("target", "target"), optional("scale", "number"),
                  optional("duration", "number"), choice("mode", {"digital", "page"}, true)},
                 "zoom ${1:text:Logo} scale ${2:2.0} duration ${3:0.6} mode ${4|digital,page|}"},
        .parse = &P::parseZoom,
        .forms = {form<ZoomInstruction>()}},
-      {.spec = {"zoom-out",
+      {.info = {"zoom-out",
                 "Return the zoom to 1.0",
                 {optional("duration", "number")},
                 "zoom-out duration ${1:0.5}"},
@@ -285,7 +285,7 @@ std::vector<ScriptCommand> makeCommands() {
 
 ScriptCommandTable::ScriptCommandTable() : commands_(makeCommands()) {
   for (const ScriptCommand& command : commands_) {
-    byName_.emplace(command.spec.name, &command);
+    byName_.emplace(command.info.name, &command);
     for (const InstructionForm& form : command.forms) {
       byAlternative_[form.alternative] = &command;
       traits_[form.alternative] = form.traits;
@@ -304,7 +304,7 @@ const ScriptCommand* ScriptCommandTable::find(std::string_view name) const {
 }
 
 std::string_view commandName(const ScriptInstruction& instruction) {
-  return ScriptCommandTable::shared().commandOf(instruction).spec.name;
+  return ScriptCommandTable::shared().commandOf(instruction).info.name;
 }
 
 std::optional<std::string> unavailableOnThisPlatform(const ScriptInstruction& instruction) {

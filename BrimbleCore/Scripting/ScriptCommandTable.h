@@ -41,7 +41,7 @@ struct ScriptCommand {
 
   /// Name, description, arguments and snippet, as `brimble commands` and the MCP resources show
   /// them.
-  ScriptCommandSpec spec;
+  ScriptCommandInfo info;
   /// Parses one line, its command word first (a ScriptParser function).
   ParseFunction parse = nullptr;
   std::vector<InstructionForm> forms{};

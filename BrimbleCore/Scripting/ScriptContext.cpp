@@ -42,7 +42,7 @@ const std::string* ScriptContext::usableSetting(std::string_view name) const {
   if (text == nullptr) {
     return nullptr;
   }
-  const ScriptSettingSpec* known = findScriptSetting(name);
+  const ScriptSettingInfo* known = findScriptSetting(name);
   return known == nullptr || isAcceptedSettingValue(*known, *text) ? text : nullptr;
 }
 

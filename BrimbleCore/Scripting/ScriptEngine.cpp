@@ -333,7 +333,7 @@ void ScriptEngine::type(const TypeInstruction& type, int line) {
 }
 
 void ScriptEngine::key(const KeyInstruction& key, int line) {
-  const std::string written = text(key.keySpec, line);
+  const std::string written = text(key.keyChord, line);
   const KeyChord chord = InputSimulator::parseKeyChord(written);
   if (!services_.input.pressKey(chord.key, chord.modifiers)) {
     throw ScriptError::runtimeError(line, "Unknown key '" + chord.key + "' in '" + written + "'");

@@ -192,7 +192,7 @@ struct ScrollInstruction {
 
 /// `key <keyspec>` such as `enter` or `cmd+c`.
 struct KeyInstruction {
-  ScriptValue keySpec;
+  ScriptValue keyChord;
   bool operator==(const KeyInstruction& other) const = default;
 };
 

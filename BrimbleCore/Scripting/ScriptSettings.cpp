@@ -33,8 +33,8 @@ nlohmann::ordered_json typedValue(const std::string& type, const std::string& te
 
 }  // namespace
 
-const std::vector<ScriptSettingSpec>& scriptSettingsTable() {
-  static const std::vector<ScriptSettingSpec> table = {
+const std::vector<ScriptSettingInfo>& scriptSettingsTable() {
+  static const std::vector<ScriptSettingInfo> table = {
       {"fps", "integer", "30", {"12", "24", "30", "60"}, "capture and output frame rate"},
       {"output", "string", "output.gif", {}, "output file path"},
       {"max-width", "integer", "800", {}, "maximum output width in pixels", 16},
@@ -68,8 +68,8 @@ const std::vector<ScriptSettingSpec>& scriptSettingsTable() {
   return table;
 }
 
-const ScriptSettingSpec* findScriptSetting(std::string_view name) {
-  for (const ScriptSettingSpec& setting : scriptSettingsTable()) {
+const ScriptSettingInfo* findScriptSetting(std::string_view name) {
+  for (const ScriptSettingInfo& setting : scriptSettingsTable()) {
     if (setting.name == name) {
       return &setting;
     }
@@ -93,7 +93,7 @@ const std::vector<std::pair<std::string, std::string>>& initialSettings() {
 
 std::string settingsDocumentJSON(int indent) {
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
-  for (const ScriptSettingSpec& setting : scriptSettingsTable()) {
+  for (const ScriptSettingInfo& setting : scriptSettingsTable()) {
     nlohmann::ordered_json entry;
     entry["name"] = setting.name;
     entry["type"] = setting.type;
@@ -140,7 +140,7 @@ std::optional<double> doubleFromSettingText(std::string_view text) {
   return parseScriptNumber(trimmed(text, kBlanks));
 }
 
-bool isAcceptedSettingValue(const ScriptSettingSpec& setting, std::string_view text) {
+bool isAcceptedSettingValue(const ScriptSettingInfo& setting, std::string_view text) {
   if (!setting.allowedValues.empty()) {
     const auto matches = [&](const std::string& allowed) {
       if (setting.type == "integer") {

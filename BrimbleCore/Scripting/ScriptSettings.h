@@ -12,7 +12,7 @@ namespace brimble {
 /// default as text (no value when there is none), the values it is restricted to (empty when
 /// any value of the type will do), what it means, and for numbers the least value that makes
 /// sense (a negative width or delay does not).
-struct ScriptSettingSpec {
+struct ScriptSettingInfo {
   std::string name;
   std::string type;
   std::optional<std::string> defaultValue;
@@ -22,10 +22,10 @@ struct ScriptSettingSpec {
 };
 
 /// Every setting, in the order they are documented and published.
-const std::vector<ScriptSettingSpec>& scriptSettingsTable();
+const std::vector<ScriptSettingInfo>& scriptSettingsTable();
 
 /// The setting called `name`, or null.
-const ScriptSettingSpec* findScriptSetting(std::string_view name);
+const ScriptSettingInfo* findScriptSetting(std::string_view name);
 
 /// Whether scripts may set `name`: the table's keys and the title-card colours `intro-bg` and
 /// `intro-fg`, which the title-card renderer reads when present.
@@ -49,6 +49,6 @@ std::optional<double> doubleFromSettingText(std::string_view text);
 /// Whether `text` is a value the engine will use for `setting` rather than falling back to the
 /// default: it converts to the setting's type, is not below its minimum and, for restricted
 /// settings, is one of them.
-bool isAcceptedSettingValue(const ScriptSettingSpec& setting, std::string_view text);
+bool isAcceptedSettingValue(const ScriptSettingInfo& setting, std::string_view text);
 
 }  // namespace brimble

@@ -31,7 +31,7 @@ std::optional<std::string> literalText(const ScriptValue& value) {
   return std::nullopt;
 }
 
-std::string expectedValues(const ScriptSettingSpec& setting) {
+std::string expectedValues(const ScriptSettingInfo& setting) {
   if (!setting.allowedValues.empty()) {
     std::string list;
     for (const std::string& value : setting.allowedValues) {
@@ -97,8 +97,8 @@ NamedValues argumentsOf(const Instruction& instruction) {
     add(instruction.y);
   if constexpr (requires { instruction.ticks; })
     add(instruction.ticks);
-  if constexpr (requires { instruction.keySpec; })
-    add(instruction.keySpec);
+  if constexpr (requires { instruction.keyChord; })
+    add(instruction.keyChord);
   if constexpr (requires { instruction.seconds; })
     add(instruction.seconds);
   if constexpr (requires { instruction.command; })
@@ -213,7 +213,7 @@ class Checker {
       }
       return;
     }
-    const ScriptSettingSpec* known = findScriptSetting(set.name);
+    const ScriptSettingInfo* known = findScriptSetting(set.name);
     if (known != nullptr && !isAcceptedSettingValue(*known, *text)) {
       warnings_.push_back(prefix + "invalid value '" + *text + "' for setting '" + set.name +
                           "' (" + expectedValues(*known) + ")");
@@ -255,7 +255,7 @@ class Checker {
   }
 
   void checkKey(const KeyInstruction& key, const std::string& prefix) {
-    const auto text = literalText(key.keySpec);
+    const auto text = literalText(key.keyChord);
     if (!text) {
       return;
     }

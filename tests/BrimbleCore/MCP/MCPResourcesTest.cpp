@@ -12,12 +12,12 @@ namespace {
 
 TEST(MCPResources, TheReferenceNamesEveryCommandAndSettingOfTheLanguage) {
   const std::string reference = MCPResources::scriptingReference();
-  for (const ScriptCommandSpec& command : commandManifest().commands) {
+  for (const ScriptCommandInfo& command : commandManifest().commands) {
     EXPECT_NE(reference.find("\n- `" + command.name), std::string::npos) << command.name;
     EXPECT_NE(reference.find("` — " + command.description + "\n"), std::string::npos)
         << command.name;
   }
-  for (const ScriptSettingSpec& setting : scriptSettingsTable()) {
+  for (const ScriptSettingInfo& setting : scriptSettingsTable()) {
     EXPECT_NE(reference.find("\n- `" + setting.name + "` (" + setting.type), std::string::npos)
         << setting.name;
   }

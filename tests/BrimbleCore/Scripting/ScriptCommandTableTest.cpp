@@ -50,7 +50,7 @@ TEST(ScriptCommandTable, EveryInstructionHasOneCommandAndEveryCommandOneName) {
   std::vector<std::vector<std::string>> claims(std::variant_size_v<ScriptInstruction>);
   std::map<std::string, int> rowsNamed;
   for (const ScriptCommand& command : ScriptCommandTable::shared().commands()) {
-    const std::string& name = command.spec.name;
+    const std::string& name = command.info.name;
     ++rowsNamed[name];
     EXPECT_NE(command.parse, nullptr) << name;
     EXPECT_FALSE(command.forms.empty()) << name;
@@ -78,7 +78,7 @@ TEST(ScriptCommandTable, EveryInstructionHasOneCommandAndEveryCommandOneName) {
 TEST(ScriptCommandTable, EachCommandsSnippetParsesIntoItsOwnInstruction) {
   const ScriptCommandTable& table = ScriptCommandTable::shared();
   for (const ScriptCommand& command : table.commands()) {
-    const std::string line = filledIn(command.spec.snippet);
+    const std::string line = filledIn(command.info.snippet);
     SCOPED_TRACE(line);
     std::vector<LocatedInstruction> parsed;
     ASSERT_NO_THROW(parsed = ScriptParser::parse(line));
@@ -87,8 +87,8 @@ TEST(ScriptCommandTable, EachCommandsSnippetParsesIntoItsOwnInstruction) {
     EXPECT_TRUE(std::any_of(
         command.forms.begin(), command.forms.end(),
         [&](const InstructionForm& form) { return form.alternative == instruction.index(); }));
-    EXPECT_EQ(commandName(instruction), command.spec.name);
-    EXPECT_EQ(table.find(command.spec.name), &command);
+    EXPECT_EQ(commandName(instruction), command.info.name);
+    EXPECT_EQ(table.find(command.info.name), &command);
   }
   // The parser lower-cases the word first; the table holds only the spellings it publishes.
   EXPECT_EQ(table.find("Record"), nullptr);

@@ -30,6 +30,7 @@
 #include "BrimbleCore/Support/XID.h"
 #include "cli/AnimationOutput.h"
 #include "cli/CommandDesktop.h"
+#include "cli/CommandFailure.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
@@ -75,18 +76,6 @@ struct CaptureOptions {
   CLI::Option* appOption = nullptr;
 };
 
-/// A failure already explained to the user; carries the exit code.
-struct Stop {
-  int exitCode;
-};
-
-template <typename... Args>
-[[noreturn]] void fail(const char* command, int exitCode, fmt::format_string<Args...> format,
-                       Args&&... args) {
-  fmt::print(stderr, "brimble {}: {}\n", command, fmt::format(format, std::forward<Args>(args)...));
-  throw Stop{exitCode};
-}
-
 /// What the command line asked to capture, found on the screen.
 struct Target {
   enum class Kind { region, display, window };
@@ -115,7 +104,7 @@ void checkOneTarget(const char* command, const CaptureOptions& options) {
                     static_cast<int>(options.windowOption->count() > 0) +
                     static_cast<int>(options.appOption->count() > 0);
   if (given != 1) {
-    fail(command, kExitUsage, "give exactly one of --region, --display, --window or --app");
+    failCommand(command, kExitUsage, "give exactly one of --region, --display, --window or --app");
   }
 }
 
@@ -136,16 +125,17 @@ ScreenRect parseRegion(const char* command, const std::string& text) {
       }
     }
   } catch (const std::exception&) {
-    fail(command, kExitUsage, "--region must be X,Y,WIDTH,HEIGHT in pixels (got \"{}\")", text);
+    failCommand(command, kExitUsage, "--region must be X,Y,WIDTH,HEIGHT in pixels (got \"{}\")",
+                text);
   }
   if (position != text.size() || rect.width < 1 || rect.height < 1) {
-    fail(command, kExitUsage, "--region must be X,Y,WIDTH,HEIGHT with a positive size (got \"{}\")",
-         text);
+    failCommand(command, kExitUsage,
+                "--region must be X,Y,WIDTH,HEIGHT with a positive size (got \"{}\")", text);
   }
   if (rect.width > kMaxRegionSide || rect.height > kMaxRegionSide) {
-    fail(command, kExitUsage,
-         "Region dimensions must not exceed 7680 pixels per axis (got {}\u00d7{})", rect.width,
-         rect.height);
+    failCommand(command, kExitUsage,
+                "Region dimensions must not exceed 7680 pixels per axis (got {}\u00d7{})",
+                rect.width, rect.height);
   }
   return rect;
 }
@@ -183,8 +173,8 @@ ScreenDisplay chooseDisplay(const char* command, const std::string& wanted, Scre
   for (const ScreenDisplay& display : displays) {
     known.push_back(describe(display));
   }
-  fail(command, kExitFailure, "no display \"{}\"; the displays are {}", wanted,
-       fmt::join(known, ", "));
+  failCommand(command, kExitFailure, "no display \"{}\"; the displays are {}", wanted,
+              fmt::join(known, ", "));
 }
 
 Target resolveTarget(const char* command, const CaptureOptions& options, Desktop& desktop) {
@@ -218,7 +208,7 @@ Target resolveTarget(const char* command, const CaptureOptions& options, Desktop
       const auto match = desktop.windows().find(std::string_view(options.app));
       window = match ? source.window(match->window.id) : std::nullopt;
       if (!window) {
-        fail(command, kExitFailure, "no window of an application named \"{}\"", options.app);
+        failCommand(command, kExitFailure, "no window of an application named \"{}\"", options.app);
       }
     }
     target.window = *window;
@@ -275,13 +265,14 @@ RenderSettings effectSettings(const CaptureOptions& options) {
   if (!options.idleStrategy.empty()) {
     settings.idleStrategy = idleStrategyFromArgument(options.idleStrategy);
     if (!settings.idleStrategy) {
-      fail(command, kExitUsage, "unknown idle strategy \"{}\" (use cut, ramp or fade)",
-           options.idleStrategy);
+      failCommand(command, kExitUsage, "unknown idle strategy \"{}\" (use cut, ramp or fade)",
+                  options.idleStrategy);
     }
   }
   if (!options.background.empty() && !EffectColor::parse(options.background)) {
-    fail(command, kExitUsage, "--background must be a hex colour such as #1a1a2e (got \"{}\")",
-         options.background);
+    failCommand(command, kExitUsage,
+                "--background must be a hex colour such as #1a1a2e (got \"{}\")",
+                options.background);
   }
   settings.background = options.background;
   return settings;
@@ -310,7 +301,7 @@ std::optional<AudioSource> soundSource(const CaptureOptions& options, SoundCaptu
     try {
       sound.server.emplace();
     } catch (const AudioError& error) {
-      fail("record", kExitFailure, "{}", error.what());
+      failCommand("record", kExitFailure, "{}", error.what());
     }
     from.server = sound.server->address();
     fmt::print(stderr,
@@ -329,7 +320,7 @@ void startSound(const CaptureOptions& options, SoundCapture& sound) {
   try {
     sound.recorder.emplace(*from, steadyClock());
   } catch (const AudioError& error) {
-    fail("record", kExitFailure, "{}", error.what());
+    failCommand("record", kExitFailure, "{}", error.what());
   }
 }
 
@@ -341,7 +332,7 @@ std::optional<AudioTrack> stopSound(SoundCapture& sound, Clock::time_point video
   try {
     return sound.recorder->stop(videoStart);
   } catch (const AudioError& error) {
-    fail("record", kExitFailure, "{}; nothing was written", error.what());
+    failCommand("record", kExitFailure, "{}; nothing was written", error.what());
   }
 }
 
@@ -359,7 +350,7 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts, 
   try {
     recorder->start({target.captureTarget(), options.fps, !options.noCursor, from});
   } catch (const AudioError& error) {
-    fail(command, kExitFailure, "{}", error.what());
+    failCommand(command, kExitFailure, "{}", error.what());
   }
   const auto started = Clock::now();
   fmt::print(stderr, "brimble record: recording {} with effects, {} fps; {}\n", target.description,
@@ -378,11 +369,11 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts, 
   try {
     segments.push_back(RenderSegment{recorder->stop()});
   } catch (const AudioError& error) {
-    fail(command, kExitFailure, "{}; nothing was written", error.what());
+    failCommand(command, kExitFailure, "{}; nothing was written", error.what());
   }
   if (!segments[0].frames || segments[0].frames->count() == 0) {
-    fail(command, stop.stop_requested() ? Interrupts::kExitInterrupted : kExitFailure,
-         "no frame was recorded; nothing was written");
+    failCommand(command, stop.stop_requested() ? Interrupts::kExitInterrupted : kExitFailure,
+                "no frame was recorded; nothing was written");
   }
   fmt::print(stderr, "brimble record: {} frames, {} input events in {:.1f} s; rendering\n",
              segments[0].frames->count(), segments[0].events.size(), segments[0].duration);
@@ -393,7 +384,7 @@ int runRecordWithEffects(const CaptureOptions& options, Interrupts& interrupts, 
       SegmentRenderer::render(segments, settings, options.output, progressOn(bar), encodeStop);
   bar.finish();
   if (summary.frames == 0) {
-    fail(command, kExitFailure, "no frame could be decoded; nothing was written");
+    failCommand(command, kExitFailure, "no frame could be decoded; nothing was written");
   }
   printSummary(options.output, summary, encodeStarted);
   return kExitSuccess;
@@ -405,14 +396,15 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
   checkOneTarget(command, options);
   const OutputFormat format = checkAnimationOutput("", options.output, false);
   if (wantsAudio(options) && !isVideo(format)) {
-    fail(command, kExitUsage,
-         "--audio records sound for MP4 output; {} carries no sound (write a .mp4 file)",
-         label(format));
+    failCommand(command, kExitUsage,
+                "--audio records sound for MP4 output; {} carries no sound (write a .mp4 file)",
+                label(format));
   }
   if (wantsAudio(options) && !options.idleStrategy.empty()) {
-    fail(command, kExitUsage,
-         "--audio cannot be used with --idle-strategy: cutting pauses would put the sound out of "
-         "step");
+    failCommand(
+        command, kExitUsage,
+        "--audio cannot be used with --idle-strategy: cutting pauses would put the sound out of "
+        "step");
   }
   ScreenRecorder::sweepOrphanedFrameFiles();
   const auto desktop = commandDesktop(options.headless);
@@ -464,8 +456,8 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
     fmt::print(stderr, "Some frames were lost while recording because the disk filled up.\n");
   }
   if (!store || store->count() == 0) {
-    fail(command, stop.stop_requested() ? Interrupts::kExitInterrupted : kExitFailure,
-         "no frame was recorded; nothing was written");
+    failCommand(command, stop.stop_requested() ? Interrupts::kExitInterrupted : kExitFailure,
+                "no frame was recorded; nothing was written");
   }
 
   fmt::print(stderr, "brimble record: {} frames in {:.1f} s; encoding\n", store->count(), recorded);
@@ -482,7 +474,7 @@ int runRecord(const CaptureOptions& options, Interrupts& interrupts) {
       RecordingEncoder::encode(store, recorded, options.output, std::move(encoding));
   bar.finish();
   if (summary.frames == 0) {
-    fail(command, kExitFailure, "no frame could be decoded; nothing was written");
+    failCommand(command, kExitFailure, "no frame could be decoded; nothing was written");
   }
   printSummary(options.output, summary, encodeStarted);
   return kExitSuccess;
@@ -496,7 +488,8 @@ int runStill(const CaptureOptions& options) {
   const Target target = resolveTarget(command, options, *desktop);
   const auto frame = desktop->screen().openStream(target.captureTarget(), false)->grab();
   if (!frame) {
-    fail(command, kExitFailure, "{} is not on screen; nothing was written", target.description);
+    failCommand(command, kExitFailure, "{} is not on screen; nothing was written",
+                target.description);
   }
   const std::vector<std::uint8_t> png = encodePNG(*frame);
   writeFileAtomically(options.output,
@@ -571,7 +564,7 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
   return {command, [options, &interrupts] {
             try {
               return runRecord(*options, interrupts);
-            } catch (const Stop& failure) {
+            } catch (const CommandFailure& failure) {
               return failure.exitCode;
             } catch (const CancellationError&) {
               fmt::print(stderr, "brimble record: interrupted; nothing was written\n");
@@ -591,7 +584,7 @@ Command addStillCommand(CLI::App& app) {
   return {command, [options] {
             try {
               return runStill(*options);
-            } catch (const Stop& failure) {
+            } catch (const CommandFailure& failure) {
               return failure.exitCode;
             }
           }};

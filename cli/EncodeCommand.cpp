@@ -24,6 +24,7 @@
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Text.h"
 #include "cli/AnimationOutput.h"
+#include "cli/CommandFailure.h"
 #include "cli/OptionChecks.h"
 #include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
@@ -55,17 +56,6 @@ struct EncodeOptions {
   int maxSizeKB = 0;
 };
 
-/// A failure already explained to the user; carries the exit code.
-struct Stop {
-  int exitCode;
-};
-
-template <typename... Args>
-[[noreturn]] void fail(int exitCode, fmt::format_string<Args...> format, Args&&... args) {
-  fmt::print(stderr, "brimble encode: {}\n", fmt::format(format, std::forward<Args>(args)...));
-  throw Stop{exitCode};
-}
-
 ImageSize parseSize(const std::string& text) {
   const auto x = text.find('x');
   try {
@@ -82,7 +72,8 @@ ImageSize parseSize(const std::string& text) {
     }
   } catch (const std::exception&) {
   }
-  fail(kExitUsage, "--size must be WIDTHxHEIGHT, each 1 to 65535 (got \"{}\")", text);
+  failCommand("encode", kExitUsage, "--size must be WIDTHxHEIGHT, each 1 to 65535 (got \"{}\")",
+              text);
 }
 
 bool isFrameFile(const fs::path& path) {
@@ -102,7 +93,7 @@ std::vector<fs::path> frameFiles(const std::vector<std::string>& inputs) {
     std::error_code error;
     const auto status = fs::status(input, error);
     if (!fs::exists(status)) {
-      fail(kExitFailure, "{}: no such file or directory", input.string());
+      failCommand("encode", kExitFailure, "{}: no such file or directory", input.string());
     }
     if (fs::is_directory(status)) {
       std::vector<fs::path> found;
@@ -112,10 +103,11 @@ std::vector<fs::path> frameFiles(const std::vector<std::string>& inputs) {
         }
       }
       if (error) {
-        fail(kExitFailure, "cannot list {}: {}", input.string(), error.message());
+        failCommand("encode", kExitFailure, "cannot list {}: {}", input.string(), error.message());
       }
       if (found.empty()) {
-        fail(kExitFailure, "{}: no PNG or JPEG frames in this directory", input.string());
+        failCommand("encode", kExitFailure, "{}: no PNG or JPEG frames in this directory",
+                    input.string());
       }
       std::sort(found.begin(), found.end());
       files.insert(files.end(), found.begin(), found.end());
@@ -133,14 +125,14 @@ ImageSize checkFrames(const std::vector<fs::path>& files) {
   for (const fs::path& file : files) {
     const auto size = imageSize(readFileBytes(file));
     if (!size) {
-      fail(kExitFailure, "{}: not a PNG or JPEG image", file.string());
+      failCommand("encode", kExitFailure, "{}: not a PNG or JPEG image", file.string());
     }
     if (!first) {
       first = size;
     } else if (*size != *first) {
-      fail(kExitFailure, "frames of mixed sizes: {} is {}x{} but {} is {}x{}",
-           files.front().string(), first->width, first->height, file.string(), size->width,
-           size->height);
+      failCommand("encode", kExitFailure, "frames of mixed sizes: {} is {}x{} but {} is {}x{}",
+                  files.front().string(), first->width, first->height, file.string(), size->width,
+                  size->height);
     }
   }
   return *first;
@@ -150,15 +142,17 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
   const auto started = std::chrono::steady_clock::now();
   const std::stop_token stop = interrupts.watch();
   if (options.testPattern == !options.inputs.empty()) {
-    fail(kExitUsage, "{}",
-         options.testPattern
-             ? "give either input frames or --test-pattern, not both"
-             : "no input: give a directory of frames, frame files, a GIF, or --test-pattern");
+    failCommand(
+        "encode", kExitUsage, "{}",
+        options.testPattern
+            ? "give either input frames or --test-pattern, not both"
+            : "no input: give a directory of frames, frame files, a GIF, or --test-pattern");
   }
   const OutputFormat format = checkAnimationOutput(options.format, options.output, true);
   const auto palette = paletteStrategyFromArgument(options.palette);
   if (!palette) {
-    fail(kExitUsage, "unknown palette \"{}\" (use auto, global or perFrame)", options.palette);
+    failCommand("encode", kExitUsage, "unknown palette \"{}\" (use auto, global or perFrame)",
+                options.palette);
   }
   FrameTransform scale;
   if (options.maxWidth > 0) {
@@ -172,15 +166,17 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
   } else if (options.dedupRule == "every-pixel") {
     tuning.dedupRule = DedupRule::everyPixel;
   } else {
-    fail(kExitUsage, "unknown dedup rule \"{}\" (use every-pixel or sampled)", options.dedupRule);
+    failCommand("encode", kExitUsage, "unknown dedup rule \"{}\" (use every-pixel or sampled)",
+                options.dedupRule);
   }
   if (options.paletteBuilder == "histogram") {
     tuning.paletteBuilder = PaletteBuilder::histogram;
   } else if (options.paletteBuilder == "median-cut") {
     tuning.paletteBuilder = PaletteBuilder::medianCut;
   } else {
-    fail(kExitUsage, "unknown palette builder \"{}\" (use histogram or median-cut)",
-         options.paletteBuilder);
+    failCommand("encode", kExitUsage,
+                "unknown palette builder \"{}\" (use histogram or median-cut)",
+                options.paletteBuilder);
   }
   tuning.paletteStrategy = *palette;
   if (options.webpMode == "lossless") {
@@ -190,7 +186,8 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
   } else if (options.webpMode == "mixed") {
     tuning.webpMode = WebPMode::mixed;
   } else {
-    fail(kExitUsage, "unknown WebP mode \"{}\" (use lossless, lossy or mixed)", options.webpMode);
+    failCommand("encode", kExitUsage, "unknown WebP mode \"{}\" (use lossless, lossy or mixed)",
+                options.webpMode);
   }
   SequenceOptions sequence;
   sequence.fps = options.fps;
@@ -235,7 +232,8 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
     summary = encodeFrames(options.frames, frameAt);
   } else if (options.inputs.size() == 1 && isGIFFile(options.inputs.front())) {
     if (options.maxSizeKB > 0) {
-      fail(kExitUsage, "--max-size works on frames and --test-pattern; a GIF keeps its own timing");
+      failCommand("encode", kExitUsage,
+                  "--max-size works on frames and --test-pattern; a GIF keeps its own timing");
     }
     // A GIF keeps its own delays.
     GIFDecoder decoder{fs::path(options.inputs.front())};
@@ -279,7 +277,7 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
   }
   bar.finish();
   if (summary.frames == 0) {
-    fail(kExitFailure, "no frame could be decoded; nothing was written");
+    failCommand("encode", kExitFailure, "no frame could be decoded; nothing was written");
   }
   printSummary(options.output, summary, started);
   return kExitSuccess;
@@ -359,7 +357,7 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
   return {command, [options, &interrupts] {
             try {
               return runEncode(*options, interrupts);
-            } catch (const Stop& failure) {
+            } catch (const CommandFailure& failure) {
               return failure.exitCode;
             } catch (const CancellationError&) {
               fmt::print(stderr, "brimble encode: interrupted; nothing was written\n");

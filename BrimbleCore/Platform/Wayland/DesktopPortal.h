@@ -38,6 +38,10 @@ class DesktopPortal {
  public:
   static constexpr const char* kBusName = "org.freedesktop.portal.Desktop";
   static constexpr const char* kObjectPath = "/org/freedesktop/portal/desktop";
+  static constexpr const char* kScreenCast = "org.freedesktop.portal.ScreenCast";
+  static constexpr const char* kRemoteDesktop = "org.freedesktop.portal.RemoteDesktop";
+  /// How long a request that shows the user nothing may take before the portal counts as stuck.
+  static constexpr std::chrono::seconds kQuickAnswer{30};
 
   /// Connects to the session bus. Throws PortalError::unavailable.
   DesktopPortal();

@@ -3,9 +3,6 @@
 namespace brimble::wayland {
 namespace {
 
-constexpr const char* kRemoteDesktop = "org.freedesktop.portal.RemoteDesktop";
-constexpr const char* kScreenCast = "org.freedesktop.portal.ScreenCast";
-constexpr auto kQuickAnswer = std::chrono::seconds(30);
 constexpr std::uint32_t kKeyboardAndPointer =
     static_cast<std::uint32_t>(RemoteDesktopSession::Devices::keyboard) |
     static_cast<std::uint32_t>(RemoteDesktopSession::Devices::pointer);
@@ -20,18 +17,18 @@ void beginOptions(GVariantBuilder& dict, const std::string& token) {
 }  // namespace
 
 RemoteDesktopSession::RemoteDesktopSession(DesktopPortal& portal, const Options& options)
-    : portal_(portal), version_(portal.version(kRemoteDesktop)) {
+    : portal_(portal), version_(portal.version(DesktopPortal::kRemoteDesktop)) {
   if (version_ == 0) {
     throw PortalError::unavailable("remote input (org.freedesktop.portal.RemoteDesktop)",
                                    "the interface is missing");
   }
-  handle_ =
-      portal_.createSession(kRemoteDesktop, "a remote-desktop session", kQuickAnswer, options.stop);
+  handle_ = portal_.createSession(DesktopPortal::kRemoteDesktop, "a remote-desktop session",
+                                  DesktopPortal::kQuickAnswer, options.stop);
 
   try {
     const auto selectDevices = [&](const std::string& restoreToken) {
       portal_.request(
-          kRemoteDesktop, "SelectDevices",
+          DesktopPortal::kRemoteDesktop, "SelectDevices",
           [&](const std::string& token) {
             GVariantBuilder dict;
             beginOptions(dict, token);
@@ -47,7 +44,7 @@ RemoteDesktopSession::RemoteDesktopSession(DesktopPortal& portal, const Options&
             }
             return g_variant_new("(oa{sv})", handle_.c_str(), &dict);
           },
-          kQuickAnswer, options.stop);
+          DesktopPortal::kQuickAnswer, options.stop);
     };
     try {
       selectDevices(options.restoreToken);
@@ -64,7 +61,7 @@ RemoteDesktopSession::RemoteDesktopSession(DesktopPortal& portal, const Options&
     // Its permission is remembered with the devices' (persist_mode belongs to SelectDevices in
     // a remote-desktop session).
     portal_.request(
-        kScreenCast, "SelectSources",
+        DesktopPortal::kScreenCast, "SelectSources",
         [&](const std::string& token) {
           GVariantBuilder dict;
           beginOptions(dict, token);
@@ -72,10 +69,10 @@ RemoteDesktopSession::RemoteDesktopSession(DesktopPortal& portal, const Options&
           g_variant_builder_add(&dict, "{sv}", "multiple", g_variant_new_boolean(FALSE));
           return g_variant_new("(oa{sv})", handle_.c_str(), &dict);
         },
-        kQuickAnswer, options.stop);
+        DesktopPortal::kQuickAnswer, options.stop);
 
     const GVariantPtr started = portal_.request(
-        kRemoteDesktop, "Start",
+        DesktopPortal::kRemoteDesktop, "Start",
         [&](const std::string& token) {
           GVariantBuilder dict;
           beginOptions(dict, token);
@@ -110,7 +107,7 @@ RemoteDesktopSession::~RemoteDesktopSession() {
 }
 
 void RemoteDesktopSession::notify(const char* method, GVariant* arguments) {
-  portal_.call(kRemoteDesktop, method, arguments);
+  portal_.call(DesktopPortal::kRemoteDesktop, method, arguments);
 }
 
 void RemoteDesktopSession::keysym(std::uint32_t keysym, bool pressed) {

@@ -3,12 +3,10 @@
 namespace brimble::wayland {
 namespace {
 
-constexpr const char* kScreenCast = "org.freedesktop.portal.ScreenCast";
-constexpr auto kQuickAnswer = std::chrono::seconds(30);
-
 std::uint32_t propertyOr(DesktopPortal& portal, const char* property, std::uint32_t fallback) {
-  const GVariantPtr reply = portal.call("org.freedesktop.DBus.Properties", "Get",
-                                        g_variant_new("(ss)", kScreenCast, property));
+  const GVariantPtr reply =
+      portal.call("org.freedesktop.DBus.Properties", "Get",
+                  g_variant_new("(ss)", DesktopPortal::kScreenCast, property));
   GVariant* value = nullptr;
   g_variant_get(reply.get(), "(v)", &value);
   const GVariantPtr owned(value);
@@ -63,7 +61,7 @@ std::vector<ScreenCastStream> sharedStreams(GVariant* results) {
 
 ScreenCastSession::ScreenCastSession(DesktopPortal& portal, const Options& options)
     : portal_(portal) {
-  const unsigned version = portal_.version(kScreenCast);
+  const unsigned version = portal_.version(DesktopPortal::kScreenCast);
   if (version == 0) {
     throw PortalError::unavailable("screen casting (org.freedesktop.portal.ScreenCast)",
                                    "the interface is missing");
@@ -78,12 +76,13 @@ ScreenCastSession::ScreenCastSession(DesktopPortal& portal, const Options& optio
     cursorMode_ = CursorMode::embedded;
   }
 
-  handle_ = portal_.createSession(kScreenCast, "a screen-cast session", kQuickAnswer, options.stop);
+  handle_ = portal_.createSession(DesktopPortal::kScreenCast, "a screen-cast session",
+                                  DesktopPortal::kQuickAnswer, options.stop);
 
   try {
     const auto selectSources = [&](const std::string& restoreToken) {
       portal_.request(
-          kScreenCast, "SelectSources",
+          DesktopPortal::kScreenCast, "SelectSources",
           [&](const std::string& token) {
             GVariantBuilder dict;
             g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
@@ -105,7 +104,7 @@ ScreenCastSession::ScreenCastSession(DesktopPortal& portal, const Options& optio
             }
             return g_variant_new("(oa{sv})", handle_.c_str(), &dict);
           },
-          kQuickAnswer, options.stop);
+          DesktopPortal::kQuickAnswer, options.stop);
     };
     try {
       selectSources(options.restoreToken);
@@ -119,7 +118,7 @@ ScreenCastSession::ScreenCastSession(DesktopPortal& portal, const Options& optio
     }
 
     const GVariantPtr started = portal_.request(
-        kScreenCast, "Start",
+        DesktopPortal::kScreenCast, "Start",
         [&](const std::string& token) {
           GVariantBuilder dict;
           g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
@@ -149,7 +148,7 @@ ScreenCastSession::~ScreenCastSession() {
 UniqueFd ScreenCastSession::openPipeWireRemote() {
   GVariantBuilder dict;
   g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
-  return portal_.callForFd(kScreenCast, "OpenPipeWireRemote",
+  return portal_.callForFd(DesktopPortal::kScreenCast, "OpenPipeWireRemote",
                            g_variant_new("(oa{sv})", handle_.c_str(), &dict));
 }
 

@@ -2,23 +2,16 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <system_error>
 #include <thread>
 #include <utility>
 
 #include <linux/input-event-codes.h>
 
 #include "BrimbleCore/Platform/ATSPI/ATSPIWindowSystem.h"
-#include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Log.h"
-#include "BrimbleCore/Support/Text.h"
 
 namespace brimble::wayland {
 namespace {
-
-constexpr const char* kRemoteDesktop = "org.freedesktop.portal.RemoteDesktop";
 
 // X keysyms (the values of X11/keysymdef.h, which every Wayland compositor's xkb map uses).
 constexpr KeyNumber kShiftL = 0xffe1;
@@ -113,49 +106,12 @@ std::optional<int> evdevButton(int xButton) {
   }
 }
 
-std::string readToken(const std::filesystem::path& file) {
-  if (file.empty()) {
-    return {};
-  }
-  std::ifstream in(file);
-  std::string token;
-  std::getline(in, token);
-  return std::string(trimmed(token));
-}
-
-void storeToken(const std::filesystem::path& file, const std::string& token) {
-  if (file.empty() || token.empty()) {
-    return;
-  }
-  try {
-    // The token lets whoever reads it drive the desktop without asking: only we may.
-    const std::filesystem::path folder = file.parent_path();
-    if (!folder.empty() && !std::filesystem::exists(folder)) {
-      std::filesystem::create_directories(folder);
-      std::filesystem::permissions(folder, std::filesystem::perms::owner_all);
-    }
-    writeFileAtomically(file, token + "\n", 0600);
-  } catch (const std::exception& error) {
-    logLine(std::string("BrimbleCore: Cannot keep the remote-desktop permission: ") + error.what());
-  }
-}
-
 }  // namespace
 
-std::filesystem::path WaylandInputBackend::defaultTokenFile() {
-  std::filesystem::path state;
-  if (const char* value = std::getenv("XDG_STATE_HOME"); value != nullptr && *value == '/') {
-    state = value;
-  } else if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') {
-    state = std::filesystem::path(home) / ".local" / "state";
-  } else {
-    return {};
-  }
-  return state / "brimble" / "remote-desktop-token";
-}
-
 WaylandInputBackend::WaylandInputBackend(std::shared_ptr<DesktopPortal> portal, Options options)
-    : portal_(std::move(portal)), options_(std::move(options)) {}
+    : portal_(std::move(portal)),
+      options_(std::move(options)),
+      tokenFile_(options_.tokenFile, "the remote-desktop permission") {}
 
 WaylandInputBackend::~WaylandInputBackend() {
   if (!session_) {
@@ -177,7 +133,7 @@ WaylandInputBackend::~WaylandInputBackend() {
 
 bool WaylandInputBackend::available() const {
   if (!version_) {
-    version_ = portal_ ? portal_->version(kRemoteDesktop) : 0;
+    version_ = portal_ ? portal_->version(DesktopPortal::kRemoteDesktop) : 0;
   }
   return *version_ > 0;
 }
@@ -197,10 +153,10 @@ RemoteDesktopSession& WaylandInputBackend::session() {
                                    "no session bus");
   }
   session_ = std::make_unique<RemoteDesktopSession>(
-      *portal_, RemoteDesktopSession::Options{.restoreToken = readToken(options_.tokenFile),
+      *portal_, RemoteDesktopSession::Options{.restoreToken = tokenFile_.read(),
                                               .dialogTimeout = options_.dialogTimeout});
   // Tokens are single-use: the new one replaces the one just spent.
-  storeToken(options_.tokenFile, session_->restoreToken());
+  tokenFile_.store(session_->restoreToken());
   // mutter makes the session's keyboard on its first key, and that key is lost (on a headless
   // seat, windows get the keyboard, and so the focus, only then): a lone Shift changes nothing.
   // The pause lets the applications take the new keyboard before keys that count arrive.

@@ -11,6 +11,7 @@
 #include "BrimbleCore/Platform/ATSPI/ATSPIFocusedText.h"
 #include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
 #include "BrimbleCore/Platform/Wayland/RemoteDesktopSession.h"
+#include "BrimbleCore/Platform/Wayland/RestoreTokenFile.h"
 
 namespace brimble::wayland {
 
@@ -40,9 +41,6 @@ class WaylandInputBackend final : public InputBackend {
     /// How long the user may take with the dialog.
     std::chrono::milliseconds dialogTimeout = std::chrono::minutes(5);
   };
-
-  /// $XDG_STATE_HOME/brimble/remote-desktop-token (by default under ~/.local/state).
-  static std::filesystem::path defaultTokenFile();
 
   /// Sends nothing and asks nothing yet. `portal` may be null: nothing is available then.
   WaylandInputBackend(std::shared_ptr<DesktopPortal> portal, Options options);
@@ -90,6 +88,7 @@ class WaylandInputBackend final : public InputBackend {
 
   std::shared_ptr<DesktopPortal> portal_;
   Options options_;
+  RestoreTokenFile tokenFile_;
   mutable std::optional<unsigned> version_;  // of the portal's RemoteDesktop, asked once
   std::unique_ptr<RemoteDesktopSession> session_;
   bool readyForKeys_ = false;  // whether this session's keys have a window to go to

@@ -1,101 +1,19 @@
 #include "BrimbleCore/Platform/Wayland/WaylandScreenSource.h"
 
-#include <cerrno>
-#include <cstdlib>
-#include <fstream>
 #include <string>
-#include <system_error>
-
-#include <pwd.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include "BrimbleCore/Support/AtomicFile.h"
-#include "BrimbleCore/Support/Log.h"
 
 namespace brimble::wayland {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr std::uint32_t kMonitorSource = 1;
 constexpr std::uint32_t kVirtualSource = 4;
-constexpr std::size_t kLongestToken = 512;
-
-/// The token kept in `file`; empty when there is none or it is not one. The portal's tokens are
-/// short printable ASCII (UUIDs); anything else is a damaged file, and sending it would only fail.
-std::string readToken(const fs::path& file) {
-  std::ifstream stream(file);
-  std::string token;
-  if (!stream || !std::getline(stream, token)) {
-    return {};
-  }
-  while (!token.empty() && (token.back() == '\r' || token.back() == ' ')) {
-    token.pop_back();
-  }
-  if (token.size() > kLongestToken) {
-    return {};
-  }
-  for (const char c : token) {
-    if (c <= ' ' || c > '~') {
-      return {};
-    }
-  }
-  return token;
-}
-
-/// Creates `folder` and its missing parents, each readable by the user alone: the token in it
-/// lets whoever reads it watch the screen without asking.
-void createPrivateFolder(const fs::path& folder) {
-  if (folder.empty() || fs::is_directory(folder)) {
-    return;
-  }
-  createPrivateFolder(folder.parent_path());
-  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
-    throw std::system_error(errno, std::generic_category(), "cannot create " + folder.string());
-  }
-}
-
-/// Keeps `token` in `file` for the next session, replacing the one used up. A failure costs only
-/// a dialog next time, so it is logged, not thrown.
-void writeToken(const fs::path& file, const std::string& token) {
-  if (token.empty()) {
-    return;
-  }
-  try {
-    createPrivateFolder(file.parent_path());
-    writeFileAtomically(file, token + "\n", 0600);
-  } catch (const std::exception& error) {
-    logLine(std::string("BrimbleCore: could not keep the screen-sharing permission for next "
-                        "time (") +
-            error.what() + ")");
-  }
-}
-
-std::string homeDirectory() {
-  if (const char* home = std::getenv("HOME"); home != nullptr && *home == '/') {
-    return home;
-  }
-  const passwd* entry = ::getpwuid(::getuid());
-  return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "";
-}
 
 }  // namespace
 
-fs::path WaylandScreenSource::defaultTokenFile() {
-  if (const char* state = std::getenv("XDG_STATE_HOME"); state != nullptr && *state == '/') {
-    return fs::path(state) / "brimble" / "screencast-token";
-  }
-  return fs::path(homeDirectory()) / ".local/state/brimble/screencast-token";
-}
-
 WaylandScreenSource::WaylandScreenSource(std::shared_ptr<DesktopPortal> portal, Options options)
-    : portal_(std::move(portal)), options_([&] {
-        if (options.tokenFile.empty()) {
-          options.tokenFile = defaultTokenFile();
-        }
-        return options;
-      }()) {}
+    : portal_(std::move(portal)),
+      options_(std::move(options)),
+      tokenFile_(options_.tokenFile, "the screen-sharing permission") {}
 
 std::shared_ptr<ScreenCastShare> WaylandScreenSource::currentShare() {
   std::scoped_lock starting(startMutex_);
@@ -110,10 +28,10 @@ std::shared_ptr<ScreenCastShare> WaylandScreenSource::currentShare() {
   auto share = std::make_shared<ScreenCastShare>(
       portal_, ScreenCastSession::Options{.sources = ScreenCastSession::Sources::monitor,
                                           .cursor = ScreenCastSession::CursorMode::metadata,
-                                          .restoreToken = readToken(options_.tokenFile),
+                                          .restoreToken = tokenFile_.read(),
                                           .dialogTimeout = options_.dialogTimeout,
                                           .stop = options_.stop});
-  writeToken(options_.tokenFile, share->session.restoreToken());
+  tokenFile_.store(share->session.restoreToken());
   std::scoped_lock lock(shareMutex_);
   cursorMetadata_ = share->session.cursorMode() == ScreenCastSession::CursorMode::metadata;
   share_ = share;

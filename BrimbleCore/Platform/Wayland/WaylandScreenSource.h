@@ -12,6 +12,7 @@
 
 #include "BrimbleCore/Capture/ScreenSource.h"
 #include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
+#include "BrimbleCore/Platform/Wayland/RestoreTokenFile.h"
 #include "BrimbleCore/Platform/Wayland/ScreenCastShare.h"
 #include "BrimbleCore/Platform/Wayland/WaylandScreenStream.h"
 
@@ -41,7 +42,7 @@ namespace brimble::wayland {
 class WaylandScreenSource final : public ScreenSource {
  public:
   struct Options {
-    /// Where the restore token is kept; empty for `defaultTokenFile()`.
+    /// Where the restore token is kept between runs; empty: nowhere.
     std::filesystem::path tokenFile{};
     /// How long the user may take with the dialog.
     std::chrono::milliseconds dialogTimeout = std::chrono::minutes(5);
@@ -50,9 +51,6 @@ class WaylandScreenSource final : public ScreenSource {
     /// Ends a wait for the dialog early (PortalError::cancelled).
     std::stop_token stop{};
   };
-
-  /// $XDG_STATE_HOME/brimble/screencast-token, by default ~/.local/state/brimble/.
-  static std::filesystem::path defaultTokenFile();
 
   /// Nothing is asked until the source is first used.
   WaylandScreenSource(std::shared_ptr<DesktopPortal> portal, Options options);
@@ -80,6 +78,7 @@ class WaylandScreenSource final : public ScreenSource {
 
   const std::shared_ptr<DesktopPortal> portal_;
   const Options options_;
+  const RestoreTokenFile tokenFile_;
 
   // Held while a session starts, which may wait minutes for the user: a second caller waits for
   // the same answer rather than opening a second dialog.

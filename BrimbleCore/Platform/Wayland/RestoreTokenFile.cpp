@@ -1,0 +1,72 @@
+#include "BrimbleCore/Platform/Wayland/RestoreTokenFile.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <fstream>
+#include <system_error>
+#include <utility>
+
+#include <sys/stat.h>
+
+#include "BrimbleCore/Support/AtomicFile.h"
+#include "BrimbleCore/Support/Log.h"
+
+namespace brimble::wayland {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kLongestToken = 512;
+
+/// Creates `folder` and its missing parents, each for the user alone.
+void createPrivateFolder(const fs::path& folder) {
+  if (folder.empty() || fs::is_directory(folder)) {
+    return;
+  }
+  createPrivateFolder(folder.parent_path());
+  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+    throw std::system_error(errno, std::generic_category(), "cannot create " + folder.string());
+  }
+}
+
+}  // namespace
+
+RestoreTokenFile::RestoreTokenFile(fs::path path, std::string what)
+    : path_(std::move(path)), what_(std::move(what)) {}
+
+std::string RestoreTokenFile::read() const {
+  if (path_.empty()) {
+    return {};
+  }
+  std::ifstream stream(path_);
+  std::string token;
+  if (!stream || !std::getline(stream, token)) {
+    return {};
+  }
+  while (!token.empty() && (token.back() == '\r' || token.back() == ' ')) {
+    token.pop_back();
+  }
+  if (token.size() > kLongestToken) {
+    return {};
+  }
+  for (const char c : token) {
+    if (c <= ' ' || c > '~') {
+      return {};
+    }
+  }
+  return token;
+}
+
+void RestoreTokenFile::store(const std::string& token) const {
+  if (path_.empty() || token.empty()) {
+    return;
+  }
+  try {
+    createPrivateFolder(path_.parent_path());
+    writeFileAtomically(path_, token + "\n", 0600);
+  } catch (const std::exception& error) {
+    logLine("BrimbleCore: could not keep " + what_ + " for next time (" + error.what() + ")");
+  }
+}
+
+}  // namespace brimble::wayland

@@ -22,7 +22,7 @@
 namespace brimble {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using MonotonicClock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadChunk = std::size_t{64} * 1024;
 // Without a pidfd the child's exit is noticed by polling at this interval.
@@ -50,10 +50,10 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
                                                 std::optional<double> timeout, int line) {
   // Beyond this a limit is no limit, and the clock arithmetic would overflow.
   constexpr double kLongestTimeout = 1e9;
-  std::optional<Clock::time_point> deadline;
+  std::optional<MonotonicClock::time_point> deadline;
   if (timeout && *timeout < kLongestTimeout) {
-    deadline = Clock::now() +
-               std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*timeout));
+    deadline = MonotonicClock::now() + std::chrono::duration_cast<MonotonicClock::duration>(
+                                           std::chrono::duration<double>(*timeout));
   }
 
   std::optional<Subprocess> child;
@@ -70,20 +70,22 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
   std::string errorOutput;
   std::array<char, kReadChunk> buffer;
   bool exited = false;
-  std::optional<Clock::time_point> readUntil;
+  std::optional<MonotonicClock::time_point> readUntil;
   for (;;) {
     if (!exited && child->exitNotifier() < 0) {
       exited = child->hasExited();
     }
     if (exited && !readUntil) {
-      readUntil = Clock::now() + kOutputAfterExit;
+      readUntil = MonotonicClock::now() + kOutputAfterExit;
     }
-    if (exited && ((!child->output() && !child->errorOutput()) || Clock::now() >= *readUntil)) {
+    if (exited &&
+        ((!child->output() && !child->errorOutput()) || MonotonicClock::now() >= *readUntil)) {
       break;
     }
     int waitMilliseconds = -1;
     if (deadline) {
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
+      const auto left =
+          std::chrono::ceil<std::chrono::milliseconds>(*deadline - MonotonicClock::now());
       if (left.count() <= 0) {
         child->terminate(options_.grace);
         throw ScriptError::commandTimeout(line, command, *timeout);
@@ -114,7 +116,8 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
     }
     if (readUntil) {
       const auto left = static_cast<int>(std::max<long long>(
-          0, std::chrono::ceil<std::chrono::milliseconds>(*readUntil - Clock::now()).count()));
+          0, std::chrono::ceil<std::chrono::milliseconds>(*readUntil - MonotonicClock::now())
+                 .count()));
       waitMilliseconds = waitMilliseconds < 0 ? left : std::min(waitMilliseconds, left);
     }
     const int ready = ::poll(fds.data(), fds.size(), waitMilliseconds);
@@ -162,8 +165,8 @@ int ShellProcessRunner::stopBackgroundProcesses() {
     }
     ++stopped;
     ::kill(-group, SIGTERM);
-    const auto deadline = Clock::now() + options_.grace;
-    while (liveProcessesInGroup(group) > 0 && Clock::now() < deadline) {
+    const auto deadline = MonotonicClock::now() + options_.grace;
+    while (liveProcessesInGroup(group) > 0 && MonotonicClock::now() < deadline) {
       std::this_thread::sleep_for(std::chrono::milliseconds(kExitPollMilliseconds));
     }
     if (liveProcessesInGroup(group) > 0) {

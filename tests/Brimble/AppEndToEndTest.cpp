@@ -21,6 +21,7 @@
 #include "BrimbleCore/Platform/X11/X11WindowSystem.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/GifReader.h"
+#include "tests/Support/ImageFiles.h"
 #include "tests/Support/TempDirectory.h"
 #include "tests/Support/X11Clipboard.h"
 #include "tests/Support/X11Helpers.h"
@@ -105,16 +106,7 @@ class App : public ::testing::Test {
     const auto stream = screens_.openStream(CaptureTarget::screenAreaOf({0, 0, 1920, 1080}), false);
     const auto image = stream->grab();
     ASSERT_TRUE(image);
-    keep(*image, name);
-  }
-
-  /// Keeps `image` as a PNG test artefact.
-  static void keep(const Image& image, const std::string& name) {
-    const fs::path folder = fs::path(BRIMBLE_ARTIFACT_DIR) / "app";
-    fs::create_directories(folder);
-    const auto png = encodePNG(image);
-    std::ofstream(folder / (name + ".png"), std::ios::binary)
-        .write(reinterpret_cast<const char*>(png.data()), static_cast<std::streamsize>(png.size()));
+    testing::keepArtifact(*image, "app", name + ".png");
   }
 
   void drag(int fromX, int fromY, int toX, int toY) {
@@ -394,7 +386,7 @@ TEST_F(AppWithoutCountdown, MarksDrawnDuringAWindowRecordingAreDrawnIntoItsFrame
   const auto gif = strokeAndCopy(*window);
   ASSERT_TRUE(gif);
   ASSERT_EQ(gif->width, window->contentFrame.width);
-  keep(gif->frames.back(), "16-window-annotation");
+  testing::keepArtifact(gif->frames.back(), "app", "16-window-annotation.png");
   EXPECT_TRUE(near(gif->frames.front(), 200, 150, 0x3366cc));
   EXPECT_TRUE(near(gif->frames.back(), 200, 150, 0xeb2828));
   EXPECT_TRUE(near(gif->frames.back(), 200, 190, 0x3366cc));

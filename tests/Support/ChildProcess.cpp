@@ -10,10 +10,10 @@
 namespace brimble::testing {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using MonotonicClock = std::chrono::steady_clock;
 
-std::chrono::milliseconds left(Clock::time_point deadline) {
-  return std::max(std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()),
+std::chrono::milliseconds left(MonotonicClock::time_point deadline) {
+  return std::max(std::chrono::ceil<std::chrono::milliseconds>(deadline - MonotonicClock::now()),
                   std::chrono::milliseconds(0));
 }
 
@@ -59,7 +59,7 @@ bool ChildProcess::pump(std::chrono::milliseconds timeout) {
 }
 
 std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds timeout) {
-  const auto deadline = Clock::now() + timeout;
+  const auto deadline = MonotonicClock::now() + timeout;
   while (true) {
     if (const auto newline = outputBuffer_.find('\n'); newline != std::string::npos) {
       std::string line = outputBuffer_.substr(0, newline);
@@ -73,7 +73,7 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds time
 }
 
 std::string ChildProcess::readRemainingOutput(std::chrono::milliseconds timeout) {
-  const auto deadline = Clock::now() + timeout;
+  const auto deadline = MonotonicClock::now() + timeout;
   while (process_.output() && left(deadline).count() > 0) {
     pump(left(deadline));
   }
@@ -90,7 +90,7 @@ std::string ChildProcess::errorOutput() {
 }
 
 std::optional<int> ChildProcess::wait(std::chrono::milliseconds timeout) {
-  const auto deadline = Clock::now() + timeout;
+  const auto deadline = MonotonicClock::now() + timeout;
   // Keep the pipes drained meanwhile, so a child finishing its output is never stuck.
   while (!process_.hasExited() && left(deadline).count() > 0) {
     pump(std::min(left(deadline), std::chrono::milliseconds(5)));

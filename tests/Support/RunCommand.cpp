@@ -38,4 +38,8 @@ std::string brimbleCommand(const std::string& arguments) {
   return shellQuote(BRIMBLE_BINARY) + " " + arguments;
 }
 
+std::string brimbleWithStderr(const std::string& arguments) {
+  return brimbleCommand(arguments + " 2>&1");
+}
+
 }  // namespace brimble::testing

@@ -18,4 +18,7 @@ std::string shellQuote(const std::string& text);
 /// A shell command line that runs the `brimble` this build made with `arguments` (shell syntax).
 std::string brimbleCommand(const std::string& arguments);
 
+/// brimbleCommand with the command's standard error joined to its standard output.
+std::string brimbleWithStderr(const std::string& arguments);
+
 }  // namespace brimble::testing

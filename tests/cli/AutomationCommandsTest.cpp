@@ -24,13 +24,10 @@
 namespace brimble {
 namespace {
 
+using testing::brimbleWithStderr;
 using ::testing::ElementsAre;
 using testing::runCommand;
 using testing::shellQuote;
-
-std::string brimble(const std::string& arguments) {
-  return testing::brimbleCommand(arguments + " 2>&1");
-}
 
 /// Our test client, focused, in an embedded display that the brimble commands run here use (it
 /// sets DISPLAY).
@@ -50,7 +47,7 @@ class AutomationCommands : public ::testing::Test {
 };
 
 TEST_F(AutomationCommands, WindowsAreListedResizedAndClosed) {
-  const auto listed = runCommand(brimble("windows --json --app demo"));
+  const auto listed = runCommand(brimbleWithStderr("windows --json --app demo"));
   ASSERT_EQ(listed.exitCode, 0) << listed.output;
   const auto windows = nlohmann::json::parse(listed.output).at("windows");
   ASSERT_EQ(windows.size(), 1u);
@@ -58,21 +55,21 @@ TEST_F(AutomationCommands, WindowsAreListedResizedAndClosed) {
   EXPECT_EQ(windows[0].at("app"), "DemoApp");
   EXPECT_EQ(windows[0].at("title"), "Demo");
 
-  EXPECT_EQ(runCommand(brimble("window resize demoapp 500 400")).exitCode, 0);
-  const auto text = runCommand(brimble("windows")).output;
+  EXPECT_EQ(runCommand(brimbleWithStderr("window resize demoapp 500 400")).exitCode, 0);
+  const auto text = runCommand(brimbleWithStderr("windows")).output;
   EXPECT_THAT(text, ::testing::MatchesRegex("ID +APP +PID +FRAME +TITLE\n" + hexID() +
                                             " +DemoApp +[0-9]+ +0,0 [0-9]+x4[0-9][0-9] +Demo\n"));
 
-  const auto missing = runCommand(brimble("window focus Safari"));
+  const auto missing = runCommand(brimbleWithStderr("window focus Safari"));
   EXPECT_EQ(missing.exitCode, 1);
   EXPECT_EQ(missing.output, "brimble window: No window found for app 'Safari'\n");
-  EXPECT_EQ(runCommand(brimble("window close DemoApp")).exitCode, 0);
+  EXPECT_EQ(runCommand(brimbleWithStderr("window close DemoApp")).exitCode, 0);
   EXPECT_EQ(client_.nextLine(), "closed");
 }
 
 TEST_F(AutomationCommands, WindowIdsAreHexadecimalAndTheJSONListHasThePid) {
-  const auto window =
-      nlohmann::json::parse(runCommand(brimble("windows --json --app demo")).output)["windows"][0];
+  const auto window = nlohmann::json::parse(
+      runCommand(brimbleWithStderr("windows --json --app demo")).output)["windows"][0];
   EXPECT_EQ(window.at("pid"), client_.pid());
   const std::string stdoutOnly = " 2>/dev/null", stderrOnly = " 2>&1 >/dev/null";
   const auto command = [](const std::string& arguments) {
@@ -89,14 +86,15 @@ TEST_F(AutomationCommands, WindowIdsAreHexadecimalAndTheJSONListHasThePid) {
 }
 
 TEST_F(AutomationCommands, InputReachesTheFocusedWindow) {
-  EXPECT_EQ(runCommand(brimble("input type 'A€' --delay 0")).output, "");
-  EXPECT_EQ(runCommand(brimble("input key cmd+c")).exitCode, 0);
-  const auto window =
-      nlohmann::json::parse(runCommand(brimble("windows --json")).output).at("windows").at(0);
+  EXPECT_EQ(runCommand(brimbleWithStderr("input type 'A€' --delay 0")).output, "");
+  EXPECT_EQ(runCommand(brimbleWithStderr("input key cmd+c")).exitCode, 0);
+  const auto window = nlohmann::json::parse(runCommand(brimbleWithStderr("windows --json")).output)
+                          .at("windows")
+                          .at(0);
   const std::string inside = std::to_string(window.at("x").get<int>() + 100) + " " +
                              std::to_string(window.at("y").get<int>() + 100);
-  EXPECT_EQ(runCommand(brimble("input click " + inside + " --right")).exitCode, 0);
-  EXPECT_EQ(runCommand(brimble("input scroll up 1")).exitCode, 0);
+  EXPECT_EQ(runCommand(brimbleWithStderr("input click " + inside + " --right")).exitCode, 0);
+  EXPECT_EQ(runCommand(brimbleWithStderr("input scroll up 1")).exitCode, 0);
   const std::vector<std::string> lines = client_.lines(15);
   EXPECT_THAT(std::vector<std::string>(lines.begin(), lines.begin() + 8),
               ElementsAre("key press Shift_L 0", "key press a 1", "key release a 1",
@@ -111,7 +109,7 @@ TEST_F(AutomationCommands, InputReachesTheFocusedWindow) {
                   "scroll: Invalid direction 'sideways'. Must be: up, down, left, right\n"},
         std::pair{"key ctrl+hyper", "key: Unknown key 'hyper' in 'ctrl+hyper'\n"},
         std::pair{"key foo+a", "key: Unknown modifier 'foo' in 'foo+a'\n"}}) {
-    const auto refused = runCommand(brimble("input " + std::string(arguments)));
+    const auto refused = runCommand(brimbleWithStderr("input " + std::string(arguments)));
     EXPECT_EQ(refused.exitCode, 2) << arguments;
     EXPECT_EQ(refused.output, "brimble input " + std::string(refusal));
   }
@@ -124,7 +122,7 @@ TEST(InspectCommand, OpensAFileByItsPathAndSaysWhetherTheTargetIsThere) {
       << R"(<button id="save">Save</button><button id="gone" style="display: none">Gone</button>)";
   const auto inspect = [&](const std::string& arguments) {
     return runCommand("cd " + shellQuote(directory.path()) + " && " +
-                      brimble("inspect --headless " + arguments));
+                      brimbleWithStderr("inspect --headless " + arguments));
   };
   const auto found = inspect("--url 'my page #1.html' --target css:#save --json");
   ASSERT_EQ(found.exitCode, 0) << found.output;
@@ -163,7 +161,7 @@ TEST(BrimbleDisplay, EverythingAfterTheProgramNameIsTheProgramsOwn) {
        "after --\nRun 'brimble display --help' for the forms it takes.\n"},
   };
   for (const auto& run : cases) {
-    const auto result = runCommand(brimble(run.arguments));
+    const auto result = runCommand(brimbleWithStderr(run.arguments));
     EXPECT_EQ(result.exitCode, run.exitCode) << run.arguments;
     EXPECT_EQ(result.output, run.output) << run.arguments;
   }
@@ -193,11 +191,12 @@ TEST(BrimbleDisplay, ItsProgramsDieWithAKilledBrimble) {
 TEST(BrimbleDisplay, OneShotCommandsWithoutADisplayAskForOneThatStays) {
   testing::TempDirectory runtime;
   // A private runtime folder holds the note of the started display, apart from any other.
-  const std::string environment = "env -u DISPLAY -u WAYLAND_DISPLAY -u XDG_SESSION_TYPE "
-                                  "XDG_RUNTIME_DIR=" +
-                                  shellQuote(runtime.path().string()) + " ";
+  const std::string environment =
+      "env -u DISPLAY -u WAYLAND_DISPLAY -u XDG_SESSION_TYPE "
+      "XDG_RUNTIME_DIR=" +
+      shellQuote(runtime.path().string()) + " ";
   for (const std::string command : {"window open Terminal", "input type hello"}) {
-    const auto refused = runCommand(environment + brimble(command));
+    const auto refused = runCommand(environment + brimbleWithStderr(command));
     EXPECT_EQ(refused.exitCode, 1) << command;
     EXPECT_THAT(refused.output,
                 ::testing::HasSubstr(": $WAYLAND_DISPLAY and $DISPLAY are not set, and a display "
@@ -209,7 +208,7 @@ TEST(BrimbleDisplay, OneShotCommandsWithoutADisplayAskForOneThatStays) {
   const std::filesystem::path still = runtime.path() / "still.png";
   for (const std::string& command :
        {"still --display -o " + shellQuote(still.string()), std::string("windows")}) {
-    const auto refused = runCommand(environment + brimble(command));
+    const auto refused = runCommand(environment + brimbleWithStderr(command));
     EXPECT_EQ(refused.exitCode, 1) << command;
     EXPECT_THAT(refused.output,
                 ::testing::HasSubstr(": $WAYLAND_DISPLAY and $DISPLAY are not set: run inside a "

@@ -21,6 +21,7 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
+#include "tests/Support/ImageFiles.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/MediaProbe.h"
 #include "tests/Support/RunCommand.h"
@@ -31,14 +32,11 @@ namespace brimble {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::brimbleWithStderr;
 using testing::runCommand;
 using testing::shellQuote;
 using testing::TempDirectory;
 using testing::TestWindow;
-
-std::string brimble(const std::string& arguments) {
-  return testing::brimbleCommand(arguments + " 2>&1");
-}
 
 /// Pixels of `image` whose colour is not red, within `tolerance` per channel (JPEG frames shift
 /// pure colours slightly).
@@ -53,11 +51,6 @@ int notRed(const Image& image, int tolerance = 0) {
   return count;
 }
 
-Image readPNG(const fs::path& file) {
-  const auto image = decodeImage(readFileBytes(file));
-  return image ? *image : Image();
-}
-
 TEST(BrimbleStill, CapturesAnApplicationsWindowARegionAndADisplay) {
   const auto display = x11::HeadlessDisplay::start();
   const TestWindow red({"--color", "ff0000", "--size", "320x200", "--class", "BrimbleCapture"});
@@ -66,23 +59,25 @@ TEST(BrimbleStill, CapturesAnApplicationsWindowARegionAndADisplay) {
   TempDirectory directory;
 
   const auto app = directory / "app.png";
-  auto result = runCommand(brimble("still --app brimblecapture -o " + shellQuote(app.string())));
+  auto result =
+      runCommand(brimbleWithStderr("still --app brimblecapture -o " + shellQuote(app.string())));
   ASSERT_EQ(result.exitCode, 0) << result.output;
-  const Image window = readPNG(app);
+  const Image window = testing::readPNG(app);
   EXPECT_EQ(window.width(), 320);
   EXPECT_EQ(window.height(), 200);
   EXPECT_EQ(notRed(window), 0) << "the covered window, captured whole";
 
   const auto region = directory / "region.png";
-  result = runCommand(brimble("still --region 10,20,64,32 -o " + shellQuote(region.string())));
+  result =
+      runCommand(brimbleWithStderr("still --region 10,20,64,32 -o " + shellQuote(region.string())));
   ASSERT_EQ(result.exitCode, 0) << result.output;
-  EXPECT_EQ(readPNG(region).width(), 64);
-  EXPECT_EQ(readPNG(region).height(), 32);
+  EXPECT_EQ(testing::readPNG(region).width(), 64);
+  EXPECT_EQ(testing::readPNG(region).height(), 32);
 
   const auto screen = directory / "screen.png";
-  result = runCommand(brimble("still --display 0 -o " + shellQuote(screen.string())));
+  result = runCommand(brimbleWithStderr("still --display 0 -o " + shellQuote(screen.string())));
   ASSERT_EQ(result.exitCode, 0) << result.output;
-  EXPECT_EQ(readPNG(screen).width(), 1920);
+  EXPECT_EQ(testing::readPNG(screen).width(), 1920);
 
   for (const auto& [arguments, exitCode] :
        std::vector<std::pair<std::string, int>>{{"still --display -o screen.gif", 2},
@@ -92,8 +87,8 @@ TEST(BrimbleStill, CapturesAnApplicationsWindowARegionAndADisplay) {
                                                 {"still --display 77 -o none.png", 1},
                                                 {"still --app no-such-app -o none.png", 1},
                                                 {"record --fps 0 --display -o none.gif", 2}}) {
-    result =
-        runCommand("cd " + shellQuote(directory.path().string()) + " && " + brimble(arguments));
+    result = runCommand("cd " + shellQuote(directory.path().string()) + " && " +
+                        brimbleWithStderr(arguments));
     EXPECT_EQ(result.exitCode, exitCode) << arguments << ": " << result.output;
   }
   EXPECT_FALSE(fs::exists(directory / "none.png"));
@@ -105,9 +100,9 @@ TEST(BrimbleRecord, RecordsAWindowForTheDurationIntoAnAnimation) {
   const TestWindow red({"--color", "ff0000", "--size", "320x200"});
   TempDirectory directory;
   const auto out = directory / "window.gif";
-  const auto result =
-      runCommand(brimble("record --window " + std::to_string(red.id()) +
-                         " --duration 2 --fps 10 --no-cursor -o " + shellQuote(out.string())));
+  const auto result = runCommand(brimbleWithStderr("record --window " + std::to_string(red.id()) +
+                                                   " --duration 2 --fps 10 --no-cursor -o " +
+                                                   shellQuote(out.string())));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   EXPECT_NE(result.output.find(out.string() + ": "), std::string::npos) << result.output;
   const auto decoded = testing::decodeGIFFile(out);
@@ -169,9 +164,9 @@ TEST(BrimbleRecord, AnMP4WithAudioHasTheToneThatPlayedAndEndsWithItsFrames) {
   const Subprocess player = playTone(sound, directory.path(), 660, 20);
 
   const auto out = directory / "window.mp4";
-  const auto result = runCommand(brimble("record --window " + std::to_string(red.id()) +
-                                         " --duration 5 --audio-server " + sound.address() +
-                                         " -o " + shellQuote(out.string())));
+  const auto result = runCommand(brimbleWithStderr(
+      "record --window " + std::to_string(red.id()) + " --duration 5 --audio-server " +
+      sound.address() + " -o " + shellQuote(out.string())));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   const auto streams = testing::probeStreams(out);
   const auto video = testing::streamOfType(streams, "video");
@@ -191,16 +186,16 @@ TEST(BrimbleRecord, AnMP4WithAudioHasTheToneThatPlayedAndEndsWithItsFrames) {
   }
 
   // Sound only goes with MP4, and a missing server is named before anything is recorded.
-  const auto gif = runCommand(brimble("record --display --duration 1 --audio -o " +
-                                      shellQuote((directory / "sound.gif").string())));
+  const auto gif = runCommand(brimbleWithStderr("record --display --duration 1 --audio -o " +
+                                                shellQuote((directory / "sound.gif").string())));
   EXPECT_EQ(gif.exitCode, 2);
   EXPECT_EQ(gif.output,
             "brimble record: --audio records sound for MP4 output; GIF carries no sound (write a "
             ".mp4 file)\n");
   const auto silent =
-      runCommand(brimble("record --display --duration 1 --audio-server "
-                         "unix:/nonexistent/native -o " +
-                         shellQuote((directory / "none.mp4").string())));
+      runCommand(brimbleWithStderr("record --display --duration 1 --audio-server "
+                                   "unix:/nonexistent/native -o " +
+                                   shellQuote((directory / "none.mp4").string())));
   EXPECT_EQ(silent.exitCode, 1);
   EXPECT_EQ(silent.output.rfind("brimble record: No sound server to record from (", 0), 0u)
       << silent.output;
@@ -219,9 +214,9 @@ TEST(BrimbleRun, AScriptsRecordWithAudioSoundsOnlyWhereThatSegmentPlays) {
                                                   "\"\nset transition 0\n"
                                                   "record region 0 0 320 200 duration 2 audio\n"
                                                   "record region 0 0 320 200 duration 2\n");
-  const auto result =
-      runCommand("PULSE_SERVER=" + sound.address() + " " +
-                 brimble("run --headless -q " + shellQuote((directory / "demo.brim").string())));
+  const auto result = runCommand(
+      "PULSE_SERVER=" + sound.address() + " " +
+      brimbleWithStderr("run --headless -q " + shellQuote((directory / "demo.brim").string())));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   const auto streams = testing::probeStreams(out);
   const auto video = testing::streamOfType(streams, "video");
@@ -246,9 +241,10 @@ TEST(BrimbleRun, AScriptsRecordWithAudioSoundsOnlyWhereThatSegmentPlays) {
                          (directory / "tone.f32").string() +
                          " </dev/null >/dev/null 2>&1 &\"\nwait 0.5\n"
                          "record region 0 0 320 200 duration 2 audio\n");
-  const auto privately = runCommand("PULSE_SERVER=unix:/nonexistent/native " +
-                                    brimble("run --headless -q --private-sound-server " +
-                                            shellQuote((directory / "private.brim").string())));
+  const auto privately =
+      runCommand("PULSE_SERVER=unix:/nonexistent/native " +
+                 brimbleWithStderr("run --headless -q --private-sound-server " +
+                                   shellQuote((directory / "private.brim").string())));
   ASSERT_EQ(privately.exitCode, 0) << privately.output;
   const std::vector<float> heard = testing::decodeAudio(privateOut, rate);
   ASSERT_GT(heard.size(), static_cast<std::size_t>(rate * 1.5));
@@ -259,8 +255,8 @@ TEST(BrimbleRun, AScriptsRecordWithAudioSoundsOnlyWhereThatSegmentPlays) {
   testing::writeFile(directory / "gif.brim",
                      "set output \"" + (directory / "demo.gif").string() +
                          "\"\nrecord region 0 0 320 200 duration 1 audio\n");
-  const auto gif =
-      runCommand(brimble("run --headless -q " + shellQuote((directory / "gif.brim").string())));
+  const auto gif = runCommand(
+      brimbleWithStderr("run --headless -q " + shellQuote((directory / "gif.brim").string())));
   EXPECT_NE(gif.exitCode, 0);
   EXPECT_NE(gif.output.find("Line 2: 'audio' records sound for MP4 output; GIF, WebP and APNG "
                             "carry no sound, so set the output to a .mp4 file or leave 'audio' "
@@ -281,11 +277,11 @@ TEST(BrimbleRecord, EffectsSetTheWindowOnABackgroundDrawThePointerAndCutThePause
   }));
   TempDirectory directory;
   const auto out = directory / "effects.gif";
-  const auto result = runCommand(
-      brimble("record --window " + std::to_string(red.id()) +
-              " --duration 3 --fps 10 --cursor-smoothing --click-indicators --keystroke-badges "
-              "--idle-strategy cut --background '#336699' -o " +
-              shellQuote(out.string())));
+  const auto result = runCommand(brimbleWithStderr(
+      "record --window " + std::to_string(red.id()) +
+      " --duration 3 --fps 10 --cursor-smoothing --click-indicators --keystroke-badges "
+      "--idle-strategy cut --background '#336699' -o " +
+      shellQuote(out.string())));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   const auto decoded = testing::decodeGIFFile(out);
   ASSERT_TRUE(decoded);
@@ -316,8 +312,9 @@ TEST(BrimbleRecord, EffectsSetTheWindowOnABackgroundDrawThePointerAndCutThePause
   EXPECT_GE(centiseconds, 40);
   EXPECT_LE(centiseconds, 70);
 
-  const auto wrong = runCommand(brimble("record --window " + std::to_string(red.id()) +
-                                        " --background teal -o " + shellQuote(out.string())));
+  const auto wrong =
+      runCommand(brimbleWithStderr("record --window " + std::to_string(red.id()) +
+                                   " --background teal -o " + shellQuote(out.string())));
   EXPECT_EQ(wrong.exitCode, 2);
   EXPECT_EQ(wrong.output,
             "brimble record: --background must be a hex colour such as #1a1a2e (got \"teal\")\n");
@@ -398,7 +395,7 @@ TEST(BrimbleRecord, RecordAndTheMCPServerSweepFrameFilesThatCrashedRunsLeft) {
     fs::last_write_time(orphan, fs::file_time_type::clock::now() - std::chrono::hours(2));
     const auto result = runCommand("cd " + shellQuote(directory.path().string()) +
                                    " && TMPDIR=" + shellQuote(directory.path().string()) + " " +
-                                   brimble(command + " < /dev/null"));
+                                   brimbleWithStderr(command + " < /dev/null"));
     EXPECT_EQ(result.exitCode, 0) << command << ": " << result.output;
     EXPECT_NE(
         result.output.find("Brimble: swept 1 orphaned frame-store file(s) from a prior session\n"),

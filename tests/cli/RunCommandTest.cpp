@@ -28,13 +28,10 @@ namespace brimble {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::brimbleWithStderr;
 using testing::runCommand;
 using testing::shellQuote;
 using testing::TempDirectory;
-
-std::string brimble(const std::string& arguments) {
-  return testing::brimbleCommand(arguments + " 2>&1");
-}
 
 fs::path writeScript(const TempDirectory& directory, const std::string& text) {
   const fs::path script = directory / "script.brim";
@@ -116,8 +113,8 @@ run ")" + testing::brimbleCommand("still --window $term -o " + shellQuote(still.
                                                      R"("
 record $term duration 1.5
 )");
-  const auto result = runCommand(
-      brimble("run --headless -o " + shellQuote(out.string()) + " " + shellQuote(script.string())));
+  const auto result = runCommand(brimbleWithStderr("run --headless -o " + shellQuote(out.string()) +
+                                                   " " + shellQuote(script.string())));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   EXPECT_NE(result.output.find(out.string() + ": "), std::string::npos) << result.output;
   const std::vector<double> seconds = segmentSeconds(result.output);
@@ -171,9 +168,9 @@ capture-window app "zenity" as $question
 wait-for text:Ship timeout 10
 click-button-in-dialog app "zenity" button "Ship"
 )");
-  const auto result =
-      runCommand(brimble("run --headless -o " + shellQuote((directory / "out.gif").string()) + " " +
-                         shellQuote(script.string())));
+  const auto result = runCommand(brimbleWithStderr("run --headless -o " +
+                                                   shellQuote((directory / "out.gif").string()) +
+                                                   " " + shellQuote(script.string())));
   EXPECT_EQ(result.exitCode, 0) << result.output;
   EXPECT_NE(result.output.find("Clicked 'Ship' in zenity dialog"), std::string::npos)
       << result.output;
@@ -193,7 +190,8 @@ TEST(BrimbleRun, ChromiumOpenedAsAnAppShowsItsElements) {
 wait-for "role:push button/Reload" timeout 20
 click "role:AXTextField/Address and search bar"
 )");
-  const auto result = runCommand(brimble("run --headless " + shellQuote(script.string())));
+  const auto result =
+      runCommand(brimbleWithStderr("run --headless " + shellQuote(script.string())));
   EXPECT_EQ(result.exitCode, 1) << result.output;  // nothing recorded, everything found
   EXPECT_NE(result.output.find("No segments recorded"), std::string::npos) << result.output;
 }
@@ -204,8 +202,9 @@ TEST_P(BrimbleRunExample, RunsHeadlessIntoAValidAnimation) {
   TempDirectory directory;
   const fs::path out = directory / (GetParam() + ".gif");
   const fs::path script = fs::path(BRIMBLE_SOURCE_DIR) / "examples" / (GetParam() + ".brim");
-  const auto result = runCommand("cd " + shellQuote(directory.path().string()) + " && " +
-                                 brimble("run --headless -q " + shellQuote(script.string())));
+  const auto result =
+      runCommand("cd " + shellQuote(directory.path().string()) + " && " +
+                 brimbleWithStderr("run --headless -q " + shellQuote(script.string())));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   // The script's own output setting, in the working directory.
   ASSERT_TRUE(fs::exists(out)) << result.output;
@@ -314,13 +313,14 @@ TEST(BrimbleRun, BadInputFailsClearlyAndWhatWasRecordedIsKept) {
   TempDirectory directory;
   const auto runScript = [&](const std::string& text, const std::string& prefix = "") {
     const fs::path script = writeScript(directory, text);
-    return runCommand(prefix + brimble("run --headless -q -o " +
-                                       shellQuote((directory / "out.gif").string()) + " " +
-                                       shellQuote(script.string())));
+    return runCommand(prefix + brimbleWithStderr("run --headless -q -o " +
+                                                 shellQuote((directory / "out.gif").string()) +
+                                                 " " + shellQuote(script.string())));
   };
 
   // An output that cannot be written is refused before anything runs.
-  auto result = runCommand(brimble("run --headless -o /nonexistent/folder/out.gif " +
+  auto result =
+      runCommand(brimbleWithStderr("run --headless -o /nonexistent/folder/out.gif " +
                                    shellQuote(writeScript(directory, "wait 30\n").string())));
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_NE(result.output.find("/nonexistent/folder"), std::string::npos) << result.output;

@@ -15,6 +15,7 @@
 #include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/GtkTestForm.h"
+#include "tests/Support/ImageFiles.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
@@ -32,11 +33,6 @@ namespace fs = std::filesystem;
 // GTK's window background (Adwaita), which the maximized form shows between its widgets.
 constexpr testing::Pixel kFormBackground{0xf6, 0xf5, 0xf4, 0xff};
 
-Image readPNG(const fs::path& file) {
-  const auto image = decodeImage(readFileBytes(file));
-  return image ? *image : Image();
-}
-
 /// Whether most of a 1280x800 picture of the screen is the form's window.
 bool showsTheForm(const Image& screen) {
   int count = 0;
@@ -50,13 +46,6 @@ bool showsTheForm(const Image& screen) {
     }
   }
   return count > screen.width() * screen.height() / 3;
-}
-
-void keepArtifact(const Image& image, const std::string& name) {
-  const fs::path folder = fs::path(BRIMBLE_ARTIFACT_DIR) / "wayland";
-  fs::create_directories(folder);
-  const std::vector<std::uint8_t> png = encodePNG(image);
-  testing::writeFile(folder / name, std::string(png.begin(), png.end()));
 }
 
 class BrimbleOnWayland : public ::testing::Test {
@@ -91,8 +80,8 @@ TEST_F(BrimbleOnWayland, StillRecordAndWindowsShowTheUsersScreenAndOnlyTheFirstC
   auto result = brimble("still --display -o " + shellQuote(still.string()));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   EXPECT_TRUE(session_->waitForDialogHelper());
-  const Image screen = readPNG(still);
-  keepArtifact(screen, "cli-still.png");
+  const Image screen = testing::readPNG(still);
+  testing::keepArtifact(screen, "wayland", "cli-still.png");
   EXPECT_EQ(screen.width(), 1280);
   EXPECT_EQ(screen.height(), 800);
   EXPECT_TRUE(showsTheForm(screen)) << "the GTK window on screen, not an empty display";
@@ -108,7 +97,7 @@ TEST_F(BrimbleOnWayland, StillRecordAndWindowsShowTheUsersScreenAndOnlyTheFirstC
   ASSERT_TRUE(decoded);
   EXPECT_EQ(decoded->width, 1280);
   ASSERT_FALSE(decoded->frames.empty());
-  keepArtifact(decoded->frames.front(), "cli-record-first-frame.png");
+  testing::keepArtifact(decoded->frames.front(), "wayland", "cli-record-first-frame.png");
   EXPECT_TRUE(showsTheForm(decoded->frames.front()));
   int centiseconds = 0;
   for (const int delay : decoded->delaysCentiseconds) {

@@ -24,14 +24,14 @@ using ::testing::IsEmpty;
 using ::testing::Lt;
 using Lines = std::vector<std::string>;
 
-struct Rig {
+struct InputRig {
   testing::FakeClock clock;
   testing::FakeInputBackend backend{clock};
   InputSimulator input{backend, clock};
 };
 
 TEST(InputSimulator, ChordsHoldTheirModifiersAroundTheKeyAndSetUnknownWordsAside) {
-  Rig rig;
+  InputRig rig;
   for (const char* chord : {"cmd+c", "Shift+Tab", "f5"}) {
     const KeyChord parts = InputSimulator::parseKeyChord(chord);
     EXPECT_TRUE(rig.input.pressKey(parts.key, parts.modifiers));
@@ -57,7 +57,7 @@ TEST(InputSimulator, ChordsHoldTheirModifiersAroundTheKeyAndSetUnknownWordsAside
 }
 
 TEST(InputSimulator, TypingUsesTheKeymapShiftAndSpareKeysForTheRestOrSkipsIt) {
-  Rig rig;
+  InputRig rig;
   rig.input.typeText("aB!\té\né\x01", 0, false);
   EXPECT_THAT(
       rig.backend.timedLines(),
@@ -70,7 +70,7 @@ TEST(InputSimulator, TypingUsesTheKeymapShiftAndSpareKeysForTheRestOrSkipsIt) {
   EXPECT_EQ(rig.clock.now() - Clock::TimePoint{}, 176ms);
 
   // Without a spare key a character is skipped; malformed UTF-8 is typed as U+FFFD.
-  Rig spareless;
+  InputRig spareless;
   spareless.backend.setSpareKeys(false);
   testing::LogCapture log;
   spareless.input.typeText("\xff\xc3(", 0, false);
@@ -82,7 +82,7 @@ TEST(InputSimulator, TypingUsesTheKeymapShiftAndSpareKeysForTheRestOrSkipsIt) {
 }
 
 TEST(InputSimulator, APlatformThatTypesWithoutKeysTakesWhatTheKeymapLacksAndBindsNoSpareKey) {
-  Rig rig;
+  InputRig rig;
   rig.backend.setTypesWithoutKey(true);
   rig.input.typeText("a\xc3\xa9\xe2\x9c\x93\tB", 0.01, true);
   // Keys where the map has them; the rest in the platform's way, in the text's order and
@@ -98,7 +98,7 @@ TEST(InputSimulator, APlatformThatTypesWithoutKeysTakesWhatTheKeymapLacksAndBind
 
 TEST(InputSimulator, TypingJittersThirtyPercentAroundTheDelayThenPressesEnter) {
   for (int run = 0; run < 20; ++run) {
-    Rig rig;
+    InputRig rig;
     rig.input.typeText("ab", 0.05, true);
     const auto jittered = AllOf(Ge(35ms), Lt(65ms));
     // Then half the delay before Enter.
@@ -108,7 +108,7 @@ TEST(InputSimulator, TypingJittersThirtyPercentAroundTheDelayThenPressesEnter) {
 }
 
 TEST(InputSimulator, CancellingStopsBeforeTheNextCharacterSkipsEnterAndRestoresSpareKeys) {
-  Rig rig;
+  InputRig rig;
   int asked = 0;
   rig.input.typeText("aécd", 0.01, true, [&] { return ++asked > 2; });
   EXPECT_THAT(rig.backend.lines(), ElementsAre("key a down", "key a up", "bind spare U+00E9",
@@ -116,7 +116,7 @@ TEST(InputSimulator, CancellingStopsBeforeTheNextCharacterSkipsEnterAndRestoresS
 }
 
 TEST(InputSimulator, WithoutABackendEveryOperationLogsAndSendsNothing) {
-  Rig rig;
+  InputRig rig;
   rig.backend.setAvailable(false);
   testing::LogCapture log;
   rig.input.typeText("a", 0, true);
@@ -130,7 +130,7 @@ TEST(InputSimulator, WithoutABackendEveryOperationLogsAndSendsNothing) {
 }
 
 TEST(InputSimulator, ClicksHoldFiftyMillisecondsAtThePointAndTheWheelClicksOncePerTick) {
-  Rig rig;
+  InputRig rig;
   rig.input.click(10, 20, MouseButton::left);
   rig.input.click(30, 40, MouseButton::right);
   rig.input.scroll(ScrollDirection::left, 3);
@@ -150,7 +150,7 @@ TEST(InputSimulator, ClicksHoldFiftyMillisecondsAtThePointAndTheWheelClicksOnceP
 TEST(InputSimulator, SmoothMovesEaseInAndOutAtSixtyStepsASecond) {
   EXPECT_NEAR(InputSimulator::easeInOutCubic(1.0 / 60), 0.0000185, 1e-7);
 
-  Rig rig;
+  InputRig rig;
   rig.input.smoothMove(600, 300, 1.0);
   const Lines& moves = rig.backend.timedLines();
   ASSERT_EQ(moves.size(), 60u);
@@ -159,16 +159,16 @@ TEST(InputSimulator, SmoothMovesEaseInAndOutAtSixtyStepsASecond) {
   EXPECT_EQ(moves[44], "733 move 563,281");  // t = 3/4: 600 × 0.9375 = 562.5
   EXPECT_EQ(moves[59], "983 move 600,300");
 
-  Rig half;
+  InputRig half;
   half.input.smoothMove(10, 10, 0.5);
   EXPECT_EQ(half.backend.lines().size(), 30u);
-  Rig warp;
+  InputRig warp;
   warp.input.smoothMove(7, 8, 0);
   EXPECT_THAT(warp.backend.lines(), ElementsAre("move 7,8"));
 }
 
 TEST(InputSimulator, KeyboardIdleWaitsForModifiersAndLetterKeysButNotOtherKeys) {
-  Rig rig;
+  InputRig rig;
   KeyboardState shiftHeld;
   shiftHeld.modifiers.insert(Modifier::shift);
   rig.backend.queueKeyboardState(shiftHeld);

@@ -26,8 +26,9 @@ WindowInfo window(std::uint32_t id, std::string app, int pid = 0,
   return {id, "title " + std::to_string(id), std::move(app), pid, frame, frame};
 }
 
-struct Rig {
-  explicit Rig(std::set<std::string> installed = {"xterm"}) : launcher(std::move(installed)) {}
+struct WindowRig {
+  explicit WindowRig(std::set<std::string> installed = {"xterm"})
+      : launcher(std::move(installed)) {}
   testing::FakeClock clock;
   testing::FakeWindowSystem system{clock};
   testing::FakeAppLauncher launcher;
@@ -35,7 +36,7 @@ struct Rig {
 };
 
 TEST(WindowManager, AnExactNameWinsThenTheFrontmostAndTheOthersAreCounted) {
-  Rig rig;
+  WindowRig rig;
   rig.system.add(window(1, "Terminal Helper"));
   rig.system.add(window(2, "Terminal"));
   rig.system.add(window(3, "XTerm"));
@@ -64,7 +65,7 @@ TEST(WindowManager, AnExactNameWinsThenTheFrontmostAndTheOthersAreCounted) {
 }
 
 TEST(WindowManager, OpenAppReturnsTheNewWindowFocusedAndCleanupClosesOnlyIt) {
-  Rig rig({"konsole", "xterm"});
+  WindowRig rig({"konsole", "xterm"});
   rig.system.add(window(1, "XTerm"));
   rig.launcher.onLaunch = [&] { rig.system.addAt(rig.clock.now() + 120ms, window(2, "konsole")); };
   EXPECT_EQ(rig.manager.openApp("Terminal"), 2u);
@@ -76,7 +77,7 @@ TEST(WindowManager, OpenAppReturnsTheNewWindowFocusedAndCleanupClosesOnlyIt) {
 }
 
 TEST(WindowManager, CleanupClosesTheOtherWindowsWhenThePlatformRefusesToCloseOne) {
-  Rig rig;
+  WindowRig rig;
   int launched = 0;
   rig.launcher.onLaunch = [&] { rig.system.add(window(++launched, "XTerm")); };
   rig.manager.openApp("xterm");
@@ -93,7 +94,7 @@ TEST(WindowManager, CleanupClosesTheOtherWindowsWhenThePlatformRefusesToCloseOne
 }
 
 TEST(WindowManager, OpenAppFallsBackToTheFrontmostWindowAfterTenSeconds) {
-  Rig rig;
+  WindowRig rig;
   rig.system.add(window(1, "XTerm"));
   testing::LogCapture log;
   const auto start = rig.clock.now();
@@ -104,26 +105,26 @@ TEST(WindowManager, OpenAppFallsBackToTheFrontmostWindowAfterTenSeconds) {
   rig.manager.cleanupScriptWindows();
   EXPECT_THAT(rig.system.lines(), ElementsAre("activate 1"));  // not ours to close
 
-  Rig empty({"gedit"});
+  WindowRig empty({"gedit"});
   EXPECT_EQ(errorText<WindowManagerError>([&] { empty.manager.openApp("gedit"); }),
             "gedit is running but has no window to target. Open a window in gedit (e.g. File > "
             "New, or click its Dock icon), then re-run.");
 }
 
 TEST(WindowManager, OpenAppFailures) {
-  Rig nothing(std::set<std::string>{});
+  WindowRig nothing(std::set<std::string>{});
   EXPECT_EQ(errorText<WindowManagerError>([&] { nothing.manager.openApp("Terminal"); }),
             "Failed to open Terminal: none of x-terminal-emulator, gnome-terminal, konsole, "
             "xfce4-terminal, xterm is installed");
   EXPECT_EQ(errorText<WindowManagerError>([&] { nothing.manager.openApp("Gimp"); }),
             "Failed to open Gimp: gimp is not installed");
 
-  Rig broken({"gimp"});
+  WindowRig broken({"gimp"});
   broken.launcher.setFailLaunch(true);
   EXPECT_EQ(errorText<WindowManagerError>([&] { broken.manager.openApp("Gimp"); }),
             "Failed to open Gimp: start gimp: Exec format error");
 
-  Rig unlisted({"gimp"});
+  WindowRig unlisted({"gimp"});
   unlisted.system.setFailListing(true);
   testing::LogCapture log;
   EXPECT_EQ(errorText<WindowManagerError>([&] { unlisted.manager.openApp("Gimp"); }),
@@ -134,7 +135,7 @@ TEST(WindowManager, OpenAppFailures) {
 }
 
 TEST(WindowManager, FocusResizeAndClose) {
-  Rig rig;
+  WindowRig rig;
   rig.system.add(window(2, "XTerm", 0, {50, 60, 400, 300}));
   rig.system.add(window(3, "Gedit"));
   rig.manager.focusApp("Terminal");

@@ -27,16 +27,16 @@ using testing::LogCapture;
 using testing::readFile;
 using testing::TempDirectory;
 
-std::vector<std::uint8_t> bytesOf(const std::string& text) {
+std::vector<std::uint8_t> bytesOfText(const std::string& text) {
   return {text.begin(), text.end()};
 }
 
 TEST(DiskFrameWriter, WritesTheBlobsBackToBackInOneUUIDNamedFile) {
   TempDirectory directory;
   DiskFrameWriter writer(directory.path());
-  writer.append(bytesOf("first"));
-  writer.append(bytesOf(""));
-  writer.append(bytesOf("third!"));
+  writer.append(bytesOfText("first"));
+  writer.append(bytesOfText(""));
+  writer.append(bytesOfText("third!"));
   EXPECT_EQ(writer.count(), 3);
 
   EXPECT_EQ(testing::entriesIn(directory.path()), 1);
@@ -48,9 +48,9 @@ TEST(DiskFrameWriter, WritesTheBlobsBackToBackInOneUUIDNamedFile) {
 
   const auto store = writer.finalize();
   ASSERT_EQ(store->count(), 3);
-  EXPECT_EQ(store->data(0), bytesOf("first"));
-  EXPECT_EQ(store->data(1), bytesOf(""));
-  EXPECT_EQ(store->data(2), bytesOf("third!"));
+  EXPECT_EQ(store->data(0), bytesOfText("first"));
+  EXPECT_EQ(store->data(1), bytesOfText(""));
+  EXPECT_EQ(store->data(2), bytesOfText("third!"));
 }
 
 TEST(DiskFrameWriter, EachWriterGetsItsOwnFileInTheTemporaryDirectory) {
@@ -96,13 +96,13 @@ TEST(DiskFrameStore, IndexesOutsideTheStoreOrTheFileAreOutOfRange) {
   DiskFrameWriter empty(directory.path());
   EXPECT_EQ(empty.finalize()->count(), 0);
   DiskFrameWriter writer(directory.path());
-  writer.append(bytesOf("0123456789"));
-  writer.append(bytesOf("abcdef"));
+  writer.append(bytesOfText("0123456789"));
+  writer.append(bytesOfText("abcdef"));
   const auto store = writer.finalize();
   std::filesystem::resize_file(writer.fileURL(), 12);
-  EXPECT_EQ(store->data(0), bytesOf("0123456789"));
-  const InMemoryFrameStore memory({bytesOf("a"), bytesOf("")});
-  EXPECT_EQ(memory.data(1), bytesOf(""));
+  EXPECT_EQ(store->data(0), bytesOfText("0123456789"));
+  const InMemoryFrameStore memory({bytesOfText("a"), bytesOfText("")});
+  EXPECT_EQ(memory.data(1), bytesOfText(""));
   const auto outOfRange = [](int index) {
     return "frame index " + std::to_string(index) + " is out of range for a store of 2 frame(s)";
   };
@@ -119,7 +119,7 @@ TEST(DiskFrameStore, TheFileLivesExactlyAsLongAsItsOwner) {
   std::filesystem::path file;
   {
     DiskFrameWriter abandoned(directory.path());
-    abandoned.append(bytesOf("x"));
+    abandoned.append(bytesOfText("x"));
     file = abandoned.fileURL();
   }
   EXPECT_FALSE(std::filesystem::exists(file)) << "a writer never finalised leaves its file";
@@ -128,12 +128,12 @@ TEST(DiskFrameStore, TheFileLivesExactlyAsLongAsItsOwner) {
   std::unique_ptr<CompressedFrameStore> again;
   {
     DiskFrameWriter writer(directory.path());
-    writer.append(bytesOf("kept"));
+    writer.append(bytesOfText("kept"));
     file = writer.fileURL();
     store = writer.finalize();
     again = writer.finalize();
-    EXPECT_EQ(again->data(0), bytesOf("kept")) << "finalizing twice";
-    EXPECT_THROW(writer.append(bytesOf("two")), std::system_error);
+    EXPECT_EQ(again->data(0), bytesOfText("kept")) << "finalizing twice";
+    EXPECT_THROW(writer.append(bytesOfText("two")), std::system_error);
     EXPECT_EQ(writer.count(), 1);
   }
   EXPECT_EQ(readFile(file), "kept") << "the writer deleted a file its store owns";
@@ -142,7 +142,7 @@ TEST(DiskFrameStore, TheFileLivesExactlyAsLongAsItsOwner) {
   EXPECT_FALSE(std::filesystem::exists(file));
 
   DiskFrameWriter discarded(directory.path());
-  discarded.append(bytesOf("frame"));
+  discarded.append(bytesOfText("frame"));
   store = discarded.finalize();
   discarded.discard();
   EXPECT_FALSE(std::filesystem::exists(discarded.fileURL()));
@@ -153,7 +153,7 @@ TEST(DiskFrameWriter, CountIsConsistentWhileAnotherThreadAppends) {
   TempDirectory directory;
   DiskFrameWriter writer(directory.path());
   constexpr int kFrames = 3000;
-  const auto blob = [](int i) { return bytesOf(std::to_string(i) + std::string(i % 7, '.')); };
+  const auto blob = [](int i) { return bytesOfText(std::to_string(i) + std::string(i % 7, '.')); };
   std::jthread appender([&] {
     for (int i = 0; i < kFrames; ++i) {
       writer.append(blob(i));

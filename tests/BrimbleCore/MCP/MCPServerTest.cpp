@@ -37,7 +37,7 @@ std::string error(const std::string& id, int code, const std::string& message) {
          (id.empty() ? "" : ",\"id\":" + id) + ",\"jsonrpc\":\"2.0\"}\n";
 }
 
-std::string parseError(const std::string& message) {
+std::string parseErrorReply(const std::string& message) {
   return error("", -32700, message);
 }
 
@@ -51,17 +51,17 @@ TEST(MCPServer, EachLineGetsItsExactAnswerAndNothingElseReachesTheOutput) {
       {call("1", "initialize", R"({"protocolVersion":"2099-01-01"})"),
        result("1", R"({"capabilities":{"resources":{},"tools":{}},"protocolVersion":"2024-11-05",)"
                    R"("serverInfo":{"name":"brimble-test","version":"0.0.1"}})")},
-      {"not json", parseError("JSON parse error: syntax error while parsing value - invalid "
-                              "literal; last read: 'no' at line 1, column 2")},
-      {call("1.5", "ping"), parseError(badID)},
-      {call("9223372036854775808", "ping"), parseError(badID)},
-      {R"({"jsonrpc":"2.0","id":3})", parseError("JSON parse error: MCPRequest needs a string "
-                                                 "'method'")},
+      {"not json", parseErrorReply("JSON parse error: syntax error while parsing value - invalid "
+                                   "literal; last read: 'no' at line 1, column 2")},
+      {call("1.5", "ping"), parseErrorReply(badID)},
+      {call("9223372036854775808", "ping"), parseErrorReply(badID)},
+      {R"({"jsonrpc":"2.0","id":3})", parseErrorReply("JSON parse error: MCPRequest needs a string "
+                                                      "'method'")},
       {R"({"jsonrpc":2,"id":3,"method":"ping"})",
-       parseError("JSON parse error: MCPRequest needs a string 'jsonrpc'")},
+       parseErrorReply("JSON parse error: MCPRequest needs a string 'jsonrpc'")},
       {"[" + call("3", "ping") + "]",
-       parseError("JSON parse error: MCPRequest must be a JSON object")},
-      {"a\xFF", parseError("Invalid UTF-8 input")},
+       parseErrorReply("JSON parse error: MCPRequest must be a JSON object")},
+      {"a\xFF", parseErrorReply("Invalid UTF-8 input")},
       // NBSP and an ideographic space before, a line separator and NEL after.
       {"\xC2\xA0\xE3\x80\x80" + call("\"a\"", "ping") + "\xE2\x80\xA8\xC2\x85",
        result("\"a\"", "{}")},
@@ -90,11 +90,11 @@ TEST(MCPServer, EachLineGetsItsExactAnswerAndNothingElseReachesTheOutput) {
       {call("11", "resources/read", "{}"),
        error("11", -32602, "resources/read requires 'uri' parameter")},
       {std::string(MCPTransport::kMaxLineBytes + 1, ' ') + call("12", "ping"),
-       parseError("JSON parse error: line longer than 67108864 bytes")},
+       parseErrorReply("JSON parse error: line longer than 67108864 bytes")},
   };
   for (const char* bad : {"\xC0\xAF", "\xE0\x80\xAF", "\xED\xA0\x80", "\xF4\x90\x80\x80",
                           "\xE2\x82", "\x80", "\xF8\x88\x80\x80\x80"}) {
-    lines.emplace_back(bad, parseError("Invalid UTF-8 input"));
+    lines.emplace_back(bad, parseErrorReply("Invalid UTF-8 input"));
   }
   std::string input;
   std::string expected;

@@ -66,7 +66,7 @@ class NotedEvents final : public EventCapture {
   std::vector<std::string>& log_;
 };
 
-struct Rig {
+struct DesktopRig {
   Desktop::Backends backends() {
     Desktop::Backends made;
     made.screen = [this] {
@@ -97,7 +97,7 @@ struct Rig {
 };
 
 TEST(Desktop, EachPartIsMadeWhenFirstUsedOnceAndGoesBeforeTheDisplayItTalksTo) {
-  Rig rig;
+  DesktopRig rig;
   {
     Desktop desktop({":123", true, "for the test"}, {}, {"DISPLAY=:123"}, rig.backends(),
                     std::make_unique<NotedDisplay>(rig.log), rig.clock);

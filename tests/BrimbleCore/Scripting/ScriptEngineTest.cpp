@@ -186,8 +186,8 @@ class FakeBrowsers final : public BrowserLauncher {
 };
 
 /// An engine over fakes of everything it drives, on a clock that only moves when it waits.
-struct Rig {
-  Rig() {
+struct EngineRig {
+  EngineRig() {
     launcher.onLaunch = [this] {
       system.add({2, "Terminal", "xterm", 4242, {0, 0, 660, 440}, {0, 30, 640, 400}});
     };
@@ -262,7 +262,7 @@ int totalCentiseconds(const testing::DecodedGIF& gif) {
 }
 
 TEST(ScriptEngine, ABlockingRecordHoldsItsLineAndAContinuedOneRunsBesideTheNextUntilRemain) {
-  Rig rig;
+  EngineRig rig;
   const ScriptOutcome outcome = rig.run(R"(set fps 12
 set transition 0
 open "Terminal"
@@ -331,7 +331,7 @@ TEST(ScriptEngine, TheEndOfAScriptAndItsFailures) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.source);
-    Rig rig;
+    EngineRig rig;
     EXPECT_THAT(testing::errorText<ScriptError>([&] { rig.run(c.source); }), HasSubstr(c.error));
     // Whatever failed, nothing is written and the script's windows and jobs are ended.
     EXPECT_FALSE(std::filesystem::exists(rig.directory / "out.gif"));
@@ -340,14 +340,14 @@ TEST(ScriptEngine, TheEndOfAScriptAndItsFailures) {
   }
 
   // The screen cannot be recorded at all.
-  Rig blind;
+  EngineRig blind;
   blind.screen.capturable = false;
   EXPECT_THAT(testing::errorText<ScriptError>([&] { blind.run(open + "record $t duration 1\n"); }),
               HasSubstr("Line 3: Screen Recording permission required. The test's screen is "
                         "blind."));
 
   // `cleanup false` leaves the windows open.
-  Rig kept;
+  EngineRig kept;
   kept.run("set cleanup false\n" + open + "record $t duration 1\n");
   EXPECT_THAT(kept.system.lines(), ::testing::Not(Contains("close 2")));
   EXPECT_EQ(kept.processes.backgroundStops, 0);
@@ -358,7 +358,7 @@ TEST(ScriptEngine, SoundIntoAFileThatCannotCarryItIsRefusedAsSoonAsTheOutputIsKn
       "'audio' records sound for MP4 output; GIF, WebP and APNG carry no sound, so set the output "
       "to a .mp4 file or leave 'audio' out";
   // The check learned the output from its `set output`: nothing runs.
-  Rig rig;
+  EngineRig rig;
   const ParsedScript script =
       validate("wait 1\nset output \"clip.gif\"\nrecord region 0 0 64 40 duration 1 audio\n");
   ASSERT_EQ(script.output, "clip.gif");
@@ -368,7 +368,7 @@ TEST(ScriptEngine, SoundIntoAFileThatCannotCarryItIsRefusedAsSoonAsTheOutputIsKn
   EXPECT_TRUE(rig.recorders.lines.empty());
 
   // So does an output given by the caller, whatever the script sets.
-  Rig given;
+  EngineRig given;
   ScriptOptions options;
   options.output = given.directory / "clip.webp";
   ScriptEngine withOutput = given.engine(options);
@@ -379,7 +379,7 @@ TEST(ScriptEngine, SoundIntoAFileThatCannotCarryItIsRefusedAsSoonAsTheOutputIsKn
   EXPECT_TRUE(given.recorders.lines.empty());
 
   // An output the script names only as it runs is checked at the line, after what came before.
-  Rig later;
+  EngineRig later;
   ScriptEngine unknown = later.engine();
   EXPECT_EQ(testing::errorText<ScriptError>([&] {
               unknown.execute(
@@ -392,7 +392,7 @@ TEST(ScriptEngine, SoundIntoAFileThatCannotCarryItIsRefusedAsSoonAsTheOutputIsKn
 }
 
 TEST(ScriptEngine, TheRenderWritesWhereTheOutputWasLastSetBeforeIt) {
-  Rig rig;
+  EngineRig rig;
   const std::filesystem::path first = rig.directory / "first.gif";
   const std::filesystem::path second = rig.directory / "second.webp";
   ScriptEngine engine = rig.engine();
@@ -406,7 +406,7 @@ TEST(ScriptEngine, TheRenderWritesWhereTheOutputWasLastSetBeforeIt) {
   EXPECT_THAT(rig.printed, Contains("Rendering 1 segment(s) into " + second.string()));
 
   // A name no encoder writes is refused at the render, not when it is set.
-  Rig refused;
+  EngineRig refused;
   const std::filesystem::path text = refused.directory / "clip.txt";
   ScriptEngine wrong = refused.engine();
   EXPECT_EQ(
@@ -420,7 +420,7 @@ TEST(ScriptEngine, TheRenderWritesWhereTheOutputWasLastSetBeforeIt) {
 }
 
 TEST(ScriptEngine, RenderEndsTheScriptAndSegmentsWithoutFramesAreLeftOut) {
-  Rig rig;
+  EngineRig rig;
   testing::LogCapture log;
   rig.behaviour.capturesNothing = true;
   EXPECT_EQ(testing::errorText<ScriptError>([&] {
@@ -432,7 +432,7 @@ TEST(ScriptEngine, RenderEndsTheScriptAndSegmentsWithoutFramesAreLeftOut) {
   EXPECT_THAT(log.lines(), Contains("Warning: segment captured 0 frames"));
 
   // A running segment is stopped by `render`; nothing after it runs.
-  Rig rendered;
+  EngineRig rendered;
   const ScriptOutcome outcome = rendered.run(R"(set fps 12
 open "Terminal"
 capture-window app "Terminal" as $t
@@ -451,7 +451,7 @@ record $t duration 5
 }
 
 TEST(ScriptEngine, AnInterruptEndsABlockingRecordAndRendersWhatWasRecorded) {
-  Rig rig;
+  EngineRig rig;
   std::stop_source interrupt;
   rig.behaviour.hookAt = 1500ms;
   rig.behaviour.hook = [&] { interrupt.request_stop(); };
@@ -474,7 +474,7 @@ type "never"
   EXPECT_NEAR(totalCentiseconds(*gif), 150, 10);
 
   // A window that closes during the recording ends the segment; the script goes on.
-  Rig closed;
+  EngineRig closed;
   testing::LogCapture log;
   closed.behaviour.endsAfter = 700ms;
   closed.run(R"(set fps 12
@@ -490,7 +490,7 @@ type "a"
 }
 
 TEST(ScriptEngine, PacingTypingAndWaitingForTheScreenToSettle) {
-  Rig rig;
+  EngineRig rig;
   testing::LogCapture log;
   ScriptEngine engine = rig.engine();
   rig.step(engine, R"(set typing-delay 0.1
@@ -519,7 +519,7 @@ key "enter"
 
   // Outside a recording the screen itself is watched: it changes on its first 12 grabs (0.1 s
   // apart), then holds still for the second asked.
-  Rig idle;
+  EngineRig idle;
   ScriptEngine watcher = idle.engine();
   idle.screen.changingGrabs = 12;
   idle.step(watcher, "wait-for-idle 1\n");
@@ -527,7 +527,7 @@ key "enter"
 
   // While recording, the recorder's last change counts; a screen that never settles is given
   // up on 10 s after the quiet time asked for.
-  Rig recording;
+  EngineRig recording;
   recording.behaviour.changesUntil = 2s;
   ScriptEngine recorder = recording.engine();
   recording.step(recorder,
@@ -548,7 +548,7 @@ key "enter"
 }
 
 TEST(ScriptEngine, AutoPacePausesAfterWhatAPersonDoesAndNotAfterTheScriptsOwnSteps) {
-  Rig rig;
+  EngineRig rig;
   ScriptEngine engine = rig.engine();
   rig.step(engine, "open \"Terminal\"\nset auto-pace true\nset auto-pace-delay 2\n");
   const auto millisecondsFor = [&](const std::string& line) {
@@ -587,7 +587,7 @@ TEST(ScriptEngine, AScriptDrivingAppsByElementIsWarnedOfWithoutTheAccessibilityB
   };
   for (const auto& [lines, warned] : cases) {
     SCOPED_TRACE(lines);
-    Rig rig;
+    EngineRig rig;
     testing::LogCapture log;
     try {
       rig.run(recorded + lines);
@@ -600,7 +600,7 @@ TEST(ScriptEngine, AScriptDrivingAppsByElementIsWarnedOfWithoutTheAccessibilityB
 }
 
 TEST(ScriptEngine, EffectsAreNotedAtTheirTimeInTheSegmentTheyBelongTo) {
-  Rig rig;
+  EngineRig rig;
   testing::LogCapture log;
   rig.processes.answers["ls"] = ShellResult{"alpha\nbeta\ngamma", "", 0};
   ScriptEngine engine = rig.engine();
@@ -640,7 +640,7 @@ set-background color "#ABC"
 }
 
 TEST(ScriptEngine, BrowserPagesAreDrivenByElementAndEndWithTheScript) {
-  Rig rig;
+  EngineRig rig;
   rig.browsers.page.rects = {{"css:#go", {100, 200, 40, 20}},
                              {"text:Field", {10, 10, 50, 20}},
                              {"css:#name", {10, 40, 50, 20}}};
@@ -673,7 +673,7 @@ wait 1
   EXPECT_THAT(lines, Contains("key b down"));
   EXPECT_THAT(rig.recorders.lines[0], HasSubstr("start window 90"));
 
-  Rig missing;
+  EngineRig missing;
   EXPECT_EQ(testing::errorText<ScriptError>(
                 [&] { missing.run("browser chrome \"https://example.com\"\nclick css:#nope\n"); }),
             "Line 2: Element not found: css:#nope");
@@ -697,7 +697,7 @@ TEST(ScriptEngine, SettingsBecomeTheRenderAndAPreviewRecordsAtItsOwnRate) {
   EXPECT_EQ(settings.maxWidth, kPreviewMaxWidth);
 
   // A preview records at its own rate too.
-  Rig rig;
+  EngineRig rig;
   ScriptOptions preview;
   preview.preview = true;
   ScriptEngine engine = rig.engine(preview);

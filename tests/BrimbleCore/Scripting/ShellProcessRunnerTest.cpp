@@ -17,7 +17,7 @@ namespace brimble {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
+using MonotonicClock = std::chrono::steady_clock;
 
 ShellResult run(const std::string& command, std::optional<double> timeout = 10) {
   ShellProcessRunner runner;
@@ -53,14 +53,14 @@ TEST(ShellProcessRunner, TimeOutStopsTheWholeGroupAfterTheSetSeconds) {
   testing::TempDirectory directory;
   const auto pidFile = directory / "pid";
   ShellProcessRunner runner({.grace = 200ms});
-  const auto start = Clock::now();
+  const auto start = MonotonicClock::now();
   // A background job that keeps the pipes open, a child that ignores SIGTERM and a shell waiting
   // for both.
   const std::string command =
       "echo $$ > '" + pidFile.string() + "'; sleep 30 & (trap '' TERM; sleep 30) & wait";
   EXPECT_EQ(testing::errorText<ScriptError>([&] { runner.runShellCommand(command, 1, 9); }),
             "Line 9: Command '" + command + "' timed out after 1s");
-  const auto elapsed = Clock::now() - start;
+  const auto elapsed = MonotonicClock::now() - start;
   EXPECT_GE(elapsed, 1s);
   EXPECT_LT(elapsed, 3s);
   const pid_t group = readPid(pidFile);
@@ -86,9 +86,9 @@ TEST(ShellProcessRunner, BackgroundJobsOutliveTheirCommandUntilStoppedAndAStopEn
     std::this_thread::sleep_for(300ms);
     interrupt.request_stop();
   });
-  const auto start = Clock::now();
+  const auto start = MonotonicClock::now();
   EXPECT_THROW(stoppable.runShellCommand("sleep 30", std::nullopt, 1), CancellationError);
-  EXPECT_LT(Clock::now() - start, 3s);
+  EXPECT_LT(MonotonicClock::now() - start, 3s);
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ namespace brimble {
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
+using MonotonicClock = std::chrono::steady_clock;
 
 Subprocess shell(const std::string& script, SpawnOptions options = {}) {
   return Subprocess::spawn({"sh", "-c", script}, options);
@@ -162,20 +162,20 @@ TEST(Subprocess, TerminateEndsTheWholeGroupEscalatingAfterTheGrace) {
   waitUntilGroupHas(group, 3);
   EXPECT_NE(group, ::getpgrp());
   EXPECT_EQ(liveProcessesInGroup(group), 3);
-  const auto start = Clock::now();
+  const auto start = MonotonicClock::now();
   EXPECT_EQ(child.terminate(300ms), (ExitStatus{0, SIGTERM}));
-  EXPECT_GE(Clock::now() - start, 300ms);
-  EXPECT_LT(Clock::now() - start, 3s);
+  EXPECT_GE(MonotonicClock::now() - start, 300ms);
+  EXPECT_LT(MonotonicClock::now() - start, 3s);
   EXPECT_EQ(liveProcessesInGroup(group), 0);
 
   // Destroyed, it ends its group too, as soon as the group has ended (not after the grace).
-  const auto quick = Clock::now();
+  const auto quick = MonotonicClock::now();
   {
     const Subprocess owner = shell("sleep 30 & wait");
     group = owner.pid();
     waitUntilGroupHas(group, 2);
   }
-  EXPECT_LT(Clock::now() - quick, 2s);
+  EXPECT_LT(MonotonicClock::now() - quick, 2s);
   EXPECT_EQ(liveProcessesInGroup(group), 0);
 }
 

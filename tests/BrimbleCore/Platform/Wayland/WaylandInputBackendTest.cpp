@@ -14,6 +14,7 @@
 #include "BrimbleCore/Automation/InputSimulator.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/GtkTestForm.h"
+#include "tests/Support/ImageFiles.h"
 #include "tests/Support/TempDirectory.h"
 #include "tests/Support/WaylandSession.h"
 
@@ -25,12 +26,6 @@ using namespace std::chrono_literals;
 // "héllo ✓ Ω": an accent the US keymap lacks, a symbol no keymap has, a Greek capital.
 const std::string kUnicode = "h\xc3\xa9llo \xe2\x9c\x93 \xce\xa9";
 
-std::filesystem::path artifact(const std::string& name) {
-  const std::filesystem::path folder = std::filesystem::path(BRIMBLE_ARTIFACT_DIR) / "wayland";
-  std::filesystem::create_directories(folder);
-  return folder / name;
-}
-
 double secondsSince(std::chrono::steady_clock::time_point start) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 }
@@ -40,7 +35,7 @@ TEST(WaylandInputBackend, TypesExactUnicodeIntoAGtkEntryAndAGtkWidgetThatIsNoTex
   if (!session) {
     GTEST_SKIP() << "no mutter on this machine";
   }
-  const std::filesystem::path picture = artifact("input-typed.png");
+  const std::filesystem::path picture = testing::artifactPath("wayland", "input-typed.png");
   testing::GtkTestForm form("Typing", {.snapshot = picture});
   ASSERT_TRUE(form.shown());
   testing::TempDirectory state;

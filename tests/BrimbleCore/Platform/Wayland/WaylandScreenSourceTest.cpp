@@ -16,6 +16,7 @@
 #include "BrimbleCore/Capture/ScreenRecorder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Support/Clock.h"
+#include "tests/Support/ImageFiles.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/TempDirectory.h"
 #include "tests/Support/WaylandSession.h"
@@ -81,16 +82,6 @@ double meanDifference(const Image& image, const Image& whole, const ScreenRect& 
   return total / (3.0 * area.width * area.height);
 }
 
-/// Keeps `image` where a person can look at it: build/test-artifacts/wayland/NAME.
-void keepArtifact(const Image& image, const std::string& name) {
-  const fs::path folder = fs::path(BRIMBLE_ARTIFACT_DIR) / "wayland";
-  fs::create_directories(folder);
-  const std::vector<std::uint8_t> bytes = encodePNG(image);
-  std::ofstream(folder / name, std::ios::binary)
-      .write(reinterpret_cast<const char*>(bytes.data()),
-             static_cast<std::streamsize>(bytes.size()));
-}
-
 bool showsTheWindow(const Image& screen) {
   return countPixels(screen, [](const Pixel& p) { return same(p, kWindowBackground); }) > 200000;
 }
@@ -106,7 +97,7 @@ ino_t inodeOf(const fs::path& path) {
   return ::stat(path.c_str(), &status) == 0 ? status.st_ino : 0;
 }
 
-mode_t modeOf(const fs::path& path) {
+mode_t permissionBitsOf(const fs::path& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
 }
@@ -175,7 +166,7 @@ TEST_F(WaylandScreenSourceTest, StillsOfTheDisplayAndOfARegionShowTheWindowOnScr
 
   startWindow(*source);
   const Image still = grabOnce(*source, kMonitor);
-  keepArtifact(still, "still-display.png");
+  testing::keepArtifact(still, "wayland", "still-display.png");
   EXPECT_TRUE(showsTheWindow(still));
   EXPECT_EQ(countPixels(still, [](const Pixel& p) { return p.a != 255; }), 0) << "opaque";
   // The window covers the top of the monitor; the desktop shows below it, as it did before.
@@ -184,7 +175,7 @@ TEST_F(WaylandScreenSourceTest, StillsOfTheDisplayAndOfARegionShowTheWindowOnScr
 
   // A region is the same pixels as that part of the display.
   const Image region = grabOnce(*source, kStillPartOfTheWindow);
-  keepArtifact(region, "still-region.png");
+  testing::keepArtifact(region, "wayland", "still-region.png");
   ASSERT_EQ(region.width(), kStillPartOfTheWindow.width);
   ASSERT_EQ(region.height(), kStillPartOfTheWindow.height);
   EXPECT_EQ(meanDifference(region, still, kStillPartOfTheWindow), 0);
@@ -220,9 +211,9 @@ TEST_F(WaylandScreenSourceTest, OnlyTheFirstCaptureAsksAndTheNextStartsQuickly) 
     firstToken = contentsOf(tokenFile());
     firstFile = inodeOf(tokenFile());
     EXPECT_FALSE(firstToken.empty());
-    EXPECT_EQ(modeOf(tokenFile()), 0600u);
-    EXPECT_EQ(modeOf(tokenFile().parent_path()), 0700u);
-    EXPECT_EQ(modeOf(tokenFile().parent_path().parent_path()), 0700u);
+    EXPECT_EQ(permissionBitsOf(tokenFile()), 0600u);
+    EXPECT_EQ(permissionBitsOf(tokenFile().parent_path()), 0700u);
+    EXPECT_EQ(permissionBitsOf(tokenFile().parent_path().parent_path()), 0700u);
   }
   {
     // Another run: no dialog (nobody presses one), and a frame within 2 s.
@@ -238,7 +229,7 @@ TEST_F(WaylandScreenSourceTest, OnlyTheFirstCaptureAsksAndTheNextStartsQuickly) 
     // Portals may hand out a new token or the same one again: either way the file is written
     // anew after the start.
     EXPECT_NE(inodeOf(tokenFile()), firstFile) << "the token file was replaced";
-    EXPECT_EQ(modeOf(tokenFile()), 0600u);
+    EXPECT_EQ(permissionBitsOf(tokenFile()), 0600u);
   }
   {
     // A damaged file only means asking again.
@@ -301,7 +292,7 @@ TEST_F(WaylandScreenSourceTest, RecordingsKeepTheirRateWhileTheScreenIsStillAndC
   EXPECT_GE(regionFrames->count(), static_cast<int>(kRate * kLength * 0.85));
   EXPECT_LE(regionFrames->count(), static_cast<int>(kRate * kLength) + 1);
   const Image last = frameOf(*regionFrames, regionFrames->count() - 1);
-  keepArtifact(last, "recorded-region.png");
+  testing::keepArtifact(last, "wayland", "recorded-region.png");
   ASSERT_EQ(last.width(), kStillPartOfTheWindow.width);
   ASSERT_EQ(last.height(), kStillPartOfTheWindow.height);
   // JPEG changes pixels a little; a crop a few pixels off changes them a lot more.
@@ -336,7 +327,7 @@ TEST_F(WaylandScreenSourceTest, ThePointerComesAsMetadataAndIsDrawnOnlyWhenAsked
   // The frames differ only where the arrow is drawn.
   const Image without = *plain->grab();
   const Image with = *drawn->grab();
-  keepArtifact(with, "pointer-drawn.png");
+  testing::keepArtifact(with, "wayland", "pointer-drawn.png");
   const int left = 640 - arrow->cursor.hotX;
   const int top = 770 - arrow->cursor.hotY;
   // Around the arrow only: the two grabs may be a frame apart, and the window above animates.

@@ -1,7 +1,12 @@
 # Brimble's entry points. Each target installs what is missing first.
 BUILD     ?= build
 JOBS      ?= $(shell nproc)
-CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+# Optimized, with line tables only (-g1): backtraces and sanitizer reports keep their file:line,
+# and the build takes a third less time than with full debug info. Sources are compiled in
+# batches (a unity build), which halves a clean build; a developer who edits one file all day may
+# prefer their own build directory without it.
+CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBRIMBLE_UNITY_BUILD=ON \
+  "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG"
 
 .PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-app bench-script bench-peers bench-video fuzz format clean
 
@@ -22,13 +27,14 @@ test: build
 	ctest --test-dir $(BUILD) $(CTEST_FLAGS)
 
 # The unit tests again under AddressSanitizer and UndefinedBehaviorSanitizer, with line tables
-# only (-g1): enough for the reports' file:line, and cheaper to build than full debug info. The
-# example scripts are left out: each renders a whole recording, which takes minutes unoptimized
-# and instrumented, and the BrimbleRun tests drive the same engine and render path.
+# only (-g1) and in batches, as above. The example scripts are left out: each renders a whole
+# recording, which takes minutes unoptimized and instrumented, and the BrimbleRun tests drive the
+# same engine and render path.
 SANITIZE_EXCLUDE := -E '^Examples/'
 sanitize: deps
 	@test -f build-asan/build.ninja || cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
-	  -DCMAKE_CXX_FLAGS_DEBUG=-g1 -DCMAKE_C_FLAGS_DEBUG=-g1 -DBRIMBLE_WERROR=ON -DBRIMBLE_SANITIZE=ON
+	  -DCMAKE_CXX_FLAGS_DEBUG=-g1 -DCMAKE_C_FLAGS_DEBUG=-g1 -DBRIMBLE_WERROR=ON -DBRIMBLE_SANITIZE=ON \
+	  -DBRIMBLE_UNITY_BUILD=ON
 	cmake --build build-asan -j $(JOBS)
 	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp \

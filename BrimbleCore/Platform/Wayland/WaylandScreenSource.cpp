@@ -1,5 +1,6 @@
 #include "BrimbleCore/Platform/Wayland/WaylandScreenSource.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fstream>
@@ -19,29 +20,44 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::uint32_t kMonitorSource = 1;
+constexpr std::uint32_t kWindowSource = 2;
 constexpr std::uint32_t kVirtualSource = 4;
 constexpr std::size_t kLongestToken = 512;
 
-/// The token kept in `file`; empty when there is none or it is not one. The portal's tokens are
-/// short printable ASCII (UUIDs); anything else is a damaged file, and sending it would only fail.
-std::string readToken(const fs::path& file) {
+/// The first `count` lines of `file`, each without trailing blanks; fewer when it has fewer.
+/// Each line is short printable ASCII (the portal's tokens are UUIDs); the reading stops at
+/// anything else, a damaged file, which sending would only make fail.
+std::vector<std::string> readTokenLines(const fs::path& file, std::size_t count) {
+  std::vector<std::string> lines;
   std::ifstream stream(file);
-  std::string token;
-  if (!stream || !std::getline(stream, token)) {
-    return {};
-  }
-  while (!token.empty() && (token.back() == '\r' || token.back() == ' ')) {
-    token.pop_back();
-  }
-  if (token.size() > kLongestToken) {
-    return {};
-  }
-  for (const char c : token) {
-    if (c <= ' ' || c > '~') {
-      return {};
+  std::string line;
+  while (lines.size() < count && stream && std::getline(stream, line)) {
+    while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) {
+      line.pop_back();
     }
+    if (line.size() > kLongestToken ||
+        std::any_of(line.begin(), line.end(), [](char c) { return c <= ' ' || c > '~'; })) {
+      break;
+    }
+    lines.push_back(line);
   }
-  return token;
+  return lines;
+}
+
+/// The token kept in `file`; empty when there is none or it is not one.
+std::string readToken(const fs::path& file) {
+  const std::vector<std::string> lines = readTokenLines(file, 1);
+  return lines.empty() ? std::string() : lines.front();
+}
+
+/// The token kept in `file` for window `windowID`; empty when there is none, or it was given
+/// for another window: the portal would share that one without asking.
+std::string readWindowToken(const fs::path& file, std::uint32_t windowID) {
+  const std::vector<std::string> lines = readTokenLines(file, 2);
+  if (lines.size() < 2 || lines[1] != std::to_string(windowID)) {
+    return {};
+  }
+  return lines[0];
 }
 
 /// Creates `folder` and its missing parents, each readable by the user alone: the token in it
@@ -56,15 +72,15 @@ void createPrivateFolder(const fs::path& folder) {
   }
 }
 
-/// Keeps `token` in `file` for the next session, replacing the one used up. A failure costs only
-/// a dialog next time, so it is logged, not thrown.
-void writeToken(const fs::path& file, const std::string& token) {
+/// Keeps `token` in `file` for the next session, replacing the one used up, with `lines` after
+/// it. A failure costs only a dialog next time, so it is logged, not thrown.
+void writeToken(const fs::path& file, const std::string& token, const std::string& lines = {}) {
   if (token.empty()) {
     return;
   }
   try {
     createPrivateFolder(file.parent_path());
-    writeFileAtomically(file, token + "\n", 0600);
+    writeFileAtomically(file, token + "\n" + lines, 0600);
   } catch (const std::exception& error) {
     logLine(std::string("BrimbleCore: could not keep the screen-sharing permission for next "
                         "time (") +
@@ -89,10 +105,17 @@ fs::path WaylandScreenSource::defaultTokenFile() {
   return fs::path(homeDirectory()) / ".local/state/brimble/screencast-token";
 }
 
+fs::path WaylandScreenSource::defaultWindowTokenFile() {
+  return defaultTokenFile().parent_path() / "screencast-window-token";
+}
+
 WaylandScreenSource::WaylandScreenSource(std::shared_ptr<DesktopPortal> portal, Options options)
     : portal_(std::move(portal)), options_([&] {
         if (options.tokenFile.empty()) {
           options.tokenFile = defaultTokenFile();
+        }
+        if (options.windowTokenFile.empty()) {
+          options.windowTokenFile = defaultWindowTokenFile();
         }
         return options;
       }()) {}
@@ -141,21 +164,63 @@ std::vector<ScreenDisplay> WaylandScreenSource::displays() {
   return displaysOf(*currentShare());
 }
 
-namespace {
+WaylandScreenSource::SharedWindow WaylandScreenSource::sharedWindow(std::uint32_t windowID) {
+  std::scoped_lock starting(startMutex_);
+  {
+    std::scoped_lock lock(shareMutex_);
+    const auto found = std::find_if(windows_.begin(), windows_.end(),
+                                    [&](const SharedWindow& w) { return w.windowID == windowID; });
+    if (found != windows_.end()) {
+      if (!found->share->ended && !found->stream->endReason()) {
+        return *found;
+      }
+      // The window went, or the user stopped sharing it: the next use asks again.
+      windows_.erase(found);
+    }
+  }
+  SharedWindow shared{.windowID = windowID, .share = nullptr, .nodeID = 0, .stream = nullptr};
+  shared.share = std::make_shared<ScreenCastShare>(
+      portal_, ScreenCastSession::Options{
+                   .sources = ScreenCastSession::Sources::window,
+                   .cursor = ScreenCastSession::CursorMode::metadata,
+                   .restoreToken = readWindowToken(options_.windowTokenFile, windowID),
+                   .dialogTimeout = options_.dialogTimeout,
+                   .stop = options_.stop});
+  writeToken(options_.windowTokenFile, shared.share->session.restoreToken(),
+             std::to_string(windowID) + "\n");
+  const std::vector<ScreenCastStream>& streams = shared.share->session.streams();
+  const auto stream = std::find_if(streams.begin(), streams.end(), [](const ScreenCastStream& s) {
+    return s.sourceType == kWindowSource;
+  });
+  // A portal that names no source type shares what it was asked for.
+  shared.nodeID = stream != streams.end() ? stream->nodeID : streams.front().nodeID;
+  shared.stream = shared.share->connect(shared.nodeID);
+  shared.stream->waitForPicture(options_.firstFrameTimeout);
+  if (shared.stream->endReason()) {
+    shared.share->ended = true;
+    throw ScreenCaptureError::windowClosed(windowID);
+  }
+  std::scoped_lock lock(shareMutex_);
+  windows_.push_back(shared);
+  return shared;
+}
 
-const char* const kWindowAdvice =
-    "Wayland tells no program where another's window is; record the display or a region instead";
-
-}  // namespace
-
-std::optional<ScreenWindow> WaylandScreenSource::window(std::uint32_t) {
-  throw ScreenCaptureError::windowCaptureUnavailable(kWindowAdvice);
+std::optional<ScreenWindow> WaylandScreenSource::window(std::uint32_t windowID) {
+  const SharedWindow shared = sharedWindow(windowID);
+  const std::optional<ImageSize> size = shared.stream->pictureSize();
+  if (!size) {
+    return std::nullopt;
+  }
+  return ScreenWindow{
+      .windowID = windowID, .frame = {0, 0, size->width, size->height}, .positionKnown = false};
 }
 
 std::unique_ptr<ScreenStream> WaylandScreenSource::openStream(const CaptureTarget& target,
                                                               bool showCursor) {
   if (target.kind == CaptureTarget::Kind::window) {
-    throw ScreenCaptureError::windowCaptureUnavailable(kWindowAdvice);
+    const SharedWindow shared = sharedWindow(target.windowID);
+    return std::make_unique<WaylandScreenStream>(shared.share, shared.nodeID, target.windowID,
+                                                 showCursor, options_.firstFrameTimeout);
   }
   std::shared_ptr<ScreenCastShare> share = currentShare();
   const std::optional<ScreenDisplay> display = displayHolding(target.area, displaysOf(*share));

@@ -177,6 +177,13 @@ ScreenDisplay chooseDisplay(const char* command, const std::string& wanted, Scre
               fmt::join(known, ", "));
 }
 
+/// Where the desktop's own dialog picks the window (Wayland), which one to pick there.
+void tellWhichWindowToPick(const char* command, const WindowInfo& window) {
+  fmt::print(stderr, "brimble {}: if the desktop asks which window to share, pick \"{}\"{}\n",
+             command, window.title,
+             window.appName.empty() ? std::string() : fmt::format(" ({})", window.appName));
+}
+
 Target resolveTarget(const char* command, const CaptureOptions& options, Desktop& desktop) {
   ScreenSource& source = desktop.screen();
   Target target;
@@ -199,6 +206,13 @@ Target resolveTarget(const char* command, const CaptureOptions& options, Desktop
     std::optional<ScreenWindow> window;
     if (options.windowOption->count() > 0) {
       const std::uint32_t id = parseXID(options.window).value();  // checked by the parser
+      if (source.userPicksWindows()) {
+        const std::optional<WindowInfo> info = desktop.windows().find(id);
+        if (!info) {
+          throw ScreenCaptureError::windowNotFound(id);
+        }
+        tellWhichWindowToPick(command, *info);
+      }
       window = source.window(id);
       if (!window) {
         throw ScreenCaptureError::windowNotFound(id);
@@ -206,6 +220,9 @@ Target resolveTarget(const char* command, const CaptureOptions& options, Desktop
     } else {
       // The same lookup scripts use: the alias table, an exact name before a partial one.
       const auto match = desktop.windows().find(std::string_view(options.app));
+      if (match && source.userPicksWindows()) {
+        tellWhichWindowToPick(command, match->window);
+      }
       window = match ? source.window(match->window.id) : std::nullopt;
       if (!window) {
         failCommand(command, kExitFailure, "no window of an application named \"{}\"", options.app);

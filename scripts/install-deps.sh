@@ -25,9 +25,11 @@ packages=(
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev libpulse-dev
   pulseaudio pulseaudio-utils
   # Wayland desktops: the screen-cast and remote-desktop portals over GDBus, frames over PipeWire;
-  # a headless GNOME session (mutter, the GNOME portals) and D-Bus bindings for its tests
+  # a headless GNOME session (mutter, the GNOME portals) and D-Bus bindings for its tests;
+  # GNOME Shell for the tests that share one window: the portal's window chooser lists the
+  # windows the shell tells it of, and bare mutter tells none
   libpipewire-0.3-dev libglib2.0-dev mutter pipewire pipewire-bin wireplumber xdg-desktop-portal
-  xdg-desktop-portal-gnome python3-dbus python3-gi gir1.2-gtk-3.0
+  xdg-desktop-portal-gnome python3-dbus python3-gi gir1.2-gtk-3.0 gnome-shell
   # the desktop application (and a Qt test application for element targets)
   qt6-base-dev qt6-qpa-plugins
   # tests and benchmarks

@@ -50,11 +50,6 @@ ScreenCaptureError ScreenCaptureError::windowNotFound(std::uint32_t windowID) {
           "Couldn't find the window " + std::to_string(windowID) + " to record."};
 }
 
-ScreenCaptureError ScreenCaptureError::windowCaptureUnavailable(const std::string& advice) {
-  return {Code::windowCaptureUnavailable,
-          "Can't record a single window on this desktop: " + advice};
-}
-
 ScreenCaptureError ScreenCaptureError::windowClosed(std::uint32_t windowID) {
   return {Code::windowClosed,
           "The window " + std::to_string(windowID) + " being recorded was closed."};

@@ -30,6 +30,11 @@ struct ScreenWindow {
   std::uint32_t windowID = 0;
   /// Its content area in screen coordinates, without the window manager's frame.
   ScreenRect frame{};
+  /// Whether `frame` is where the window is on screen. False where the platform records a
+  /// window without saying where it is (a Wayland desktop shares it as a stream of its own):
+  /// `frame` then holds its size at 0,0, and its streams tell the pointer in the window's own
+  /// coordinates.
+  bool positionKnown = true;
 };
 
 /// The window manager's decorations around a window, in screen pixels: the title bar is `top`.
@@ -77,7 +82,6 @@ class ScreenCaptureError : public std::runtime_error {
     displayLost,
     windowNotFound,
     windowClosed,
-    windowCaptureUnavailable,
     unsupportedPixelFormat
   };
 
@@ -87,8 +91,6 @@ class ScreenCaptureError : public std::runtime_error {
   static ScreenCaptureError displayLost(const std::string& what, const std::string& cause);
   static ScreenCaptureError windowNotFound(std::uint32_t windowID);
   static ScreenCaptureError windowClosed(std::uint32_t windowID);
-  /// This platform records no single window; `advice` says what to record instead.
-  static ScreenCaptureError windowCaptureUnavailable(const std::string& advice);
   static ScreenCaptureError unsupportedPixelFormat(int depth, int bitsPerPixel);
 
   Code code() const noexcept { return code_; }
@@ -138,7 +140,8 @@ class ScreenSource {
   virtual std::vector<ScreenDisplay> displays() = 0;
 
   /// The window `windowID` with its current frame; no value when there is no such window.
-  /// Throws ScreenCaptureError: displayUnreachable, displayLost, windowCaptureUnavailable.
+  /// Throws ScreenCaptureError: displayUnreachable, displayLost; where the user picks windows
+  /// (`userPicksWindows`), also windowClosed and the desktop's own errors (a cancelled dialog).
   virtual std::optional<ScreenWindow> window(std::uint32_t windowID) = 0;
 
   /// Opens a stream of `target` for the calling thread, with the pointer drawn in when
@@ -155,6 +158,12 @@ class ScreenSource {
     (void)windowID;
     return std::nullopt;
   }
+
+  /// Whether a single window is recorded as the user picks it in a dialog of the desktop's own
+  /// rather than by its id alone: a Wayland client cannot name another's window, so the desktop
+  /// asks the user (the first time; it may remember the choice). Callers tell the user which
+  /// window to pick before they ask for one (`window`, or a stream of it).
+  virtual bool userPicksWindows() const { return false; }
 
   /// Whether its streams tell where the pointer is and what it looks like
   /// (ScreenStream::pointer), so that frames can be taken without it and have it drawn later.

@@ -77,6 +77,28 @@ std::optional<WindowMatch> resolveWindow(MCPDesktop& desktop, const Arguments& a
   return std::nullopt;
 }
 
+/// Fails the call unless a window can be recorded. Where the desktop's own dialog picks the
+/// window (Wayland), sharing it is the permission, and asking for the screen first would put a
+/// second dialog before it.
+void requireWindowCapture(MCPDesktop& desktop) {
+  bool userPicks = false;
+  try {
+    userPicks = desktop.screen().userPicksWindows();
+  } catch (const std::exception&) {
+    // requireScreen says what is missing.
+  }
+  if (!userPicks) {
+    requireScreen(desktop);
+  }
+}
+
+/// What a result says where the desktop's own dialog picks the window (Wayland).
+std::string windowPickNote(const WindowInfo& window) {
+  return "This desktop shares a window as the user picks it in its own dialog (asked once, then "
+         "remembered while the window lives): what is recorded is the window picked there for \"" +
+         window.title + "\".";
+}
+
 /// {x, y, w, h} of an object argument; no value when a field is missing or not a number.
 std::optional<ScreenRect> rectArgument(const JSONValue& value) {
   const auto x = value["x"].numberValue();
@@ -98,7 +120,7 @@ std::optional<ScreenRect> rectArgument(const JSONValue& value) {
 JSONValue startRecording(const ToolEnvironment& environment, const Arguments& arguments) {
   MCPDesktop& desktop = environment.desktop;
   const int fps = frameRate(arguments);
-  requireScreen(desktop);
+  requireWindowCapture(desktop);
   const auto match = resolveWindow(desktop, arguments);
   if (!match) {
     fail("Either 'window_id' or 'app' is required");
@@ -114,6 +136,11 @@ JSONValue startRecording(const ToolEnvironment& environment, const Arguments& ar
     }
     if (crop->width <= 0 || crop->height <= 0) {
       fail("crop width and height must be positive");
+    }
+    if (!match->window.positionKnown) {
+      fail(
+          "crop needs the window's place on screen, which this desktop does not tell; record "
+          "the whole window, or a region of the display with record_region");
     }
     request.target = CaptureTarget::windowCropOf(match->window.contentFrame, *crop);
     if (request.target.area.empty()) {
@@ -135,10 +162,14 @@ JSONValue startRecording(const ToolEnvironment& environment, const Arguments& ar
                           .startTime = std::chrono::steady_clock::now(),
                           .paused = false,
                           .stopAt = stopAt});
-  return JSONValue::Object{{"session_id", id},
+  JSONValue::Object result{{"session_id", id},
                            {"recording", true},
                            {"target", targetJSON(match->window)},
                            {"other_matches", match->otherMatches}};
+  if (desktop.screen().userPicksWindows()) {
+    result.emplace("note", windowPickNote(match->window));
+  }
+  return result;
 }
 
 JSONValue recordRegion(const ToolEnvironment& environment, const Arguments& arguments) {
@@ -307,7 +338,11 @@ MCPToolResult captureStill(MCPDesktop& desktop, const Arguments& arguments) {
   if (simulator) {
     fail(kSimulatorUnavailable);
   }
-  requireScreen(desktop);
+  if (region) {
+    requireScreen(desktop);
+  } else {
+    requireWindowCapture(desktop);
+  }
   std::optional<WindowMatch> match;
   CaptureTarget target;
   if (region) {
@@ -343,6 +378,9 @@ MCPToolResult captureStill(MCPDesktop& desktop, const Arguments& arguments) {
   if (match) {
     result.emplace("target", targetJSON(match->window));
     result.emplace("other_matches", match->otherMatches);
+    if (desktop.screen().userPicksWindows()) {
+      result.emplace("note", windowPickNote(match->window));
+    }
   }
   return MCPToolResult(std::move(result), {imageContent(*image)});
 }

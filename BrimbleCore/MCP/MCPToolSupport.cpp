@@ -69,10 +69,13 @@ JSONValue targetJSON(const WindowInfo& window) {
       {"window_id", window.id},
       {"title", window.title},
       {"app", window.appName},
-      {"frame", JSONValue::Object{{"x", window.frame.x},
-                                  {"y", window.frame.y},
-                                  {"w", window.frame.width},
-                                  {"h", window.frame.height}}},
+      // A Wayland desktop does not say where a window is: null, not a made-up 0,0.
+      {"frame",
+       JSONValue::Object{
+           {"x", window.positionKnown ? JSONValue(window.frame.x) : JSONValue(nullptr)},
+           {"y", window.positionKnown ? JSONValue(window.frame.y) : JSONValue(nullptr)},
+           {"w", window.frame.width},
+           {"h", window.frame.height}}},
   };
 }
 

@@ -213,7 +213,9 @@ std::unique_ptr<Desktop> waylandDesktop(DesktopSession session,
   Desktop::Backends backends;
   backends.screen = [connect, state] {
     return std::make_unique<wayland::WaylandScreenSource>(
-        connect(), wayland::WaylandScreenSource::Options{.tokenFile = state / "screencast-token"});
+        connect(), wayland::WaylandScreenSource::Options{
+                       .tokenFile = state / "screencast-token",
+                       .windowTokenFile = state / "screencast-window-token"});
   };
   backends.input = [connect, state] {
     return std::make_unique<wayland::WaylandInputBackend>(

@@ -373,5 +373,57 @@ TEST(BrimbleMCPWayland, WithOnlyTheRuntimeFolderTheServerFindsTheUsersWaylandDes
   EXPECT_EQ(server.process().wait(20s), 0) << server.process().errorOutput();
 }
 
+// An assistant records one application's window on a GNOME Shell desktop, whose portal lists the
+// windows to share: the user picks it in the desktop's chooser, and the result says so.
+TEST(BrimbleMCPWayland, StartRecordingAnAppRecordsTheWindowTheUserPicks) {
+  const auto session = testing::WaylandSession::start({.shell = true});
+  if (!session) {
+    GTEST_SKIP() << "no GNOME Shell on this machine";
+  }
+  ASSERT_TRUE(
+      session->startColourWindow("brimble-magenta", "Brimble magenta", 400, 300, "#c8106e"));
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"},
+                          {std::string("XDG_RUNTIME_DIR=") + std::getenv("XDG_RUNTIME_DIR"),
+                           "ASAN_OPTIONS=detect_leaks=0"});
+
+  session->approveWindowAfter(500ms, "Brimble magenta");
+  server.callTool(1, "start_recording", {{"app", "brimble-magenta"}, {"fps", 10}});
+  const auto started = toolReply(server.next(60s));
+  ASSERT_FALSE(started.second) << started.first;
+  EXPECT_TRUE(session->waitForDialogHelper());
+  const json recording = json::parse(started.first);
+  EXPECT_EQ(recording["target"]["title"], "Brimble magenta");
+  EXPECT_TRUE(recording["target"]["frame"]["x"].is_null()) << started.first;
+  EXPECT_NE(recording.value("note", "").find("\"Brimble magenta\""), std::string::npos)
+      << started.first;
+  std::this_thread::sleep_for(1500ms);
+  server.callTool(2, "stop_recording", {{"session_id", recording["session_id"]}});
+  const auto stopped = toolReply(server.next(20s));
+  ASSERT_FALSE(stopped.second) << stopped.first;
+  EXPECT_GE(json::parse(stopped.first)["frames"].get<int>(), 10) << stopped.first;
+  const fs::path gif = tmp / "window.gif";
+  server.callTool(3, "render_gif",
+                  {{"session_id", recording["session_id"]}, {"output", gif.string()}});
+  const auto rendered = toolReply(server.next(60s));
+  ASSERT_FALSE(rendered.second) << rendered.first;
+  const auto decoded = testing::decodeGIFFile(gif);
+  ASSERT_TRUE(decoded && !decoded->frames.empty());
+  EXPECT_EQ(decoded->width, 400);
+  EXPECT_EQ(decoded->height, 300);
+  const Image& frame = decoded->frames.front();
+  int magenta = 0;
+  for (int y = 0; y < frame.height(); ++y) {
+    for (int x = 0; x < frame.width(); ++x) {
+      const auto p = testing::pixelAt(frame, x, y);
+      magenta += (std::abs(p.r - 0xc8) + std::abs(p.g - 0x10) + std::abs(p.b - 0x6e) <= 12);
+    }
+  }
+  // The window's own pixels; the pointer, drawn in by the render, may cover a few.
+  EXPECT_GT(magenta, frame.width() * frame.height() * 95 / 100);
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0) << server.process().errorOutput();
+}
+
 }  // namespace
 }  // namespace brimble

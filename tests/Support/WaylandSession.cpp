@@ -11,7 +11,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include "BrimbleCore/Platform/ATSPI/ATSPIWindowSystem.h"
 #include "BrimbleCore/Support/FileIO.h"
+#include "tests/Support/RunCommand.h"
 
 namespace brimble::testing {
 namespace {
@@ -60,8 +62,9 @@ bool succeeds(const std::vector<std::string>& arguments) {
 
 }  // namespace
 
-std::unique_ptr<WaylandSession> WaylandSession::start() {
-  for (const char* program : {"mutter", "pipewire", "wireplumber", "dbus-daemon"}) {
+std::unique_ptr<WaylandSession> WaylandSession::start(const Options& options) {
+  const char* compositor = options.shell ? "gnome-shell" : "mutter";
+  for (const char* program : {compositor, "pipewire", "wireplumber", "dbus-daemon"}) {
     if (!findProgram(program)) {
       return nullptr;
     }
@@ -107,17 +110,49 @@ std::unique_ptr<WaylandSession> WaylandSession::start() {
                  "XDG_SESSION_TYPE", "XDG_CURRENT_DESKTOP", "GDK_BACKEND"})) {
     throw std::runtime_error("the session bus took no environment");
   }
+  SpawnOptions compositorOptions = daemon;
+  if (options.shell) {
+    // The shell asks the system bus for logind and other system services at start, and stops
+    // without one; theirs being absent it takes in its stride.
+    const std::string systemBus = "unix:path=" + pattern + "/system-bus";
+    session->systemBus_ = Subprocess::spawn(
+        {"dbus-daemon", "--session", "--nofork", "--address=" + systemBus}, daemon);
+    if (!waitFor([&] { return std::filesystem::exists(session->runtime_ / "system-bus"); }, 5s)) {
+      throw std::runtime_error("the private system bus did not start");
+    }
+    compositorOptions.environment = {"DBUS_SYSTEM_BUS_ADDRESS=" + systemBus};
+  }
   session->compositor_ = Subprocess::spawn(
-      {"mutter", "--wayland", "--headless", "--no-x11",
+      {compositor, "--wayland", "--headless", "--no-x11",
        std::string("--wayland-display=") + kDisplayName, "--virtual-monitor", "1280x800"},
-      daemon);
-  if (!waitFor([&] { return std::filesystem::exists(session->runtime_ / kDisplayName); }, 10s) ||
-      !waitFor(
-          [] {
-            return succeeds({"busctl", "--user", "status", "org.gnome.Mutter.RemoteDesktop"});
-          },
-          10s)) {
-    throw std::runtime_error("mutter did not start");
+      compositorOptions);
+  if (!waitFor([&] { return std::filesystem::exists(session->runtime_ / kDisplayName); }, 10s)) {
+    throw std::runtime_error(std::string(compositor) + " did not start");
+  }
+  if (!options.shell) {
+    if (!waitFor(
+            [] {
+              return succeeds({"busctl", "--user", "status", "org.gnome.Mutter.RemoteDesktop"});
+            },
+            10s)) {
+      throw std::runtime_error("mutter did not start");
+    }
+  } else {
+    // The shell shows its overview once it has started, where windows are thumbnails; a user
+    // leaves it. (busctl cannot read the shell's credentials, so `status` would never answer
+    // here: the overview coming says the shell is up, with mutter's interfaces.)
+    const auto overview = [] {
+      return runCommand(
+                 "busctl --user get-property org.gnome.Shell /org/gnome/Shell org.gnome.Shell "
+                 "OverviewActive 2>/dev/null")
+          .output;
+    };
+    if (!waitFor([&] { return overview() == "b true\n"; }, 30s) ||
+        !succeeds({"busctl", "--user", "set-property", "org.gnome.Shell", "/org/gnome/Shell",
+                   "org.gnome.Shell", "OverviewActive", "b", "false"}) ||
+        !waitFor([&] { return overview() == "b false\n"; }, 5s)) {
+      throw std::runtime_error("GNOME Shell did not start");
+    }
   }
   return session;
 }
@@ -127,6 +162,7 @@ WaylandSession::~WaylandSession() {
   applications_.clear();
   dialog_ = Subprocess();
   compositor_ = Subprocess();
+  systemBus_ = Subprocess();
   wireplumber_ = Subprocess();
   pipewire_ = Subprocess();
   bus_ = Subprocess();
@@ -134,10 +170,18 @@ WaylandSession::~WaylandSession() {
   std::filesystem::remove_all(runtime_, ignored);
 }
 
-void WaylandSession::dialogHelper(std::chrono::milliseconds delay, const char* mode) {
-  dialog_ = Subprocess::spawn({BRIMBLE_SOURCE_DIR "/tests/Support/wayland-approve.py",
-                               std::to_string(delay.count() / 1000.0), mode},
-                              {.dieWithParent = true});
+void WaylandSession::dialogHelper(std::chrono::milliseconds delay, const char* mode,
+                                  const std::string& argument) {
+  std::vector<std::string> arguments{BRIMBLE_SOURCE_DIR "/tests/Support/wayland-approve.py",
+                                     std::to_string(delay.count() / 1000.0), mode};
+  if (!argument.empty()) {
+    arguments.push_back(argument);
+  }
+  dialog_ = Subprocess::spawn(arguments, {.dieWithParent = true});
+}
+
+void WaylandSession::approveWindowAfter(std::chrono::milliseconds delay, const std::string& title) {
+  dialogHelper(delay, "window", title);
 }
 
 void WaylandSession::approveScreenCastAfter(std::chrono::milliseconds delay) {
@@ -162,6 +206,31 @@ bool WaylandSession::waitForDialogHelper(std::chrono::milliseconds timeout) {
 
 void WaylandSession::startApplication(const std::vector<std::string>& arguments) {
   applications_.push_back(Subprocess::spawn(arguments, {.dieWithParent = true}));
+}
+
+std::optional<std::uint32_t> WaylandSession::startColourWindow(const std::string& app,
+                                                               const std::string& title, int width,
+                                                               int height,
+                                                               const std::string& colour) {
+  startApplication({BRIMBLE_SOURCE_DIR "/tests/Support/wayland-colour-window.py", app, title,
+                    std::to_string(width), std::to_string(height), colour});
+  atspi::ATSPIWindowSystem windows;
+  std::optional<std::uint32_t> id;
+  waitFor(
+      [&] {
+        try {
+          for (const WindowInfo& window : windows.windows()) {
+            if (window.title == title) {
+              id = window.id;
+            }
+          }
+        } catch (const std::exception&) {
+          // The accessibility bus starts with the first application on it.
+        }
+        return id.has_value();
+      },
+      20s);
+  return id;
 }
 
 bool WaylandSession::movePointer(int x, int y) {

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,9 +21,17 @@ namespace brimble::testing {
 /// main thread.
 class WaylandSession {
  public:
-  /// Starts the session; null when this machine lacks mutter (the test skips then). Throws
-  /// std::runtime_error when it does not come up.
-  static std::unique_ptr<WaylandSession> start();
+  struct Options {
+    /// GNOME Shell as the compositor rather than bare mutter: the portal's window chooser lists
+    /// the windows the shell tells it of, and mutter alone tells none. The shell needs a system
+    /// bus, which the session brings (a private one), and it leaves its overview at once.
+    bool shell = false;
+  };
+
+  /// Starts the session; null when this machine lacks mutter (or GNOME Shell, when asked for;
+  /// the test skips then). Throws std::runtime_error when it does not come up.
+  static std::unique_ptr<WaylandSession> start() { return start(Options{}); }
+  static std::unique_ptr<WaylandSession> start(const Options& options);
   WaylandSession(const WaylandSession&) = delete;
   WaylandSession& operator=(const WaylandSession&) = delete;
   ~WaylandSession();
@@ -34,6 +44,9 @@ class WaylandSession {
   void approveScreenCastAfter(std::chrono::milliseconds delay);
   /// Allows remote interaction in the remote-desktop dialog `delay` from now.
   void approveRemoteDesktopAfter(std::chrono::milliseconds delay);
+  /// Picks the window titled `title` in the screen-share dialog's window list, and Share, once
+  /// the dialog lists it (it looks from `delay` on, for 20 seconds). Needs `Options::shell`.
+  void approveWindowAfter(std::chrono::milliseconds delay, const std::string& title);
   /// Cancels whichever dialog is open `delay` from now (Escape).
   void cancelDialogAfter(std::chrono::milliseconds delay);
   /// Waits for the last approval or cancellation to finish. False when it failed.
@@ -42,6 +55,13 @@ class WaylandSession {
   /// Starts a GTK 3 window (`program` from gtk-3-examples, for example "gtk3-widget-factory")
   /// in the session; ends with the session.
   void startApplication(const std::vector<std::string>& arguments);
+
+  /// Starts a window of one `colour` ("#rrggbb"), `width` by `height` and without a title bar
+  /// (tests/Support/wayland-colour-window.py), of the application `app`, titled `title`; ends
+  /// with the session. Its id on the accessibility bus, as `brimble windows` lists it, once it
+  /// is listed there; no value when it is not within 20 seconds.
+  std::optional<std::uint32_t> startColourWindow(const std::string& app, const std::string& title,
+                                                 int width, int height, const std::string& colour);
 
   /// Moves the pointer to (`x`, `y`) of the monitor as a user's mouse would, and returns once it
   /// is there. False when the helper failed.
@@ -56,11 +76,13 @@ class WaylandSession {
 
  private:
   WaylandSession() = default;
-  void dialogHelper(std::chrono::milliseconds delay, const char* mode);
+  void dialogHelper(std::chrono::milliseconds delay, const char* mode,
+                    const std::string& argument = {});
 
   std::filesystem::path runtime_;
   std::vector<std::string> environment_;
   Subprocess bus_;
+  Subprocess systemBus_;
   Subprocess pipewire_;
   Subprocess wireplumber_;
   Subprocess compositor_;

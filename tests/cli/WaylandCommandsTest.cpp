@@ -57,9 +57,12 @@ class BrimbleOnWayland : public ::testing::Test {
     }
   }
 
-  /// `arguments` run as the session's user, whose remembered choices live in the test's folder.
-  testing::CommandResult brimble(const std::string& arguments) {
-    return runCommand("env XDG_STATE_HOME=" + shellQuote((home_ / "state").string()) +
+  /// `arguments` run as the session's user, whose remembered choices live in the test's folder;
+  /// killed after `timeoutSeconds` when given (a dialog nobody answers waits for minutes).
+  testing::CommandResult brimble(const std::string& arguments, int timeoutSeconds = 0) {
+    const std::string bound =
+        timeoutSeconds > 0 ? "timeout " + std::to_string(timeoutSeconds) + " " : "";
+    return runCommand(bound + "env XDG_STATE_HOME=" + shellQuote((home_ / "state").string()) +
                       " HOME=" + shellQuote(home_.path().string()) + " " +
                       brimbleCommand(arguments) + " 2>&1");
   }
@@ -114,11 +117,11 @@ TEST_F(BrimbleOnWayland, StillRecordAndWindowsShowTheUsersScreenAndOnlyTheFirstC
   EXPECT_THAT(result.output, ::testing::HasSubstr(std::to_string(form.pid())));
   EXPECT_THAT(result.output, ::testing::HasSubstr("?,?"));
 
-  // A single window cannot be recorded here, and the command says what to do instead.
+  // A window that is not on the accessibility bus is not asked for.
   result =
       brimble("record --window 0x10 --duration 1 -o " + shellQuote((home_ / "w.gif").string()));
   EXPECT_EQ(result.exitCode, 1);
-  EXPECT_THAT(result.output, ::testing::HasSubstr("Can't record a single window on this desktop"));
+  EXPECT_THAT(result.output, ::testing::HasSubstr("Couldn't find the window 16 to record."));
   EXPECT_FALSE(fs::exists(home_ / "w.gif"));
 }
 
@@ -148,6 +151,107 @@ TEST_F(BrimbleOnWayland, ACancelledDialogWritesNothingAndTypedTextArrivesExactly
   EXPECT_TRUE(session_->waitForDialogHelper());
   EXPECT_EQ(form.entryWhen("héllo ✓ Ω, plain ASCII too"), "héllo ✓ Ω, plain ASCII too")
       << result.output;
+}
+
+// One window of a GNOME Shell session (whose portal lists the windows to share), recorded as its
+// user would: the desktop's chooser asks which window the first time, then remembers it.
+class BrimbleWindowOnWayland : public BrimbleOnWayland {
+ protected:
+  void SetUp() override {
+    session_ = testing::WaylandSession::start({.shell = true});
+    if (!session_) {
+      GTEST_SKIP() << "no GNOME Shell on this machine";
+    }
+  }
+
+  fs::path windowTokenFile() const {
+    return home_ / "state" / "brimble" / "screencast-window-token";
+  }
+};
+
+constexpr testing::Pixel kMagenta{0xc8, 0x10, 0x6e, 0xff};
+
+/// The share of `image`'s pixels that are magenta, give or take the palette's step or two.
+double magentaShare(const Image& image) {
+  int count = 0;
+  for (int y = 0; y < image.height(); ++y) {
+    for (int x = 0; x < image.width(); ++x) {
+      const testing::Pixel p = testing::pixelAt(image, x, y);
+      count +=
+          std::abs(p.r - kMagenta.r) + std::abs(p.g - kMagenta.g) + std::abs(p.b - kMagenta.b) <=
+          12;
+    }
+  }
+  return image.empty() ? 0 : static_cast<double>(count) / (image.width() * image.height());
+}
+
+TEST_F(BrimbleWindowOnWayland, AnAppsWindowIsRecordedAloneAndOnlyTheFirstCaptureAsks) {
+  const auto window =
+      session_->startColourWindow("brimble-magenta", "Brimble magenta", 400, 300, "#c8106e");
+  ASSERT_TRUE(window) << "the window never reached the accessibility bus";
+  // Another window the chooser lists too, and the cancelled request asks for.
+  const auto other =
+      session_->startColourWindow("brimble-teal", "Brimble teal", 320, 240, "#108080");
+  ASSERT_TRUE(other);
+
+  // The first recording asks which window, and says which to pick.
+  const fs::path gif = home_ / "window.gif";
+  session_->approveWindowAfter(500ms, "Brimble magenta");
+  auto result =
+      brimble("record --app brimble-magenta --duration 2 --fps 10 -o " + shellQuote(gif.string()));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_TRUE(session_->waitForDialogHelper());
+  EXPECT_THAT(result.output,
+              ::testing::HasSubstr("brimble record: if the desktop asks which window to share, "
+                                   "pick \"Brimble magenta\" (brimble-magenta)\n"));
+  const auto decoded = testing::decodeGIFFile(gif);
+  ASSERT_TRUE(decoded && !decoded->frames.empty());
+  EXPECT_EQ(decoded->width, 400);
+  EXPECT_EQ(decoded->height, 300);
+  testing::keepArtifact(decoded->frames.front(), "wayland", "cli-record-window-first-frame.png");
+  for (const Image& frame : decoded->frames) {
+    EXPECT_GT(magentaShare(frame), 0.97) << "the window's pixels, and nothing of the desktop";
+  }
+  int centiseconds = 0;
+  for (const int delay : decoded->delaysCentiseconds) {
+    centiseconds += delay;
+  }
+  EXPECT_NEAR(centiseconds, 200, 30) << "two seconds, although the window never changed";
+  EXPECT_TRUE(fs::exists(windowTokenFile()));
+  EXPECT_EQ(fs::status(windowTokenFile().parent_path()).permissions() & fs::perms::all,
+            fs::perms::owner_all);
+
+  // The same window again, by its id this time: nothing is asked, and nobody answers.
+  const fs::path still = home_ / "window.png";
+  const auto started = std::chrono::steady_clock::now();
+  result = brimble(
+      "still --window " + std::to_string(*window) + " -o " + shellQuote(still.string()), 20);
+  EXPECT_LT(std::chrono::steady_clock::now() - started, 10s);
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const Image picture = testing::readPNG(still);
+  testing::keepArtifact(picture, "wayland", "cli-still-window.png");
+  EXPECT_EQ(picture.width(), 400);
+  EXPECT_EQ(picture.height(), 300);
+  EXPECT_GT(magentaShare(picture), 0.99);
+
+  // Another window asks again; the user cancels, and is told so once.
+  const fs::path cancelled = home_ / "cancelled.png";
+  session_->cancelDialogAfter(2s);
+  result = brimble("still --app brimble-teal -o " + shellQuote(cancelled.string()));
+  EXPECT_TRUE(session_->waitForDialogHelper());
+  EXPECT_EQ(result.exitCode, 1) << result.output;
+  EXPECT_THAT(result.output, ::testing::EndsWith("brimble still: Screen sharing was cancelled\n"));
+  EXPECT_FALSE(fs::exists(cancelled));
+
+  // A token the portal no longer knows, kept for this very window, only brings the chooser back.
+  testing::writeFile(windowTokenFile(),
+                     "00000000-0000-0000-0000-000000000000\n" + std::to_string(*window) + "\n");
+  session_->approveWindowAfter(500ms, "Brimble magenta");
+  result = brimble("still --app brimble-magenta -o " + shellQuote(still.string()), 60);
+  EXPECT_TRUE(session_->waitForDialogHelper());
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_GT(magentaShare(testing::readPNG(still)), 0.99);
+  EXPECT_FALSE(testing::readFile(windowTokenFile()).starts_with("00000000-"));
 }
 
 }  // namespace

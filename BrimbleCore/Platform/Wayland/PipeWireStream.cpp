@@ -500,6 +500,14 @@ std::optional<PipeWireStream::Frame> PipeWireStream::frameAfter(std::uint64_t af
                pixels};
 }
 
+std::optional<ImageSize> PipeWireStream::pictureSize() const {
+  std::scoped_lock lock(pictureMutex_);
+  if (!picture_) {
+    return std::nullopt;
+  }
+  return picture_->size;
+}
+
 std::optional<PipeWireStream::Pointer> PipeWireStream::pointer() const {
   std::scoped_lock lock(pointerMutex_);
   if (!pointerOnStream_) {

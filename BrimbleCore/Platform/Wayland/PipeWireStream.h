@@ -81,6 +81,10 @@ class PipeWireStream {
   std::optional<Frame> frameAfter(std::uint64_t after, const ScreenRect& area,
                                   ImageSize logicalSize);
 
+  /// The newest picture's size in pixels (after the video crop); no value before the first. A
+  /// window's stream changes size with the window.
+  std::optional<ImageSize> pictureSize() const;
+
   /// The pointer as the last cursor metadata told; no value before any, or while the pointer is
   /// not on this stream.
   std::optional<Pointer> pointer() const;

@@ -32,9 +32,18 @@ namespace brimble::wayland {
 /// compositor went away, or the user stopped sharing), the next use starts a new session.
 ///
 /// Displays are the shared monitors, in the compositor's logical coordinates, identified by their
-/// PipeWire node id (stable while the session lasts). Windows are not offered yet: capturing a
-/// window would go through the portal's own chooser, which may come later; until then `window`
-/// has no value and a window target throws windowNotFound.
+/// PipeWire node id (stable while the session lasts).
+///
+/// A window is shared by a session of its own, in which the user picks the window in the
+/// desktop's chooser: a Wayland client cannot name another's window to the portal, so the id
+/// asked for (the accessibility bus's, as `WindowSystem` lists them) only says which session
+/// stands for it, and the caller tells the user which window to pick (`userPicksWindows`). That
+/// session's token is kept apart from the monitor's (`Options::windowTokenFile`, with the id it
+/// was given for), so asking for the same window again, in this run or the next, asks nothing
+/// while the window lives; another window, or a stale token, brings the chooser back. The
+/// desktop does not say where a shared window is: `window` gives its size, as its stream shows
+/// it, at 0,0 (`ScreenWindow::positionKnown` is false), and its streams take the whole picture
+/// at whatever size the window has now.
 ///
 /// Thread-safe. The session is started under a lock of its own, so callers that arrive while its
 /// dialog is up wait for the same answer. Each stream belongs to the thread that opened it (the
@@ -44,6 +53,8 @@ class WaylandScreenSource final : public ScreenSource {
   struct Options {
     /// Where the restore token is kept between runs; empty: nowhere.
     std::filesystem::path tokenFile{};
+    /// Where the token of the last window shared is kept, with that window's id; empty: nowhere.
+    std::filesystem::path windowTokenFile{};
     /// How long the user may take with the dialog.
     std::chrono::milliseconds dialogTimeout = std::chrono::minutes(5);
     /// How long opening a stream waits for the compositor's first picture.
@@ -59,32 +70,51 @@ class WaylandScreenSource final : public ScreenSource {
 
   /// The shared monitors. Throws PortalError (cancelled when the user said no).
   std::vector<ScreenDisplay> displays() override;
-  /// Throws ScreenCaptureError::windowCaptureUnavailable: a Wayland client cannot tell where
-  /// another's window is, and the portal's window chooser is not used yet.
+  /// The window the user picked for `windowID`, with its size at 0,0 (the chooser, unless this
+  /// source or the kept token already shares one for that id); no value when its stream showed
+  /// no picture in time. Throws PortalError (cancelled when the user said no),
+  /// ScreenCaptureError::windowClosed when its stream ended at once.
   std::optional<ScreenWindow> window(std::uint32_t windowID) override;
-  /// A stream of the monitor holding most of a screen area, cut to the area. Throws
-  /// ScreenCaptureError (windowCaptureUnavailable for a window, displayUnreachable for an area on
-  /// no shared monitor) and PortalError.
+  /// A stream of the monitor holding most of a screen area, cut to the area, or of a window (as
+  /// `window` shares it). Throws ScreenCaptureError (displayUnreachable for an area on no shared
+  /// monitor, windowClosed) and PortalError.
   std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target, bool showCursor) override;
   /// Where a stream last saw the pointer; no value before any did.
   std::optional<std::pair<int, int>> pointerPosition() override;
   /// Whether the portal gives the pointer as metadata (asked once, without a dialog).
   bool followsPointer() const override;
+  /// True: the portal's chooser picks the window.
+  bool userPicksWindows() const override { return true; }
 
  private:
+  /// A window's session and the connection to its stream.
+  struct SharedWindow {
+    std::uint32_t windowID = 0;
+    std::shared_ptr<ScreenCastShare> share;
+    std::uint32_t nodeID = 0;
+    /// Held while the session lasts: the compositor sends a still window's picture once, to the
+    /// connection open then, so one opened later would show nothing.
+    std::shared_ptr<PipeWireStream> stream;
+  };
+
   /// The running session, started (or started again) when there is none.
   std::shared_ptr<ScreenCastShare> currentShare();
+  /// The running session that shares a window for `windowID`, started (or started again) when
+  /// there is none.
+  SharedWindow sharedWindow(std::uint32_t windowID);
   static std::vector<ScreenDisplay> displaysOf(const ScreenCastShare& share);
 
   const std::shared_ptr<DesktopPortal> portal_;
   const Options options_;
   const RestoreTokenFile tokenFile_;
+  const RestoreTokenFile windowTokenFile_;
 
   // Held while a session starts, which may wait minutes for the user: a second caller waits for
   // the same answer rather than opening a second dialog.
   std::mutex startMutex_;
   mutable std::mutex shareMutex_;  // guards the fields below
   std::shared_ptr<ScreenCastShare> share_;
+  std::vector<SharedWindow> windows_;
   mutable std::optional<bool> cursorMetadata_;
 };
 

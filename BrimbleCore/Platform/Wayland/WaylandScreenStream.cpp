@@ -12,6 +12,7 @@ WaylandScreenStream::WaylandScreenStream(std::shared_ptr<ScreenCastShare> share,
                                          bool showCursor,
                                          std::chrono::milliseconds firstFrameTimeout)
     : share_(std::move(share)),
+      nodeID_(display.displayID),
       display_(display),
       area_{area.x - display.frame.x, area.y - display.frame.y, area.width, area.height},
       showCursor_(showCursor),
@@ -23,29 +24,47 @@ WaylandScreenStream::WaylandScreenStream(std::shared_ptr<ScreenCastShare> share,
   checkStillStreaming();
 }
 
+WaylandScreenStream::WaylandScreenStream(std::shared_ptr<ScreenCastShare> share,
+                                         std::uint32_t nodeID, std::uint32_t windowID,
+                                         bool showCursor,
+                                         std::chrono::milliseconds firstFrameTimeout)
+    : share_(std::move(share)),
+      nodeID_(nodeID),
+      windowID_(windowID),
+      showCursor_(showCursor),
+      stream_(share_->connect(nodeID)) {
+  stream_->waitForPicture(firstFrameTimeout);
+  checkStillStreaming();
+}
+
 WaylandScreenStream::~WaylandScreenStream() {
-  share_->keepCursor(display_.displayID, stream_->cursor());
+  share_->keepCursor(nodeID_, stream_->cursor());
 }
 
 void WaylandScreenStream::checkStillStreaming() {
   if (const auto reason = stream_->endReason()) {
     share_->ended = true;
+    // The compositor ends a window's stream when the window goes.
+    if (!display_) {
+      throw ScreenCaptureError::windowClosed(windowID_);
+    }
     throw ScreenCaptureError::displayLost(
-        "the screen \"" + display_.name + "\" shared by the desktop portal", *reason);
+        "the screen \"" + display_->name + "\" shared by the desktop portal", *reason);
   }
 }
 
 PointerState WaylandScreenStream::onScreen(const PipeWireStream::Pointer& pointer) {
+  if (!display_) {
+    return PointerState{pointer.x, pointer.y, pointer.cursor, pointer.serial};
+  }
   // The picture's pixels onto the display's logical coordinates: the same unless the compositor
   // scales the monitor.
-  const ImageSize picture =
-      frame_ ? frame_->pictureSize : ImageSize{display_.frame.width, display_.frame.height};
-  const double scaleX =
-      picture.width > 0 ? static_cast<double>(display_.frame.width) / picture.width : 1;
-  const double scaleY =
-      picture.height > 0 ? static_cast<double>(display_.frame.height) / picture.height : 1;
-  const int x = display_.frame.x + static_cast<int>(std::lround(pointer.x * scaleX));
-  const int y = display_.frame.y + static_cast<int>(std::lround(pointer.y * scaleY));
+  const ScreenRect& frame = display_->frame;
+  const ImageSize picture = frame_ ? frame_->pictureSize : ImageSize{frame.width, frame.height};
+  const double scaleX = picture.width > 0 ? static_cast<double>(frame.width) / picture.width : 1;
+  const double scaleY = picture.height > 0 ? static_cast<double>(frame.height) / picture.height : 1;
+  const int x = frame.x + static_cast<int>(std::lround(pointer.x * scaleX));
+  const int y = frame.y + static_cast<int>(std::lround(pointer.y * scaleY));
   {
     std::scoped_lock lock(share_->pointerMutex);
     share_->lastPointer = std::pair{x, y};
@@ -56,8 +75,11 @@ PointerState WaylandScreenStream::onScreen(const PipeWireStream::Pointer& pointe
 std::optional<Image> WaylandScreenStream::grab() {
   checkStillStreaming();
   const std::uint64_t shown = frame_ ? frame_->sequence : 0;
-  if (auto fresh =
-          stream_->frameAfter(shown, area_, {display_.frame.width, display_.frame.height})) {
+  // A window's picture is taken whole, at whatever size the window has now.
+  const ImageSize whole = display_ ? ImageSize{display_->frame.width, display_->frame.height}
+                                   : stream_->pictureSize().value_or(ImageSize{});
+  const ScreenRect area = display_ ? area_ : ScreenRect{0, 0, whole.width, whole.height};
+  if (auto fresh = stream_->frameAfter(shown, area, whole)) {
     frame_ = std::move(fresh);
   }
   if (!frame_) {

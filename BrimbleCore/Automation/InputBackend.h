@@ -99,6 +99,11 @@ class InputBackend {
   virtual std::optional<KeyNumber> bindSpareKey(char32_t character) = 0;
   /// Gives every key `bindSpareKey` bound its previous meaning back.
   virtual void restoreSpareKeys() = 0;
+  /// Why a character that neither `typeWithoutKey` nor a spare key could type was left out, for
+  /// the log line that says so.
+  virtual std::string untypableReason() const {
+    return "every spare key of the keyboard map is in use";
+  }
   /// Types `character`, which no key of the map types, in a way other than keys where the
   /// platform has one (on Wayland, whose keyboard map is the compositor's to change: the
   /// focused text field's editable text, or the toolkit's own Unicode entry). It lands after

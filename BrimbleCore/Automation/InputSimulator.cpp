@@ -200,7 +200,7 @@ bool InputSimulator::typeCharacter(char32_t character) {
   if (!spare) {
     char code[16];
     std::snprintf(code, sizeof code, "U+%04X", static_cast<unsigned>(character));
-    logLine(std::string("BrimbleCore: No spare key to type ") + code);
+    logLine(std::string("BrimbleCore: Cannot type ") + code + ": " + backend_.untypableReason());
     return false;
   }
   // Programs apply a new keyboard map once they have read the change notice; a key pressed

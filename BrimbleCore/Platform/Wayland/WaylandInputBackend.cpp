@@ -8,7 +8,6 @@
 #include <linux/input-event-codes.h>
 
 #include "BrimbleCore/Platform/ATSPI/ATSPIWindowSystem.h"
-#include "BrimbleCore/Support/Log.h"
 
 namespace brimble::wayland {
 namespace {
@@ -163,6 +162,7 @@ RemoteDesktopSession& WaylandInputBackend::session() {
   session_->keysym(kShiftL, true);
   session_->keysym(kShiftL, false);
   readyForKeys_ = false;
+  pointerShown_ = false;
   std::this_thread::sleep_for(kPrimeSettle);
   return *session_;
 }
@@ -257,6 +257,13 @@ void WaylandInputBackend::moveTo(ScreenPoint point) {
     session.pointerMotionAbsolute(stream.nodeID, x - frame.x, y - frame.y);
     cursor_ = {x, y};
   });
+  if (!pointerShown_) {
+    // The session's pointer, like its keyboard, is made on its first event, and the window under
+    // it learns of the pointer only after that: a button pressed at once may find no window (a
+    // first click was lost on a loaded machine).
+    std::this_thread::sleep_for(kPrimeSettle);
+    pointerShown_ = true;
+  }
 }
 
 std::optional<KeyStroke> WaylandInputBackend::strokeFor(char32_t character) {
@@ -325,12 +332,12 @@ bool WaylandInputBackend::typeWithoutKey(char32_t character) {
     keyedSinceInsertion_ += text;
     return true;
   }
-  char code[16];
-  std::snprintf(code, sizeof code, "U+%04X", static_cast<unsigned>(character));
-  logLine(std::string("BrimbleCore: Cannot type ") + code +
-          ": the compositor's keyboard map lacks it, no text field on the accessibility bus has "
-          "the focus, and the active application is no GTK one");
   return false;
+}
+
+std::string WaylandInputBackend::untypableReason() const {
+  return "the compositor's keyboard map lacks it, no text field on the accessibility bus has the "
+         "focus, and the active application is no GTK one";
 }
 
 KeyboardState WaylandInputBackend::keyboardState() {

@@ -72,6 +72,7 @@ class WaylandInputBackend final : public InputBackend {
   /// None: the keyboard map is the compositor's.
   std::optional<KeyNumber> bindSpareKey(char32_t) override { return std::nullopt; }
   void restoreSpareKeys() override {}
+  std::string untypableReason() const override;
   bool typeWithoutKey(char32_t character) override;
   KeyboardState keyboardState() override;
 
@@ -92,6 +93,7 @@ class WaylandInputBackend final : public InputBackend {
   mutable std::optional<unsigned> version_;  // of the portal's RemoteDesktop, asked once
   std::unique_ptr<RemoteDesktopSession> session_;
   bool readyForKeys_ = false;  // whether this session's keys have a window to go to
+  bool pointerShown_ = false;  // whether this session's pointer has been placed once
   atspi::ATSPIFocusedText focusedText_;
   ScreenPoint cursor_;
   std::vector<KeyNumber> keysDown_;

@@ -76,9 +76,10 @@ TEST(InputSimulator, TypingUsesTheKeymapShiftAndSpareKeysForTheRestOrSkipsIt) {
   spareless.input.typeText("\xff\xc3(", 0, false);
   EXPECT_THAT(spareless.backend.lines(),
               ElementsAre("bind spare U+FFFD", "bind spare U+FFFD", "bind spare U+0028"));
-  EXPECT_THAT(log.lines(), ElementsAre("BrimbleCore: No spare key to type U+FFFD",
-                                       "BrimbleCore: No spare key to type U+FFFD",
-                                       "BrimbleCore: No spare key to type U+0028"));
+  const std::string why = ": every spare key of the keyboard map is in use";
+  EXPECT_THAT(log.lines(), ElementsAre("BrimbleCore: Cannot type U+FFFD" + why,
+                                       "BrimbleCore: Cannot type U+FFFD" + why,
+                                       "BrimbleCore: Cannot type U+0028" + why));
 }
 
 TEST(InputSimulator, APlatformThatTypesWithoutKeysTakesWhatTheKeymapLacksAndBindsNoSpareKey) {

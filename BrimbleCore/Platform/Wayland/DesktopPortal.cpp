@@ -187,6 +187,24 @@ std::string DesktopPortal::createSession(const char* interface, const std::strin
   return handle;
 }
 
+GVariantPtr DesktopPortal::startSession(const char* interface, const std::string& sessionHandle,
+                                        std::chrono::milliseconds timeout, std::stop_token stop) {
+  return request(
+      interface, "Start",
+      [&](const std::string& token) {
+        GVariantBuilder dict;
+        g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
+        g_variant_builder_add(&dict, "{sv}", "handle_token", g_variant_new_string(token.c_str()));
+        return g_variant_new("(osa{sv})", sessionHandle.c_str(), "", &dict);
+      },
+      timeout, std::move(stop));
+}
+
+std::string DesktopPortal::restoreTokenOf(GVariant* results) {
+  const char* token = nullptr;
+  return g_variant_lookup(results, "restore_token", "&s", &token) ? token : "";
+}
+
 GVariantPtr DesktopPortal::call(const char* interface, const char* method, GVariant* arguments) {
   GError* error = nullptr;
   GVariantPtr reply(g_dbus_connection_call_sync(bus_.get(), kBusName, kObjectPath, interface,

@@ -66,6 +66,13 @@ class DesktopPortal {
   std::string createSession(const char* interface, const std::string& what,
                             std::chrono::milliseconds timeout, std::stop_token stop = {});
 
+  /// Starts the session at `sessionHandle` of `interface`: its Start, which shows the desktop's
+  /// dialog. Returns the results (the shared streams, a restore token). Throws as `request` does.
+  GVariantPtr startSession(const char* interface, const std::string& sessionHandle,
+                           std::chrono::milliseconds timeout, std::stop_token stop = {});
+  /// The "restore_token" of a Start's results; empty when the portal gave none.
+  static std::string restoreTokenOf(GVariant* results);
+
   /// Calls `method` and returns its reply, sunk. Throws PortalError::failed.
   GVariantPtr call(const char* interface, const char* method, GVariant* arguments);
   /// Calls `method`, whose reply is one file descriptor (OpenPipeWireRemote). Throws

@@ -71,14 +71,8 @@ RemoteDesktopSession::RemoteDesktopSession(DesktopPortal& portal, const Options&
         },
         DesktopPortal::kQuickAnswer, options.stop);
 
-    const GVariantPtr started = portal_.request(
-        DesktopPortal::kRemoteDesktop, "Start",
-        [&](const std::string& token) {
-          GVariantBuilder dict;
-          beginOptions(dict, token);
-          return g_variant_new("(osa{sv})", handle_.c_str(), "", &dict);
-        },
-        options.dialogTimeout, options.stop);
+    const GVariantPtr started = portal_.startSession(DesktopPortal::kRemoteDesktop, handle_,
+                                                     options.dialogTimeout, options.stop);
 
     guint32 devices = 0;
     g_variant_lookup(started.get(), "devices", "u", &devices);
@@ -88,10 +82,7 @@ RemoteDesktopSession::RemoteDesktopSession(DesktopPortal& portal, const Options&
       throw PortalError::failed("share the keyboard and pointer",
                                 "remote interaction was not allowed in the dialog");
     }
-    const char* restore = nullptr;
-    if (g_variant_lookup(started.get(), "restore_token", "&s", &restore)) {
-      restoreToken_ = restore;
-    }
+    restoreToken_ = DesktopPortal::restoreTokenOf(started.get());
     streams_ = sharedStreams(started.get());
     if (streams_.empty()) {
       throw PortalError::failed("share the screen for input", "no stream was shared");

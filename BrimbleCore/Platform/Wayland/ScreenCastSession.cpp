@@ -117,20 +117,9 @@ ScreenCastSession::ScreenCastSession(DesktopPortal& portal, const Options& optio
       selectSources({});
     }
 
-    const GVariantPtr started = portal_.request(
-        DesktopPortal::kScreenCast, "Start",
-        [&](const std::string& token) {
-          GVariantBuilder dict;
-          g_variant_builder_init(&dict, G_VARIANT_TYPE_VARDICT);
-          g_variant_builder_add(&dict, "{sv}", "handle_token", g_variant_new_string(token.c_str()));
-          return g_variant_new("(osa{sv})", handle_.c_str(), "", &dict);
-        },
-        options.dialogTimeout, options.stop);
-
-    const char* restore = nullptr;
-    if (g_variant_lookup(started.get(), "restore_token", "&s", &restore)) {
-      restoreToken_ = restore;
-    }
+    const GVariantPtr started = portal_.startSession(DesktopPortal::kScreenCast, handle_,
+                                                     options.dialogTimeout, options.stop);
+    restoreToken_ = DesktopPortal::restoreTokenOf(started.get());
     streams_ = sharedStreams(started.get());
     if (streams_.empty()) {
       throw PortalError::failed("share the screen", "no stream was shared");

@@ -156,9 +156,15 @@ TEST(Subprocess, PassesStreamsEnvironmentDirectorySignalsAndOneDescriptor) {
 
 TEST(Subprocess, TerminateEndsTheWholeGroupEscalatingAfterTheGrace) {
   // A background job, a child that ignores SIGTERM (the subshell execs its sleep) and a shell
-  // waiting for both.
-  Subprocess child = shell("sleep 30 & (trap '' TERM; sleep 30) & wait");
+  // waiting for both. The file says the trap is set: a fork counted before that would still die
+  // of the first signal.
+  const testing::TempDirectory directory;
+  const std::string trapped = (directory / "trapped").string();
+  Subprocess child = shell("sleep 30 & (trap '' TERM; : > " + trapped + "; exec sleep 30) & wait");
   pid_t group = child.pid();
+  for (int i = 0; i < 400 && !std::filesystem::exists(trapped); ++i) {
+    std::this_thread::sleep_for(5ms);
+  }
   waitUntilGroupHas(group, 3);
   EXPECT_NE(group, ::getpgrp());
   EXPECT_EQ(liveProcessesInGroup(group), 3);

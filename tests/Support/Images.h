@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 
 #include "BrimbleCore/Encoding/Image.h"
@@ -70,6 +71,23 @@ inline double meanBrightness(const Image& image) {
     }
   }
   return sum / (3.0 * bgra.width() * bgra.height());
+}
+
+/// The share of `image`'s pixels within `tolerance` of `colour` (the sum of the red, green and
+/// blue differences): a GIF's palette may move a colour by a step or two. 0 for an empty image.
+inline double shareNear(const Image& image, Pixel colour, int tolerance) {
+  if (image.empty()) {
+    return 0;
+  }
+  long count = 0;
+  for (int y = 0; y < image.height(); ++y) {
+    for (int x = 0; x < image.width(); ++x) {
+      const Pixel p = pixelAt(image, x, y);
+      count += std::abs(p.r - colour.r) + std::abs(p.g - colour.g) + std::abs(p.b - colour.b) <=
+               tolerance;
+    }
+  }
+  return static_cast<double>(count) / (static_cast<double>(image.width()) * image.height());
 }
 
 }  // namespace brimble::testing

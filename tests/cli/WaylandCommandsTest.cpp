@@ -35,17 +35,7 @@ constexpr testing::Pixel kFormBackground{0xf6, 0xf5, 0xf4, 0xff};
 
 /// Whether most of a 1280x800 picture of the screen is the form's window.
 bool showsTheForm(const Image& screen) {
-  int count = 0;
-  for (int y = 0; y < screen.height(); ++y) {
-    for (int x = 0; x < screen.width(); ++x) {
-      const testing::Pixel p = testing::pixelAt(screen, x, y);
-      // A GIF's palette may move the colour by a step or two.
-      count += std::abs(p.r - kFormBackground.r) + std::abs(p.g - kFormBackground.g) +
-                   std::abs(p.b - kFormBackground.b) <=
-               6;
-    }
-  }
-  return count > screen.width() * screen.height() / 3;
+  return testing::shareNear(screen, kFormBackground, 6) > 1.0 / 3;
 }
 
 class BrimbleOnWayland : public ::testing::Test {
@@ -171,18 +161,9 @@ class BrimbleWindowOnWayland : public BrimbleOnWayland {
 
 constexpr testing::Pixel kMagenta{0xc8, 0x10, 0x6e, 0xff};
 
-/// The share of `image`'s pixels that are magenta, give or take the palette's step or two.
+/// The share of `image`'s pixels that are magenta.
 double magentaShare(const Image& image) {
-  int count = 0;
-  for (int y = 0; y < image.height(); ++y) {
-    for (int x = 0; x < image.width(); ++x) {
-      const testing::Pixel p = testing::pixelAt(image, x, y);
-      count +=
-          std::abs(p.r - kMagenta.r) + std::abs(p.g - kMagenta.g) + std::abs(p.b - kMagenta.b) <=
-          12;
-    }
-  }
-  return image.empty() ? 0 : static_cast<double>(count) / (image.width() * image.height());
+  return testing::shareNear(image, kMagenta, 12);
 }
 
 TEST_F(BrimbleWindowOnWayland, AnAppsWindowIsRecordedAloneAndOnlyTheFirstCaptureAsks) {

@@ -1,6 +1,10 @@
 #include "Brimble/AppShell.h"
 
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 
 #include <QApplication>
 #include <QFile>
@@ -8,7 +12,10 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QVBoxLayout>
+#include <fcntl.h>
+#include <fmt/format.h>
 #include <malloc.h>
+#include <unistd.h>
 
 #include "Brimble/Recording/ScreenSessionRecorder.h"
 #include "Brimble/Settings/CommandLineInstaller.h"
@@ -33,6 +40,17 @@ QIcon appIcon(bool recording) {
   painter.setBrush(recording ? QColor(0xd9, 0x30, 0x25) : QColor(0x1a, 0x73, 0xe8));
   painter.drawEllipse(QPointF(32, 32), 12, 12);
   return QIcon(pixmap);
+}
+
+// The write end of the pipe that carries termination signals to the event loop; a signal
+// handler may only write to a descriptor it can reach without locks.
+std::atomic<int> terminationPipe{-1};
+
+void forwardTerminationSignal(int signal) {
+  const int savedErrno = errno;
+  const auto byte = static_cast<char>(signal);
+  [[maybe_unused]] const auto ignored = ::write(terminationPipe.load(), &byte, 1);
+  errno = savedErrno;
 }
 
 }  // namespace
@@ -76,6 +94,7 @@ AppShell::AppShell(Desktop& desktop)
     }
   };
 
+  watchTerminationSignals();
   buildMenu();
   if (QSystemTrayIcon::isSystemTrayAvailable()) {
     tray_ = std::make_unique<QSystemTrayIcon>(appIcon(false));
@@ -93,7 +112,62 @@ AppShell::AppShell(Desktop& desktop)
   }
 }
 
-AppShell::~AppShell() = default;
+AppShell::~AppShell() {
+  // From here on a signal ends the app the default way: there is no session left to save.
+  if (signalPipeWrite_) {
+    for (const int signal : {SIGTERM, SIGHUP, SIGINT}) {
+      std::signal(signal, SIG_DFL);
+    }
+    terminationPipe = -1;
+  }
+}
+
+void AppShell::watchTerminationSignals() {
+  int ends[2];
+  if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+    logLine(std::string("Brimble: cannot watch for termination signals: ") + std::strerror(errno));
+    return;
+  }
+  signalPipeRead_.reset(ends[0]);
+  signalPipeWrite_.reset(ends[1]);
+  terminationPipe = signalPipeWrite_.get();
+  signalNotifier_ = std::make_unique<QSocketNotifier>(signalPipeRead_.get(), QSocketNotifier::Read);
+  connect(signalNotifier_.get(), &QSocketNotifier::activated, this, [this] {
+    char bytes[16];
+    while (::read(signalPipeRead_.get(), bytes, sizeof bytes) > 0) {
+    }
+    terminationRequested();
+  });
+  struct sigaction action {};
+  action.sa_handler = forwardTerminationSignal;
+  sigemptyset(&action.sa_mask);
+  action.sa_flags = SA_RESTART;
+  for (const int signal : {SIGTERM, SIGHUP, SIGINT}) {
+    ::sigaction(signal, &action, nullptr);
+  }
+}
+
+void AppShell::terminationRequested() {
+  const RecordingPhase phase = state_->phase();
+  if (quitting_ && phase == RecordingPhase::encoding) {
+    logLine("Brimble: asked again to quit, cancelling the encode");
+    state_->cancelEncoding();
+    QApplication::quit();
+    return;
+  }
+  quitting_ = true;
+  logLine(fmt::format("Brimble: asked to quit while {}", phaseName(phase)));
+  if (phase == RecordingPhase::recording || phase == RecordingPhase::paused) {
+    // The recording is the user's: it is encoded and kept in the library, as Stop would.
+    state_->stopRecording();
+  } else if (phase != RecordingPhase::encoding) {
+    state_->cancelSelection();
+  }
+  // Otherwise phaseChanged quits once the encode is over.
+  if (state_->phase() == RecordingPhase::idle) {
+    QApplication::quit();
+  }
+}
 
 void AppShell::buildMenu() {
   menu_ = std::make_unique<QMenu>();
@@ -247,6 +321,9 @@ void AppShell::showSettings() {
 }
 
 void AppShell::phaseChanged(RecordingPhase phase) {
+  if (quitting_ && phase == RecordingPhase::idle) {
+    QApplication::quit();
+  }
   if (phase == RecordingPhase::idle) {
     if (library_ && library_->isVisible()) {
       library_->reload();

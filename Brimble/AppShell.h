@@ -21,6 +21,7 @@
 #include "BrimbleCore/Automation/GlobalHotkey.h"
 #include "BrimbleCore/Platform/Desktop.h"
 #include "BrimbleCore/Support/CaptureHistory.h"
+#include "BrimbleCore/Support/UniqueFd.h"
 
 namespace brimble {
 
@@ -61,6 +62,13 @@ class AppShell final : public QObject {
  private:
   void buildMenu();
   void buildMainWindow();
+  /// SIGTERM, SIGHUP and SIGINT (a logout, a shutdown, Ctrl-C) reach the event loop through a
+  /// pipe, as terminationRequested.
+  void watchTerminationSignals();
+  /// Quits as Stop would end the session: a recording in progress is encoded and kept, an encode
+  /// finishes, a selection is dropped; then the app quits. Asked again during an encode, the
+  /// encode is cancelled (its partial file removed) and the app quits at once.
+  void terminationRequested();
   void phaseChanged(RecordingPhase phase);
   void setStatus(const QString& text);
 
@@ -71,6 +79,11 @@ class AppShell final : public QObject {
   std::unique_ptr<QtRecordingView> view_;
   QtClipDelivery delivery_;
   std::unique_ptr<RecordingState> state_;
+
+  bool quitting_ = false;
+  UniqueFd signalPipeRead_;
+  UniqueFd signalPipeWrite_;
+  std::unique_ptr<QSocketNotifier> signalNotifier_;
 
   std::unique_ptr<GlobalHotkey> hotkey_;
   std::unique_ptr<QSocketNotifier> hotkeyNotifier_;

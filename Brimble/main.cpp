@@ -7,6 +7,7 @@
 
 #include "Brimble/AppShell.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
+#include "BrimbleCore/Encoding/DiskFrameWriter.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
 
 int main(int argc, char** argv) {
@@ -34,6 +35,9 @@ int main(int argc, char** argv) {
   // Lives in the tray between recordings, and keeps serving the clipboard.
   QApplication::setQuitOnLastWindowClosed(false);
   brimble::ScreenRecorder::sweepOrphanedFrameFiles();
+  // An encode the app did not live to finish leaves its empty temporary beside the clips.
+  brimble::DiskFrameWriter::sweepOrphans(brimble::AppShell::captureDirectory(),
+                                         brimble::ScreenRecorder::kOrphanedFrameFileAge);
   try {
     brimble::AppShell shell(*desktop);
     shell.registerHotkey();

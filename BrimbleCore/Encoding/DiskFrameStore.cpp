@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include "BrimbleCore/Support/FileIO.h"
@@ -16,6 +17,11 @@ DiskFrameStore::DiskFrameStore(std::filesystem::path fileURL, std::vector<FrameE
   fileHandle_.reset(::open(fileURL_.c_str(), O_RDONLY | O_CLOEXEC));
   if (!fileHandle_) {
     throw systemError(errno, "open", fileURL_);
+  }
+  // Shared with the writer that hands the file over: the sweep of orphaned frame files takes an
+  // exclusive lock, so a file some store still reads is never swept.
+  if (::flock(fileHandle_.get(), LOCK_SH) != 0) {
+    throw systemError(errno, "lock", fileURL_);
   }
 }
 

@@ -12,7 +12,8 @@ namespace brimble {
 
 /// Appends a recording's JPEG frames to one temporary file ("brimble-frames-<UUID>" in the
 /// temporary directory): the plain concatenation of the blobs, indexed only in memory. A writer
-/// destroyed without `finalize` deletes its file. Thread-safe.
+/// destroyed without `finalize` deletes its file. The writer, then its stores, hold a shared
+/// flock on the file, which tells the sweep it is in use. Thread-safe.
 class DiskFrameWriter final : public FrameWriting {
  public:
   /// Creates the empty frame file in `directory` (the temporary directory by default). Throws
@@ -34,11 +35,16 @@ class DiskFrameWriter final : public FrameWriting {
 
   const std::filesystem::path& fileURL() const noexcept { return fileURL_; }
 
-  /// Deletes "brimble-frames-" files in `directory` last modified more than `age` seconds ago,
-  /// the leftovers of processes that crashed. Ignores every failure; logs how many it deleted.
+  /// Deletes what runs that crashed left in `directory`, untouched for more than `age` seconds:
+  /// "brimble-frames-" files no writer or store holds (they keep a shared lock on the file for
+  /// as long as they live), "brimble-display-" folders and empty ".<name>.brimble-XXXXXX"
+  /// temporaries of atomic writes that no running process has open, works in, or names in its
+  /// environment. Ignores every failure; logs how many it deleted.
   static void sweepOrphans(const std::filesystem::path& directory, double age);
 
   static constexpr const char* kFilePrefix = "brimble-frames-";
+  /// The private folder of an embedded display session.
+  static constexpr const char* kDisplayFolderPrefix = "brimble-display-";
 
  private:
   const std::filesystem::path fileURL_;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -24,7 +25,8 @@ class CaptureHistory {
   };
 
   static constexpr int kVersion = 1;
-  /// Older entries beyond this are dropped from the index (their files stay).
+  /// A capture drops the oldest entries beyond this from the index (their files stay), but never
+  /// leaves fewer entries than it read.
   static constexpr std::size_t kMaxEntries = 200;
 
   /// $BRIMBLE_HISTORY_FILE, else $XDG_DATA_HOME/brimble/history.json, else
@@ -33,11 +35,14 @@ class CaptureHistory {
 
   explicit CaptureHistory(std::filesystem::path file) : file_(std::move(file)) {}
 
-  /// The entries, newest first; none when the file is missing. A damaged file reads as empty
-  /// and is logged, so one bad write never locks the user out of the library.
+  /// The entries, newest first; none when the file is missing. An entry with a bad field is
+  /// repaired as it is read (a size given as text, or taken from the file) and one without a path
+  /// is left out; a file that is not an index at all reads as empty. Each is logged.
   std::vector<Entry> entries() const;
-  /// Puts `file` (which must exist) first, replacing an entry of the same path. Throws
-  /// std::system_error when the index cannot be written.
+  /// Puts `file` (which must exist) first, replacing an entry of the same path. Entries that could
+  /// not be read are written back as they were, and an index that needed repair is first copied
+  /// beside itself ("history.json.bak", "history.json.bak2", ...). Throws std::system_error when
+  /// the index cannot be written.
   Entry add(const std::filesystem::path& file) const;
   /// Drops the entry of `path`; the file itself is the caller's business.
   void remove(const std::filesystem::path& path) const;
@@ -45,7 +50,8 @@ class CaptureHistory {
   const std::filesystem::path& file() const noexcept { return file_; }
 
  private:
-  void write(const std::vector<Entry>& entries) const;
+  /// Reads the index, lets `change` edit its readable entries and writes the result back.
+  void update(const std::function<void(std::vector<Entry>&)>& change) const;
 
   std::filesystem::path file_;
 };

@@ -48,7 +48,8 @@ class App : public ::testing::Test {
     std::vector<std::string> environment;
     for (char** entry = environ; *entry != nullptr; ++entry) {
       const std::string line = *entry;
-      if (!line.starts_with("XDG_") && !line.starts_with("BRIMBLE_HISTORY_FILE=")) {
+      if (!line.starts_with("XDG_") && !line.starts_with("BRIMBLE_HISTORY_FILE=") &&
+          !line.starts_with("TMPDIR=")) {
         environment.push_back(line);
       }
     }
@@ -56,6 +57,8 @@ class App : public ::testing::Test {
     environment.push_back("XDG_DATA_HOME=" + (folder_ / "data").string());
     environment.push_back("XDG_RUNTIME_DIR=" + folder_.path().string());
     environment.push_back("QT_QPA_PLATFORM=xcb");
+    fs::create_directories(folder_ / "tmp");
+    environment.push_back("TMPDIR=" + (folder_ / "tmp").string());
     app_.emplace(std::vector<std::string>{BRIMBLE_APP_BINARY}, environment);
     ASSERT_TRUE(windowTitled("Brimble")) << app_->errorOutput();
   }
@@ -479,6 +482,93 @@ TEST_F(AppWithoutCountdown, WindowPickPauseSaveLibraryAndFullScreen) {
   for (const Image& frame : screen->frames) {
     EXPECT_TRUE(near(frame, picked->contentFrame.x + 160, picked->contentFrame.y + 120, 0x0000ff));
   }
+}
+
+/// Frame files in the app's temporary folder and hidden temporaries beside its clips: what an
+/// app that ended mid-recording or mid-encode could leave behind.
+std::vector<std::string> leftoversIn(const fs::path& temporary, const fs::path& captures) {
+  std::vector<std::string> found;
+  for (const fs::path& folder : {temporary, captures}) {
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(folder, error)) {
+      const std::string name = entry.path().filename().string();
+      if (name.starts_with("brimble-frames-") || name.find(".brimble-") != std::string::npos) {
+        found.push_back(entry.path().string());
+      }
+    }
+  }
+  return found;
+}
+
+class AppEndedBySignal : public AppWithoutCountdown {
+ protected:
+  void recordFullScreen(std::chrono::milliseconds length) {
+    clickMainButton(2);  // Full Screen
+    ASSERT_TRUE(logged("Brimble: recording started (fullScreen)")) << log_;
+    std::this_thread::sleep_for(length);
+  }
+
+  /// The clips the library lists, each checked to be a whole GIF of the screen.
+  std::size_t wholeClipsInTheLibrary() {
+    std::ifstream stream(folder_ / "data" / "brimble" / "history.json");
+    if (!stream) {
+      return 0;
+    }
+    const auto index = nlohmann::json::parse(stream);
+    for (const auto& entry : index["entries"]) {
+      const auto gif = testing::decodeGIFFile(entry["path"].get<std::string>());
+      EXPECT_TRUE(gif) << entry;
+      if (gif) {
+        EXPECT_EQ(gif->width, 1920);
+        EXPECT_GE(gif->frames.size(), 2u);
+      }
+    }
+    return index["entries"].size();
+  }
+
+  std::vector<std::string> leftovers() const {
+    return leftoversIn(folder_ / "tmp", folder_ / "data" / "brimble" / "captures");
+  }
+};
+
+TEST_F(AppEndedBySignal, SigtermWhileRecordingEncodesTheRecordingIntoTheLibraryThenQuits) {
+  recordFullScreen(1500ms);
+  app_->signal(SIGTERM);
+  const auto exit = app_->wait(60s);
+  ASSERT_TRUE(exit) << "still running a minute after SIGTERM";
+  EXPECT_EQ(*exit, 0) << app_->errorOutput();
+  EXPECT_EQ(wholeClipsInTheLibrary(), 1u) << app_->errorOutput();
+  EXPECT_THAT(leftovers(), ::testing::IsEmpty());
+  app_.reset();
+}
+
+TEST_F(AppEndedBySignal, SigtermDuringAnEncodeLetsItFinishThenQuits) {
+  recordFullScreen(2000ms);
+  press("g", {Modifier::control, Modifier::shift});  // stop: the encode starts
+  std::this_thread::sleep_for(50ms);
+  app_->signal(SIGTERM);
+  const auto exit = app_->wait(60s);
+  ASSERT_TRUE(exit) << "still running a minute after SIGTERM";
+  EXPECT_EQ(*exit, 0) << app_->errorOutput();
+  EXPECT_EQ(wholeClipsInTheLibrary(), 1u) << app_->errorOutput();
+  EXPECT_THAT(leftovers(), ::testing::IsEmpty());
+  app_.reset();
+}
+
+TEST_F(AppEndedBySignal, ASecondSigtermDuringAnEncodeCancelsItAndLeavesNoPartialFile) {
+  recordFullScreen(2000ms);
+  press("g", {Modifier::control, Modifier::shift});
+  std::this_thread::sleep_for(50ms);
+  app_->signal(SIGTERM);
+  std::this_thread::sleep_for(50ms);
+  app_->signal(SIGTERM);
+  const auto exit = app_->wait(30s);
+  ASSERT_TRUE(exit) << "still running after two SIGTERMs";
+  EXPECT_EQ(*exit, 0) << app_->errorOutput();
+  // Cancelled, or finished just before the second signal: never half a clip.
+  EXPECT_LE(wholeClipsInTheLibrary(), 1u);
+  EXPECT_THAT(leftovers(), ::testing::IsEmpty());
+  app_.reset();
 }
 
 }  // namespace

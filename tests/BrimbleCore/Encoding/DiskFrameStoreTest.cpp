@@ -1,6 +1,8 @@
 #include "BrimbleCore/Encoding/DiskFrameStore.h"
 
+#include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <fstream>
 #include <regex>
 #include <string>
@@ -14,6 +16,7 @@
 
 #include "BrimbleCore/Encoding/DiskFrameWriter.h"
 #include "BrimbleCore/Support/FileIO.h"
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/LogCapture.h"
@@ -203,6 +206,168 @@ TEST(DiskFrameWriter, SweepDeletesOnlyOldFrameFilesAndLogsTheCount) {
   DiskFrameWriter::sweepOrphans(directory / "does-not-exist", 3600);
   EXPECT_EQ(log.lines().size(), 1u);
   EXPECT_TRUE(std::filesystem::exists(youngFrames));
+}
+
+// A second process that records: it keeps one frame file open in a writer (a paused recording)
+// and one in a store (a recording kept for a later render), says where they are, and waits.
+// SIGKILL is its crash: nothing of ours runs, so both files stay behind.
+struct FrameFileHoldingProcess {
+  pid_t pid = -1;
+  std::filesystem::path writerFile;
+  std::filesystem::path storeFile;
+  int release = -1;
+
+  explicit FrameFileHoldingProcess(const std::filesystem::path& directory) {
+    int paths[2];
+    int hold[2];
+    if (::pipe(paths) != 0 || ::pipe(hold) != 0) {
+      return;
+    }
+    pid = ::fork();
+    if (pid == 0) {
+      ::close(paths[0]);
+      ::close(hold[1]);
+      DiskFrameWriter writer(directory);
+      writer.append(bytesOfText("frame"));
+      DiskFrameWriter finished(directory);
+      finished.append(bytesOfText("kept"));
+      const auto store = finished.finalize();
+      const std::string names =
+          writer.fileURL().string() + "\n" + finished.fileURL().string() + "\n";
+      if (::write(paths[1], names.data(), names.size()) != static_cast<ssize_t>(names.size())) {
+        ::_exit(1);
+      }
+      char byte = 0;
+      [[maybe_unused]] const auto ignored = ::read(hold[0], &byte, 1);
+      ::_exit(0);
+    }
+    ::close(paths[1]);
+    ::close(hold[0]);
+    release = hold[1];
+    std::string names;
+    char buffer[512];
+    for (ssize_t got; std::count(names.begin(), names.end(), '\n') < 2 &&
+                      (got = ::read(paths[0], buffer, sizeof buffer)) > 0;) {
+      names.append(buffer, static_cast<std::size_t>(got));
+    }
+    ::close(paths[0]);
+    const auto newline = names.find('\n');
+    if (newline != std::string::npos) {
+      writerFile = names.substr(0, newline);
+      storeFile = names.substr(newline + 1, names.size() - newline - 2);
+    }
+  }
+  void crash() {
+    if (pid > 0) {
+      ::kill(pid, SIGKILL);
+      ::waitpid(pid, nullptr, 0);
+      pid = -1;
+    }
+  }
+  ~FrameFileHoldingProcess() {
+    crash();
+    if (release >= 0) {
+      ::close(release);
+    }
+  }
+  FrameFileHoldingProcess(const FrameFileHoldingProcess&) = delete;
+  FrameFileHoldingProcess& operator=(const FrameFileHoldingProcess&) = delete;
+};
+
+TEST(DiskFrameWriter, SweepLeavesFrameFilesThatARunningProcessStillHolds) {
+  TempDirectory directory;
+  FrameFileHoldingProcess other(directory.path());
+  ASSERT_FALSE(other.writerFile.empty());
+  ASSERT_TRUE(std::filesystem::exists(other.writerFile));
+  ASSERT_TRUE(std::filesystem::exists(other.storeFile));
+  DiskFrameWriter ours(directory.path());
+  ours.append(bytesOfText("ours"));
+  for (const auto& file : {other.writerFile, other.storeFile, ours.fileURL()}) {
+    ageFile(file, std::chrono::hours(2));  // paused, or kept, for two hours
+  }
+
+  LogCapture log;
+  DiskFrameWriter::sweepOrphans(directory.path(), 3600);
+  EXPECT_TRUE(std::filesystem::exists(other.writerFile));
+  EXPECT_TRUE(std::filesystem::exists(other.storeFile));
+  EXPECT_TRUE(std::filesystem::exists(ours.fileURL()));
+  EXPECT_TRUE(log.lines().empty());
+  const auto store = ours.finalize();
+  DiskFrameWriter::sweepOrphans(directory.path(), 3600);
+  EXPECT_EQ(store->data(0), bytesOfText("ours"));
+
+  other.crash();
+  DiskFrameWriter::sweepOrphans(directory.path(), 3600);
+  EXPECT_FALSE(std::filesystem::exists(other.writerFile));
+  EXPECT_FALSE(std::filesystem::exists(other.storeFile));
+  EXPECT_TRUE(std::filesystem::exists(ours.fileURL()));
+  EXPECT_EQ(log.lines(), std::vector<std::string>{
+                             "Brimble: swept 2 orphaned frame-store file(s) from a prior session"});
+}
+
+TEST(DiskFrameWriter, SweepRemovesDisplayFoldersAndEmptyTemporariesNoRunningProcessUses) {
+  TempDirectory directory;
+  const auto makeFolder = [&](const std::string& name) {
+    std::filesystem::create_directories(directory / name / "tmp");
+    std::ofstream(directory / name / "demo-bashrc") << "PS1='$ '";
+    return directory / name;
+  };
+  const auto abandoned = makeFolder("brimble-display-GONE01");
+  const auto namedInEnvironment = makeFolder("brimble-display-LIVE01");
+  const auto workedIn = makeFolder("brimble-display-LIVE02");
+  const auto young = makeFolder("brimble-display-YOUNG1");
+  const auto emptyTemporary = directory / ".clip.gif.brimble-a1B2c3";
+  const auto heldTemporary = directory / ".held.gif.brimble-d4E5f6";
+  const auto writtenTemporary = directory / ".full.gif.brimble-g7H8i9";
+  const auto notATemporary = directory / ".notes.brimble-x";
+  for (const auto& file : {emptyTemporary, heldTemporary, notATemporary}) {
+    std::ofstream{file};
+  }
+  std::ofstream(writtenTemporary) << "GIF89a";
+
+  // The programs of a live session: one finds its folder in its environment, one works in it,
+  // one is writing a temporary it has not filled yet.
+  testing::ChildProcess display(
+      {"/bin/sleep", "60"},
+      std::vector<std::string>{"TMPDIR=" + (namedInEnvironment / "tmp").string()});
+  testing::ChildProcess shell(
+      {"sh", "-c", "cd \"$0\" && echo ready && exec sleep 60", workedIn.string()});
+  testing::ChildProcess encoder(
+      {"sh", "-c", "exec 3>>\"$0\" && echo ready && exec sleep 60", heldTemporary.string()});
+  ASSERT_EQ(shell.readLine(std::chrono::seconds(10)), "ready");
+  ASSERT_EQ(encoder.readLine(std::chrono::seconds(10)), "ready");
+
+  for (const auto& entry : {abandoned, namedInEnvironment, workedIn, emptyTemporary, heldTemporary,
+                            writtenTemporary, notATemporary}) {
+    ageFile(entry, std::chrono::hours(2));
+  }
+  ageFile(young, std::chrono::minutes(5));
+
+  LogCapture log;
+  DiskFrameWriter::sweepOrphans(directory.path(), 3600);
+  EXPECT_FALSE(std::filesystem::exists(abandoned));
+  EXPECT_FALSE(std::filesystem::exists(emptyTemporary));
+  for (const auto& kept :
+       {namedInEnvironment, workedIn, young, heldTemporary, writtenTemporary, notATemporary}) {
+    EXPECT_TRUE(std::filesystem::exists(kept)) << kept;
+  }
+  EXPECT_EQ(log.lines(),
+            std::vector<std::string>{"Brimble: swept 1 display folder(s) and 1 empty temporary "
+                                     "file(s) left by runs that ended early"});
+
+  // Once the session's programs are gone, so are their folders and their temporary.
+  display.signal(SIGKILL);
+  shell.signal(SIGKILL);
+  encoder.signal(SIGKILL);
+  for (auto* child : {&display, &shell, &encoder}) {
+    ASSERT_TRUE(child->wait(std::chrono::seconds(10)).has_value());
+  }
+  DiskFrameWriter::sweepOrphans(directory.path(), 3600);
+  EXPECT_FALSE(std::filesystem::exists(namedInEnvironment));
+  EXPECT_FALSE(std::filesystem::exists(workedIn));
+  EXPECT_FALSE(std::filesystem::exists(heldTemporary));
+  EXPECT_TRUE(std::filesystem::exists(young));
+  EXPECT_TRUE(std::filesystem::exists(writtenTemporary));
 }
 
 }  // namespace

@@ -3,11 +3,13 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -20,6 +22,7 @@
 #include <unistd.h>
 
 #include "BrimbleCore/Platform/PlatformBackend.h"
+#include "BrimbleCore/Scripting/NearestName.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/FileIO.h"
 #include "BrimbleCore/Support/ProcessTable.h"
@@ -267,7 +270,43 @@ int keepUp() {
   return kExitSuccess;
 }
 
+// Whether `program` names something to run: a path to an executable file, or a name found so
+// on the PATH.
+bool isRunnable(const std::string& program) {
+  const auto executable = [](const fs::path& path) {
+    std::error_code error;
+    return fs::is_regular_file(path, error) && ::access(path.c_str(), X_OK) == 0;
+  };
+  if (program.find('/') != std::string::npos) {
+    return executable(program);
+  }
+  const char* path = std::getenv("PATH");
+  std::string_view folders = path != nullptr ? path : "/usr/bin:/bin";
+  for (;;) {
+    const std::size_t colon = folders.find(':');
+    const std::string_view folder = folders.substr(0, colon);
+    if (executable(fs::path(folder.empty() ? "." : folder) / program)) {
+      return true;
+    }
+    if (colon == std::string_view::npos) {
+      return false;
+    }
+    folders.remove_prefix(colon + 1);
+  }
+}
+
 int runWith(const std::vector<std::string>& command) {
+  // Checked before a display is started for nothing: `brimble display status` is more often a
+  // form that does not exist than a program.
+  if (!isRunnable(command.front())) {
+    const std::vector<std::string> forms = {"start", "stop"};
+    const auto nearest = nearestName(command.front(), forms);
+    fmt::print(stderr,
+               "brimble display: no program '{}' to run (the display's own commands "
+               "are start and stop{})\n",
+               command.front(), nearest ? "; did you mean '" + *nearest + "'?" : std::string());
+    return kExitNotRunnable;
+  }
   const auto display = platform::startEmbeddedDisplay();
   return runInside(command, *display);
 }

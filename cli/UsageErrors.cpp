@@ -12,28 +12,6 @@
 namespace brimble::cli {
 namespace {
 
-// Optimal string alignment distance: insertions, deletions, substitutions and swaps of two
-// neighbours, the typos people make.
-std::size_t editDistance(std::string_view a, std::string_view b) {
-  std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
-  for (std::size_t i = 0; i <= a.size(); ++i) {
-    d[i][0] = i;
-  }
-  for (std::size_t j = 0; j <= b.size(); ++j) {
-    d[0][j] = j;
-  }
-  for (std::size_t i = 1; i <= a.size(); ++i) {
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t cost = a[i - 1] == b[j - 1] ? 0 : 1;
-      d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + cost});
-      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
-        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
-      }
-    }
-  }
-  return d[a.size()][b.size()];
-}
-
 /// The command the parser had got to: the deepest subcommand it recognised.
 CLI::App* failingCommand(CLI::App& root) {
   CLI::App* app = &root;
@@ -151,32 +129,6 @@ std::string joinedWithOr(const std::vector<std::string>& names) {
     text += names[i];
   }
   return text;
-}
-
-std::optional<std::string> nearestName(std::string_view word,
-                                       const std::vector<std::string>& candidates) {
-  std::optional<std::string> best;
-  std::size_t bestDistance = 3;
-  for (const std::string& candidate : candidates) {
-    const std::size_t distance = editDistance(word, candidate);
-    if (distance < bestDistance && distance * 2 < word.size()) {
-      best = candidate;
-      bestDistance = distance;
-    }
-  }
-  if (best) {
-    return best;
-  }
-  std::optional<std::string> extension;
-  for (const std::string& candidate : candidates) {
-    if (word.size() >= 2 && candidate.starts_with(word)) {
-      if (extension) {
-        return std::nullopt;  // several begin so: no guess
-      }
-      extension = candidate;
-    }
-  }
-  return extension;
 }
 
 int reportUsageError(CLI::App& root, const CLI::ParseError& error) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace brimble {
 
@@ -28,11 +29,16 @@ class ProcessRunner {
   virtual ~ProcessRunner() = default;
 
   /// Runs `command` with `/bin/sh -c` and waits for it and both its outputs, at most `timeout`
-  /// seconds (no value: no limit). Throws ScriptError: commandTimeout (the command and all it
-  /// started are stopped first), or runtimeError "Failed to run command: <reason>" when it
-  /// cannot start. `line` is the script line, for those errors.
+  /// seconds (no value: no limit). `environment` holds "NAME=value" entries the command gets
+  /// beside the runner's own: values it reads as data, never as part of its text. Throws
+  /// ScriptError: commandTimeout (the command and all it started are stopped first), or
+  /// runtimeError "Failed to run command: <reason>" when it cannot start. `line` is the script
+  /// line, for those errors.
   virtual ShellResult runShellCommand(const std::string& command, std::optional<double> timeout,
-                                      int line) = 0;
+                                      int line, const std::vector<std::string>& environment) = 0;
+  ShellResult runShellCommand(const std::string& command, std::optional<double> timeout, int line) {
+    return runShellCommand(command, timeout, line, {});
+  }
   /// Ends what finished commands left running in the background (`run "server &"`), for a
   /// script's clean-up; returns how many commands had left something.
   virtual int stopBackgroundProcesses() = 0;

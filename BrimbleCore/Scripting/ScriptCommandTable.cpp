@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "BrimbleCore/Scripting/ScriptParser.h"
+#include "BrimbleCore/Scripting/ScriptSettings.h"
 
 namespace brimble {
 namespace {
@@ -320,6 +321,43 @@ std::optional<std::string> unavailableOnThisPlatform(const ScriptInstruction& in
     return kSafariUnavailable;
   }
   return std::nullopt;
+}
+
+std::vector<std::string> scriptCommandNames() {
+  std::vector<std::string> names;
+  for (const ScriptCommand& command : ScriptCommandTable::shared().commands()) {
+    names.push_back(command.info.name);
+  }
+  return names;
+}
+
+std::vector<std::string> scriptSettingNames() {
+  std::vector<std::string> names;
+  for (const ScriptSettingInfo& setting : scriptSettingsTable()) {
+    names.push_back(setting.name);
+  }
+  names.emplace_back("intro-bg");
+  names.emplace_back("intro-fg");
+  return names;
+}
+
+const std::vector<std::string>& scriptModifierNames() {
+  static const std::vector<std::string> names = {
+      "cmd", "command", "ctrl", "control", "shift", "alt", "opt", "option", "super", "meta", "win"};
+  return names;
+}
+
+const std::vector<std::string>& scriptKeyNames() {
+  static const std::vector<std::string> names = [] {
+    std::vector<std::string> keys = {"enter",  "return", "tab", "space",  "delete",
+                                     "escape", "esc",    "up",  "down",   "left",
+                                     "right",  "home",   "end", "pageup", "pagedown"};
+    for (int number = 1; number <= 12; ++number) {
+      keys.push_back("f" + std::to_string(number));
+    }
+    return keys;
+  }();
+  return names;
 }
 
 }  // namespace brimble

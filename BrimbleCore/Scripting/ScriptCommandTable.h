@@ -82,6 +82,16 @@ class ScriptCommandTable {
   std::array<InstructionTraits, kAlternatives> traits_{};
 };
 
+/// The command words, in their documented order, for "did you mean".
+std::vector<std::string> scriptCommandNames();
+/// The names `set` takes: the settings table's and the title-card colours, for "did you mean".
+std::vector<std::string> scriptSettingNames();
+/// The modifier words of `key` chords ("cmd", "shift", ...), for "did you mean".
+const std::vector<std::string>& scriptModifierNames();
+/// The named keys of `key` chords ("enter", "pagedown", "f5", ...; single letters left out,
+/// which no typo is near), for "did you mean".
+const std::vector<std::string>& scriptKeyNames();
+
 /// The command that produced `instruction`, as scripts spell it ("capture-window"; both click
 /// forms are "click").
 std::string_view commandName(const ScriptInstruction& instruction);

@@ -1,5 +1,6 @@
 #include "BrimbleCore/Scripting/ScriptContext.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
@@ -8,14 +9,6 @@
 #include "BrimbleCore/Support/Log.h"
 
 namespace brimble {
-namespace {
-
-bool isNameCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-}
-
-}  // namespace
-
 ScriptContext::ScriptContext() {
   for (const auto& [name, value] : initialSettings()) {
     settings_.emplace(name, value);
@@ -79,7 +72,7 @@ void ScriptContext::removeVariable(std::string_view name) {
 std::string ScriptContext::resolve(const ScriptValue& value, int line) const {
   switch (value.kind) {
     case ScriptValue::Kind::string:
-      return interpolateVariables(value.text, line);
+      return interpolateVariables(value.text, line, value.literalDollars);
     case ScriptValue::Kind::number:
       return formatScriptNumber(value.value);
     case ScriptValue::Kind::variable:
@@ -130,7 +123,8 @@ std::uint32_t ScriptContext::resolveWindowID(const std::string& name, int line) 
       line, "$" + name + " holds no window (bind one with capture-window ... as $" + name + ")");
 }
 
-std::string ScriptContext::interpolateVariables(std::string_view text, int line) const {
+std::string ScriptContext::interpolateVariables(std::string_view text, int line,
+                                                std::span<const std::size_t> literalDollars) const {
   std::string result;
   result.reserve(text.size());
   std::size_t i = 0;
@@ -141,8 +135,13 @@ std::string ScriptContext::interpolateVariables(std::string_view text, int line)
       break;
     }
     result.append(text.substr(i, dollar - i));
+    if (std::find(literalDollars.begin(), literalDollars.end(), dollar) != literalDollars.end()) {
+      result += '$';
+      i = dollar + 1;
+      continue;
+    }
     std::size_t end = dollar + 1;
-    while (end < text.size() && isNameCharacter(text[end])) {
+    while (end < text.size() && isVariableNameCharacter(text[end])) {
       ++end;
     }
     const std::string_view name = text.substr(dollar + 1, end - dollar - 1);

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -72,8 +73,10 @@ class ScriptContext {
 
   /// `text` with every `$name` of a defined variable replaced by its text. An undefined `$name`
   /// stays as written and logs "BrimbleCore: Warning: line N: undefined variable '$name'".
-  /// `$name[N]` is not indexed here: the brackets stay as text.
-  std::string interpolateVariables(std::string_view text, int line) const;
+  /// `$name[N]` is not indexed here: the brackets stay as text. The `$`s at `literalDollars`
+  /// (written `\$`) stay as they are.
+  std::string interpolateVariables(std::string_view text, int line,
+                                   std::span<const std::size_t> literalDollars = {}) const;
 
  private:
   std::map<std::string, std::string, std::less<>> settings_;

@@ -66,8 +66,12 @@ ScriptError ScriptError::parseError(int line, const std::string& message, const 
   return {Code::parseError, line, withDetail(message, detail), std::move(subject)};
 }
 
-ScriptError ScriptError::unknownCommand(int line, const std::string& word) {
-  return {Code::unknownCommand, line, "Unknown command '" + word + "'", word};
+ScriptError ScriptError::unknownCommand(int line, const std::string& word,
+                                        const std::optional<std::string>& nearest) {
+  return {Code::unknownCommand, line,
+          "Unknown command '" + word + "'" +
+              (nearest ? "; did you mean '" + *nearest + "'?" : std::string()),
+          word};
 }
 
 ScriptError ScriptError::missingArgument(int line, const std::string& command,

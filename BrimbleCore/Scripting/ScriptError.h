@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -32,8 +33,10 @@ class ScriptError : public std::runtime_error {
   /// `subject` is the text of the token the error is about (for the caret), empty for the line.
   static ScriptError parseError(int line, const std::string& message,
                                 const std::string& detail = {}, std::string subject = {});
-  /// "Line N: Unknown command '<word>'".
-  static ScriptError unknownCommand(int line, const std::string& word);
+  /// "Line N: Unknown command '<word>'", then "; did you mean '<nearest>'?" when a command is
+  /// near.
+  static ScriptError unknownCommand(int line, const std::string& word,
+                                    const std::optional<std::string>& nearest = std::nullopt);
   /// "Line N: '<command>' requires <what>". `subject` as for `parseError`.
   static ScriptError missingArgument(int line, const std::string& command, const std::string& what,
                                      std::string subject = {});

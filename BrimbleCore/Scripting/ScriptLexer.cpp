@@ -125,7 +125,7 @@ void ScriptLexer::tokenizeLine(std::string_view line, int lineNumber,
     const int column = scanner.column();
     switch (scanner.current()) {
       case '"':
-        tokens.push_back({Token::string(scanner.scanQuotedString(lineNumber)), lineNumber, column});
+        tokens.push_back({scanner.scanQuotedString(lineNumber), lineNumber, column});
         break;
       case '$':
         tokens.push_back({scanner.scanVariable(lineNumber), lineNumber, column});

@@ -18,13 +18,17 @@ struct Token {
   double value = 0;
   /// The index of a `variableIndex`.
   int index = 0;
+  /// Where a string's text holds a `$` written `\$`: a dollar sign that names no variable.
+  std::vector<std::size_t> literalDollars{};
 
-  static Token word(std::string text) { return {Kind::word, std::move(text), 0, 0}; }
-  static Token string(std::string text) { return {Kind::string, std::move(text), 0, 0}; }
-  static Token number(double value) { return {Kind::number, {}, value, 0}; }
-  static Token variable(std::string name) { return {Kind::variable, std::move(name), 0, 0}; }
+  static Token word(std::string text) { return {Kind::word, std::move(text), 0, 0, {}}; }
+  static Token string(std::string text, std::vector<std::size_t> literalDollars = {}) {
+    return {Kind::string, std::move(text), 0, 0, std::move(literalDollars)};
+  }
+  static Token number(double value) { return {Kind::number, {}, value, 0, {}}; }
+  static Token variable(std::string name) { return {Kind::variable, std::move(name), 0, 0, {}}; }
   static Token variableIndex(std::string name, int index) {
-    return {Kind::variableIndex, std::move(name), 0, index};
+    return {Kind::variableIndex, std::move(name), 0, index, {}};
   }
   static Token newline() { return {}; }
 

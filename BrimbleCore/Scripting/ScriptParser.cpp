@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "BrimbleCore/Scripting/NearestName.h"
 #include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Support/Text.h"
@@ -278,7 +279,8 @@ ScriptInstruction ScriptParser::parseLine(Tokens tokens, int lineNumber) {
   const std::string& word = tokens.front().token.text;
   const ScriptCommand* command = ScriptCommandTable::shared().find(lowercased(word));
   if (command == nullptr) {
-    throw ScriptError::unknownCommand(lineNumber, word);
+    throw ScriptError::unknownCommand(lineNumber, word,
+                                      nearestName(lowercased(word), scriptCommandNames()));
   }
   return command->parse(tokens, lineNumber);
 }
@@ -296,7 +298,7 @@ ScriptValue ScriptParser::extractValue(const Token& token) {
     case Token::Kind::newline:
       break;
   }
-  return ScriptValue::string(token.text);
+  return ScriptValue::string(token.text, token.literalDollars);
 }
 
 int ScriptParser::anchorColumn(const ScriptError& error, Tokens tokens) {

@@ -39,15 +39,16 @@ void ScriptScanner::fail(int lineNumber, int column, const std::string& message)
                                std::string(line_));
 }
 
-std::string ScriptScanner::scanQuotedString(int lineNumber) {
+Token ScriptScanner::scanQuotedString(int lineNumber) {
   const int start = column();
   ++index_;  // the opening quote
   std::string text;
+  std::vector<std::size_t> literalDollars;
   while (!atEnd()) {
     const char c = current();
     ++index_;
     if (c == '"') {
-      return text;
+      return Token::string(std::move(text), std::move(literalDollars));
     }
     if (c != '\\') {
       text += c;
@@ -64,6 +65,11 @@ std::string ScriptScanner::scanQuotedString(int lineNumber) {
         break;
       case 't':
         text += '\t';
+        break;
+      case '$':
+        // Text typed into a shell often holds its own `$HOME`.
+        literalDollars.push_back(text.size());
+        text += '$';
         break;
       default:
         // \" and \\ give the character itself, and so does any unknown escape.

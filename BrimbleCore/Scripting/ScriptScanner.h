@@ -25,7 +25,7 @@ class ScriptScanner {
 
   /// At a `"`: the string's text with escapes resolved (\n, \t, \", \\; a backslash before any
   /// other character is dropped). Throws "Unterminated string" at the opening quote.
-  std::string scanQuotedString(int lineNumber);
+  Token scanQuotedString(int lineNumber);
 
   /// At a `$`: `$name` or `$name[N]`. Throws "Expected variable name after $", "Invalid array
   /// index" or "Expected ] in variable index", located at the `$`.

@@ -1,15 +1,19 @@
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 
+#include <cstdlib>
 #include <optional>
 #include <set>
 #include <string>
 #include <variant>
 
+#include "BrimbleCore/Scripting/NearestName.h"
 #include "BrimbleCore/Scripting/PacePreset.h"
 #include "BrimbleCore/Scripting/ScriptCommandTable.h"
+#include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
 #include "BrimbleCore/Scripting/ScriptSettings.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 namespace {
@@ -20,7 +24,7 @@ std::optional<std::string> literalText(const ScriptValue& value) {
     case ScriptValue::Kind::number:
       return formatScriptNumber(value.value);
     case ScriptValue::Kind::string:
-      if (value.text.find('$') == std::string::npos) {
+      if (value.namesInText().empty()) {
         return value.text;
       }
       break;
@@ -154,9 +158,32 @@ std::optional<std::string> definedVariableOf(const Instruction& instruction) {
   return std::nullopt;
 }
 
+// The 1-based column at which `word` first appears in `source` (compared without regard to
+// case, as commands and keys are), else 1.
+int columnOf(const std::string& source, const std::string& word) {
+  const std::size_t at = lowercased(source).find(lowercased(word));
+  if (at == std::string::npos || word.empty()) {
+    return 1;
+  }
+  int column = 1;
+  for (std::size_t i = 0; i < at; ++i) {
+    // UTF-8 continuation bytes belong to the character before them.
+    if ((static_cast<unsigned char>(source[i]) & 0xC0) != 0x80) {
+      ++column;
+    }
+  }
+  return column;
+}
+
+std::string didYouMean(std::string_view word, const std::vector<std::string>& candidates) {
+  const auto nearest = nearestName(word, candidates);
+  return nearest ? "; did you mean '" + *nearest + "'?" : std::string();
+}
+
 class Checker {
  public:
   void check(const LocatedInstruction& located) {
+    located_ = &located;
     const std::string prefix = "Warning: line " + std::to_string(located.line) + ": ";
     if (renderLine_ && !reportedUnreachable_) {
       warnings_.push_back(prefix + "unreachable code after 'render' on line " +
@@ -173,7 +200,7 @@ class Checker {
     } else if (std::holds_alternative<RecordInstruction>(instruction)) {
       hasRecord_ = true;
     } else if (const auto* key = std::get_if<KeyInstruction>(&instruction)) {
-      checkKey(*key, prefix);
+      checkKey(*key);
     } else if (const auto* wait = std::get_if<WaitInstruction>(&instruction)) {
       checkWait(wait->seconds, prefix);
     } else if (const auto* idle = std::get_if<WaitForIdleInstruction>(&instruction)) {
@@ -194,10 +221,17 @@ class Checker {
   }
 
  private:
+  // What the script would otherwise run with is not what it says, so the check stops it before
+  // anything opens.
+  [[noreturn]] void fail(const std::string& message, const std::string& about) const {
+    throw ScriptError::annotated(ScriptError::parseError(located_->line, message),
+                                 columnOf(located_->source, about), located_->source);
+  }
+
   void checkSetting(const SetInstruction& set, const std::string& prefix) {
     if (!isKnownSetting(set.name)) {
-      warnings_.push_back(prefix + "unknown setting '" + set.name + "'");
-      return;
+      fail("Unknown setting '" + set.name + "'" + didYouMean(set.name, scriptSettingNames()),
+           set.name);
     }
     const auto text = literalText(set.value);
     if (set.name == "output") {
@@ -215,8 +249,9 @@ class Checker {
     }
     const ScriptSettingInfo* known = findScriptSetting(set.name);
     if (known != nullptr && !isAcceptedSettingValue(*known, *text)) {
-      warnings_.push_back(prefix + "invalid value '" + *text + "' for setting '" + set.name +
-                          "' (" + expectedValues(*known) + ")");
+      fail("Invalid value '" + *text + "' for setting '" + set.name + "' (" +
+               expectedValues(*known) + ")" + didYouMean(*text, known->allowedValues),
+           *text);
     }
   }
 
@@ -224,13 +259,18 @@ class Checker {
   // as written.
   void checkVariables(const ScriptInstruction& instruction, const std::string& prefix) {
     std::vector<std::string> read;
+    std::vector<std::string> inText;
     std::optional<std::string> defined;
+    const bool isRun = std::holds_alternative<RunInstruction>(instruction);
     std::visit(
         [&](const auto& command) {
           for (const ScriptValue* value : argumentsOf(command)) {
             if (value->kind == ScriptValue::Kind::variable ||
                 value->kind == ScriptValue::Kind::variableIndex) {
               read.push_back(value->text);
+            }
+            for (std::string& name : value->namesInText()) {
+              inText.push_back(std::move(name));
             }
           }
           if (auto variable = targetVariableOf(command)) {
@@ -245,6 +285,17 @@ class Checker {
                             "' is used before anything sets it (with 'as $" + name + "' or 'run')");
       }
     }
+    for (const std::string& name : inText) {
+      // In a shell command, a name the script does not set is the shell's own variable.
+      if (defined_.contains(name) || (isRun && std::getenv(name.c_str()) != nullptr)) {
+        continue;
+      }
+      if (warnedVariables_.insert(name).second) {
+        warnings_.push_back(prefix + "'$" + name + "' names no variable set before this line, " +
+                            (isRun ? "so the shell reads it" : "so it stays as written") +
+                            " (a dollar sign that names no variable is written \\$)");
+      }
+    }
     if (defined) {
       defined_.insert(*defined);
       defined_.insert(*defined + "_stderr");
@@ -254,18 +305,23 @@ class Checker {
     }
   }
 
-  void checkKey(const KeyInstruction& key, const std::string& prefix) {
+  void checkKey(const KeyInstruction& key) {
     const auto text = literalText(key.keyChord);
     if (!text) {
       return;
     }
     const KeyChord chord = InputSimulator::parseKeyChord(*text);
+    // A shortcut sent without one of its modifiers does something else.
     for (const std::string& modifier : chord.unknownModifiers) {
-      warnings_.push_back(prefix + "unknown modifier '" + modifier + "' in '" + *text +
-                          "' is left out (known: cmd, ctrl, alt, shift, super)");
+      fail("Unknown modifier '" + modifier + "' in '" + *text +
+               "' (known: cmd, ctrl, alt, shift, super)" +
+               didYouMean(modifier, scriptModifierNames()),
+           *text);
     }
     if (!InputSimulator::keyCodeForName(chord.key)) {
-      warnings_.push_back(prefix + "unknown key '" + chord.key + "' in '" + *text + "'");
+      fail("Unknown key '" + chord.key + "' in '" + *text + "'" +
+               didYouMean(chord.key, scriptKeyNames()),
+           *text);
     }
   }
 
@@ -276,6 +332,7 @@ class Checker {
     }
   }
 
+  const LocatedInstruction* located_ = nullptr;
   std::vector<std::string> warnings_;
   std::set<std::string, std::less<>> defined_;
   std::set<std::string, std::less<>> warnedVariables_;

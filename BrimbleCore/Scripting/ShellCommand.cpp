@@ -1,5 +1,7 @@
 #include "BrimbleCore/Scripting/ShellCommand.h"
 
+#include <algorithm>
+
 #include "BrimbleCore/Scripting/ScriptError.h"
 
 namespace brimble {
@@ -24,13 +26,51 @@ std::vector<std::string> outputLines(const std::string& text) {
   }
 }
 
+ShellCommandText shellCommandText(const ScriptValue& command, int line,
+                                  const ScriptContext& context) {
+  if (command.kind != ScriptValue::Kind::string) {
+    // `run $cmd`: the variable holds the command itself.
+    return {context.resolve(command, line), {}};
+  }
+  // Pasting a value into the text would run whatever shell syntax it holds (a file name with
+  // `$(...)` in it, a line a command printed); as the shell's own variable it stays data.
+  ShellCommandText text{command.text, {}};
+  std::vector<std::string> names = command.namesInText();
+  for (std::size_t brace = command.text.find("${"); brace != std::string::npos;
+       brace = command.text.find("${", brace + 2)) {
+    std::size_t end = brace + 2;
+    while (end < command.text.size() && isVariableNameCharacter(command.text[end])) {
+      ++end;
+    }
+    const bool literal = std::find(command.literalDollars.begin(), command.literalDollars.end(),
+                                   brace) != command.literalDollars.end();
+    if (end > brace + 2 && !literal) {
+      names.push_back(command.text.substr(brace + 2, end - brace - 2));
+    }
+  }
+  for (const std::string& name : names) {
+    const bool exported =
+        std::any_of(text.environment.begin(), text.environment.end(),
+                    [&](const std::string& entry) { return entry.starts_with(name + "="); });
+    if (exported) {
+      continue;
+    }
+    const ScriptVariableValue* value = context.variable(name);
+    if (value != nullptr && !(name.front() >= '0' && name.front() <= '9')) {
+      text.environment.push_back(name + "=" + value->stringValue());
+    }
+  }
+  return text;
+}
+
 void executeRun(const RunInstruction& run, int line, ScriptContext& context, ProcessRunner& runner,
                 const ScriptOutput& output) {
-  const std::string command = context.resolve(run.command, line);
+  const ShellCommandText text = shellCommandText(run.command, line, context);
+  const std::string& command = text.command;
   const double seconds = context.doubleSetting("run-timeout", kDefaultRunTimeout);
   const std::optional<double> timeout = seconds > 0 ? std::optional<double>(seconds) : std::nullopt;
 
-  const ShellResult result = runner.runShellCommand(command, timeout, line);
+  const ShellResult result = runner.runShellCommand(command, timeout, line, text.environment);
   context.setVariable("_exitcode", ScriptVariableValue::string(std::to_string(result.exitStatus)));
 
   if (run.variable) {

@@ -18,8 +18,25 @@ using ScriptOutput = std::function<void(std::string_view line)>;
 /// The seconds a `run` may take when `run-timeout` is not set.
 inline constexpr double kDefaultRunTimeout = 30;
 
+/// What `/bin/sh -c` runs for a `run` command, and the environment it runs with.
+struct ShellCommandText {
+  std::string command;
+  /// "name=value" for each script variable the command names.
+  std::vector<std::string> environment;
+};
+
+/// The shell command `command` stands for on script line `line`. A quoted command is the
+/// shell's text as written: each `$name` in it that names a script variable is passed to the
+/// shell as its environment variable `name`, so the shell reads the value as data (`"$name"`
+/// keeps it one word; inside single quotes it is not expanded). `\$` and the names of no script
+/// variable are the shell's own. A variable (`run $cmd`) holds the command's text itself.
+/// Throws as ScriptContext::resolve.
+ShellCommandText shellCommandText(const ScriptValue& command, int line,
+                                  const ScriptContext& context);
+
 /// Executes `run <command> [as $v]` on script line `line`:
-/// - resolves the command and runs it through `runner`, limited to the `run-timeout` setting
+/// - resolves the command (`shellCommandText`) and runs it through `runner`, limited to the
+/// `run-timeout` setting
 ///   (zero or less: no limit);
 /// - stores the exit status in `_exitcode`;
 /// - with `as $v`, stores the standard output's lines in `v` and a non-empty standard error in

@@ -47,7 +47,8 @@ void drain(UniqueFd& fd, std::string& into, std::array<char, kReadChunk>& buffer
 }  // namespace
 
 ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
-                                                std::optional<double> timeout, int line) {
+                                                std::optional<double> timeout, int line,
+                                                const std::vector<std::string>& environment) {
   // Beyond this a limit is no limit, and the clock arithmetic would overflow.
   constexpr double kLongestTimeout = 1e9;
   std::optional<MonotonicClock::time_point> deadline;
@@ -56,12 +57,14 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
                                            std::chrono::duration<double>(*timeout));
   }
 
+  std::vector<std::string> commandEnvironment = options_.environment;
+  commandEnvironment.insert(commandEnvironment.end(), environment.begin(), environment.end());
   std::optional<Subprocess> child;
   try {
     child.emplace(
         Subprocess::spawn({"/bin/sh", "-c", command}, {.output = StreamConnection::pipe,
                                                        .errorOutput = StreamConnection::pipe,
-                                                       .environment = options_.environment}));
+                                                       .environment = commandEnvironment}));
   } catch (const std::system_error& error) {
     throw ScriptError::runtimeError(line, "Failed to run command: " + error.code().message());
   }
@@ -138,6 +141,15 @@ ShellResult ShellProcessRunner::runShellCommand(const std::string& command,
       } else {
         drain(child->errorOutput(), errorOutput, buffer);
       }
+    }
+    if (output.size() > kOutputLimit || errorOutput.size() > kOutputLimit) {
+      child->terminate(options_.grace);
+      throw ScriptError::runtimeError(
+          line, "Command '" + command + "' printed more than " +
+                    std::to_string(kOutputLimit / (1024 * 1024)) + " MiB on its " +
+                    (output.size() > kOutputLimit ? "standard output" : "standard error") +
+                    ", the most a 'run' line keeps; it was stopped (send what you do not need "
+                    "to a file or /dev/null)");
     }
   }
   const pid_t group = child->pid();

@@ -16,10 +16,14 @@ namespace brimble {
 /// input from /dev/null and our working directory. Both outputs are read together, so a command
 /// that fills one pipe while we wait on the other cannot stall. On time-out or a stop request
 /// the whole group gets SIGTERM and, after `grace`, SIGKILL; a command that finishes normally
-/// keeps any background process it started until `stopBackgroundProcesses`. Thread-safe.
+/// keeps any background process it started until `stopBackgroundProcesses`. A command that
+/// prints more than `kOutputLimit` bytes on either output is stopped the same way and its line
+/// fails: a script keeps what it prints in memory, and `yes` never ends. Thread-safe.
 class ShellProcessRunner : public ProcessRunner {
  public:
   static constexpr std::chrono::milliseconds kDefaultGrace{1000};
+  /// The most a command may print on each of its outputs: 8 MiB.
+  static constexpr std::size_t kOutputLimit = std::size_t{8} * 1024 * 1024;
 
   struct Options {
     std::chrono::milliseconds grace = kDefaultGrace;
@@ -33,8 +37,9 @@ class ShellProcessRunner : public ProcessRunner {
   ShellProcessRunner() : ShellProcessRunner(Options{}) {}
   explicit ShellProcessRunner(Options options) : options_(std::move(options)) {}
 
-  ShellResult runShellCommand(const std::string& command, std::optional<double> timeout,
-                              int line) override;
+  using ProcessRunner::runShellCommand;
+  ShellResult runShellCommand(const std::string& command, std::optional<double> timeout, int line,
+                              const std::vector<std::string>& environment) override;
 
   /// Ends what finished commands left running in the background (their process groups, as
   /// `grace` allows) and returns how many groups that was.

@@ -125,7 +125,7 @@ TEST(BrimbleMCPProtocol, ReportsProgressOnlyWhenAskedAndKeepsStdoutForTheProtoco
   MCPServerProcess server(tmp.path());
   // The script's command prints to its standard output: none of it may reach the protocol.
   const std::string script = "set output \"" + (tmp / "progress.gif").string() +
-                             "\"\nset fps 10\nrun \"echo child-says-hello; echo more >&2\"\n"
+                             "\"\nset fps 12\nrun \"echo child-says-hello; echo more >&2\"\n"
                              "record region 0 0 160 120 duration 3.2\n";
   server.callTool(1, "execute_script", {{"script", script}}, "tok-1");
   const std::vector<json> withToken = server.untilReply(1, 60s);

@@ -250,7 +250,7 @@ async function main() {
 
   // Scripts.
   await record("execute", "execute_script", {
-    script: `set output "${path.join(workdir, "script.gif")}"\nset fps 10\nrecord region 0 0 240 160 duration 0.6\n`,
+    script: `set output "${path.join(workdir, "script.gif")}"\nset fps 12\nrecord region 0 0 240 160 duration 0.6\n`,
   });
   await record("validateGood", "validate_script", { script: "set fps 30\nwait 1\n" });
   await record("validateBad", "validate_script", { script: "set fps 30\nbogus 1\n" });

@@ -12,8 +12,11 @@ namespace brimble::testing {
 /// Shell commands answer from a table (or with nothing) and are remembered.
 class FakeProcessRunner final : public ProcessRunner {
  public:
-  ShellResult runShellCommand(const std::string& command, std::optional<double>, int) override {
+  using ProcessRunner::runShellCommand;
+  ShellResult runShellCommand(const std::string& command, std::optional<double>, int,
+                              const std::vector<std::string>& environment) override {
     commands.push_back(command);
+    environments.push_back(environment);
     const auto found = answers.find(command);
     return found != answers.end() ? found->second : ShellResult{};
   }
@@ -21,6 +24,7 @@ class FakeProcessRunner final : public ProcessRunner {
 
   std::map<std::string, ShellResult> answers;
   std::vector<std::string> commands;
+  std::vector<std::vector<std::string>> environments;
   int backgroundStops = 0;
 };
 

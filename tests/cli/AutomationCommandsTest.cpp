@@ -154,8 +154,19 @@ TEST(BrimbleDisplay, EverythingAfterTheProgramNameIsTheProgramsOwn) {
       {"display echo -n hello -x world", 0, "hello -x world"},
       {"display -- echo -n hello -- -x", 0, "hello -- -x"},
       {"display sh -c 'exit 4'", 4, ""},
+      // Said before any display starts, for a form that does not exist as for a program.
       {"display no-such-program --flag", 127,
-       "brimble display: cannot run no-such-program: No such file or directory\n"},
+       "brimble display: no program 'no-such-program' to run (the display's own commands are "
+       "start and stop)\n"},
+      {"display status", 127,
+       "brimble display: no program 'status' to run (the display's own commands are start and "
+       "stop)\n"},
+      {"display stpo", 127,
+       "brimble display: no program 'stpo' to run (the display's own commands are start and "
+       "stop; did you mean 'stop'?)\n"},
+      {"display ./no-such-program", 127,
+       "brimble display: no program './no-such-program' to run (the display's own commands are "
+       "start and stop)\n"},
       {"display --flag", 2,
        "brimble display: unknown option --flag; a program to run and its options come first, or "
        "after --\nRun 'brimble display --help' for the forms it takes.\n"},

@@ -48,6 +48,7 @@ TEST(BrimbleCommandLine, UsageErrorsSayWhatIsWrongInOneLineAndWhereTheUsageIs) {
   add("", "brimble", "no command given");
   add("recrod -o x.gif", "brimble", "unknown command 'recrod'; did you mean 'record'?");
   add("help", "brimble", "unknown command 'help'; did you mean '--help'?");
+  add("rn demo.brim", "brimble", "unknown command 'rn'; did you mean 'run'?");
   add("window opne Terminal", "brimble window", "unknown command 'opne'; did you mean 'open'?");
   add("window", "brimble window", "no command given (use open, focus, resize or close)");
   add("encode --fsp 3 -o x.gif", "brimble encode", "unknown option '--fsp'; did you mean '--fps'?");

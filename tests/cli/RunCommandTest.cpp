@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -325,6 +326,26 @@ TEST(BrimbleRun, BadInputFailsClearlyAndWhatWasRecordedIsKept) {
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_NE(result.output.find("/nonexistent/folder"), std::string::npos) << result.output;
   EXPECT_EQ(result.output.find("embedded"), std::string::npos) << result.output;
+
+  // A typo in a setting or a key is refused before anything opens, with what was meant.
+  for (const auto& [text, meant] : {std::pair{"set outptu \"x.gif\"\n", "did you mean 'output'?"},
+                                    std::pair{"set fps 25\n", "(expected: 12, 24, 30, 60)"},
+                                    std::pair{"key ctrl+shfit+t\n", "did you mean 'shift'?"}}) {
+    result = runCommand(brimbleWithStderr(
+        "run --headless " +
+        shellQuote(
+            writeScript(directory, std::string(text) + "open \"Terminal\"\nwait 30\n").string())));
+    EXPECT_EQ(result.exitCode, 1) << text;
+    EXPECT_NE(result.output.find("Line 1, Col "), std::string::npos) << result.output;
+    EXPECT_NE(result.output.find(meant), std::string::npos) << result.output;
+    EXPECT_EQ(result.output.find("embedded"), std::string::npos) << result.output;
+  }
+
+  // Endless output fails its line at the documented size, long before the time-out.
+  result = runScript("set run-timeout 60\nrun \"yes\" as $v\n");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("Line 2: Command 'yes' printed more than 8 MiB"), std::string::npos)
+      << result.output;
 
   result = runScript("open \"NoSuchApp\"\n");
   EXPECT_EQ(result.exitCode, 1);

@@ -38,6 +38,10 @@ TEST(BrimbleValidate, PrintsWarningsAndTheSummaryOrTheFirstErrorLocated) {
        1,
        "Line 5, Col 13: Invalid value 'tilt' for 'zoom mode'\n  expected digital|page\n"
        "  zoom x mode tilt\n              ^\n"},
+      // A typo in a setting stops the script where it is, with what was meant.
+      {"printf 'record region 0 0 9 9\\nset outptu x.gif\\n' | " + brimbleCommand("validate -"), 1,
+       "Line 2, Col 5: Unknown setting 'outptu'; did you mean 'output'?\n  set outptu x.gif\n"
+       "      ^\n"},
       {brimbleCommand("validate /nonexistent/demo.brim"), 1,
        "brimble validate: Script file not found: /nonexistent/demo.brim\n"},
   };

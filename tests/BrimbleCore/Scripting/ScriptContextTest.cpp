@@ -4,10 +4,13 @@
 
 #include <functional>
 #include <string>
+#include <variant>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Scripting/ScriptParser.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/LogCapture.h"
 
@@ -116,6 +119,21 @@ TEST(ScriptContext, InterpolationLeavesUnknownNamesAndWarns) {
   EXPECT_EQ(context.interpolateVariables("$user_x $ $user. cost $5", 1), "$user_x $ ada. cost $5");
   EXPECT_EQ(context.interpolateVariables("$out[1]", 1), "x\ny[1]");
   EXPECT_EQ(context.interpolateVariables("$$user", 1), "$ada");
+}
+
+TEST(ScriptContext, ABackslashedDollarInAStringIsTypedAsWrittenAndWarnsOfNothing) {
+  ScriptContext context;
+  context.setVariable("t", ScriptVariableValue::windowID(12345));
+  const auto typed = [&](const std::string& line) {
+    const std::vector<LocatedInstruction> parsed = ScriptParser::parse(line);
+    return context.resolve(std::get<TypeInstruction>(parsed.front().instruction).text, 1);
+  };
+  testing::LogCapture log;
+  EXPECT_EQ(typed(R"(type "echo \$t and $t")"), "echo $t and 12345");
+  EXPECT_EQ(typed(R"(type "\$HOME costs \$5, \\$t")"), "$HOME costs $5, \\12345");
+  // The other escapes, as documented: a line feed (which presses Enter), a tab, a quote.
+  EXPECT_EQ(typed(R"(type "a\nb\tc \"d\" \x")"), "a\nb\tc \"d\" x");
+  EXPECT_EQ(log.lines(), std::vector<std::string>{});
 }
 
 }  // namespace

@@ -33,6 +33,9 @@ TEST(ScriptLexer, StringsVariablesAndCommentsBecomeTheirTokens) {
       {R"(type "a\tb\\c\xd" "")",
        {Token::word("type"), Token::string("a\tb\\cxd"), Token::string("")}},
       {R"(type "ab"cd)", {Token::word("type"), Token::string("ab"), Token::word("cd")}},
+      // An escaped dollar sign is marked where it stands, so it names no variable.
+      {R"(type "\$a $b \\$c")",
+       {Token::word("type"), Token::string("$a $b \\$c", {0})}},
       // A hash starts a comment only after a blank and outside quotes.
       {R"(set intro-bg "#1a1a2e" # colour)",
        {Token::word("set"), Token::word("intro-bg"), Token::string("#1a1a2e")}},

@@ -11,6 +11,7 @@
 #include "BrimbleCore/Scripting/ShellProcessRunner.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/LogCapture.h"
+#include "tests/Support/TempDirectory.h"
 
 namespace brimble {
 namespace {
@@ -88,14 +89,40 @@ TEST(ShellCommand, ScriptVariablesAreExpandedAndShellOnesPassThrough) {
   RunLine run;
   run.context.setVariable("greeting", ScriptVariableValue::string("hello"));
   testing::LogCapture log;
-  run(R"(run "echo $greeting $HOME" as $v)");
-  EXPECT_EQ(run.variable("v"), std::string("hello ") + std::getenv("HOME"));
-  EXPECT_EQ(log.lines(),
-            (std::vector<std::string>{"BrimbleCore: Warning: line 1: undefined variable '$HOME'"}));
+  run(R"(run "echo $greeting ${greeting}! $HOME" as $v)");
+  EXPECT_EQ(run.variable("v"), std::string("hello hello! ") + std::getenv("HOME"));
+  // A name the script does not define is the shell's own, not a mistake.
+  EXPECT_EQ(log.lines(), std::vector<std::string>{});
   run.context.setVariable("cmd", ScriptVariableValue::lines({"echo from-variable"}));
   run("run $cmd as $w");
   EXPECT_EQ(run.variable("w"), "from-variable");
   EXPECT_EQ(run.error("run $nothing"), "Line 1: Undefined variable '$nothing'");
+}
+
+TEST(ShellCommand, ScriptVariablesReachTheShellAsDataNeverAsCode) {
+  testing::TempDirectory directory;
+  const std::string folder = directory.path().string();
+  RunLine run;
+  // Output that looks like shell code, captured as the issue's attacker would.
+  run(R"(run "printf '%s' '$(touch )" + folder + R"(/pwned)'" as $v)");
+  EXPECT_EQ(run.variable("v"), "$(touch " + folder + "/pwned)");
+  run(R"(run "echo $v" as $echoed)");
+  EXPECT_EQ(run.variable("echoed"), "$(touch " + folder + "/pwned)");
+  run(R"(run "echo `echo $v`; echo \"$v\"; echo ${v}" as $nested)");
+  EXPECT_FALSE(std::filesystem::exists(directory / "pwned"));
+
+  // Every shell metacharacter survives the trip unchanged, one word in double quotes.
+  const std::string hostile = "a b;c|d&e'f\"g`h\\i$j*k\nl";
+  run.context.setVariable("hostile", ScriptVariableValue::string(hostile));
+  run(R"(run "printf '%s' \"$hostile\"" as $copy)");
+  EXPECT_EQ(run.variable("copy"), hostile);
+  run(R"(run "set -- $hostile; echo $#" as $words)");
+  EXPECT_EQ(run.variable("words"), "3");  // split at blanks and the newline, never run
+
+  // `$name` of no script variable, and `\$`, are the shell's.
+  run.context.setVariable("greeting", ScriptVariableValue::string("hello"));
+  run(R"(run "printf '%s' \"\$greeting-$nothing-\$HOME\"" as $shell)");
+  EXPECT_EQ(run.variable("shell"), std::string("--") + std::getenv("HOME"));
 }
 
 }  // namespace

@@ -49,6 +49,35 @@ TEST(ShellProcessRunner, MegabyteOutputsOnBothStreamsDoNotDeadlock) {
   EXPECT_EQ(sequential.exitStatus, 0);
 }
 
+TEST(ShellProcessRunner, OutputBeyondTheLimitStopsTheCommandAndFailsItsLine) {
+  const std::string limit = std::to_string(ShellProcessRunner::kOutputLimit);
+  // Exactly the limit is kept whole.
+  EXPECT_EQ(run("head -c " + limit + " /dev/zero | tr '\\0' x", 30).output.size(),
+            ShellProcessRunner::kOutputLimit);
+  // One byte more fails, on either stream.
+  EXPECT_EQ(
+      testing::errorText<ScriptError>([] {
+        run("head -c $((" + std::to_string(ShellProcessRunner::kOutputLimit) + " + 1)) /dev/zero",
+            30);
+      }),
+      "Line 1: Command 'head -c $((8388608 + 1)) /dev/zero' printed more than 8 MiB on its "
+      "standard output, the most a 'run' line keeps; it was stopped (send what you do not "
+      "need to a file or /dev/null)");
+  EXPECT_NE(testing::errorText<ScriptError>([] {
+              run("yes >&2", 30);
+            }).find("printed more than 8 MiB on its standard error"),
+            std::string::npos);
+  // A command that never ends is stopped as soon as it passes the limit, not at its time-out.
+  testing::TempDirectory directory;
+  const auto pidFile = directory / "pid";
+  const auto start = MonotonicClock::now();
+  EXPECT_THROW(run("echo $$ > '" + pidFile.string() + "'; yes", 60), ScriptError);
+  EXPECT_LT(MonotonicClock::now() - start, 20s);
+  const pid_t group = readPid(pidFile);
+  ASSERT_GT(group, 0);
+  EXPECT_EQ(liveProcessesInGroup(group), 0);
+}
+
 TEST(ShellProcessRunner, TimeOutStopsTheWholeGroupAfterTheSetSeconds) {
   testing::TempDirectory directory;
   const auto pidFile = directory / "pid";

@@ -23,6 +23,7 @@
 #include "BrimbleCore/Effects/EffectColor.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/Encoding/RecordingEncoder.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
@@ -32,7 +33,6 @@
 #include "cli/CommandDesktop.h"
 #include "cli/CommandFailure.h"
 #include "cli/OptionChecks.h"
-#include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
 
 namespace brimble::cli {

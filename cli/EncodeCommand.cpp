@@ -19,6 +19,7 @@
 #include "BrimbleCore/Encoding/GIFDecoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
+#include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/Encoding/SizeBudgetEncoder.h"
 #include "BrimbleCore/Encoding/TestPattern.h"
 #include "BrimbleCore/Support/Cancellation.h"
@@ -26,7 +27,6 @@
 #include "cli/AnimationOutput.h"
 #include "cli/CommandFailure.h"
 #include "cli/OptionChecks.h"
-#include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
 
 namespace brimble::cli {

@@ -16,10 +16,10 @@
 #include "BrimbleCore/Encoding/ClipEditor.h"
 #include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
+#include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "cli/AnimationOutput.h"
 #include "cli/OptionChecks.h"
-#include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
 
 namespace brimble::cli {

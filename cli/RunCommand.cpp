@@ -15,6 +15,7 @@
 #include "BrimbleCore/Capture/AudioError.h"
 #include "BrimbleCore/Capture/PrivateSoundServer.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
+#include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/Scripting/ScriptEngine.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
@@ -22,7 +23,6 @@
 #include "BrimbleCore/Support/Cancellation.h"
 #include "cli/AnimationOutput.h"
 #include "cli/CommandDesktop.h"
-#include "cli/OutputPath.h"
 #include "cli/ProgressBar.h"
 #include "cli/ScriptSource.h"
 

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <signal.h>
 
+#include "BrimbleCore/Encoding/OutputPath.h"
 #include "cli/BrowserCommands.h"
 #include "cli/CaptureCommands.h"
 #include "cli/Command.h"
@@ -18,7 +19,6 @@
 #include "cli/Interrupts.h"
 #include "cli/MCPInstallCommands.h"
 #include "cli/MCPServerCommand.h"
-#include "cli/OutputPath.h"
 #include "cli/ProcessCommand.h"
 #include "cli/ReferenceCommands.h"
 #include "cli/RunCommand.h"
@@ -108,7 +108,7 @@ int main(int argc, char** argv) {
     if (command.app->parsed()) {
       try {
         return flushedOutput(command.run());
-      } catch (const OutputPathError& error) {
+      } catch (const brimble::OutputPathError& error) {
         fmt::print(stderr, "brimble {}: {}\n", command.app->get_name(), error.what());
         return error.exitCode();
       } catch (const std::exception& error) {

@@ -8,7 +8,8 @@ namespace brimble {
 BrimbleMCPServer::BrimbleMCPServer(MCPTransport& transport, MCPDesktop& desktop,
                                    std::string cliVersion)
     : desktop_(desktop),
-      server_(transport, kServerName, kServerVersion, {.tools = true, .resources = true}),
+      // One version everywhere: the host's serverInfo and brimble_status's cli_version.
+      server_(transport, kServerName, cliVersion, {.tools = true, .resources = true}),
       context_(std::move(cliVersion)) {
   registerTools();
   registerResources();

@@ -16,8 +16,8 @@ namespace brimble {
 class BrimbleMCPServer {
  public:
   static constexpr const char* kServerName = "brimble";
-  static constexpr const char* kServerVersion = "1.0.0";
 
+  /// `cliVersion` is the build's version, reported as the server's and by brimble_status.
   BrimbleMCPServer(MCPTransport& transport, MCPDesktop& desktop, std::string cliVersion);
   BrimbleMCPServer(const BrimbleMCPServer&) = delete;
   BrimbleMCPServer& operator=(const BrimbleMCPServer&) = delete;

@@ -1,6 +1,7 @@
 // The input family: typing, keys, the pointer and the wheel, carried out by the input
 // simulator on the server's display.
 
+#include <cstddef>
 #include <string>
 
 #include "BrimbleCore/Automation/InputError.h"
@@ -15,6 +16,18 @@ constexpr int kDefaultTicks = 3;
 // Past this a call would hold the server for minutes; an assistant meant something else.
 constexpr double kMaxMoveSeconds = 60;
 constexpr int kMaxTicks = 1000;
+// At the default pace this is over eight minutes of typing; more is a paste, not a demo, and would
+// hold the desktop for as long.
+constexpr std::size_t kMaxTypedCharacters = 10000;
+
+/// Characters as typed: UTF-8 continuation bytes belong to the character before them.
+std::size_t characterCount(const std::string& text) {
+  std::size_t count = 0;
+  for (const char c : text) {
+    count += (static_cast<unsigned char>(c) & 0xC0) != 0x80 ? 1 : 0;
+  }
+  return count;
+}
 
 InputSimulator& inputOf(MCPDesktop& desktop) {
   InputSimulator& input = desktop.input();
@@ -29,6 +42,10 @@ JSONValue typeText(MCPDesktop& desktop, const MCPCallContext& call, const Argume
   if (!text) {
     fail("'text' parameter is required");
   }
+  if (const std::size_t count = characterCount(*text); count > kMaxTypedCharacters) {
+    fail("text is too long: " + std::to_string(count) + " characters, at most " +
+         std::to_string(kMaxTypedCharacters) + " per call (split it across calls)");
+  }
   const double delay = arguments.number("delay").value_or(kDefaultCharDelay);
   if (!(delay >= 0 && delay <= 5)) {
     fail("delay must be between 0 and 5 seconds (got " + numberText(delay) + ")");
@@ -41,9 +58,12 @@ JSONValue typeText(MCPDesktop& desktop, const MCPCallContext& call, const Argume
 }
 
 JSONValue click(MCPDesktop& desktop, const Arguments& arguments) {
-  InputSimulator& input = inputOf(desktop);
   const auto x = arguments.integer("x");
   const auto y = arguments.integer("y");
+  if (x.has_value() != y.has_value()) {
+    fail("'x' and 'y' go together: give both, or neither to click at the pointer");
+  }
+  InputSimulator& input = inputOf(desktop);
   const ScreenPoint at = x && y ? ScreenPoint{*x, *y} : input.cursorPosition();
   const bool right = arguments.boolean("right").value_or(false);
   input.click(at.x, at.y, right ? MouseButton::right : MouseButton::left);
@@ -122,7 +142,7 @@ void registerInputTools(const ToolEnvironment& environment) {
   MCPServer& server = environment.server;
   server.registerTool(
       {"type_text", "Simulate typing text with human-like pacing. Optionally press Enter after.",
-       objectSchema({{"text", property("string", "Text to type")},
+       objectSchema({{"text", property("string", "Text to type (at most 10000 characters)")},
                      {"enter", property("boolean", "Press Enter after typing (default: false)")},
                      {"delay", property("number",
                                         "Per-character delay in seconds (default: "

@@ -12,10 +12,12 @@
 
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
+#include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/MCP/MCPToolSupport.h"
 #include "BrimbleCore/MCP/MCPTools.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/FileIO.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble::mcp {
 namespace {
@@ -103,8 +105,9 @@ std::string windowPickNote(const WindowInfo& window) {
 std::optional<ScreenRect> rectArgument(const JSONValue& value) {
   const auto x = value["x"].numberValue();
   const auto y = value["y"].numberValue();
-  const auto w = value["w"].numberValue();
-  const auto h = value["h"].numberValue();
+  // record_region spells the size out; a region here may too.
+  const auto w = value["w"].isNull() ? value["width"].numberValue() : value["w"].numberValue();
+  const auto h = value["h"].isNull() ? value["height"].numberValue() : value["h"].numberValue();
   if (!x || !y || !w || !h) {
     return std::nullopt;
   }
@@ -301,10 +304,29 @@ Image fitted(const Image& image, ImageSize size, const std::string& fit) {
   return placed(resized, size, (size.width - scaled.width) / 2, (size.height - scaled.height) / 2);
 }
 
+/// The rule every output follows (no device, pipe, link or folder), and an existing file is
+/// replaced only when it is a picture.
+void requireStillOutput(const fs::path& output) {
+  try {
+    checkWritable(output);
+    std::error_code error;
+    const std::string extension = lowercased(output.extension().string());
+    if (fs::exists(output, error) && extension != ".png" && extension != ".jpg" &&
+        extension != ".jpeg") {
+      throw OutputPathError::notAnOutput(output);
+    }
+  } catch (const OutputPathError& error) {
+    fail(error.what());
+  }
+}
+
 MCPToolResult captureStill(MCPDesktop& desktop, const Arguments& arguments) {
+  // A name or true: the one argument that takes either type, so it is read as it is.
+  const JSONValue& simulatorArgument = arguments["simulator"];
+  const std::string* simulatorName = simulatorArgument.stringValue();
   const bool simulator = arguments.has("simulator") &&
-                         arguments["simulator"].boolValue().value_or(true) &&
-                         arguments.string("simulator").value_or("x") != "";
+                         simulatorArgument.boolValue().value_or(true) &&
+                         (simulatorName == nullptr || !simulatorName->empty());
   if (!simulator && !arguments.has("window_id") && !arguments.has("app") &&
       !arguments.has("region")) {
     fail("A target is required: 'simulator', 'window_id', 'app', or 'region'");
@@ -332,7 +354,7 @@ MCPToolResult captureStill(MCPDesktop& desktop, const Arguments& arguments) {
   if (!simulator && !arguments.has("window_id") && !arguments.has("app")) {
     region = rectArgument(arguments["region"]);
     if (!region || region->width <= 0 || region->height <= 0) {
-      fail("region requires positive x, y, w, h");
+      fail("region requires numbers x, y (0 is the screen's edge) and w, h greater than 0");
     }
   }
   if (simulator) {
@@ -364,6 +386,7 @@ MCPToolResult captureStill(MCPDesktop& desktop, const Arguments& arguments) {
     *image = fitted(*image, *size, fit);
   }
   const fs::path path = fs::absolute(*output);
+  requireStillOutput(path);
   try {
     const std::vector<std::uint8_t> bytes =
         format == "png" ? encodePNG(*image) : encodeJPEG(*image, 90);
@@ -395,8 +418,8 @@ void registerRecordingTools(const ToolEnvironment& environment) {
       {"type", "object"},
       {"properties", JSONValue::Object{{"x", JSONValue::Object{{"type", "number"}}},
                                        {"y", JSONValue::Object{{"type", "number"}}},
-                                       {"w", JSONValue::Object{{"type", "number"}}},
-                                       {"h", JSONValue::Object{{"type", "number"}}}}}};
+                                       {"w", property("number", "Width (or 'width')")},
+                                       {"h", property("number", "Height (or 'height')")}}}};
   JSONValue cropSchema = rectSchema;
   (*cropSchema.objectValue())["description"] =
       "Sub-region to capture, relative to window content area";

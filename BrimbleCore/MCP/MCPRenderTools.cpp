@@ -14,6 +14,7 @@
 #include "BrimbleCore/Encoding/ClipEditor.h"
 #include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
+#include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/MCP/MCPToolSupport.h"
 #include "BrimbleCore/MCP/MCPTools.h"
 #include "BrimbleCore/Support/Cancellation.h"
@@ -92,12 +93,13 @@ std::string dimensionsOf(int width, int height) {
   return width > 0 && height > 0 ? fmt::format("{}x{}", width, height) : "unknown";
 }
 
-/// The directory must exist: the encoder writes beside the destination and renames.
-void requireDirectory(const fs::path& path) {
-  std::error_code error;
-  if (!fs::is_directory(path.parent_path(), error)) {
-    fail("Failed to write " + path.string() + ": the folder " + path.parent_path().string() +
-         " does not exist");
+/// The same rule as the command line's: a new file or a replaced animation, never a device, a
+/// pipe, a link's target or a file that is no output, in a folder that exists and is writable.
+void requireWritable(const fs::path& output, OutputFormat format) {
+  try {
+    checkAnimationOutput(std::string(rawValue(format)), output, false);
+  } catch (const OutputPathError& error) {
+    fail(error.what());
   }
 }
 
@@ -166,7 +168,7 @@ MCPToolResult renderGIF(SessionContext& context, MCPCallContext& call, const Arg
   const RenderSettings settings = renderSettings(arguments, *peek);
   const fs::path output = fs::absolute(arguments.string("output").value_or(
       "recording-" + id + "." + std::string(fileExtension(settings.format))));
-  requireDirectory(output);
+  requireWritable(output, settings.format);
   const RenderSegment& segment = *peek->segment;
   EncodeSummary summary;
   try {
@@ -226,13 +228,12 @@ JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Argume
   if (const auto given = arguments.string("output")) {
     output = fs::absolute(*given);
   } else {
-    // Over the input, unless that would put another format under a .gif name.
+    // Beside the input, as `brimble process` writes: the original is the user's, and a clip that
+    // lost frames to idle trimming cannot be had back from the result.
     output = inputPath;
-    if (format != OutputFormat::gif) {
-      output.replace_extension(std::string(".") + std::string(fileExtension(format)));
-    }
+    output.replace_extension(std::string(".processed.") + std::string(fileExtension(format)));
   }
-  requireDirectory(output);
+  requireWritable(output, format);
   std::vector<ProcessedFrame> frames;
   int loopCount = 0;
   try {
@@ -372,7 +373,8 @@ void registerRenderTools(const ToolEnvironment& environment) {
        "Post-process an existing GIF file (resize, speed adjustment, idle handling).",
        objectSchema(
            {{"input", property("string", "Input GIF file path")},
-            {"output", property("string", "Output path (default: overwrite input)")},
+            {"output",
+             property("string", "Output path (default: INPUT.processed.gif beside the input)")},
             {"max_width", property("integer", "Resize to max width")},
             {"speed", property("number",
                                "Speed multiplier (1.5 = 50% faster, 0.5 = 50% "

@@ -9,10 +9,13 @@
 #include "BrimbleCore/MCP/MCPToolSupport.h"
 #include "BrimbleCore/MCP/MCPTools.h"
 #include "BrimbleCore/Scripting/ScriptEngine.h"
+#include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Scripting/ScriptLexer.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "BrimbleCore/Scripting/ShellProcessRunner.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Log.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble::mcp {
 namespace {
@@ -23,6 +26,21 @@ struct Source {
   std::string text;
   fs::path file;  // empty for inline source
 };
+
+/// Fails unless a file's text is a script: UTF-8 that lexes. Errors about a script quote its lines;
+/// any other file named here (a key, a password file) must not have its lines shown to the caller,
+/// so the failure names only the file and the line number.
+void requireScript(const std::string& file, const std::string& text) {
+  if (!isValidUTF8(text)) {
+    fail(file + " is not a .brim script: it is not UTF-8 text");
+  }
+  try {
+    ScriptLexer::tokenizeLocated(text);
+  } catch (const ScriptError& error) {
+    fail(file + " is not a .brim script: line " + std::to_string(error.line()) +
+         " is not script text");
+  }
+}
 
 Source scriptSource(const Arguments& arguments) {
   if (const auto script = arguments.string("script")) {
@@ -42,6 +60,7 @@ Source scriptSource(const Arguments& arguments) {
   if (!stream || !(text << stream.rdbuf())) {
     fail("Failed to read file: " + *file);
   }
+  requireScript(*file, text.str());
   return {text.str(), path};
 }
 

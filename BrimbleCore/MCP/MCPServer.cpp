@@ -138,9 +138,15 @@ void MCPServer::readLoop(std::stop_token stop) {
   while (!stop.stop_requested()) {
     MCPTransport::Incoming incoming = transport_.readNextRequest();
     const bool ended = std::holds_alternative<MCPTransport::EndOfInput>(incoming);
-    if (const MCPRequest* request = std::get_if<MCPRequest>(&incoming);
-        request != nullptr && request->method == "notifications/cancelled") {
-      cancelIfRunning(*request);
+    if (const MCPRequest* request = std::get_if<MCPRequest>(&incoming)) {
+      if (request->method == "notifications/cancelled") {
+        cancelIfRunning(*request);
+      } else if (request->method == "ping" && !request->isNotification() && toolRunning()) {
+        // Answered at once, not in turn: hosts ping to learn whether the server lives, and one
+        // long tool call must not make it look dead.
+        transport_.sendResult(request->id, JSONValue::Object{});
+        continue;
+      }
     }
     {
       std::scoped_lock guard(queueMutex_);
@@ -156,6 +162,11 @@ void MCPServer::readLoop(std::stop_token stop) {
       return;
     }
   }
+}
+
+bool MCPServer::toolRunning() const {
+  std::scoped_lock guard(queueMutex_);
+  return runningID_.has_value();
 }
 
 void MCPServer::cancelIfRunning(const MCPRequest& notification) {

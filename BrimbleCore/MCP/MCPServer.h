@@ -134,6 +134,8 @@ class MCPServer {
   void readLoop(std::stop_token stop);
   /// Handles "notifications/cancelled" at once, on the reader thread.
   void cancelIfRunning(const MCPRequest& notification);
+  /// Whether a tools/call is under way; pings then get their answer from the reading thread.
+  bool toolRunning() const;
   void sendProgress(const JSONValue& token, std::chrono::steady_clock::time_point started,
                     double& lastSent);
 
@@ -145,7 +147,7 @@ class MCPServer {
   MCPCallContext idleCall_;
   std::unique_ptr<MCPCallContext> call_;  // serving thread only
 
-  std::mutex queueMutex_;  // guards the fields below
+  mutable std::mutex queueMutex_;  // guards the fields below
   std::condition_variable queueChanged_;
   std::deque<MCPTransport::Incoming> queue_;
   std::optional<RequestID> runningID_;

@@ -30,25 +30,61 @@ JSONValue objectSchema(std::initializer_list<SchemaProperty> properties,
   return schema;
 }
 
+namespace {
+
+std::string_view kindName(JSONValue::Kind kind) {
+  switch (kind) {
+    case JSONValue::Kind::string:
+      return "a string";
+    case JSONValue::Kind::number:
+      return "a number";
+    case JSONValue::Kind::boolean:
+      return "a boolean";
+    case JSONValue::Kind::array:
+      return "an array";
+    case JSONValue::Kind::object:
+      return "an object";
+    case JSONValue::Kind::null:
+      break;
+  }
+  return "null";
+}
+
+}  // namespace
+
+void Arguments::requireKind(std::string_view key, JSONValue::Kind kind) const {
+  const JSONValue::Kind given = arguments_[key].kind();
+  if (given != JSONValue::Kind::null && given != kind) {
+    fail("'" + std::string(key) + "' must be " + std::string(kindName(kind)) + " (got " +
+         std::string(kindName(given)) + ")");
+  }
+}
+
 std::optional<std::string> Arguments::string(std::string_view key) const {
+  requireKind(key, JSONValue::Kind::string);
   const std::string* text = arguments_[key].stringValue();
   return text ? std::optional<std::string>(*text) : std::nullopt;
 }
 
 std::optional<double> Arguments::number(std::string_view key) const {
+  requireKind(key, JSONValue::Kind::number);
   return arguments_[key].numberValue();
 }
 
 std::optional<int> Arguments::integer(std::string_view key) const {
   const auto value = number(key);
-  if (!value || !std::isfinite(*value) || *value < std::numeric_limits<int>::min() ||
-      *value > std::numeric_limits<int>::max()) {
+  if (!value) {
     return std::nullopt;
+  }
+  if (!std::isfinite(*value) || *value < std::numeric_limits<int>::min() ||
+      *value > std::numeric_limits<int>::max()) {
+    fail("'" + std::string(key) + "' is out of range (got " + numberText(*value) + ")");
   }
   return static_cast<int>(*value);
 }
 
 std::optional<bool> Arguments::boolean(std::string_view key) const {
+  requireKind(key, JSONValue::Kind::boolean);
   return arguments_[key].boolValue();
 }
 

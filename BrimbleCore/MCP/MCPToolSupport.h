@@ -24,20 +24,24 @@ JSONValue objectSchema(std::initializer_list<SchemaProperty> properties,
                        std::initializer_list<std::string_view> required = {});
 
 /// The arguments of one call, read the way the tools expect: a missing or null member is no
-/// value; a member of the wrong type is no value too, so the tool's "required" text answers it.
+/// value. A member of the wrong type fails the call ("'x' must be a number (got a string)"):
+/// taken as absent it would run the tool on its defaults, clicking wherever the pointer is.
 class Arguments {
  public:
   explicit Arguments(const JSONValue& arguments) : arguments_(arguments) {}
 
   std::optional<std::string> string(std::string_view key) const;
   std::optional<double> number(std::string_view key) const;
-  /// A number truncated towards zero; no value for one beyond the int range.
+  /// A number truncated towards zero; fails for one beyond the int range.
   std::optional<int> integer(std::string_view key) const;
   std::optional<bool> boolean(std::string_view key) const;
   const JSONValue& operator[](std::string_view key) const { return arguments_[key]; }
   bool has(std::string_view key) const { return !arguments_[key].isNull(); }
 
  private:
+  /// Fails unless `key` is absent, null or of `kind`.
+  void requireKind(std::string_view key, JSONValue::Kind kind) const;
+
   const JSONValue& arguments_;
 };
 

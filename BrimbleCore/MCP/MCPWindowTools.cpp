@@ -15,9 +15,6 @@
 namespace brimble::mcp {
 namespace {
 
-constexpr const char* kInstallURL = "https://brimble.app/install.sh";
-constexpr const char* kSupportURL = "https://brimble.app";
-
 std::string lowered(std::string text) {
   std::transform(text.begin(), text.end(), text.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -98,8 +95,9 @@ JSONValue brimbleStatus(MCPDesktop& desktop, const SessionContext& context) {
     problems.push_back(desktop.texts().screenProblem);
   }
   if (!app.installed) {
-    problems.push_back("the desktop app (brimble-app) was not detected on PATH; get it from " +
-                       std::string(kSupportURL) + " (the CLI and every MCP tool work without it)");
+    problems.push_back(
+        "the desktop app (brimble-app) was not detected on PATH; it is built and installed with "
+        "brimble (the CLI and every MCP tool work without it)");
   }
   std::string summary = "Everything is ready.";
   if (!problems.empty()) {
@@ -125,8 +123,6 @@ JSONValue brimbleStatus(MCPDesktop& desktop, const SessionContext& context) {
       {"permissions",
        JSONValue::Object{{"screen_recording", screenRecording}, {"accessibility", accessibility}}},
       {"display", std::move(displayJSON)},
-      {"install_url", kInstallURL},
-      {"support_url", kSupportURL},
       {"summary", summary},
   };
 }
@@ -227,7 +223,7 @@ void registerInfoTools(const ToolEnvironment& environment) {
   environment.server.registerTool(
       {"brimble_status",
        "Diagnostic snapshot of the Brimble server: CLI version, whether the desktop app is "
-       "installed, permission status, the display in use and why, and install and support links. "
+       "installed, permission status, and the display in use and why. "
        "Always succeeds; call it first if anything seems off.",
        objectSchema({})},
       [&desktop, &context](const JSONValue&) { return brimbleStatus(desktop, context); });

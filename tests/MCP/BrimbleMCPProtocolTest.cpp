@@ -10,16 +10,20 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/GtkTestForm.h"
+#include "tests/Support/ImageFiles.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 #include "tests/Support/WaylandSession.h"
 
@@ -44,9 +48,13 @@ class MCPServerProcess {
                             const std::vector<std::string>& extraEnvironment = {})
       : process_(arguments, bareEnvironment(tmp, extraEnvironment)) {
     send({{"jsonrpc", "2.0"}, {"id", 0}, {"method", "initialize"}, {"params", json::object()}});
-    EXPECT_EQ(next(20s)["id"], 0);
+    initialized_ = next(20s);
+    EXPECT_EQ(initialized_["id"], 0);
     send({{"jsonrpc", "2.0"}, {"method", "notifications/initialized"}});
   }
+
+  /// The reply to "initialize".
+  const json& initialized() const { return initialized_; }
 
   void send(const json& message) { ASSERT_TRUE(process_.write(message.dump() + "\n")); }
   void callTool(int id, const std::string& name, const json& arguments,
@@ -85,6 +93,7 @@ class MCPServerProcess {
 
  private:
   testing::ChildProcess process_;
+  json initialized_;
 };
 
 std::vector<std::string> frameFiles(const fs::path& directory) {
@@ -176,9 +185,9 @@ TEST(BrimbleMCPProtocol, CancelledScriptsRunningOrWaitingLeaveNoFileNoChildAndNo
   };
   cancel(3);
   cancel(1);
-  server.send({{"jsonrpc", "2.0"}, {"id", 2}, {"method", "ping"}});
-  // The ping's answer comes next: the cancelled calls get none.
-  EXPECT_EQ(server.next(20s), json::parse(R"({"jsonrpc":"2.0","id":2,"result":{}})"));
+  server.send({{"jsonrpc", "2.0"}, {"id", 2}, {"method", "resources/list"}});
+  // Served in turn, so its answer comes next: the cancelled calls get none.
+  EXPECT_EQ(server.next(20s)["id"], 2);
   EXPECT_FALSE(fs::exists(output));
   EXPECT_FALSE(fs::exists(queuedOutput));
   EXPECT_FALSE(processRuns("sleep 47.25"));
@@ -406,6 +415,216 @@ TEST(BrimbleMCPWayland, StartRecordingAnAppRecordsTheWindowTheUserPicks) {
   EXPECT_GT(testing::shareNear(decoded->frames.front(), {0xc8, 0x10, 0x6e, 0xff}, 12), 0.95);
   server.process().closeInput();
   EXPECT_EQ(server.process().wait(20s), 0) << server.process().errorOutput();
+}
+
+// A display that does not exist: the tools below must answer before they would touch one.
+const std::vector<std::string> kNoDisplay = {"DISPLAY=:59999"};
+
+/// A small GIF of `frames` frames written by brimble itself.
+void writeTestGIF(const fs::path& file, int frames) {
+  const auto result = testing::runCommand(
+      std::string(BRIMBLE_BINARY) + " encode --test-pattern --size 32x24 --frames " +
+      std::to_string(frames) + " -o " + testing::shellQuote(file.string()) + " 2>&1");
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+}
+
+TEST(BrimbleMCPOutputs, ProcessGifNeverReplacesAPipeALinksTargetOrAFileThatIsNoOutput) {
+  testing::TempDirectory tmp;
+  const fs::path input = tmp / "in.gif";
+  writeTestGIF(input, 4);
+  const fs::path fifo = tmp / "pipe.gif";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  const fs::path victim = tmp / "notes.txt";
+  testing::writeFile(victim, "the user's notes\n");
+  const fs::path link = tmp / "link.gif";
+  fs::create_symlink(victim, link);
+  const fs::path dotfile = tmp / ".bashrc";
+  testing::writeFile(dotfile, "alias ll='ls -l'\n");
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, kNoDisplay);
+  server.callTool(1, "process_gif", {{"input", input.string()}, {"output", fifo.string()}});
+  EXPECT_EQ(toolReply(server.next(20s)),
+            std::make_pair("cannot write " + fifo.string() + ": it is not a regular file", true));
+  server.callTool(2, "process_gif", {{"input", input.string()}, {"output", link.string()}});
+  EXPECT_EQ(toolReply(server.next(20s)),
+            std::make_pair("cannot write " + link.string() +
+                               ": it is a symbolic link (name the file itself to replace it)",
+                           true));
+  server.callTool(3, "process_gif", {{"input", input.string()}, {"output", dotfile.string()}});
+  EXPECT_EQ(toolReply(server.next(20s)),
+            std::make_pair("cannot write " + dotfile.string() +
+                               ": it exists and is not an image or video, so it is not replaced",
+                           true));
+  // The same rule for a render: nothing to render is looked at after the output.
+  server.callTool(4, "process_gif",
+                  {{"input", input.string()}, {"output", (tmp / "no" / "x.gif").string()}});
+  EXPECT_EQ(toolReply(server.next(20s)).first, "cannot write " + (tmp / "no" / "x.gif").string() +
+                                                   ": the folder " + (tmp / "no").string() +
+                                                   " does not exist");
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+  EXPECT_TRUE(fs::is_fifo(fifo));
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_EQ(testing::readFile(victim), "the user's notes\n");
+  EXPECT_EQ(testing::readFile(dotfile), "alias ll='ls -l'\n");
+}
+
+TEST(BrimbleMCPOutputs, ProcessGifWithoutAnOutputWritesBesideTheInputAndKeepsIt) {
+  testing::TempDirectory tmp;
+  const fs::path input = tmp / "clip.gif";
+  writeTestGIF(input, 6);
+  const std::string original = testing::readFile(input);
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, kNoDisplay);
+  server.callTool(1, "process_gif", {{"input", input.string()}, {"speed", 2}});
+  const auto [text, isError] = toolReply(server.next(60s));
+  ASSERT_FALSE(isError) << text;
+  const fs::path written = tmp / "clip.processed.gif";
+  EXPECT_EQ(json::parse(text)["path"], written.string());
+  EXPECT_EQ(testing::readFile(input), original);
+  const auto decoded = testing::decodeGIFFile(written);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->width, 32);
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+TEST(BrimbleMCPOutputs, CaptureStillTakesTheSameRuleAndARegionAtTheScreensEdge) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server", "--headless"});
+  const fs::path still = tmp / "edge.png";
+  // Spelled as record_region spells a region, and at x=0, y=0.
+  server.callTool(1, "capture_still",
+                  {{"region", {{"x", 0}, {"y", 0}, {"width", 64}, {"height", 48}}},
+                   {"output", still.string()}});
+  const auto [text, isError] = toolReply(server.next(60s));
+  ASSERT_FALSE(isError) << text;
+  const Image image = testing::readPNG(still);
+  EXPECT_EQ(image.width(), 64);
+  EXPECT_EQ(image.height(), 48);
+  const fs::path fifo = tmp / "pipe.png";
+  ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+  server.callTool(
+      2, "capture_still",
+      {{"region", {{"x", 0}, {"y", 0}, {"w", 16}, {"h", 16}}}, {"output", fifo.string()}});
+  EXPECT_EQ(toolReply(server.next(30s)),
+            std::make_pair("cannot write " + fifo.string() + ": it is not a regular file", true));
+  server.callTool(
+      3, "capture_still",
+      {{"region", {{"x", 0}, {"y", 0}, {"w", 0}, {"h", 16}}}, {"output", still.string()}});
+  EXPECT_EQ(toolReply(server.next(30s)),
+            std::make_pair(std::string("region requires numbers x, y (0 is the screen's edge) and "
+                                       "w, h greater than 0"),
+                           true));
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+  EXPECT_TRUE(fs::is_fifo(fifo));
+}
+
+TEST(BrimbleMCPStatus, ReportsTheBuildsVersionEverywhereAndNoMadeUpAddress) {
+  testing::TempDirectory tmp;
+  const std::string version = testing::brimbleVersion();
+  ASSERT_FALSE(version.empty());
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, kNoDisplay);
+  EXPECT_EQ(server.initialized()["result"]["serverInfo"],
+            json({{"name", "brimble"}, {"version", version}}));
+  server.callTool(1, "brimble_status", json::object());
+  const json status = json::parse(toolReply(server.next(20s)).first);
+  EXPECT_EQ(status["cli_version"], version);
+  EXPECT_FALSE(status.contains("install_url")) << status.dump();
+  EXPECT_EQ(status.dump().find("http"), std::string::npos) << status.dump();
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+TEST(BrimbleMCPArguments, AWrongTypeIsAnErrorNotADefault) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, kNoDisplay);
+  struct Case {
+    std::string tool;
+    json arguments;
+    std::string expected;
+  };
+  const std::vector<Case> cases = {
+      {"click", {{"x", "100"}, {"y", "200"}}, "'x' must be a number (got a string)"},
+      {"click",
+       {{"x", 100}},
+       "'x' and 'y' go together: give both, or neither to click at the pointer"},
+      {"click", {{"x", 1e12}, {"y", 5}}, "'x' is out of range (got 1000000000000)"},
+      {"type_text", {{"text", "hi"}, {"enter", "yes"}}, "'enter' must be a boolean (got a string)"},
+      {"scroll",
+       {{"direction", "down"}, {"ticks", "3"}},
+       "'ticks' must be a number (got a string)"},
+      {"key_press", {{"key", json::array({"ctrl", "c"})}}, "'key' must be a string (got an array)"},
+      {"render_gif", {{"session_id", 7}}, "'session_id' must be a string (got a number)"},
+  };
+  int id = 1;
+  for (const Case& each : cases) {
+    server.callTool(id, each.tool, each.arguments);
+    EXPECT_EQ(toolReply(server.next(20s)), std::make_pair(each.expected, true)) << each.tool;
+    ++id;
+  }
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+TEST(BrimbleMCPArguments, TypeTextRefusesAnUnboundedTextAtOnce) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, kNoDisplay);
+  // Characters, not bytes: 10000 two-byte characters are within the bound.
+  std::string accented;
+  for (int i = 0; i < 10000; ++i) {
+    accented += "\xC3\xA9";
+  }
+  server.callTool(1, "type_text", {{"text", accented}, {"delay", "0"}});
+  EXPECT_EQ(toolReply(server.next(20s)),
+            std::make_pair(std::string("'delay' must be a number (got a string)"), true));
+  server.callTool(2, "type_text", {{"text", std::string(5'000'000, 'y')}});
+  EXPECT_EQ(toolReply(server.next(20s)),
+            std::make_pair(std::string("text is too long: 5000000 characters, at most 10000 per "
+                                       "call (split it across calls)"),
+                           true));
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+TEST(BrimbleMCPProtocol, AnswersPingWhileALongToolRuns) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path(), {BRIMBLE_MCP_TEST_SERVER});
+  server.callTool(1, "sleep", {{"seconds", 4}});
+  std::this_thread::sleep_for(300ms);
+  const auto sent = std::chrono::steady_clock::now();
+  server.send({{"jsonrpc", "2.0"}, {"id", 2}, {"method", "ping"}});
+  EXPECT_EQ(server.next(20s), json::parse(R"({"jsonrpc":"2.0","id":2,"result":{}})"));
+  EXPECT_LT(std::chrono::steady_clock::now() - sent, 2s);
+  EXPECT_EQ(server.next(20s)["id"], 1);
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
+TEST(BrimbleMCPScripts, ValidateQuotesLinesOnlyOfAFileThatIsAScript) {
+  testing::TempDirectory tmp;
+  const fs::path binary = tmp / "key.bin";
+  testing::writeFile(binary, std::string("secret-\xff\xfe-token\nwait 1\n"));
+  const fs::path unlexable = tmp / "shadow";
+  testing::writeFile(unlexable, "\"$6$secrethash:19000\n");
+  const fs::path script = tmp / "demo.brim";
+  testing::writeFile(script, "set fps 30\nbogus 1\n");
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, kNoDisplay);
+  server.callTool(1, "validate_script", {{"file", binary.string()}});
+  EXPECT_EQ(toolReply(server.next(20s)),
+            std::make_pair(binary.string() + " is not a .brim script: it is not UTF-8 text", true));
+  server.callTool(2, "validate_script", {{"file", unlexable.string()}});
+  EXPECT_EQ(toolReply(server.next(20s)),
+            std::make_pair(unlexable.string() + " is not a .brim script: line 1 is not script text",
+                           true));
+  server.callTool(3, "execute_script", {{"file", unlexable.string()}});
+  EXPECT_EQ(toolReply(server.next(20s)).first.find("secrethash"), std::string::npos);
+  // A script's own mistakes still point at the line.
+  server.callTool(4, "validate_script", {{"file", script.string()}});
+  const json checked = json::parse(toolReply(server.next(20s)).first);
+  EXPECT_EQ(checked["valid"], false);
+  EXPECT_NE(checked["error"].get<std::string>().find("bogus"), std::string::npos) << checked;
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
 }
 
 }  // namespace

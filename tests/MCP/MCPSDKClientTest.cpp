@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/RunCommand.h"
 
 namespace brimble {
 namespace {
@@ -70,33 +71,36 @@ TEST(MCPSDKClient, TalksToTheServerLikeAHost) {
 
 TEST(MCPSDKClient, ConnectsToBrimbleMCPServer) {
   const json seen = runSDKClient("basic", {BRIMBLE_BINARY, "mcp-server"});
-  EXPECT_EQ(seen["serverVersion"], json::parse(R"({"name":"brimble","version":"1.0.0"})"));
+  const std::string version = testing::brimbleVersion();
+  EXPECT_EQ(seen["serverVersion"], json({{"name", "brimble"}, {"version", version}}));
   EXPECT_EQ(seen["serverCapabilities"], json::parse(R"({"tools":{},"resources":{}})"));
   std::vector<std::string> toolNames;
   for (const json& tool : seen["tools"]["tools"]) {
     toolNames.push_back(tool["name"]);
   }
   EXPECT_EQ(toolNames,
-            (std::vector<std::string>{
-                "list_windows", "open_app", "focus_app", "list_settings", "list_commands",
-                "check_permissions", "brimble_status", "type_text", "click", "move_cursor",
-                "key_press", "scroll", "start_recording", "record_region", "stop_recording",
-                "pause_recording", "resume_recording", "record_simulator", "capture_still",
-                "render_gif", "process_gif", "discard_recording", "execute_script",
-                "validate_script", "list_elements", "resolve_target"}));
+            (std::vector<std::string>{"list_windows",      "open_app",         "focus_app",
+                                      "list_settings",     "list_commands",    "check_permissions",
+                                      "brimble_status",    "type_text",        "click",
+                                      "move_cursor",       "key_press",        "scroll",
+                                      "start_recording",   "record_region",    "stop_recording",
+                                      "pause_recording",   "resume_recording", "record_simulator",
+                                      "capture_still",     "render_gif",       "process_gif",
+                                      "discard_recording", "execute_script",   "validate_script",
+                                      "list_elements",     "resolve_target"}));
   std::vector<std::string> uris;
   for (const json& resource : seen["resources"]["resources"]) {
     uris.push_back(resource["uri"]);
   }
-  EXPECT_EQ(uris, (std::vector<std::string>{
-                      "brimble://docs/scripting-reference", "brimble://examples/{name}",
-                      "brimble://schema/settings", "brimble://status/permissions",
-                      "brimble://recordings", "gif://library", "gif://{path}", "script://library",
-                      "script://library/{name}"}));
+  EXPECT_EQ(uris,
+            (std::vector<std::string>{
+                "brimble://docs/scripting-reference", "brimble://examples/{name}",
+                "brimble://schema/settings", "brimble://status/permissions", "brimble://recordings",
+                "gif://library", "gif://{path}", "script://library", "script://library/{name}"}));
   EXPECT_EQ(seen["ping"], json::object());
-  EXPECT_EQ(seen["stderr"],
-            "[Brimble MCP] Server starting (brimble v1.0.0)\n[Brimble MCP] Client initialized\n"
-            "[Brimble MCP] EOF on stdin, shutting down\n");
+  EXPECT_EQ(seen["stderr"], "[Brimble MCP] Server starting (brimble v" + version +
+                                ")\n[Brimble MCP] Client initialized\n"
+                                "[Brimble MCP] EOF on stdin, shutting down\n");
 }
 
 }  // namespace

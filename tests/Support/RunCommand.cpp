@@ -42,4 +42,15 @@ std::string brimbleWithStderr(const std::string& arguments) {
   return brimbleCommand(arguments + " 2>&1");
 }
 
+std::string brimbleVersion() {
+  const CommandResult result = runCommand(brimbleCommand("--version"));
+  const std::string prefix = "brimble ";
+  if (result.exitCode != 0 || !result.output.starts_with(prefix)) {
+    return "";
+  }
+  std::string version = result.output.substr(prefix.size());
+  version.erase(version.find_last_not_of('\n') + 1);
+  return version;
+}
+
 }  // namespace brimble::testing

@@ -21,4 +21,7 @@ std::string brimbleCommand(const std::string& arguments);
 /// brimbleCommand with the command's standard error joined to its standard output.
 std::string brimbleWithStderr(const std::string& arguments);
 
+/// The version this build's `brimble --version` prints ("0.1.0"); empty when it fails.
+std::string brimbleVersion();
+
 }  // namespace brimble::testing

@@ -34,10 +34,11 @@ TEST(BrimbleMCPServer, AHostThatStopsReadingEndsTheServerCleanly) {
     ended = host.wait(100ms);
   }
   EXPECT_EQ(ended, 0);
-  EXPECT_EQ(host.errorOutput(),
-            "[Brimble MCP] Server starting (brimble v1.0.0)\n"
-            "[Brimble MCP] Failed to write response: the output is closed\n"
-            "[Brimble MCP] Output closed, shutting down\nexit 0\n");
+  EXPECT_EQ(host.errorOutput(), "[Brimble MCP] Server starting (brimble v" +
+                                    testing::brimbleVersion() +
+                                    ")\n"
+                                    "[Brimble MCP] Failed to write response: the output is closed\n"
+                                    "[Brimble MCP] Output closed, shutting down\nexit 0\n");
 }
 
 TEST(BrimbleMCPInstall, InstallsIntoDetectedHostsReportsAndRemovesAgain) {

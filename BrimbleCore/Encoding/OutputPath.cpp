@@ -1,4 +1,4 @@
-#include "cli/OutputPath.h"
+#include "BrimbleCore/Encoding/OutputPath.h"
 
 #include <cerrno>
 #include <cstring>
@@ -8,27 +8,18 @@
 
 #include "BrimbleCore/Support/Text.h"
 
-namespace brimble::cli {
+namespace brimble {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string cannotWrite(const fs::path& output) {
+std::string cannotWriteOutput(const fs::path& output) {
   return "cannot write " + output.string() + ": ";
 }
 
-/// What a write to `output` replaces: the end of its chain of symbolic links.
-fs::path linkTarget(fs::path output) {
+bool isOutputLink(const fs::path& output) {
   std::error_code error;
-  // As many links as the kernel follows before it gives up with ELOOP.
-  for (int hops = 0; hops < 40 && fs::is_symlink(output, error); ++hops) {
-    const fs::path link = fs::read_symlink(output, error);
-    if (error) {
-      break;
-    }
-    output = link.is_absolute() ? link : output.parent_path() / link;
-  }
-  return output;
+  return fs::is_symlink(fs::symlink_status(output, error));
 }
 
 }  // namespace
@@ -42,39 +33,52 @@ OutputPathError OutputPathError::unknownFormat(const std::string& description) {
 }
 
 OutputPathError OutputPathError::isAFolder(const fs::path& output) {
-  return {Code::isAFolder, cannotWrite(output) + "it is a folder"};
+  return {Code::isAFolder, cannotWriteOutput(output) + "it is a folder"};
 }
 
 OutputPathError OutputPathError::notARegularFile(const fs::path& output) {
-  return {Code::notARegularFile, cannotWrite(output) + "it is not a regular file"};
+  return {Code::notARegularFile, cannotWriteOutput(output) + "it is not a regular file"};
+}
+
+OutputPathError OutputPathError::isALink(const fs::path& output) {
+  return {Code::isALink,
+          cannotWriteOutput(output) + "it is a symbolic link (name the file itself to replace it)"};
+}
+
+OutputPathError OutputPathError::notAnOutput(const fs::path& output) {
+  return {Code::notAnOutput, cannotWriteOutput(output) +
+                                 "it exists and is not an image or video, so it is not replaced"};
 }
 
 OutputPathError OutputPathError::folderMissing(const fs::path& output, const fs::path& folder) {
   return {Code::folderMissing,
-          cannotWrite(output) + "the folder " + folder.string() + " does not exist"};
+          cannotWriteOutput(output) + "the folder " + folder.string() + " does not exist"};
 }
 
 OutputPathError OutputPathError::notAFolder(const fs::path& output, const fs::path& file) {
-  return {Code::notAFolder, cannotWrite(output) + file.string() + " is not a folder"};
+  return {Code::notAFolder, cannotWriteOutput(output) + file.string() + " is not a folder"};
 }
 
 OutputPathError OutputPathError::notWritable(const fs::path& output, const fs::path& folder,
                                              int error) {
-  return {Code::notWritable, cannotWrite(output) + "the folder " + folder.string() +
+  return {Code::notWritable, cannotWriteOutput(output) + "the folder " + folder.string() +
                                  " is not writable (" + std::strerror(error) + ")"};
 }
 
 void checkWritable(const fs::path& output) {
-  const fs::path target = linkTarget(output);
   std::error_code error;
-  const fs::file_status status = fs::status(target, error);
+  const fs::file_status status = fs::symlink_status(output, error);
+  // A finished file is renamed over the link's target, which may be any file at all.
+  if (fs::is_symlink(status)) {
+    throw OutputPathError::isALink(output);
+  }
   if (fs::is_directory(status)) {
     throw OutputPathError::isAFolder(output);
   }
   if (fs::exists(status) && !fs::is_regular_file(status)) {
     throw OutputPathError::notARegularFile(output);
   }
-  const fs::path folder = target.has_parent_path() ? target.parent_path() : fs::path(".");
+  const fs::path folder = output.has_parent_path() ? output.parent_path() : fs::path(".");
   if (!fs::exists(fs::status(folder, error))) {
     // The nearest folder that exists tells a missing folder from a file in the way.
     fs::path existing = folder;
@@ -101,7 +105,7 @@ OutputFormat checkAnimationOutput(const std::string& formatOption, const fs::pat
                                   bool formatOptionExists) {
   std::error_code error;
   // A folder given as the output is the mistake to name, not its missing extension.
-  if (fs::is_directory(linkTarget(output), error)) {
+  if (!isOutputLink(output) && fs::is_directory(output, error)) {
     throw OutputPathError::isAFolder(output);
   }
   std::optional<OutputFormat> format;
@@ -122,6 +126,10 @@ OutputFormat checkAnimationOutput(const std::string& formatOption, const fs::pat
     }
   }
   checkWritable(output);
+  if (fs::is_regular_file(fs::symlink_status(output, error)) &&
+      !outputFormatFromExtension(output.extension().string())) {
+    throw OutputPathError::notAnOutput(output);
+  }
   return *format;
 }
 
@@ -133,4 +141,4 @@ void checkPNGOutput(const fs::path& output) {
   checkWritable(output);
 }
 
-}  // namespace brimble::cli
+}  // namespace brimble

@@ -37,9 +37,9 @@ TEST(MCPResources, AnUnknownExampleNamesTheFiveThatExist) {
   }
 }
 
-TEST(MCPResources, PermissionStatusIsTheDesignedTextWithThePlatformsNote) {
+TEST(MCPResources, PermissionStatusIsTheFixedTextWithThePlatformsNote) {
   // The screen's note is the platform's own (the X11 wording is checked end to end against the
-  // real server); the accessibility note is the designed one.
+  // real server); the accessibility note is the same on every platform.
   PlatformTexts texts;
   texts.screenRecordingNotGranted = "Not granted — no screen here.";
   EXPECT_EQ(MCPResources::permissionStatus(texts, false, false),

@@ -27,18 +27,32 @@ struct Source {
   fs::path file;  // empty for inline source
 };
 
-/// Fails unless a file's text is a script: UTF-8 that lexes. Errors about a script quote its lines;
-/// any other file named here (a key, a password file) must not have its lines shown to the caller,
-/// so the failure names only the file and the line number.
-void requireScript(const std::string& file, const std::string& text) {
+/// Fails unless a file's text is a script. Errors about a script quote its lines; any other file
+/// named here (a key, a password file) must not have its lines shown to the caller, so the failure
+/// names only the file and the line number. Text that lexes is not enough: a password file's lines
+/// lex as words, so a file not named as a script must also parse before any of its lines is quoted.
+void requireScript(const fs::path& path, const std::string& file, const std::string& text) {
+  const auto notAScript = [&file](std::string_view why) {
+    fail(file + " is not a .brim script: " + std::string(why));
+  };
   if (!isValidUTF8(text)) {
-    fail(file + " is not a .brim script: it is not UTF-8 text");
+    notAScript("it is not UTF-8 text");
   }
   try {
     ScriptLexer::tokenizeLocated(text);
   } catch (const ScriptError& error) {
-    fail(file + " is not a .brim script: line " + std::to_string(error.line()) +
-         " is not script text");
+    notAScript("line " + std::to_string(error.line()) + " is not script text");
+  }
+  const std::string extension = lowercased(path.extension().string());
+  if (extension == ".brim" || extension == ".tape") {
+    return;
+  }
+  try {
+    validate(text);
+  } catch (const ScriptError& error) {
+    notAScript("line " + std::to_string(error.line()) + " is not a Brimble command");
+  } catch (const std::exception&) {
+    notAScript("it does not parse as a script");
   }
 }
 
@@ -60,7 +74,7 @@ Source scriptSource(const Arguments& arguments) {
   if (!stream || !(text << stream.rdbuf())) {
     fail("Failed to read file: " + *file);
   }
-  requireScript(*file, text.str());
+  requireScript(path, *file, text.str());
   return {text.str(), path};
 }
 

@@ -606,6 +606,9 @@ TEST(BrimbleMCPScripts, ValidateQuotesLinesOnlyOfAFileThatIsAScript) {
   testing::writeFile(binary, std::string("secret-\xff\xfe-token\nwait 1\n"));
   const fs::path unlexable = tmp / "shadow";
   testing::writeFile(unlexable, "\"$6$secrethash:19000\n");
+  // A real password file's lines lex as words; only parsing tells them from a script.
+  const fs::path passwords = tmp / "passwd-";
+  testing::writeFile(passwords, "root:$6$secrethash:19000:0:99999:7:::\n");
   const fs::path script = tmp / "demo.brim";
   testing::writeFile(script, "set fps 30\nbogus 1\n");
   MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, kNoDisplay);
@@ -616,8 +619,14 @@ TEST(BrimbleMCPScripts, ValidateQuotesLinesOnlyOfAFileThatIsAScript) {
   EXPECT_EQ(toolReply(server.next(20s)),
             std::make_pair(unlexable.string() + " is not a .brim script: line 1 is not script text",
                            true));
-  server.callTool(3, "execute_script", {{"file", unlexable.string()}});
-  EXPECT_EQ(toolReply(server.next(20s)).first.find("secrethash"), std::string::npos);
+  for (const fs::path& file : {unlexable, passwords}) {
+    for (const char* tool : {"execute_script", "validate_script"}) {
+      server.callTool(3, tool, {{"file", file.string()}});
+      const auto [text, isError] = toolReply(server.next(20s));
+      EXPECT_TRUE(isError) << tool << " " << file;
+      EXPECT_EQ(text.find("secrethash"), std::string::npos) << tool << ": " << text;
+    }
+  }
   // A script's own mistakes still point at the line.
   server.callTool(4, "validate_script", {{"file", script.string()}});
   const json checked = json::parse(toolReply(server.next(20s)).first);

@@ -95,15 +95,44 @@ constexpr const char* kTerminalResources[] = {
     "color15: #f4f0e8",
 };
 
+// The temporary directory is the user's to name: a quote or a space in it must stay part of the
+// path.
+std::string shellQuoted(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) {
+    quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  }
+  return quoted + "'";
+}
+
+// D-Bus addresses escape every byte outside a small safe set as %XX.
+std::string busAddressValue(const std::string& text) {
+  static constexpr std::string_view kSafe =
+      "-_/.\\*0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ";
+  std::string escaped;
+  for (const char c : text) {
+    if (kSafe.find(c) != std::string_view::npos) {
+      escaped += c;
+    } else {
+      static constexpr std::string_view kHex = "0123456789abcdef";
+      const auto byte = static_cast<unsigned char>(c);
+      escaped += '%';
+      escaped += kHex[byte >> 4];
+      escaped += kHex[byte & 0xf];
+    }
+  }
+  return escaped;
+}
+
 // The shell those terminals run: the user's dotfiles are left out, since a prompt full of host
 // names, or a start-up file that waits on a lock, spoils a demo, and typed commands stay out of
 // the user's history. A short coloured prompt shows the folder.
 std::string demoShell(const std::filesystem::path& bashrc) {
   return "#!/bin/sh\n"
          "if command -v bash >/dev/null 2>&1; then\n"
-         "  exec bash --noprofile --rcfile '" +
-         bashrc.string() +
-         "' -i\n"
+         "  exec bash --noprofile --rcfile " +
+         shellQuoted(bashrc.string()) +
+         " -i\n"
          "fi\n"
          "PS1='$ ' exec /bin/sh -i\n";
 }
@@ -410,7 +439,7 @@ void HeadlessDisplay::startSessionBus() {
   // socket's name (108 bytes with the "dbus-XXXXXXXXXX" it adds).
   const std::string runtime = (sessionDirectory_ / "runtime").string();
   if (runtime.size() < 80) {
-    arguments.push_back("--address=unix:dir=" + runtime);
+    arguments.push_back("--address=unix:dir=" + busAddressValue(runtime));
   }
   bus_ = Subprocess::spawn(arguments, {.dieWithParent = true,
                                        .inheritedFd = address.write.get(),

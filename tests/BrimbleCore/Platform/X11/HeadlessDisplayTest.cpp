@@ -9,6 +9,7 @@
 #include "BrimbleCore/Platform/X11/XDisplay.h"
 #include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/RunCommand.h"
+#include "tests/Support/TempDirectory.h"
 #include "tests/Support/X11Helpers.h"
 
 namespace brimble::x11 {
@@ -75,6 +76,31 @@ TEST(HeadlessDisplay, KeepsAcceptingClientsWhenTheLastOneLeaves) {
   const auto second = HeadlessDisplay::start({.sessionBus = false, .windowManager = false});
   EXPECT_NE(second->displayName(), display->displayName());
   EXPECT_TRUE(openDisplay(second->displayName()));
+}
+
+TEST(HeadlessDisplay, RunsInATemporaryDirectoryWhoseNameHasSpacesQuotesAndDollars) {
+  testing::TempDirectory base;
+  const std::filesystem::path odd = base / "my tmp's $HOME";
+  std::filesystem::create_directory(odd);
+  const char* before = std::getenv("TMPDIR");
+  const std::string previous = before != nullptr ? before : "";
+  ::setenv("TMPDIR", odd.c_str(), 1);
+  {
+    const auto display = HeadlessDisplay::start();
+    EXPECT_EQ(display->sessionDirectory().parent_path(), odd);
+    const auto bus = testing::runCommand(
+        "dbus-send --bus=" + testing::shellQuote(display->busAddress()) +
+        " --print-reply --dest=org.freedesktop.DBus / org.freedesktop.DBus.GetId 2>&1");
+    EXPECT_EQ(bus.exitCode, 0) << bus.output;
+    const auto shell = testing::runCommand(
+        "echo 'echo \"[$PS1]\"; exit' | " +
+        testing::shellQuote((display->sessionDirectory() / "demo-shell").string()) + " 2>&1");
+    EXPECT_THAT(shell.output, ::testing::HasSubstr("[\\[\\e[1;38;5;110m\\]\\W"));
+  }
+  ::setenv("TMPDIR", previous.c_str(), 1);
+  if (previous.empty()) {
+    ::unsetenv("TMPDIR");
+  }
 }
 
 }  // namespace

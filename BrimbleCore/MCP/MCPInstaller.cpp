@@ -12,7 +12,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include "BrimbleCore/MCP/JSONValue.h"
+#include "BrimbleCore/MCP/HostConfigText.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/FileIO.h"
 #include "BrimbleCore/Support/SystemError.h"
@@ -21,8 +21,7 @@
 namespace brimble {
 namespace {
 
-// Hosts' files keep their key order through an edit.
-using Document = nlohmann::ordered_json;
+using Document = HostConfigText::Document;
 
 constexpr const char* kEntryName = "brimble";
 
@@ -30,35 +29,6 @@ constexpr const char* kEntryName = "brimble";
 struct ConfigProblem {
   std::string message;
 };
-
-/// A host's configuration as read, with what it takes to write it back in the same layout.
-struct ConfigFile {
-  Document root = Document::object();
-  int indent = 2;  // -1: the file was on one line
-  char indentChar = ' ';
-  bool endsWithNewline = true;
-};
-
-// Keep the file's own indentation (the first indented line decides) so an edit changes only
-// the lines it must.
-void takeLayout(const std::string& text, ConfigFile& config) {
-  config.endsWithNewline = text.ends_with('\n');
-  const auto newline = text.find('\n');
-  if (newline == std::string::npos || newline + 1 == text.size()) {
-    config.indent = -1;
-    return;
-  }
-  for (auto at = newline; at != std::string::npos; at = text.find('\n', at + 1)) {
-    const char first = at + 1 < text.size() ? text[at + 1] : '\n';
-    if (first == '\t' || first == ' ') {
-      const auto end = text.find_first_not_of(first, at + 1);
-      const auto width = (end == std::string::npos ? text.size() : end) - (at + 1);
-      config.indentChar = first;
-      config.indent = static_cast<int>(std::min<std::size_t>(width, 8));
-      return;
-    }
-  }
-}
 
 /// The file's bytes; no value when it does not exist.
 std::optional<std::string> readFileBytes(const std::filesystem::path& file) {
@@ -77,37 +47,18 @@ std::optional<std::string> readFileBytes(const std::filesystem::path& file) {
   return text;
 }
 
-ConfigFile readConfig(const std::filesystem::path& file) {
-  ConfigFile config;
-  const std::optional<std::string> bytes = readFileBytes(file);
-  if (!bytes) {
-    return config;
-  }
-  const std::string& text = *bytes;
-  // An empty file holds nothing to lose, so it counts as an empty object.
-  if (text.find_first_not_of(" \t\r\n") == std::string::npos) {
-    return config;
-  }
+/// A host's file as it is, or an empty one when it does not exist yet.
+HostConfigText readConfig(const std::filesystem::path& file) {
   try {
-    config.root = Document::parse(text);
-  } catch (const Document::exception& error) {
-    throw ConfigProblem{file.string() + " is not valid JSON (" +
-                        describeJSONParseError(error.what()) + "); left it unchanged"};
+    return HostConfigText(readFileBytes(file).value_or(""));
+  } catch (const HostConfigError& error) {
+    throw ConfigProblem{file.string() + " " + error.what() + "; left it unchanged"};
   }
-  if (!config.root.is_object()) {
-    throw ConfigProblem{file.string() + " does not hold a JSON object; left it unchanged"};
-  }
-  takeLayout(text, config);
-  return config;
 }
 
-void writeConfig(const std::filesystem::path& file, const ConfigFile& config) {
-  std::string text = config.root.dump(config.indent, config.indentChar);
-  if (config.endsWithNewline) {
-    text += '\n';
-  }
+void writeConfig(const std::filesystem::path& file, const HostConfigText& config) {
   // New files may later hold a host's secrets (server environments), so only the user reads them.
-  writeFileAtomically(file, text, 0600);
+  writeFileAtomically(file, config.text(), 0600);
 }
 
 Document entryFor(MCPClient client, const std::string& shimPath) {
@@ -203,10 +154,17 @@ std::vector<MCPInstallResult> MCPInstaller::uninstall(const std::vector<MCPClien
   for (const MCPClient client : clients) {
     results.push_back(unregisterClient(client));
   }
+  // A file that could not be edited may still run the shim: while any host's file so much as
+  // names it, the shim stays.
   const std::string shimPath = shim_.path().string();
   bool shimInUse = false;
   for (const MCPClient client : MCPClient::all()) {
-    shimInUse = shimInUse || registeredCommand(client) == shimPath;
+    try {
+      const auto text = readFileBytes(client.configFile(homeDirectory_));
+      shimInUse = shimInUse || (text && text->find(shimPath) != std::string::npos);
+    } catch (const std::exception&) {
+      shimInUse = true;
+    }
   }
   if (!shimInUse) {
     try {
@@ -222,28 +180,26 @@ MCPInstallResult MCPInstaller::registerClient(MCPClient client) const {
   const std::filesystem::path file = client.configFile(homeDirectory_);
   const std::string prefix = std::string(client.displayName()) + ": ";
   try {
-    ConfigFile config = readConfig(file);
+    HostConfigText config = readConfig(file);
     const std::string key(client.serversKey());
-    Document& root = config.root;
-    if (!root.contains(key)) {
-      root[key] = Document::object();
-    }
-    Document& servers = root[key];
-    if (!servers.is_object()) {
+    const auto servers = config.value().find(key);
+    if (servers != config.value().end() && !servers->is_object()) {
       throw ConfigProblem{"\"" + key + "\" in " + file.string() +
                           " is not an object; left the file unchanged"};
     }
     const std::string shimPath = shim_.path().string();
     const Document entry = entryFor(client, shimPath);
     bool upgraded = false;
-    if (const auto existing = servers.find(kEntryName); existing != servers.end()) {
-      if (*existing == entry) {
-        return MCPInstallResult::registered(client);
+    if (servers != config.value().end()) {
+      if (const auto existing = servers->find(kEntryName); existing != servers->end()) {
+        if (*existing == entry) {
+          return MCPInstallResult::registered(client);
+        }
+        const auto command = existing->is_object() ? existing->find("command") : existing->end();
+        upgraded = !(existing->is_object() && command != existing->end() && *command == shimPath);
       }
-      const auto command = existing->is_object() ? existing->find("command") : existing->end();
-      upgraded = !(existing->is_object() && command != existing->end() && *command == shimPath);
     }
-    servers[kEntryName] = entry;
+    config.setMember(key, kEntryName, entry);
     std::error_code error;
     std::filesystem::create_directories(file.parent_path(), error);
     if (error) {
@@ -261,16 +217,15 @@ MCPInstallResult MCPInstaller::registerClient(MCPClient client) const {
 MCPInstallResult MCPInstaller::unregisterClient(MCPClient client) const {
   const std::filesystem::path file = client.configFile(homeDirectory_);
   try {
-    ConfigFile config = readConfig(file);
-    const auto servers = config.root.find(std::string(client.serversKey()));
-    if (servers == config.root.end() || !servers->is_object() || !servers->contains(kEntryName)) {
+    HostConfigText config = readConfig(file);
+    if (!config.removeMember(client.serversKey(), kEntryName)) {
       return MCPInstallResult::notRegistered(client);
     }
-    servers->erase(kEntryName);
     std::error_code linkError;
-    // The installer never makes links: a linked file is the user's (a dotfiles folder).
-    if (holdsOnlyEmptyServers(config.root, std::string(client.serversKey())) &&
-        !std::filesystem::is_symlink(file, linkError)) {
+    // The installer never makes links or comments: a linked file (a dotfiles folder) or one with
+    // notes in it is the user's.
+    if (holdsOnlyEmptyServers(config.value(), std::string(client.serversKey())) &&
+        !config.hasComments() && !std::filesystem::is_symlink(file, linkError)) {
       removeCreatedFile(file, homeDirectory_);
     } else {
       writeConfig(file, config);
@@ -286,9 +241,9 @@ MCPInstallResult MCPInstaller::unregisterClient(MCPClient client) const {
 
 std::optional<std::string> MCPInstaller::registeredCommand(MCPClient client) const {
   try {
-    const ConfigFile config = readConfig(client.configFile(homeDirectory_));
-    const auto servers = config.root.find(std::string(client.serversKey()));
-    if (servers == config.root.end() || !servers->is_object()) {
+    const HostConfigText config = readConfig(client.configFile(homeDirectory_));
+    const auto servers = config.value().find(std::string(client.serversKey()));
+    if (servers == config.value().end() || !servers->is_object()) {
       return std::nullopt;
     }
     const auto entry = servers->find(kEntryName);
@@ -309,9 +264,9 @@ std::optional<std::string> MCPInstaller::registeredCommand(MCPClient client) con
 
 bool MCPInstaller::isRegistered(MCPClient client) const {
   try {
-    const ConfigFile config = readConfig(client.configFile(homeDirectory_));
-    const auto servers = config.root.find(std::string(client.serversKey()));
-    return servers != config.root.end() && servers->is_object() && servers->contains(kEntryName);
+    const HostConfigText config = readConfig(client.configFile(homeDirectory_));
+    const auto servers = config.value().find(std::string(client.serversKey()));
+    return servers != config.value().end() && servers->is_object() && servers->contains(kEntryName);
   } catch (const ConfigProblem&) {
     return false;
   } catch (const std::exception&) {

@@ -40,10 +40,11 @@ struct MCPClientStatus {
 };
 
 /// Registers the MCP server with the hosts of one home directory by editing their JSON
-/// configuration: the entry "brimble" under the host's servers key runs the shim. Files are
-/// replaced atomically and keep their mode; a file that is not a valid JSON object is never
-/// rewritten (that host gets an error result, the file stays byte for byte). Every other key and
-/// server is kept. Per-host failures never stop the other hosts.
+/// configuration: the entry "brimble" under the host's servers key runs the shim. Only the entry's
+/// bytes change (comments and trailing commas, which some hosts allow, stay); files are replaced
+/// atomically and keep their mode; a file that is not a valid JSON object is never rewritten (that
+/// host gets an error result, the file stays byte for byte). Every other key and server is kept.
+/// Per-host failures never stop the other hosts.
 ///
 /// Holds only paths: any thread, but runs against one home directory must not overlap.
 class MCPInstaller {
@@ -71,7 +72,8 @@ class MCPInstaller {
   /// is not touched). A file left holding nothing but the empty servers object is one the
   /// installer created: it is deleted, with the folders made for it that are now empty, so the
   /// host no longer counts as detected. Any other file keeps everything but the entry. The shim is
-  /// deleted once no host's entry points at it any more.
+  /// deleted once no host's file names it any more (a file
+  /// that could not be edited may still run it).
   std::vector<MCPInstallResult> uninstall(const std::vector<MCPClient>& clients);
 
   /// The `command` of the host's "brimble" entry; no value without an entry, for an entry

@@ -7,10 +7,6 @@
 namespace brimble {
 namespace {
 
-bool isBlank(char c) {
-  return c == ' ' || c == '\t';
-}
-
 constexpr std::string_view kBlanks = " \t";
 
 // The length of the line separator at `i`, or 0. Besides LF and CR these are the other

@@ -4,13 +4,10 @@
 
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 namespace {
-
-bool isBlank(char c) {
-  return c == ' ' || c == '\t';
-}
 
 bool isNameCharacter(char c) {
   return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';

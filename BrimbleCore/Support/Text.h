@@ -30,6 +30,11 @@ std::optional<DecodedCharacter> decodeUTF8Character(std::string_view text) noexc
 /// becomes U+FFFD.
 std::vector<char32_t> decodeUTF8(std::string_view text);
 
+/// A space or a tab: what separates words on a line.
+inline bool isBlank(char c) noexcept {
+  return c == ' ' || c == '\t';
+}
+
 /// Whether `bytes` is well-formed UTF-8 throughout.
 bool isValidUTF8(std::string_view bytes) noexcept;
 

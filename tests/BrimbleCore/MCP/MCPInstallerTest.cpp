@@ -69,9 +69,11 @@ TEST_F(MCPInstallerTest, AnEntryPointingElsewhereIsUpgradedAndAnUpToDateOneIsLef
   writeFile(file, R"({"mcpServers": {"brimble": {"command": "/usr/local/bin/brimble", )"
                   R"("args": ["mcp-server"], "env": {"A": "1"}}}})");
   EXPECT_EQ(install(Kind::cursor), "Upgraded Cursor entry to shim");
+  // Only the entry's bytes change.
+  EXPECT_EQ(readFile(file),
+            "{\"mcpServers\": {\"brimble\": {\"command\":\"" + shim() + "\",\"args\":[]}}}");
   const std::string upToDate =
       "{\"mcpServers\":{\"brimble\":{\"command\":\"" + shim() + "\",\"args\":[]}}}";
-  EXPECT_EQ(readFile(file), upToDate);
   // An entry that runs the shim with other fields is brought up to date, but not upgraded.
   writeFile(file, "{\"mcpServers\":{\"brimble\":{\"command\":\"" + shim() + "\",\"args\":[1]}}}");
   EXPECT_EQ(install(Kind::cursor), "Registered Cursor");
@@ -105,10 +107,9 @@ TEST_F(MCPInstallerTest, OtherServersKeysLayoutAndModeSurviveInstallAndUninstall
 
 TEST(MCPInstaller, AFileThatIsNotAJSONObjectIsNeverRewritten) {
   const std::pair<std::string, std::string> cases[] = {
-      // Hosts that allow comments would lose them.
-      {"// my servers\n{\"mcpServers\": {}}\n",
-       " is not valid JSON (syntax error while parsing value - invalid literal; last read: '/' at "
-       "line 1, column 1); left it unchanged"},
+      {"{\"mcpServers\": {} /* unfinished\n}",
+       " is not valid JSON (syntax error while parsing object - unexpected end of input; expected "
+       "'}' at line 2, column 2); left it unchanged"},
       {"[1, 2]", " does not hold a JSON object; left it unchanged"},
       {"{\"mcpServers\": []}", " is not an object; left the file unchanged"},
   };
@@ -130,6 +131,56 @@ TEST(MCPInstaller, AFileThatIsNotAJSONObjectIsNeverRewritten) {
     EXPECT_EQ(readFile(cursor), text);
     EXPECT_EQ(modeOf(cursor), fs::perms(0604));
   }
+}
+
+TEST_F(MCPInstallerTest, CommentsAndTrailingCommasStayThroughInstallAndUninstall) {
+  // As VS Code's own editor leaves the file: notes, a trailing comma, a commented-out server.
+  const std::string original =
+      "// my servers, see https://example.com/docs\n"
+      "{\n"
+      "  \"servers\": {\n"
+      "    /* \"old\": {\"command\": \"x\"}, */\n"
+      "    \"github\": {\"url\": \"https://example.com/mcp\"}, // work\n"
+      "  },\n"
+      "}\n";
+  const fs::path file = home_ / ".config/Code/User/mcp.json";
+  writeFile(file, original);
+  EXPECT_EQ(install(Kind::vscode), "Registered VS Code");
+  const std::string installed = readFile(file);
+  EXPECT_EQ(installed.substr(0, installed.find("\"github\"")),
+            original.substr(0, original.find("\"github\"")));
+  EXPECT_NE(installed.find("// work"), std::string::npos) << installed;
+  EXPECT_TRUE(installer_.isRegistered(Kind::vscode));
+  EXPECT_EQ(installer_.registeredCommand(Kind::vscode), shim());
+  EXPECT_EQ(install(Kind::vscode), "Registered VS Code");
+  EXPECT_EQ(readFile(file), installed) << "an up-to-date entry was rewritten";
+
+  // Another host keeps using the shim, so uninstalling VS Code alone keeps it; the file gets its
+  // very bytes back.
+  EXPECT_EQ(install(Kind::cursor), "Registered Cursor");
+  EXPECT_EQ(installer_.uninstall({Kind::vscode}).at(0).logLine(), "Unregistered VS Code");
+  EXPECT_EQ(readFile(file), original);
+  EXPECT_TRUE(fs::exists(shim()));
+
+  // A file of only notes and an empty servers object is still the user's.
+  writeFile(file, "{\"servers\": {}} // mine\n");
+  EXPECT_EQ(install(Kind::vscode), "Registered VS Code");
+  EXPECT_EQ(installer_.uninstall({Kind::vscode}).at(0).logLine(), "Unregistered VS Code");
+  EXPECT_EQ(readFile(file), "{\"servers\": {}} // mine\n");
+}
+
+TEST_F(MCPInstallerTest, AShimAFileStillNamesOutlivesUninstall) {
+  const fs::path file = home_ / ".cursor/mcp.json";
+  EXPECT_EQ(install(Kind::cursor), "Registered Cursor");
+  // Hand-edited into something no JSON reader takes, yet the host may still run the shim.
+  writeFile(file, readFile(file) + "}");
+  const auto result = installer_.uninstall({Kind::cursor}).at(0).logLine();
+  EXPECT_TRUE(result.starts_with("Error: Cursor: ")) << result;
+  EXPECT_TRUE(fs::exists(shim()));
+  writeFile(file, "{}");
+  EXPECT_EQ(installer_.uninstall({Kind::cursor}).at(0).logLine(),
+            "Brimble was not registered with Cursor");
+  EXPECT_FALSE(fs::exists(shim()));
 }
 
 TEST_F(MCPInstallerTest, EmptyLinkedAndUnreadableFiles) {

@@ -47,9 +47,10 @@ bool isApplicationWindow(AtspiAccessible* window) {
   return normal;
 }
 
-/// FNV-1a over the process and the object path: stable while the window lives, the same in
-/// every process that asks, and never 0.
-std::uint32_t windowID(int pid, AtspiAccessible* window) {
+/// FNV-1a over the application's bus name and the window's object path: stable while the window
+/// lives, the same in every process that asks, and never 0. Both are known without a call to the
+/// application, so a busy application cannot make the same window answer to another id.
+std::uint32_t windowID(AtspiAccessible* window) {
   std::uint32_t hash = 2166136261U;
   const auto mix = [&](std::string_view bytes) {
     for (const char byte : bytes) {
@@ -57,10 +58,7 @@ std::uint32_t windowID(int pid, AtspiAccessible* window) {
     }
   };
   const AtspiObject& object = window->parent;
-  mix(pid > 0 ? std::to_string(pid)
-              : std::string(object.app != nullptr && object.app->bus_name != nullptr
-                                ? object.app->bus_name
-                                : ""));
+  mix(object.app != nullptr && object.app->bus_name != nullptr ? object.app->bus_name : "");
   mix(":");
   mix(object.path != nullptr ? object.path : "");
   return hash != 0 ? hash : 1;
@@ -144,7 +142,7 @@ WindowInfo ATSPIWindowSystem::describe(AtspiAccessible* application,
       info.pid = 0;
     }
   }
-  info.id = windowID(info.pid, window);
+  info.id = windowID(window);
   {
     CallError error;
     info.appName = takeString(atspi_accessible_get_name(application, error.out()));
@@ -189,13 +187,11 @@ std::optional<std::uint32_t> ATSPIWindowSystem::activeWindow() {
     return std::nullopt;
   }
   std::optional<std::uint32_t> active;
-  forEachWindow([&](AtspiAccessible* application, AtspiAccessible* window) {
+  forEachWindow([&](AtspiAccessible* /*application*/, AtspiAccessible* window) {
     if (!hasState(window, ATSPI_STATE_ACTIVE) || !isApplicationWindow(window)) {
       return true;
     }
-    CallError error;
-    const auto pid = static_cast<int>(atspi_accessible_get_process_id(application, error.out()));
-    active = windowID(error ? 0 : pid, window);
+    active = windowID(window);
     return false;
   });
   return active;
@@ -205,16 +201,12 @@ ATSPIWindowSystem::ElementPtr ATSPIWindowSystem::window(std::uint32_t id, Window
   requireBus();
   ElementPtr found;
   forEachWindow([&](AtspiAccessible* application, AtspiAccessible* candidate) {
-    if (!isApplicationWindow(candidate)) {
-      return true;
-    }
-    WindowInfo described = describe(application, candidate);
-    if (described.id != id) {
+    if (windowID(candidate) != id || !isApplicationWindow(candidate)) {
       return true;
     }
     found.reset(static_cast<AtspiAccessible*>(g_object_ref(candidate)));
     if (info != nullptr) {
-      *info = std::move(described);
+      *info = describe(application, candidate);
     }
     return false;
   });

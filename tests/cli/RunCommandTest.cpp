@@ -354,6 +354,18 @@ wait 1.5
   EXPECT_GE(centiseconds, 150);
   EXPECT_LT(centiseconds, 400);
 
+  // Endless output fails its line at the cap; the partial file of the run before stays as it is.
+  const auto earlier = fs::file_size(partial);
+  result = run(recording + "run \"yes\" as $v\n");
+  EXPECT_EQ(result.exitCode, 1) << result.output;
+  EXPECT_NE(result.output.find("Line 8: Command 'yes' printed more than 8 MiB"), std::string::npos)
+      << result.output;
+  EXPECT_NE(result.output.find("kept in " + (clips / "demo.partial-2.gif").string() + "\n"),
+            std::string::npos)
+      << result.output;
+  EXPECT_EQ(fs::file_size(partial), earlier);
+  EXPECT_TRUE(testing::decodeGIFFile(clips / "demo.partial-2.gif")) << result.output;
+
   // The output's folder deleted while the script runs: the error says why the file could not be
   // written, and the recording goes to the temporary folder.
   result = run(recording + "run \"rm -r " + clips.string() + "\"\n");

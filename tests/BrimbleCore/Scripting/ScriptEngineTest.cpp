@@ -391,6 +391,22 @@ TEST(ScriptEngine, AFailingLineKeepsWhatWasRecordedInAPartialFileThatReplacesNot
   EXPECT_THAT(rig.system.lines(), Contains("close 2"));
   EXPECT_EQ(rig.processes.backgroundStops, 1);
 
+  // An element that never shows up fails its line the same way.
+  EngineRig waiting;
+  ScriptOptions waitingOptions;
+  waitingOptions.output = waiting.directory / "page.gif";
+  ScriptEngine waitsInVain = waiting.engine(waitingOptions);
+  EXPECT_THAT(testing::errorText<ScriptError>([&] {
+                waitsInVain.execute(
+                    "set fps 12\nbrowser chrome \"https://example.com\" as $page\n"
+                    "record $page continue\nwait-for css:#late timeout 2\n");
+              }),
+              HasSubstr("Line 4: Element not found: css:#late (waited 2 s)"));
+  ASSERT_TRUE(waitsInVain.keptPartial());
+  const auto page = testing::decodeGIFFile(waiting.directory / "page.partial.gif");
+  ASSERT_TRUE(page);
+  EXPECT_NEAR(totalCentiseconds(*page), 200, 10);
+
   // A line that fails before anything was recorded leaves nothing behind.
   EngineRig early;
   early.processes.answers["false"] = {"", "", 1};

@@ -353,19 +353,36 @@ void ScriptEngine::type(const TypeInstruction& type, int line) {
   const double delay =
       type.delay ? number(*type.delay, line) : context_.doubleSetting("typing-delay", 0.05);
   const std::string typed = text(type.text, line);
-  // After Enter a shell runs the line and then prints its prompt; keys typed before that are
-  // echoed ahead of the prompt. A new line waits for the screen to settle first.
   if (lineEndedAt_) {
-    const double left = kSettleAtMost - clock_.secondsSince(*lineEndedAt_);
-    if (left > 0) {
-      waitForStillScreen(kSettleQuiet, *lineEndedAt_, clock_.after(left), kSettlePoll);
-    }
+    settleAfterEnter(*lineEndedAt_);
   }
   services_.input.typeText(typed, delay, type.enter, [this] { return shouldStop(); });
   if (type.enter || typed.ends_with('\n')) {
     lineEndedAt_ = clock_.now();
   } else {
     lineEndedAt_.reset();
+  }
+}
+
+void ScriptEngine::settleAfterEnter(Clock::TimePoint enter) {
+  // After Enter a shell runs the line and then prints its prompt; keys typed before that are
+  // echoed ahead of the prompt. A new line waits for the screen to settle first.
+  const double left = kSettleAtMost - clock_.secondsSince(enter);
+  if (left <= 0) {
+    return;
+  }
+  if (!segments_.recording() && services_.screen.userPicksWindows()) {
+    // Watching the screen here would ask the user to share it: a plain pause has to do.
+    clock_.wait(std::min(kSettleQuiet, left));
+    return;
+  }
+  try {
+    waitForStillScreen(kSettleQuiet, enter, clock_.after(left), kSettlePoll);
+  } catch (const CancellationError&) {
+    throw;
+  } catch (const std::exception& error) {
+    // Settling is a courtesy to the typed line; a screen that cannot be watched does not fail it.
+    logLine(std::string("BrimbleCore: could not watch the screen settle: ") + error.what());
   }
 }
 

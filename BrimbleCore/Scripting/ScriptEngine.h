@@ -74,6 +74,8 @@ class ScriptEngine {
 
   // Input and waits.
   void type(const TypeInstruction& type, int line);
+  /// Before a line typed after Enter: waits (boundedly) for the screen to hold still.
+  void settleAfterEnter(Clock::TimePoint enter);
   void key(const KeyInstruction& key, int line);
   void autoPace();
   void waitForIdle(double seconds, int line);

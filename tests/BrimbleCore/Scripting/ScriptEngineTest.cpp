@@ -673,6 +673,16 @@ TEST(ScriptEngine, ALineTypedAfterEnterWaitsForTheScreenToSettle) {
   keys = keyDownTimes(rig.backend);
   ASSERT_EQ(keys.size(), 12u);
   EXPECT_NEAR(keys[11] - keys[10], 3000, 100);
+
+  // Where watching the screen would ask the user to share it, a short pause stands in.
+  EngineRig asking;
+  asking.screen.picksWindows = true;
+  ScriptEngine polite = asking.engine();
+  asking.step(polite, "type \"ls\" enter\ntype \"pwd\"\n");
+  keys = keyDownTimes(asking.backend);
+  ASSERT_EQ(keys.size(), 6u);
+  EXPECT_NEAR(keys[3] - keys[2], 300, 20);
+  EXPECT_EQ(asking.screen.grabs, 0);
 }
 
 TEST(ScriptEngine, AutoPacePausesAfterWhatAPersonDoesAndNotAfterTheScriptsOwnSteps) {

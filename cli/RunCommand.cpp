@@ -146,6 +146,10 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
     }
     // The located message stands alone, so that its caret lines up under the quoted line.
     fmt::print(stderr, "{}\n", error.what());
+    if (const auto& partial = engine.keptPartial()) {
+      fmt::print(stderr, "brimble run: what was recorded up to there is kept in {}\n",
+                 partial->output.string());
+    }
     return kExitFailure;
   }
   bar.finish();
@@ -157,9 +161,7 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
                "brimble run: interrupted before anything was recorded; nothing was written\n");
     return Interrupts::kExitInterrupted;
   }
-  fmt::print("{}: {} bytes, {} frames, {}x{}, plays {:.2f} s\n", outcome.output.string(),
-             fs::file_size(outcome.output), outcome.summary.frames, outcome.summary.width,
-             outcome.summary.height, outcome.summary.duration);
+  printSummary(outcome.output, outcome.summary, outcome.renderSeconds);
   return outcome.interrupted ? Interrupts::kExitInterrupted : kExitSuccess;
 }
 

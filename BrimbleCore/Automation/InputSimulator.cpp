@@ -30,6 +30,10 @@ constexpr int kTabKey = 48;
 constexpr std::array<int, 28> kIdleKeys = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  11, 12, 13, 14,
                                            15, 16, 17, 31, 32, 34, 35, 36, 37, 38, 40, 45, 46, 49};
 
+Clock::Duration secondsToDuration(double seconds) {
+  return std::chrono::duration_cast<Clock::Duration>(std::chrono::duration<double>(seconds));
+}
+
 int buttonNumber(MouseButton button) {
   return button == MouseButton::left ? 1 : 3;
 }
@@ -137,8 +141,7 @@ bool InputSimulator::checkAvailable() {
 }
 
 void InputSimulator::sleepSeconds(double seconds) {
-  clock_.sleepFor(std::chrono::duration_cast<Clock::Duration>(
-      std::chrono::duration<double>(std::max(seconds, 0.0))));
+  clock_.sleepFor(secondsToDuration(std::max(seconds, 0.0)));
 }
 
 void InputSimulator::holdAndRelease(KeyNumber key) {
@@ -218,13 +221,23 @@ void InputSimulator::typeText(std::string_view text, double charDelay, bool pres
   const auto cancelled = [&] { return isCancelled && isCancelled(); };
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   bool boundSpareKeys = false;
+  // Each key is due a delay after the one before it, counted from when that one was due, so the
+  // hold, the round trips to the display and the sleeps' overshoot do not slow the pace asked
+  // for. A stall longer than a delay is not made up in a burst.
+  const Clock::Duration behindAtMost = secondsToDuration(std::max(charDelay, 0.0));
+  Clock::TimePoint due = clock_.now();
   for (const char32_t character : decodeUTF8(text)) {
     if (cancelled()) {
       break;
     }
     boundSpareKeys = typeCharacter(character) || boundSpareKeys;
     // ±30 % around the delay, so the caret does not tick like a metronome.
-    sleepSeconds(charDelay * (0.7 + 0.6 * unit(random_)));
+    due += secondsToDuration(charDelay * (0.7 + 0.6 * unit(random_)));
+    const Clock::TimePoint now = clock_.now();
+    if (now - due > behindAtMost) {
+      due = now;
+    }
+    clock_.sleepUntil(due);
   }
   if (pressEnter && !cancelled()) {
     sleepSeconds(charDelay / 2);

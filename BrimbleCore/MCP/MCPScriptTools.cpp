@@ -104,22 +104,33 @@ JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arg
   };
   options.interrupt = call.stop();
   options.abandon = call.stop();
+  ScriptEngine engine({.screen = desktop.screen(),
+                       .input = desktop.input(),
+                       .windows = *windows,
+                       .processes = processes,
+                       .clock = desktop.clock(),
+                       .texts = desktop.texts(),
+                       .makeRecorder = [&desktop] { return desktop.makeRecorder(); },
+                       .browsers = desktop.browsers()},
+                      options);
   ScriptOutcome outcome;
   try {
-    ScriptEngine engine({.screen = desktop.screen(),
-                         .input = desktop.input(),
-                         .windows = *windows,
-                         .processes = processes,
-                         .clock = desktop.clock(),
-                         .texts = desktop.texts(),
-                         .makeRecorder = [&desktop] { return desktop.makeRecorder(); },
-                         .browsers = desktop.browsers()},
-                        options);
     outcome = engine.execute(source.text);
   } catch (const CancellationError&) {
     fail("Script execution failed: cancelled; nothing was written");
   } catch (const std::exception& error) {
-    fail(std::string("Script execution failed: ") + error.what());
+    std::string message = std::string("Script execution failed: ") + error.what();
+    if (const auto& partial = engine.keptPartial()) {
+      const fs::path kept = fs::absolute(partial->output);
+      message += "\nWhat was recorded up to there is kept in " + kept.string();
+      std::error_code unknownSize;
+      const std::uintmax_t size = fs::file_size(kept, unknownSize);
+      environment.context.addRecentOutput(
+          {kept, unknownSize ? 0 : size,
+           std::to_string(partial->summary.width) + "x" + std::to_string(partial->summary.height),
+           isoDateNow()});
+    }
+    fail(message);
   }
   if (outcome.summary.frames == 0) {
     fail("Script execution failed: nothing was recorded");

@@ -25,6 +25,11 @@ namespace {
 // `wait-for-idle` gives up this long after the quiet time it waits for.
 constexpr double kIdleGiveUpAfter = 10;
 constexpr double kIdlePoll = 0.1;
+// Before typing a new line after Enter: the screen must have held still this long, looked at
+// this often, but the script waits no longer than this after the Enter for it.
+constexpr double kSettleQuiet = 0.3;
+constexpr double kSettlePoll = 0.03;
+constexpr double kSettleAtMost = 3;
 constexpr double kElementPoll = 0.1;
 
 DemoEvent demoEvent(DemoEvent::Kind kind, double duration = 0) {
@@ -88,18 +93,34 @@ ScriptOutcome ScriptEngine::execute(std::string_view source) {
 
 ScriptOutcome ScriptEngine::execute(const ParsedScript& script) {
   segments_.begin(script);
-  try {
-    run(script.instructions);
-    finish();
-  } catch (...) {
-    // Whatever failed, the frames go and what the script started is ended as `cleanup` says.
+  const auto endAfterFailure = [this] {
     segments_.discard();
     if (context_.boolSetting("cleanup", true)) {
       cleanup();
     }
+  };
+  try {
+    run(script.instructions);
+    finish();
+  } catch (const CancellationError&) {
+    // Abandoned on purpose: nothing is written.
+    endAfterFailure();
+    throw;
+  } catch (...) {
+    // A failing line costs the script, not what it recorded up to there.
+    keepPartial();
+    endAfterFailure();
     throw;
   }
   return *outcome_;
+}
+
+void ScriptEngine::keepPartial() {
+  try {
+    partial_ = segments_.keepPartial();
+  } catch (const std::exception& error) {
+    logLine(std::string("Warning: what was recorded could not be kept: ") + error.what());
+  }
 }
 
 void ScriptEngine::run(const std::vector<LocatedInstruction>& instructions) {
@@ -243,7 +264,10 @@ void ScriptEngine::finish() {
       if (!shouldStop()) {
         throw ScriptError::runtimeError(0, "No segments recorded");
       }
-      outcome_ = ScriptOutcome{segments_.outputPath(), {}, 0, 0, true};
+      ScriptOutcome stopped;
+      stopped.output = segments_.outputPath();
+      stopped.interrupted = true;
+      outcome_ = stopped;
     } else {
       try {
         outcome_ = segments_.render(0);
@@ -328,8 +352,38 @@ void ScriptEngine::dialog(std::optional<std::string> app, std::optional<std::str
 void ScriptEngine::type(const TypeInstruction& type, int line) {
   const double delay =
       type.delay ? number(*type.delay, line) : context_.doubleSetting("typing-delay", 0.05);
-  services_.input.typeText(text(type.text, line), delay, type.enter,
-                           [this] { return shouldStop(); });
+  const std::string typed = text(type.text, line);
+  if (lineEndedAt_) {
+    settleAfterEnter(*lineEndedAt_);
+  }
+  services_.input.typeText(typed, delay, type.enter, [this] { return shouldStop(); });
+  if (type.enter || typed.ends_with('\n')) {
+    lineEndedAt_ = clock_.now();
+  } else {
+    lineEndedAt_.reset();
+  }
+}
+
+void ScriptEngine::settleAfterEnter(Clock::TimePoint enter) {
+  // After Enter a shell runs the line and then prints its prompt; keys typed before that are
+  // echoed ahead of the prompt. A new line waits for the screen to settle first.
+  const double left = kSettleAtMost - clock_.secondsSince(enter);
+  if (left <= 0) {
+    return;
+  }
+  if (!segments_.recording() && services_.screen.userPicksWindows()) {
+    // Watching the screen here would ask the user to share it: a plain pause has to do.
+    clock_.wait(std::min(kSettleQuiet, left));
+    return;
+  }
+  try {
+    waitForStillScreen(kSettleQuiet, enter, clock_.after(left), kSettlePoll);
+  } catch (const CancellationError&) {
+    throw;
+  } catch (const std::exception& error) {
+    // Settling is a courtesy to the typed line; a screen that cannot be watched does not fail it.
+    logLine(std::string("BrimbleCore: could not watch the screen settle: ") + error.what());
+  }
 }
 
 void ScriptEngine::key(const KeyInstruction& key, int line) {
@@ -347,10 +401,18 @@ void ScriptEngine::autoPace() {
 }
 
 void ScriptEngine::waitForIdle(double seconds, int line) {
+  if (!waitForStillScreen(seconds, clock_.now(), clock_.after(seconds + kIdleGiveUpAfter),
+                          kIdlePoll)) {
+    logLine(fmt::format("Warning: line {}: the screen kept changing for {} s; going on", line,
+                        formatScriptNumber(seconds + kIdleGiveUpAfter)));
+  }
+}
+
+bool ScriptEngine::waitForStillScreen(double quiet, Clock::TimePoint since, Clock::TimePoint giveUp,
+                                      double poll) {
   const Clock::TimePoint start = clock_.now();
-  const Clock::TimePoint giveUp = clock_.after(seconds + kIdleGiveUpAfter);
   // While a segment records, its recorder knows when the picture last changed; otherwise the
-  // window being driven (or the first display) is looked at here.
+  // window being driven (or the first display) is looked at here, from now on.
   std::unique_ptr<ScreenStream> stream;
   std::optional<Image> last;
   Clock::TimePoint lastChange = start;
@@ -362,7 +424,7 @@ void ScriptEngine::waitForIdle(double seconds, int line) {
     } else {
       const auto displays = services_.screen.displays();
       if (displays.empty()) {
-        return;
+        return true;
       }
       target = CaptureTarget::screenAreaOf(displays.front().frame);
     }
@@ -371,23 +433,22 @@ void ScriptEngine::waitForIdle(double seconds, int line) {
   while (!shouldStop()) {
     const Clock::TimePoint now = clock_.now();
     if (segments_.recording()) {
-      lastChange = std::max(segments_.lastChangeTime(), start);
+      lastChange = std::max(segments_.lastChangeTime(), std::min(since, now));
     } else if (auto picture = stream->grab()) {
       if (!last || !samePicture(*last, *picture)) {
         lastChange = now;
       }
       last = std::move(picture);
     }
-    if (ScriptClock::secondsBetween(lastChange, now) >= seconds) {
-      return;
+    if (ScriptClock::secondsBetween(lastChange, now) >= quiet) {
+      return true;
     }
     if (now >= giveUp) {
-      logLine(fmt::format("Warning: line {}: the screen kept changing for {} s; going on", line,
-                          formatScriptNumber(seconds + kIdleGiveUpAfter)));
-      return;
+      return false;
     }
-    clock_.sleep(kIdlePoll);
+    clock_.sleep(poll);
   }
+  return true;
 }
 
 // --- Elements and the browser --------------------------------------------------------------

@@ -37,8 +37,9 @@ class ScriptEngine {
   /// script (a running segment is stopped; without an explicit `render` the segments are
   /// rendered now, or the script fails with "No segments recorded"; with `cleanup` on, the
   /// windows, browsers and background commands it started are ended). Throws ScriptError, the
-  /// failing line's error as "Line N: ..." (after the same clean-up); CancellationError when the
-  /// render was abandoned.
+  /// failing line's error as "Line N: ..." (after the same clean-up, and after what was recorded
+  /// is rendered into a file of its own: `keptPartial`); CancellationError when the render was
+  /// abandoned, and then nothing is written.
   ScriptOutcome execute(const ParsedScript& script);
   /// Parses `source` (through `validate`, whose warnings it leaves to its caller) and runs it as
   /// above; a parse error is thrown as it stands.
@@ -54,12 +55,16 @@ class ScriptEngine {
   const ScriptProfiler& profiler() const noexcept { return profiler_; }
   /// The segments recorded so far.
   const std::vector<RenderSegment>& segments() const noexcept { return segments_.segments(); }
+  /// After `execute` failed: the partial file that keeps what the script had recorded, if it
+  /// had recorded anything and the file could be written.
+  const std::optional<ScriptOutcome>& keptPartial() const noexcept { return partial_; }
 
  private:
   void run(const std::vector<LocatedInstruction>& instructions);
   void dispatch(const ScriptInstruction& instruction, int line);
   void finish();
   void cleanup();
+  void keepPartial();
 
   // Settings and windows.
   void setSetting(const SetInstruction& set, int line);
@@ -69,9 +74,15 @@ class ScriptEngine {
 
   // Input and waits.
   void type(const TypeInstruction& type, int line);
+  /// Before a line typed after Enter: waits (boundedly) for the screen to hold still.
+  void settleAfterEnter(Clock::TimePoint enter);
   void key(const KeyInstruction& key, int line);
   void autoPace();
   void waitForIdle(double seconds, int line);
+  /// Waits until the picture has held still for `quiet` seconds (while recording, counted from
+  /// `since` at the earliest), looking every `poll` seconds; false when `giveUp` came first.
+  bool waitForStillScreen(double quiet, Clock::TimePoint since, Clock::TimePoint giveUp,
+                          double poll);
 
   // Elements and the browser.
   void clickTarget(const ClickTargetInstruction& click, int line);
@@ -106,7 +117,10 @@ class ScriptEngine {
   ScriptSegments segments_;
 
   bool renderCalled_ = false;
+  /// When the last `type` pressed Enter at its end; reset by one that did not.
+  std::optional<Clock::TimePoint> lineEndedAt_;
   std::optional<ScriptOutcome> outcome_;
+  std::optional<ScriptOutcome> partial_;
 };
 
 }  // namespace brimble

@@ -2,16 +2,20 @@
 
 #include <algorithm>
 #include <exception>
+#include <system_error>
 #include <variant>
 
 #include <fmt/format.h>
 
 #include "BrimbleCore/Capture/AudioError.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
+#include "BrimbleCore/Scripting/PartialOutput.h"
 #include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptRenderSettings.h"
+#include "BrimbleCore/Support/AtomicFile.h"
+#include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/XID.h"
 
@@ -323,26 +327,68 @@ ScriptOutcome ScriptSegments::render(int line) {
         line, "Cannot write '" + outputPath_.string() +
                   "': the name must end in .gif, .webp or .png (animated PNG)");
   }
+  // The folder may have gone, or turned read-only, while the script ran: say why the file
+  // cannot be written rather than only that it was not.
+  const auto refuseUnwritable = [&] {
+    try {
+      AtomicFile probe(outputPath_, 0644);
+    } catch (const std::system_error& error) {
+      throw ScriptError::runtimeError(
+          line, "Cannot write '" + outputPath_.string() + "': " + error.code().message());
+    }
+  };
+  refuseUnwritable();
+  try {
+    return renderInto(outputPath_, *outputFormat_);
+  } catch (const ScriptError&) {
+    throw;
+  } catch (const CancellationError&) {
+    throw;
+  } catch (const std::exception&) {
+    refuseUnwritable();
+    throw;
+  }
+}
+
+std::optional<ScriptOutcome> ScriptSegments::keepPartial() {
+  if (activeRecorder_) {
+    endSegment();
+  }
+  if (segments_.empty()) {
+    return std::nullopt;
+  }
+  std::filesystem::path asked = outputPath_;
+  if (!outputFormat_) {
+    asked.replace_extension(".gif");
+  }
+  PartialOutput partial = PartialOutput::reserve(asked);
+  ScriptOutcome outcome = renderInto(partial.path(), outputFormat_.value_or(OutputFormat::gif));
+  partial.keep();
+  return outcome;
+}
+
+ScriptOutcome ScriptSegments::renderInto(const std::filesystem::path& output, OutputFormat format) {
   RenderSettings settings = scriptRenderSettings(context_, options_.preview);
-  settings.format = *outputFormat_;
+  settings.format = format;
   settings.intro = renderAdditions_.intro;
   settings.outro = renderAdditions_.outro;
   settings.background = renderAdditions_.background;
   options_.progress(
-      fmt::format("Rendering {} segment(s) into {}", segments_.size(), outputPath_.string()));
+      fmt::format("Rendering {} segment(s) into {}", segments_.size(), output.string()));
   const Clock::TimePoint started = clock_.now();
   double recorded = 0;
   for (const RenderSegment& segment : segments_) {
     recorded += segment.duration;
   }
-  const EncodeSummary summary = SegmentRenderer::render(segments_, settings, outputPath_,
+  const EncodeSummary summary = SegmentRenderer::render(segments_, settings, output,
                                                         options_.renderProgress, options_.abandon);
-  profiler_.record(0, "render", clock_.secondsSince(started));
+  const double renderSeconds = clock_.secondsSince(started);
+  profiler_.record(0, "render", renderSeconds);
   if (summary.frames == 0) {
     throw ScriptError::encodingFailed();
   }
-  ScriptOutcome outcome{outputPath_, summary, static_cast<int>(segments_.size()), recorded,
-                        clock_.shouldStop()};
+  ScriptOutcome outcome{output,   summary,       static_cast<int>(segments_.size()),
+                        recorded, renderSeconds, clock_.shouldStop()};
   // The frames are in the file now; their temporary files can go.
   segments_.clear();
   return outcome;

@@ -31,6 +31,8 @@ struct ScriptOutcome {
   int segments = 0;
   /// Seconds of screen the segments recorded.
   double recordedSeconds = 0;
+  /// Seconds the render took (the file plays for `summary.duration`).
+  double renderSeconds = 0;
   /// The script stopped early for an interrupt; what it had recorded was rendered.
   bool interrupted = false;
 };
@@ -102,12 +104,17 @@ class ScriptSegments {
   /// segments to render", a refused output name or encodingFailed; CancellationError when the
   /// render is abandoned.
   ScriptOutcome render(int line);
+  /// After a failure: ends the running segment and renders every segment into a new file that
+  /// says it is partial, beside the output or in the temporary directory (see PartialOutput);
+  /// no value when nothing was recorded. Throws what the render throws.
+  std::optional<ScriptOutcome> keepPartial();
 
   /// The segments recorded and not yet rendered.
   const std::vector<RenderSegment>& segments() const noexcept { return segments_; }
 
  private:
   double segmentTime() const;
+  ScriptOutcome renderInto(const std::filesystem::path& output, OutputFormat format);
   void waitWhileRecording(double untilSegmentTime);
   void checkRecordingPermissions(int line);
   void checkSound(std::optional<OutputFormat> format, int line) const;

@@ -202,6 +202,27 @@ std::pair<std::string, bool> toolReply(const json& reply) {
           reply["result"].value("isError", false)};
 }
 
+TEST(BrimbleMCPScripts, AFailingLineKeepsWhatWasRecordedAndTheErrorSaysWhere) {
+  testing::TempDirectory tmp;
+  MCPServerProcess server(tmp.path());
+  const fs::path output = tmp / "demo.gif";
+  server.callTool(1, "execute_script",
+                  {{"script", "set output \"" + output.string() +
+                                  "\"\nset fps 12\nrecord region 0 0 160 120 duration 1\n"
+                                  "run \"exit 4\"\n"}});
+  const auto [text, isError] = toolReply(server.next(60s));
+  EXPECT_TRUE(isError);
+  EXPECT_NE(text.find("Line 4: Command 'exit 4' failed (exit 4)"), std::string::npos) << text;
+  const fs::path kept = tmp / "demo.partial.gif";
+  EXPECT_NE(text.find("kept in " + kept.string()), std::string::npos) << text;
+  EXPECT_FALSE(fs::exists(output));
+  const auto gif = testing::decodeGIFFile(kept);
+  ASSERT_TRUE(gif) << text;
+  EXPECT_GE(gif->frames.size(), 1u);
+  server.process().closeInput();
+  EXPECT_EQ(server.process().wait(20s), 0);
+}
+
 TEST(BrimbleMCPProtocol, WithoutADisplayToCaptureToolsSayHowToGetOne) {
   testing::TempDirectory tmp;
   // A display that does not exist, and not --headless: nothing can be captured.

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -27,7 +28,12 @@ class FakeInputBackend final : public InputBackend {
 
   bool available() const override { return available_; }
   std::string unavailableReason() const override { return "The fake keyboard is unplugged"; }
-  void keyDown(KeyNumber key) override { record("key " + name(key) + " down"); }
+  void keyDown(KeyNumber key) override {
+    record("key " + name(key) + " down");
+    if (onKeyDown) {
+      onKeyDown();
+    }
+  }
   void keyUp(KeyNumber key) override { record("key " + name(key) + " up"); }
   void buttonDown(int button) override { record("button " + std::to_string(button) + " down"); }
   void buttonUp(int button) override { record("button " + std::to_string(button) + " up"); }
@@ -99,6 +105,8 @@ class FakeInputBackend final : public InputBackend {
   void setTypesWithoutKey(bool typesWithoutKey) { typesWithoutKey_ = typesWithoutKey; }
   void queueKeyboardState(KeyboardState state) { states_.push_back(std::move(state)); }
   int statePolls() const { return statePolls_; }
+  /// Runs after each key goes down (a test makes the display slow with it).
+  std::function<void()> onKeyDown;
 
   const std::vector<std::string>& lines() const { return lines_; }
   /// The lines as "<ms> <line>", milliseconds of the clock since this backend was made.

@@ -34,9 +34,12 @@ class FakeScreen final : public ScreenSource {
     return std::make_unique<Stream>(*this);
   }
   std::optional<std::pair<int, int>> pointerPosition() override { return std::nullopt; }
+  bool userPicksWindows() const override { return picksWindows; }
 
   bool capturable = true;
   int changingGrabs = 0;
+  /// Like a Wayland desktop: watching the screen asks the user.
+  bool picksWindows = false;
   int grabs = 0;
 };
 

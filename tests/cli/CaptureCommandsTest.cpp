@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <numeric>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -116,6 +117,12 @@ TEST(BrimbleRecord, RecordsAWindowForTheDurationIntoAnAnimation) {
   }
   EXPECT_GE(centiseconds, 170);
   EXPECT_LE(centiseconds, 230);
+  // The summary gives the time the file plays, not the time the encode took (labelled apart).
+  std::smatch summary;
+  ASSERT_TRUE(std::regex_search(result.output, summary,
+                                std::regex(R"(plays ([0-9.]+) s \(encoded in ([0-9.]+) s\))")))
+      << result.output;
+  EXPECT_NEAR(std::stod(summary[1]), centiseconds / 100.0, 0.005) << result.output;
 }
 
 /// The power of `frequency` in `samples` (Goertzel's single-bin DFT), per sample.

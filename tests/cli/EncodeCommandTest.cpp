@@ -41,6 +41,8 @@ TEST(BrimbleEncode, TestPatternBecomesAGIFAndASummaryLine) {
                                     std::to_string(std::filesystem::file_size(out)) +
                                     " bytes, 12 frames, 160x100, ";
   EXPECT_EQ(result.output.substr(0, expectedStart.size()), expectedStart) << result.output;
+  // 12 frames at 20 fps play 0.6 s, however long the encode took.
+  EXPECT_NE(result.output.find(", plays 0.60 s (encoded in "), std::string::npos) << result.output;
 
   const auto decoded = testing::decodeGIFFile(out);
   ASSERT_TRUE(decoded);

@@ -8,6 +8,8 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <numeric>
 #include <regex>
 #include <set>
 #include <string>
@@ -118,6 +120,10 @@ record $term duration 1.5
                                                    " " + shellQuote(script.string())));
   ASSERT_EQ(result.exitCode, 0) << result.output;
   EXPECT_NE(result.output.find(out.string() + ": "), std::string::npos) << result.output;
+  std::smatch summary;
+  ASSERT_TRUE(std::regex_search(result.output, summary,
+                                std::regex(R"(plays ([0-9.]+) s \(encoded in ([0-9.]+) s\))")))
+      << result.output;
   const std::vector<double> seconds = segmentSeconds(result.output);
   ASSERT_EQ(seconds.size(), 2u) << result.output;
   EXPECT_NEAR(seconds[1], 1.5, 0.1);
@@ -128,6 +134,7 @@ record $term duration 1.5
   const auto probed = runCommand("ffprobe -v error -show_entries format=duration -of csv=p=0 " +
                                  shellQuote(out.string()));
   ASSERT_EQ(probed.exitCode, 0);
+  EXPECT_NEAR(std::stod(summary[1]), std::stod(probed.output), 0.02) << result.output;
   const double expected = seconds[0] + seconds[1] - 0.5;
   EXPECT_GE(std::stod(probed.output), expected - 0.06) << result.output;
   EXPECT_LE(std::stod(probed.output), expected + 3 / 12.0 + 0.06) << result.output;
@@ -308,6 +315,138 @@ type "never typed"
   for (const auto& entry : fs::directory_iterator(directory.path())) {
     EXPECT_TRUE(entry.path() == out || entry.path() == script) << entry.path() << " left behind";
   }
+}
+
+TEST(BrimbleRun, AFailingLineOrAVanishedOutputFolderKeepsWhatWasRecorded) {
+  TempDirectory directory;
+  const fs::path clips = directory / "clips";
+  const fs::path temporary = directory / "tmp";
+  fs::create_directory(clips);
+  fs::create_directory(temporary);
+  const auto run = [&](const std::string& text) {
+    return runCommand("TMPDIR=" + shellQuote(temporary.string()) + " " +
+                      brimbleWithStderr("run --headless -q -o " +
+                                        shellQuote((clips / "demo.gif").string()) + " " +
+                                        shellQuote(writeScript(directory, text).string())));
+  };
+  const std::string recording = R"(set fps 12
+open "Terminal"
+wait 0.5
+capture-window app "Terminal" as $term
+record $term continue
+type "echo kept" enter
+wait 1.5
+)";
+
+  // The failing line's error, then where the recording went: beside the output, named partial.
+  auto result = run(recording + "run \"exit 3\"\n");
+  EXPECT_EQ(result.exitCode, 1) << result.output;
+  EXPECT_NE(result.output.find("Line 8: Command 'exit 3' failed (exit 3)"), std::string::npos)
+      << result.output;
+  const fs::path partial = clips / "demo.partial.gif";
+  EXPECT_NE(result.output.find("kept in " + partial.string() + "\n"), std::string::npos)
+      << result.output;
+  EXPECT_FALSE(fs::exists(clips / "demo.gif"));
+  auto gif = testing::decodeGIFFile(partial);
+  ASSERT_TRUE(gif) << result.output;
+  const int centiseconds =
+      std::accumulate(gif->delaysCentiseconds.begin(), gif->delaysCentiseconds.end(), 0);
+  EXPECT_GE(centiseconds, 150);
+  EXPECT_LT(centiseconds, 400);
+
+  // Endless output fails its line at the cap; the partial file of the run before stays as it is.
+  const auto earlier = fs::file_size(partial);
+  result = run(recording + "run \"yes\" as $v\n");
+  EXPECT_EQ(result.exitCode, 1) << result.output;
+  EXPECT_NE(result.output.find("Line 8: Command 'yes' printed more than 8 MiB"), std::string::npos)
+      << result.output;
+  EXPECT_NE(result.output.find("kept in " + (clips / "demo.partial-2.gif").string() + "\n"),
+            std::string::npos)
+      << result.output;
+  EXPECT_EQ(fs::file_size(partial), earlier);
+  EXPECT_TRUE(testing::decodeGIFFile(clips / "demo.partial-2.gif")) << result.output;
+
+  // The output's folder deleted while the script runs: the error says why the file could not be
+  // written, and the recording goes to the temporary folder.
+  result = run(recording + "run \"rm -r " + clips.string() + "\"\n");
+  EXPECT_EQ(result.exitCode, 1) << result.output;
+  EXPECT_NE(result.output.find("Cannot write '" + (clips / "demo.gif").string() +
+                               "': No such file or directory"),
+            std::string::npos)
+      << result.output;
+  EXPECT_NE(result.output.find("kept in " + (temporary / "demo.partial.gif").string()),
+            std::string::npos)
+      << result.output;
+  gif = testing::decodeGIFFile(temporary / "demo.partial.gif");
+  ASSERT_TRUE(gif) << result.output;
+  EXPECT_GE(gif->frames.size(), 2u);
+}
+
+// The seconds between the first and the last of `count` bytes typed into a real xterm, as a
+// program reading its terminal raw saw them arrive.
+constexpr const char* kKeyStamper = R"(import os, sys, termios, time, tty
+count, out = int(sys.argv[1]), sys.argv[2]
+old = termios.tcgetattr(0)
+tty.setraw(0, termios.TCSANOW)
+stamps = []
+try:
+    while len(stamps) < count:
+        got = os.read(0, 64)
+        stamps.extend([time.monotonic()] * len(got))
+finally:
+    termios.tcsetattr(0, termios.TCSANOW, old)
+open(out, "w").write("%f\n" % (stamps[count - 1] - stamps[0]))
+)";
+
+TEST(BrimbleRun, TypingKeepsThePaceAskedAndANewLineWaitsForThePrompt) {
+  TempDirectory directory;
+  const fs::path stamper = directory / "stamper.py";
+  std::ofstream(stamper) << kKeyStamper;
+  const fs::path paced = directory / "paced.txt";
+  const fs::path session = directory / "session.log";
+  std::string text;
+  for (int i = 0; i < 120; ++i) {
+    text += i % 6 == 5 ? ' ' : static_cast<char>('a' + i % 26);
+  }
+  const fs::path script = writeScript(directory, R"(set fps 12
+set typing-delay 0.05
+open "Terminal"
+wait 0.5
+capture-window app "Terminal" as $term
+record $term continue
+type "/usr/bin/python3 )" + stamper.string() + " 120 " +
+                                                     paced.string() +
+                                                     R"(" enter
+wait 1.5
+type ")" + text + R"("
+wait 1
+type "script -q -f -c 'env PS1=READY: bash --norc --noprofile -i' )" +
+                                                     session.string() + R"(" enter
+wait 1.5
+type "sleep 0.1; echo ON''E" enter
+type "echo TW''O" enter
+wait 1
+stop
+)");
+  const auto result = runCommand(brimbleWithStderr("run --headless -q -o " +
+                                                   shellQuote((directory / "out.gif").string()) +
+                                                   " " + shellQuote(script.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+
+  // 119 steps of 0.05 s from the first key to the last, within 10 %.
+  double seconds = 0;
+  std::ifstream(paced) >> seconds;
+  EXPECT_NEAR(seconds, 119 * 0.05, 119 * 0.05 * 0.1);
+
+  // The terminal showed the first command's output, then the prompt, and only then the next
+  // line's keys.
+  std::ifstream log(session, std::ios::binary);
+  const std::string raw{std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>()};
+  // Without the terminal's control sequences (bash switches bracketed paste on and off).
+  std::string shown =
+      std::regex_replace(raw, std::regex("\x1b(\\[[0-9;?]*[a-zA-Z]|\\][^\x07]*\x07|[=>])"), "");
+  std::erase(shown, '\r');
+  EXPECT_NE(shown.find("\nONE\nREADY:echo TW''O\nTWO\n"), std::string::npos) << shown;
 }
 
 TEST(BrimbleRun, BadInputFailsClearlyAndWhatWasRecordedIsKept) {

@@ -30,6 +30,19 @@ struct InputRig {
   InputSimulator input{backend, clock};
 };
 
+// When each character started going in, in milliseconds of the rig's clock: a key (other than
+// Shift) going down, or a character typed without a key.
+std::vector<long long> characterStarts(const testing::FakeInputBackend& backend) {
+  std::vector<long long> starts;
+  for (const std::string& line : backend.timedLines()) {
+    const bool keyDown = line.ends_with(" down") && line.find(" shift ") == std::string::npos;
+    if (keyDown || line.find(" without key ") != std::string::npos) {
+      starts.push_back(std::stoll(line));
+    }
+  }
+  return starts;
+}
+
 TEST(InputSimulator, ChordsHoldTheirModifiersAroundTheKeyAndSetUnknownWordsAside) {
   InputRig rig;
   for (const char* chord : {"cmd+c", "Shift+Tab", "f5"}) {
@@ -92,19 +105,63 @@ TEST(InputSimulator, APlatformThatTypesWithoutKeysTakesWhatTheKeymapLacksAndBind
               ElementsAre("key a down", "key a up", "without key U+00E9", "without key U+2713",
                           "key tab down", "key tab up", "key shift down", "key b down", "key b up",
                           "key shift up", "key return down", "key return up"));
-  const auto jittered = AllOf(Ge(7ms), Lt(13ms));
-  EXPECT_THAT(rig.clock.sleeps(), ElementsAre(8ms, jittered, jittered, jittered, 8ms, jittered, 8ms,
-                                              jittered, 5ms, 8ms));
+  // Each character, however it goes in, starts a delay (give or take 30 %) after the one before.
+  const std::vector<long long> starts = characterStarts(rig.backend);
+  ASSERT_EQ(starts.size(), 6u);
+  for (std::size_t i = 1; i < 5; ++i) {
+    EXPECT_GE(starts[i] - starts[i - 1], 6) << i;
+    EXPECT_LE(starts[i] - starts[i - 1], 14) << i;
+  }
+  // Return comes half a delay later.
+  EXPECT_GE(starts[5] - starts[4], 6 + 5);
+  EXPECT_LE(starts[5] - starts[4], 14 + 5);
 }
 
 TEST(InputSimulator, TypingJittersThirtyPercentAroundTheDelayThenPressesEnter) {
   for (int run = 0; run < 20; ++run) {
     InputRig rig;
-    rig.input.typeText("ab", 0.05, true);
-    const auto jittered = AllOf(Ge(35ms), Lt(65ms));
+    rig.input.typeText("abc", 0.05, true);
+    // A key goes down a delay, give or take 30 %, after the one before it went down: the time
+    // it is held counts towards the delay.
+    const std::vector<long long> starts = characterStarts(rig.backend);
+    ASSERT_EQ(starts.size(), 4u);
+    for (std::size_t i = 1; i < 3; ++i) {
+      EXPECT_GE(starts[i] - starts[i - 1], 35);
+      EXPECT_LE(starts[i] - starts[i - 1], 65);
+    }
     // Then half the delay before Enter.
-    EXPECT_THAT(rig.clock.sleeps(), ElementsAre(8ms, jittered, 8ms, jittered, 25ms, 8ms));
+    EXPECT_GE(starts[3] - starts[2], 35 + 25);
+    EXPECT_LE(starts[3] - starts[2], 65 + 25);
     EXPECT_EQ(rig.backend.lines().back(), "key return up");
+  }
+}
+
+TEST(InputSimulator, ALongTextIsTypedAtThePaceAskedWhateverEachKeyCosts) {
+  // 200 keys at 0.05 s: 199 delays from the first key to the last, each one's hold within it.
+  InputRig rig;
+  std::string text;
+  for (int i = 0; i < 200; ++i) {
+    text += static_cast<char>('a' + i % 26);
+  }
+  rig.input.typeText(text, 0.05, false);
+  const std::vector<long long> starts = characterStarts(rig.backend);
+  ASSERT_EQ(starts.size(), 200u);
+  EXPECT_NEAR(static_cast<double>(starts.back() - starts.front()) / 1000, 199 * 0.05,
+              199 * 0.05 * 0.03);
+
+  // A stall (a busy display) is not made up in a burst: no key comes sooner than 70 % of the
+  // delay after the one before.
+  InputRig stalled;
+  stalled.backend.onKeyDown = [&stalled, presses = 0]() mutable {
+    if (++presses == 5) {
+      stalled.clock.advance(std::chrono::seconds(1));
+    }
+  };
+  stalled.input.typeText("abcdefghij", 0.05, false);
+  const std::vector<long long> after = characterStarts(stalled.backend);
+  ASSERT_EQ(after.size(), 10u);
+  for (std::size_t i = 1; i < after.size(); ++i) {
+    EXPECT_GE(after[i] - after[i - 1], 35) << i;
   }
 }
 

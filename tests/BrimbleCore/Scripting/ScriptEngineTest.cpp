@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <numeric>
 #include <set>
@@ -355,6 +357,100 @@ TEST(ScriptEngine, TheEndOfAScriptAndItsFailures) {
   EXPECT_EQ(kept.processes.backgroundStops, 0);
 }
 
+// The contents of a file, whole.
+std::string fileText(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+TEST(ScriptEngine, AFailingLineKeepsWhatWasRecordedInAPartialFileThatReplacesNothing) {
+  const std::string recorded =
+      "set fps 12\nset transition 0\nopen \"Terminal\"\n"
+      "capture-window app \"Terminal\" as $t\nrecord $t duration 2\n";
+  EngineRig rig;
+  rig.processes.answers["false"] = {"", "", 1};
+  // A partial file of an earlier run is the user's now: it stays as it is.
+  const std::filesystem::path earlier = rig.directory / "out.partial.gif";
+  std::ofstream(earlier) << "kept from before";
+  ScriptOptions options;
+  options.output = rig.directory / "out.gif";
+  ScriptEngine engine = rig.engine(options);
+  EXPECT_THAT(testing::errorText<ScriptError>([&] {
+                engine.execute(recorded + "record $t continue\nwait 1\nrun \"false\"\n");
+              }),
+              HasSubstr("Line 8: Command 'false' failed (exit 1)"));
+  EXPECT_FALSE(std::filesystem::exists(rig.directory / "out.gif"));
+  EXPECT_EQ(fileText(earlier), "kept from before");
+  ASSERT_TRUE(engine.keptPartial());
+  const std::filesystem::path kept = rig.directory / "out.partial-2.gif";
+  EXPECT_EQ(engine.keptPartial()->output, kept);
+  // Both segments, the one still running at the failure too, then the script's clean-up.
+  const auto gif = testing::decodeGIFFile(kept);
+  ASSERT_TRUE(gif);
+  EXPECT_EQ(totalCentiseconds(*gif), 300);
+  EXPECT_THAT(rig.system.lines(), Contains("close 2"));
+  EXPECT_EQ(rig.processes.backgroundStops, 1);
+
+  // An element that never shows up fails its line the same way.
+  EngineRig waiting;
+  ScriptOptions waitingOptions;
+  waitingOptions.output = waiting.directory / "page.gif";
+  ScriptEngine waitsInVain = waiting.engine(waitingOptions);
+  EXPECT_THAT(testing::errorText<ScriptError>([&] {
+                waitsInVain.execute(
+                    "set fps 12\nbrowser chrome \"https://example.com\" as $page\n"
+                    "record $page continue\nwait-for css:#late timeout 2\n");
+              }),
+              HasSubstr("Line 4: Element not found: css:#late (waited 2 s)"));
+  ASSERT_TRUE(waitsInVain.keptPartial());
+  const auto page = testing::decodeGIFFile(waiting.directory / "page.partial.gif");
+  ASSERT_TRUE(page);
+  EXPECT_NEAR(totalCentiseconds(*page), 200, 10);
+
+  // A line that fails before anything was recorded leaves nothing behind.
+  EngineRig early;
+  early.processes.answers["false"] = {"", "", 1};
+  ScriptOptions earlyOptions;
+  earlyOptions.output = early.directory / "out.gif";
+  ScriptEngine failsFirst = early.engine(earlyOptions);
+  EXPECT_THROW(failsFirst.execute("run \"false\"\n" + recorded), ScriptError);
+  EXPECT_FALSE(failsFirst.keptPartial());
+  EXPECT_TRUE(std::filesystem::is_empty(early.directory.path()));
+}
+
+TEST(ScriptEngine,
+     AnOutputFolderDeletedMidRunIsNamedWithWhyAndTheRecordingGoesToTheTemporaryFolder) {
+  EngineRig rig;
+  const std::filesystem::path folder = rig.directory / "clips";
+  const std::filesystem::path temporary = rig.directory / "tmp";
+  std::filesystem::create_directory(folder);
+  std::filesystem::create_directory(temporary);
+  const char* const before = std::getenv("TMPDIR");
+  const std::string saved = before != nullptr ? before : "";
+  ::setenv("TMPDIR", temporary.c_str(), 1);
+  rig.behaviour.hookAt = 500ms;
+  rig.behaviour.hook = [&] { std::filesystem::remove_all(folder); };
+  ScriptOptions options;
+  options.output = folder / "demo.webp";
+  ScriptEngine engine = rig.engine(options);
+  const std::string error = testing::errorText<ScriptError>([&] {
+    engine.execute(
+        "open \"Terminal\"\ncapture-window app \"Terminal\" as $t\n"
+        "record $t duration 1\n");
+  });
+  if (before != nullptr) {
+    ::setenv("TMPDIR", saved.c_str(), 1);
+  } else {
+    ::unsetenv("TMPDIR");
+  }
+  EXPECT_EQ(error,
+            "Cannot write '" + (folder / "demo.webp").string() + "': No such file or directory");
+  ASSERT_TRUE(engine.keptPartial());
+  EXPECT_EQ(engine.keptPartial()->output, temporary / "demo.partial.webp");
+  EXPECT_GT(std::filesystem::file_size(temporary / "demo.partial.webp"), 0u);
+  EXPECT_NEAR(engine.keptPartial()->summary.duration, 1, 0.01);
+}
+
 TEST(ScriptEngine, SoundIntoAFileThatCannotCarryItIsRefusedAsSoonAsTheOutputIsKnown) {
   const std::string refused =
       "'audio' records sound for MP4 output; GIF, WebP and APNG carry no sound, so set the output "
@@ -547,6 +643,46 @@ key "enter"
   recording.step(busy, "wait-for-idle 1\n");
   EXPECT_NEAR(std::chrono::duration<double>(recording.clock.now() - busyStart).count(), 11, 0.15);
   EXPECT_THAT(log.lines(), Contains(HasSubstr("the screen kept changing for 11 s; going on")));
+}
+
+TEST(ScriptEngine, ALineTypedAfterEnterWaitsForTheScreenToSettle) {
+  EngineRig rig;
+  ScriptEngine engine = rig.engine();
+  rig.step(engine, "type \"ls\" enter\n");
+  // The shell answers: the screen changes on the next 10 looks (30 ms apart), then holds.
+  rig.screen.changingGrabs = rig.screen.grabs + 10;
+  rig.step(engine, "type \"pwd\" enter\n");
+  std::vector<long long> keys = keyDownTimes(rig.backend);
+  ASSERT_EQ(keys.size(), 7u);
+  // "p" waits for the changes (about 0.3 s) and for 0.3 s of stillness after them.
+  EXPECT_GE(keys[3] - keys[2], 550);
+  EXPECT_LE(keys[3] - keys[2], 750);
+
+  // Typing on the same line, or long after Enter, does not wait.
+  rig.step(engine, "wait 5\ntype \"a\"\n");
+  rig.screen.changingGrabs = rig.screen.grabs + 1000;
+  rig.step(engine, "type \"b\"\n");
+  keys = keyDownTimes(rig.backend);
+  ASSERT_EQ(keys.size(), 9u);
+  EXPECT_LE(keys[8] - keys[7], 70);
+  EXPECT_GE(keys[7] - keys[6], 5000);
+  EXPECT_LE(keys[7] - keys[6], 5100);
+
+  // A screen that never settles holds the next line 3 s after Enter at most.
+  rig.step(engine, "type \"c\" enter\ntype \"d\"\n");
+  keys = keyDownTimes(rig.backend);
+  ASSERT_EQ(keys.size(), 12u);
+  EXPECT_NEAR(keys[11] - keys[10], 3000, 100);
+
+  // Where watching the screen would ask the user to share it, a short pause stands in.
+  EngineRig asking;
+  asking.screen.picksWindows = true;
+  ScriptEngine polite = asking.engine();
+  asking.step(polite, "type \"ls\" enter\ntype \"pwd\"\n");
+  keys = keyDownTimes(asking.backend);
+  ASSERT_EQ(keys.size(), 6u);
+  EXPECT_NEAR(keys[3] - keys[2], 300, 20);
+  EXPECT_EQ(asking.screen.grabs, 0);
 }
 
 TEST(ScriptEngine, AutoPacePausesAfterWhatAPersonDoesAndNotAfterTheScriptsOwnSteps) {

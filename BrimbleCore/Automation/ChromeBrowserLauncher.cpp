@@ -18,7 +18,10 @@ class ChromeBrowserSession final : public BrowserSession {
   void setRealZoom(double scale, const std::optional<std::string>& focus) override {
     driver_.setRealZoom(scale, focus);
   }
-  void waitForLoad() { driver_.waitForLoad(); }
+  void waitForLoad(const std::string& url) {
+    driver_.waitForLoad();
+    driver_.checkLoaded(url);
+  }
 
  private:
   // Declared in this order so the connection closes before the browser goes.
@@ -32,7 +35,7 @@ class ChromeBrowserSession final : public BrowserSession {
 std::unique_ptr<BrowserSession> ChromeBrowserLauncher::launch(const std::string& url) {
   auto session = std::make_unique<ChromeBrowserSession>(
       ChromeLauncher::launch(0, url, std::chrono::seconds(20), environment_));
-  session->waitForLoad();
+  session->waitForLoad(url);
   return session;
 }
 

@@ -178,15 +178,21 @@ TEST_F(CDPDriverTest, APageThatCannotBeLoadedIsAnErrorAndThePageIsAllTheWindowSh
   ASSERT_TRUE(std::regex_search(*serving, port, std::regex("port ([0-9]+)"))) << *serving;
   const std::string site = "http://127.0.0.1:" + port[1].str();
   driver_->navigate(site + "/page.html");
+  EXPECT_EQ(driver_->evaluate("window.outerHeight - window.innerHeight"), 0)
+      << "a page of another site still opens without the browser's bars";
   EXPECT_EQ(errorText([&] { driver_->navigate(site + "/missing.html"); }),
             "Action failed: page not found: " + site + "/missing.html answered HTTP 404");
 
-  // Opened on a page that is not there, the browser is no session at all.
+  // Opened on a page that is not there, the browser is no session at all; nor on a host that
+  // is not there, whose error page comes only once the name has failed to resolve.
   ChromeBrowserLauncher browsers;
+  EXPECT_EQ(errorText([&] { browsers.launch("file:///nonexistent-brimble/start.html"); }),
+            "Action failed: page not found: file:///nonexistent-brimble/start.html could not be "
+            "loaded (net::ERR_FILE_NOT_FOUND)");
   EXPECT_THAT(
-      errorText([&] { browsers.launch("file:///nonexistent-brimble/start.html"); }),
+      errorText([&] { browsers.launch("http://nonexistent-brimble.invalid/"); }),
       ::testing::StartsWith("Action failed: page not found: "
-                            "file:///nonexistent-brimble/start.html could not be loaded ("));
+                            "http://nonexistent-brimble.invalid/ could not be loaded (net::"));
 }
 
 TEST_F(CDPDriverTest, CalibrationPutsAnElementWhereTheScreenShowsIt) {

@@ -259,6 +259,37 @@ TEST(BrimbleRun, APageThatIsNotThereFailsItsLineAndABrowserSegmentShowsThePageUn
   EXPECT_GE(titled, bare + 8) << "the window manager's title bar, when asked for";
 }
 
+TEST(BrimbleRun, AResizeTheWindowDoesNotTakeFailsItsLineAndOneCutShortSaysSo) {
+  TempDirectory directory;
+  // A window with a largest size of its own; its input stays open while the script runs.
+  const auto script = [&](const std::string& largest, const std::string& rest) {
+    return writeScript(directory, "run \"sleep 60 | " BRIMBLE_X11_TEST_CLIENT
+                                  " --class Sized --size 300x200 --max-size " +
+                                      largest + " > /dev/null &\"\n" +
+                                      "capture-window app \"Sized\" as $w\nresize 500 400\n" +
+                                      rest);
+  };
+  auto result = runCommand(
+      brimbleWithStderr("run --headless -o " + shellQuote((directory / "out.gif").string()) + " " +
+                        shellQuote(script("300x200", "record $w duration 0.5\n").string())));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_TRUE(std::regex_search(result.output,
+                                std::regex("Line 3: Cannot resize window 0x[0-9a-f]+ to 500x400: "
+                                           "it stayed 300x200 \\(")))
+      << result.output;
+  EXPECT_FALSE(fs::exists(directory / "out.gif"));
+
+  result = runCommand(
+      brimbleWithStderr("run --headless -o " + shellQuote((directory / "out.gif").string()) + " " +
+                        shellQuote(script("400x300", "record $w duration 0.5\n").string())));
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_TRUE(std::regex_search(
+      result.output, std::regex("Warning: window 0x[0-9a-f]+ is 400x300, not the 500x400 asked "
+                                "for")))
+      << result.output;
+  EXPECT_NE(result.output.find("Resized Sized to 400x300"), std::string::npos) << result.output;
+}
+
 class BrimbleRunExample : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(BrimbleRunExample, RunsHeadlessIntoAValidAnimation) {

@@ -1,5 +1,6 @@
 #include "BrimbleCore/Scripting/ScriptTargets.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <regex>
 #include <system_error>
@@ -174,8 +175,12 @@ std::string ScriptTargets::pageAddress(const std::string& text, int line) const 
     return text;
   }
   std::error_code error;
-  for (const std::filesystem::path& path :
-       {std::filesystem::path(text), options_.scriptDirectory / text}) {
+  // "~/" is the home folder, as in a shell; the script's own folder has no "~" of its own.
+  const char* home = std::getenv("HOME");
+  const std::filesystem::path written = text.starts_with("~/") && home != nullptr && *home != '\0'
+                                            ? std::filesystem::path(home) / text.substr(2)
+                                            : std::filesystem::path(text);
+  for (const std::filesystem::path& path : {written, options_.scriptDirectory / text}) {
     if (std::filesystem::is_regular_file(path, error)) {
       return "file://" + std::filesystem::absolute(path, error).lexically_normal().string();
     }

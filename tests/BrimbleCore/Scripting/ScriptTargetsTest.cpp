@@ -4,6 +4,8 @@
 #include "BrimbleCore/Scripting/ScriptTargets.h"
 
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -193,6 +195,11 @@ TEST(ScriptTargets, PagesAreAddressesOrFilesFromHereOrBesideTheScript) {
        {"https://example.com/form.html", "about:blank", "data:text/html,<p>hi</p>"}) {
     EXPECT_EQ(desk.targets.pageAddress(address, 1), address);
   }
+  // "~/" is the home folder.
+  const std::string home = std::getenv("HOME") != nullptr ? std::getenv("HOME") : "";
+  ::setenv("HOME", directory.path().c_str(), 1);
+  EXPECT_EQ(desk.targets.pageAddress("~/form.html", 1), form);
+  ::setenv("HOME", home.c_str(), 1);
   // A web address without its scheme is completed as a browser's address bar would.
   EXPECT_EQ(desk.targets.pageAddress("example.com/form.html", 1), "http://example.com/form.html");
   EXPECT_EQ(desk.targets.pageAddress("localhost:8000", 1), "http://localhost:8000");

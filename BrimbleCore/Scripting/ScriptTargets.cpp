@@ -202,6 +202,10 @@ std::string ScriptTargets::pageAddress(const std::string& text, int line) const 
 
 void ScriptTargets::checkPages(const std::vector<LocatedInstruction>& instructions) const {
   for (const LocatedInstruction& located : instructions) {
+    // A shell command may write the page (or start the server) the lines after it open.
+    if (std::holds_alternative<RunInstruction>(located.instruction)) {
+      return;
+    }
     const ScriptValue* url = nullptr;
     if (const auto* browser = std::get_if<BrowserInstruction>(&located.instruction)) {
       url = &browser->url;

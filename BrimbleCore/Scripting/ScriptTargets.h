@@ -61,7 +61,8 @@ class ScriptTargets {
   /// (".html", ...) that names no file.
   std::string pageAddress(const std::string& text, int line) const;
   /// Checks the pages that `browser` and `navigate` lines name in writing (not through
-  /// variables) before the script runs, as `pageAddress` does.
+  /// variables) before the script runs, as `pageAddress` does, up to the first `run` line (which
+  /// may make the page).
   void checkPages(const std::vector<LocatedInstruction>& instructions) const;
   /// The address the browser session was last taken to.
   const std::string& browserURL() const noexcept { return browserURL_; }

@@ -206,14 +206,25 @@ TEST(BrimbleRun, APageThatIsNotThereFailsItsLineAndABrowserSegmentShowsThePageUn
                                         shellQuote(writeScript(directory, text).string())));
   };
   // A page file that is not there is refused before the script does anything.
-  auto result = run("run \"touch ran\"\nbrowser chrome \"nofile.html\"\nwait 1\n");
+  auto result = runCommand(
+      "cd " + shellQuote(directory.path().string()) + " && " +
+      brimbleWithStderr("run --headless " + shellQuote(writeScript(directory,
+                                                                   "open \"xterm\"\nbrowser chrome "
+                                                                   "\"nofile.html\"\nwait 1\n")
+                                                           .string())));
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_NE(result.output.find("Line 2: page not found: no file 'nofile.html' in the working "
                                "directory ("),
             std::string::npos)
       << result.output;
-  EXPECT_FALSE(fs::exists(directory / "ran")) << "the script ran before it was refused";
+  EXPECT_EQ(result.output.find("opened xterm"), std::string::npos) << result.output;
   EXPECT_FALSE(fs::exists(out));
+  // After a shell command, which may write the page, its line is where it is looked for.
+  result = run("run \"touch ran\"\nbrowser chrome \"nofile.html\"\nwait 1\n");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("Line 2: page not found: no file 'nofile.html'"), std::string::npos)
+      << result.output;
+  EXPECT_TRUE(fs::exists(directory / "ran"));
   // A page the browser cannot load fails its line rather than recording the browser's error.
   result = run("browser chrome \"file:///nonexistent-brimble/page.html\"\nrecord region 0 0 9 9\n");
   EXPECT_EQ(result.exitCode, 1);

@@ -119,35 +119,36 @@ Command addWindowCommand(CLI::App& app) {
   close->add_option("app", options->app, "Application name");
   close->add_option("--id", options->id, "The window's id, as `brimble windows` lists it")
       ->check(windowID());
-  return {command, [=] {
-            if (close->parsed() && options->app.empty() && options->id.empty()) {
-              fmt::print(stderr, "brimble window close: give an application name or --id\n");
-              return kExitUsage;
-            }
-            const auto desktop = lastingDesktop();
-            WindowManager& manager = desktop->windows();
-            if (open->parsed()) {
-              fmt::print("{}\n", formatXID(manager.openApp(options->app)));
-            } else if (focus->parsed()) {
-              manager.focusApp(options->app);
-            } else if (resize->parsed()) {
-              manager.resize(options->app, options->width, options->height);
-            } else if (const auto id = parseXID(options->id)) {
-              if (!manager.find(*id)) {
-                fmt::print(stderr, "brimble window close: Window ID {} not found\n",
-                           formatXID(*id));
-                return kExitFailure;
-              }
-              manager.close(options->app, *id);
-            } else {
-              const auto match = manager.find(options->app);
-              if (!match) {
-                throw WindowManagerError::windowNotFound(options->app);
-              }
-              manager.close(options->app, match->window.id);
-            }
-            return kExitSuccess;
-          }};
+  return {
+      command, [=] {
+        if (close->parsed() && options->app.empty() && options->id.empty()) {
+          fmt::print(stderr, "brimble window close: give an application name or --id\n");
+          return kExitUsage;
+        }
+        const auto desktop = lastingDesktop();
+        WindowManager& manager = desktop->windows();
+        if (open->parsed()) {
+          fmt::print("{}\n", formatXID(manager.openApp(options->app)));
+        } else if (focus->parsed()) {
+          manager.focusApp(options->app);
+        } else if (resize->parsed()) {
+          const ScreenRect reached = manager.resize(options->app, options->width, options->height);
+          fmt::print("{}x{}\n", reached.width, reached.height);
+        } else if (const auto id = parseXID(options->id)) {
+          if (!manager.find(*id)) {
+            fmt::print(stderr, "brimble window close: Window ID {} not found\n", formatXID(*id));
+            return kExitFailure;
+          }
+          manager.close(options->app, *id);
+        } else {
+          const auto match = manager.find(options->app);
+          if (!match) {
+            throw WindowManagerError::windowNotFound(options->app);
+          }
+          manager.close(options->app, match->window.id);
+        }
+        return kExitSuccess;
+      }};
 }
 
 }  // namespace brimble::cli

@@ -19,8 +19,9 @@ packages=(
   chromium libboost-dev fonts-dejavu-core fonts-liberation
   # the example scripts: a git repository in a terminal
   git
-  # element targets in native applications: AT-SPI, and GTK dialogs to test against
-  libatspi2.0-dev at-spi2-core zenity gtk-3-examples
+  # element targets in native applications: AT-SPI, and GTK dialogs and widgets to test against,
+  # with an independent reader of the bus (python3-gi's AT-SPI bindings)
+  libatspi2.0-dev at-spi2-core zenity gtk-3-examples gir1.2-atspi-2.0
   # video and sound: H.264/AAC in MP4, the desktop's sound server, and a private one for tests
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev libpulse-dev
   pulseaudio pulseaudio-utils

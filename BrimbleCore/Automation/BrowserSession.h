@@ -25,7 +25,8 @@ class BrowserSession {
   virtual int pid() const = 0;
   /// The page's elements, by "text:…" and "css:…" targets.
   virtual ElementDriver& elements() = 0;
-  /// Loads `url` and waits until it has loaded. Throws DemoDriverError, CDPError.
+  /// Loads `url` and waits until it has loaded. Throws DemoDriverError (actionFailed "page not
+  /// found: ..." when it cannot be loaded), CDPError.
   virtual void navigate(const std::string& url) = 0;
   /// Zooms the page to `scale` (1 or less resets it), with `focus`'s element in the middle of
   /// the view when given. Throws DemoDriverError, CDPError.
@@ -42,8 +43,9 @@ class BrowserLauncher {
   BrowserLauncher& operator=(BrowserLauncher&&) = delete;
   virtual ~BrowserLauncher() = default;
 
-  /// Opens a browser window on `url` and returns once the page has loaded. Throws CDPError
-  /// (browserNotInstalled, noDebuggablePage) and DemoDriverError.
+  /// Opens a browser window on `url`, the page alone without the browser's tabs and toolbar, and
+  /// returns once the page has loaded. Throws CDPError (browserNotInstalled, noDebuggablePage)
+  /// and DemoDriverError (actionFailed "page not found: ..." when the page cannot be loaded).
   virtual std::unique_ptr<BrowserSession> launch(const std::string& url) = 0;
 };
 

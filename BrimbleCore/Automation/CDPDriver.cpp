@@ -5,7 +5,9 @@
 
 #include "BrimbleCore/Automation/CDPError.h"
 #include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Automation/ElementQuery.h"
 #include "BrimbleCore/Automation/WebSocketCDPTransport.h"
+#include "BrimbleCore/Support/Log.h"
 
 namespace brimble {
 namespace {
@@ -18,49 +20,24 @@ constexpr const char* kCalibration =
     "{x:window.screenX,y:window.screenY+(window.outerHeight-window.innerHeight),\n"
     "w:window.innerWidth,h:window.innerHeight};})()";
 
-/// The page program that finds an element for a selector (in the variable `target`) and returns
-/// its viewport rectangle, or null. "text=" looks at controls first, then at plain containers.
-constexpr const char* kLocate = R"(
-  var element = null;
-  if (target.indexOf('text=') === 0) {
-    var text = target.slice(5);
-    var find = function(selector) {
-      var all = document.querySelectorAll(selector);
-      for (var i = 0; i < all.length; i++) {
-        var shown = ((all[i].innerText || all[i].value || '') + '').trim();
-        if (shown.indexOf(text) !== -1) { return all[i]; }
-      }
-      return null;
-    };
-    element = find('a,button,input,[role],label') || find('span,div,li');
-  } else {
-    element = document.querySelector(target);
-  })";
+/// What the page in the tab is: the browser's own error page (with its error code) when it
+/// could not load one, else the HTTP status its document came with (0 for files and data).
+constexpr const char* kLoadOutcome = R"((function(){
+  if (location.protocol === 'chrome-error:') {
+    var code = document.querySelector('.error-code');
+    return {error: ((code && code.innerText) || '').trim() || document.title || 'error page'};
+  }
+  var entry = performance.getEntriesByType('navigation')[0];
+  return {status: (entry && entry.responseStatus) || 0};
+})())";
 
-/// The page program that lists the visible elements one can click or type into (up to `limit`),
-/// each with its accessible name and a selector that the page resolves to it and nothing else.
-constexpr const char* kDiscover = R"(
+/// The page programs' function that names an element by a selector the page resolves to it and
+/// to nothing else: its id, its tag, an attribute, else the steps down from the nearest ancestor
+/// an id names (or from the body).
+constexpr const char* kSelectorOf = R"(
   var unique = function(selector, element) {
     var all = document.querySelectorAll(selector);
     return all.length === 1 && all[0] === element;
-  };
-  var textOf = function(node) { return node ? ((node.innerText || '') + '').trim() : ''; };
-  // A field shows its value; a check box or radio button's value ("on") is not shown.
-  var ownText = function(e) {
-    var shown = textOf(e);
-    return shown || (/^(checkbox|radio)$/i.test(e.type || '') ? '' : ((e.value || '') + '').trim());
-  };
-  var nameOf = function(e) {
-    var labelledBy = (e.getAttribute('aria-labelledby') || '').split(/\s+/).map(function(id) {
-      return textOf(id && document.getElementById(id));
-    });
-    var names = [ownText(e), labelledBy.join(' ').trim(), e.getAttribute('aria-label'),
-                 Array.from(e.labels || []).map(textOf).join(' ').trim(),
-                 e.getAttribute('placeholder'), e.getAttribute('title'), e.getAttribute('alt')];
-    for (var i = 0; i < names.length; i++) {
-      if (names[i] && names[i].trim()) { return names[i].trim(); }
-    }
-    return '';
   };
   var selectorOf = function(e) {
     var tag = e.tagName.toLowerCase();
@@ -72,7 +49,6 @@ constexpr const char* kDiscover = R"(
     for (var i = 0; i < tries.length; i++) {
       if (unique(tries[i], e)) { return tries[i]; }
     }
-    // Steps down from the nearest ancestor an id names, or from the body.
     var steps = [];
     for (var node = e; node; node = node.parentElement) {
       if (node !== e && node.id && unique('#' + CSS.escape(node.id), node)) {
@@ -91,6 +67,68 @@ constexpr const char* kDiscover = R"(
       steps.unshift(same.length === 1 ? step : step + nth);
     }
     return steps.join(' > ');
+  };)";
+
+/// The page program that finds an element for a selector (in the variable `target`): `element`,
+/// or null. "text=" looks at controls first, then at plain containers (the innermost that hold
+/// the text), and may end in "[N]" for the Nth match. Where several match, the first that is
+/// visible and enabled is taken, and `matched` says how many there were and which was taken.
+constexpr const char* kLocate = R"(
+  var matches = [], index = 0, text = null;
+  if (target.indexOf('text=') === 0) {
+    text = target.slice(5);
+    var numbered = /^(.*)\[([0-9]+)\]$/.exec(text);
+    if (numbered) { text = numbered[1]; index = parseInt(numbered[2], 10); }
+    var find = function(selector) {
+      var found = Array.from(document.querySelectorAll(selector)).filter(function(e) {
+        return ((e.innerText || e.value || '') + '').trim().indexOf(text) !== -1;
+      });
+      return found.filter(function(e) {
+        return !found.some(function(inner) { return inner !== e && e.contains(inner); });
+      });
+    };
+    matches = find('a,button,input,[role],label');
+    if (!matches.length) { matches = find('span,div,li'); }
+  } else {
+    matches = Array.from(document.querySelectorAll(target));
+  }
+  var usable = function(e) {
+    var r = e.getBoundingClientRect();
+    return r.width > 0 && r.height > 0 && getComputedStyle(e).visibility !== 'hidden' &&
+           !e.closest('[disabled],[aria-disabled="true"]');
+  };
+  var element = null, matched = null;
+  if (index > 0) {
+    element = matches[index - 1] || null;
+  } else if (matches.length) {
+    var picked = matches.findIndex(usable);
+    element = matches[Math.max(picked, 0)];
+    if (matches.length > 1) {
+      matched = {count: matches.length, picked: Math.max(picked, 0) + 1, usable: picked >= 0,
+                 selector: text === null ? 'css:' + selectorOf(element) : null};
+    }
+  })";
+
+/// The page program that lists the visible elements one can click or type into (up to `limit`),
+/// each with its accessible name and a selector that the page resolves to it and nothing else.
+constexpr const char* kDiscover = R"(
+  var textOf = function(node) { return node ? ((node.innerText || '') + '').trim() : ''; };
+  // A field shows its value; a check box or radio button's value ("on") is not shown.
+  var ownText = function(e) {
+    var shown = textOf(e);
+    return shown || (/^(checkbox|radio)$/i.test(e.type || '') ? '' : ((e.value || '') + '').trim());
+  };
+  var nameOf = function(e) {
+    var labelledBy = (e.getAttribute('aria-labelledby') || '').split(/\s+/).map(function(id) {
+      return textOf(id && document.getElementById(id));
+    });
+    var names = [ownText(e), labelledBy.join(' ').trim(), e.getAttribute('aria-label'),
+                 Array.from(e.labels || []).map(textOf).join(' ').trim(),
+                 e.getAttribute('placeholder'), e.getAttribute('title'), e.getAttribute('alt')];
+    for (var i = 0; i < names.length; i++) {
+      if (names[i] && names[i].trim()) { return names[i].trim(); }
+    }
+    return '';
   };
   var elements = [];
   var all = document.querySelectorAll('a,button,input,textarea,select,[role],[onclick]');
@@ -106,8 +144,8 @@ constexpr const char* kDiscover = R"(
 })())";
 
 std::string locateProgram(const std::string& selector, const std::string& body) {
-  return "(function(){var target = " + CDPDriver::javaScriptString(selector) + ";" + kLocate +
-         body + "})()";
+  return "(function(){var target = " + CDPDriver::javaScriptString(selector) + ";" + kSelectorOf +
+         kLocate + body + "})()";
 }
 
 }  // namespace
@@ -194,7 +232,8 @@ void CDPDriver::navigate(const std::string& url, std::chrono::milliseconds timeo
   evaluate("window.__brimbleLeaving = true;");
   const nlohmann::json answer = connection_->send("Page.navigate", {{"url", url}});
   if (const auto error = answer.find("errorText"); error != answer.end() && error->is_string()) {
-    throw DemoDriverError::actionFailed("navigate to " + url + ": " + error->get<std::string>());
+    throw DemoDriverError::actionFailed("page not found: " + url + " could not be loaded (" +
+                                        error->get<std::string>() + ")");
   }
   geometry_.reset();
   const std::string arrived =
@@ -206,6 +245,24 @@ void CDPDriver::navigate(const std::string& url, std::chrono::milliseconds timeo
       throw DemoDriverError::actionFailed("page " + url + " did not finish loading");
     }
     std::this_thread::sleep_for(kPollInterval);
+  }
+  checkLoaded(url);
+}
+
+void CDPDriver::checkLoaded(const std::string& url) {
+  const nlohmann::json outcome = evaluate(kLoadOutcome);
+  if (!outcome.is_object()) {
+    return;
+  }
+  if (const auto error = outcome.find("error"); error != outcome.end() && error->is_string()) {
+    throw DemoDriverError::actionFailed("page not found: " + url + " could not be loaded (" +
+                                        error->get<std::string>() + ")");
+  }
+  // An error status with a page of the server's own still is no page the script meant.
+  const int status = outcome.value("status", 0);
+  if (status >= 400) {
+    throw DemoDriverError::actionFailed("page not found: " + url + " answered HTTP " +
+                                        std::to_string(status));
   }
 }
 
@@ -248,14 +305,15 @@ CDPGeometry CDPDriver::geometry() {
 }
 
 std::optional<ElementRect> CDPDriver::locate(const std::string& target) {
-  const nlohmann::json rect =
-      evaluate(locateProgram(pageSelector(target),
-                             "if (!element) { return null; }"
-                             "var r = element.getBoundingClientRect();"
-                             "return {x: r.x, y: r.y, w: r.width, h: r.height};"));
+  const nlohmann::json rect = evaluate(
+      locateProgram(pageSelector(target),
+                    "if (!element) { return null; }"
+                    "var r = element.getBoundingClientRect();"
+                    "return {x: r.x, y: r.y, w: r.width, h: r.height, matched: matched};"));
   if (!rect.is_object()) {
     return std::nullopt;
   }
+  noteMatches(target, rect);
   return ElementRect{rect.value("x", 0.0), rect.value("y", 0.0), rect.value("w", 0.0),
                      rect.value("h", 0.0)};
 }
@@ -300,18 +358,37 @@ void CDPDriver::fill(const std::string& target, const std::string& text) {
                                  ";"
                                  "element.dispatchEvent(new Event('input', {bubbles: true}));"
                                  "element.dispatchEvent(new Event('change', {bubbles: true}));"
-                                 "return true;"));
-  if (filled != true) {
+                                 "return {matched: matched};"));
+  if (!filled.is_object()) {
     throw DemoDriverError::elementNotFound(target);
   }
+  noteMatches(target, filled);
 }
 
 void CDPDriver::focus(const std::string& target) {
-  if (evaluate(locateProgram(pageSelector(target),
-                             "if (!element) { return false; } element.focus(); return true;")) !=
-      true) {
+  const nlohmann::json focused = evaluate(
+      locateProgram(pageSelector(target),
+                    "if (!element) { return false; } element.focus(); return {matched: matched};"));
+  if (!focused.is_object()) {
     throw DemoDriverError::elementNotFound(target);
   }
+  noteMatches(target, focused);
+}
+
+void CDPDriver::noteMatches(const std::string& target, const nlohmann::json& answer) {
+  const auto matched = answer.find("matched");
+  if (matched == answer.end() || !matched->is_object() || !warned_.insert(target).second) {
+    return;
+  }
+  const int picked = matched->value("picked", 1);
+  const std::string selector = matched->value("selector", nlohmann::json()).is_string()
+                                   ? (*matched)["selector"].get<std::string>()
+                                   : ElementQuery::withIndex(target, picked);
+  logLine(ElementQuery::ambiguityWarning(target, matched->value("count", 0), picked,
+                                         matched->value("usable", false)
+                                             ? "the first that is visible and enabled"
+                                             : "none is visible and enabled",
+                                         selector));
 }
 
 ElementRect CDPDriver::waitFor(const std::string& target, std::chrono::milliseconds timeout) {
@@ -346,7 +423,8 @@ void CDPDriver::setRealZoom(double scale, const std::optional<std::string>& focu
 
 std::vector<DiscoveredElement> CDPDriver::listElements(int limit) {
   const nlohmann::json found =
-      evaluate("(function(){var limit = " + std::to_string(std::max(limit, 0)) + ";" + kDiscover);
+      evaluate("(function(){var limit = " + std::to_string(std::max(limit, 0)) + ";" + kSelectorOf +
+               kDiscover);
   std::vector<DiscoveredElement> elements;
   if (!found.is_object() || !found.contains("elements") || !found["elements"].is_array()) {
     return elements;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -16,10 +17,13 @@
 namespace brimble {
 
 /// Drives one browser page: evaluates small programs in it to find, click, fill, zoom and measure
-/// elements, and maps page coordinates to the screen. Targets are "text:Visible text",
-/// "css:selector" (or a bare selector, or the page's own "text=…"); "role:" targets belong to
-/// accessibility and are refused here. Errors are DemoDriverError (about elements and targets) and
-/// CDPError (about the connection). One thread at a time.
+/// elements, and maps page coordinates to the screen. Targets are "text:Visible text" (which may
+/// end in "[N]" for its Nth match), "css:selector" (or a bare selector, or the page's own
+/// "text=…"); "role:" targets belong to accessibility and are refused here. A target that
+/// matches several elements means the first that is visible and enabled, and the first time it
+/// is used it logs a warning naming how many matched and a target for the one taken. Errors are
+/// DemoDriverError (about elements and targets) and CDPError (about the connection). One thread at
+/// a time.
 class CDPDriver {
  public:
   /// Drives the page behind `connection`: enables the Page and Runtime domains.
@@ -32,11 +36,16 @@ class CDPDriver {
   /// exception is DemoDriverError::actionFailed with its text.
   nlohmann::json evaluate(const std::string& expression);
 
-  /// Loads `url`, then waits (up to `timeout`) until the document has finished loading.
+  /// Loads `url`, then waits (up to `timeout`) until the document has finished loading. A page
+  /// that cannot be loaded is DemoDriverError::actionFailed, as in `checkLoaded`.
   void navigate(const std::string& url,
                 std::chrono::milliseconds timeout = std::chrono::seconds(30));
   /// Waits until the current document has finished loading; actionFailed after `timeout`.
   void waitForLoad(std::chrono::milliseconds timeout = std::chrono::seconds(30));
+  /// Throws DemoDriverError::actionFailed ("page not found: <url> ...") when the loaded
+  /// document is no page of `url`'s: the browser's error page (no such file or host, a refused
+  /// connection) or an HTTP error status.
+  void checkLoaded(const std::string& url);
 
   /// Renders the page at `width` x `height` CSS pixels, scale factor 1.
   void setViewport(int width, int height);
@@ -82,9 +91,14 @@ class CDPDriver {
  private:
   /// The element's rectangle; elementNotFound when there is none or it is empty.
   ElementRect visibleRect(const std::string& target);
+  /// Logs, once per target, that the target matched several elements and which was taken, when
+  /// a location program's `answer` says so.
+  void noteMatches(const std::string& target, const nlohmann::json& answer);
 
   std::unique_ptr<CDPConnection> connection_;
   std::optional<CDPGeometry> geometry_;
+  /// The ambiguous targets already warned about.
+  std::set<std::string, std::less<>> warned_;
 };
 
 }  // namespace brimble

@@ -18,7 +18,6 @@ class ChromeBrowserSession final : public BrowserSession {
   void setRealZoom(double scale, const std::optional<std::string>& focus) override {
     driver_.setRealZoom(scale, focus);
   }
-  void waitForLoad() { driver_.waitForLoad(); }
 
  private:
   // Declared in this order so the connection closes before the browser goes.
@@ -30,9 +29,12 @@ class ChromeBrowserSession final : public BrowserSession {
 }  // namespace
 
 std::unique_ptr<BrowserSession> ChromeBrowserLauncher::launch(const std::string& url) {
+  // Started blank and then taken to the page: a page that cannot be loaded (no such host, a
+  // refused connection) fails the navigation, whereas a browser started on it only shows its
+  // error page, possibly after the first document has long said it is complete.
   auto session = std::make_unique<ChromeBrowserSession>(
-      ChromeLauncher::launch(0, url, std::chrono::seconds(20), environment_));
-  session->waitForLoad();
+      ChromeLauncher::launch(0, "about:blank", std::chrono::seconds(20), environment_));
+  session->navigate(url);
   return session;
 }
 

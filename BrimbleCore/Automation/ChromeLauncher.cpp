@@ -116,7 +116,6 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
       "--disable-renderer-backgrounding",
       "--hide-crash-restore-bubble",
       "--no-restore-session-state",
-      "--new-window",
       // A size that reads well in a GIF, where the window manager puts nothing in its way.
       "--window-position=0,0",
       "--window-size=1280,800",
@@ -136,7 +135,12 @@ ChromeLauncher::Session ChromeLauncher::launch(int port, const std::string& url,
     // --no-sandbox would otherwise show across the top of every recording.
     arguments.insert(arguments.end(), {"--no-sandbox", "--test-type"});
   }
-  arguments.push_back(url);
+  // A bare application window: no tabs, no toolbar. A recording draws an address bar of its
+  // own, and Chromium's would be a second one above it.
+  // Chromium opens no application window on an about: address (it falls back to a window with
+  // tabs); an empty document is the same blank page.
+  arguments.push_back("--app=" +
+                      (url.starts_with("about:") ? std::string("data:text/html,") : url));
   // Whatever Chromium and its helpers keep outside the profile (crash reports, font and GPU
   // caches, dconf, "org.chromium.Chromium.*" temporary folders) goes inside it too, and is
   // deleted with it instead of piling up in the user's home and temporary directory.

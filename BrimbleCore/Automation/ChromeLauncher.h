@@ -46,7 +46,8 @@ class ChromeLauncher {
 
   /// Starts the browser on `url` with the DevTools endpoint on `port` (0: a free one, read back
   /// from the profile), in a fresh profile directory "brimble-chrome-…" in the temporary
-  /// directory, in a 1280x800 window at the screen's top-left corner, and polls /json/list (up
+  /// directory, in a 1280x800 application window (the page alone, without tabs or toolbar) at
+  /// the screen's top-left corner, and polls /json/list (up
   /// to `timeout`) for a page target. `environment` ("NAME=value") is added to ours for the
   /// browser: the display it opens on. Throws CDPError: browserNotInstalled, or
   /// noDebuggablePage when no page target appeared in time.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <set>
 #include <system_error>
 #include <utility>
@@ -18,6 +19,8 @@ constexpr double kNewWindowTimeout = 10;
 constexpr double kNewWindowPoll = 0.050;
 constexpr double kSettleTimeout = 1;
 constexpr double kSettlePoll = 0.010;
+// Terminals size in whole character cells, so a size this close to the one asked for is it.
+constexpr int kCellSlack = 24;
 
 /// How well a window's application name answers a request: 2 when it equals the request or one
 /// of its programs, 1 when it contains one of them, 0 when it does not match.
@@ -207,40 +210,57 @@ void WindowManager::focusApp(std::string_view name) {
   focus(match->window.id);
 }
 
-void WindowManager::resize(std::string_view appName, int width, int height) {
+ScreenRect WindowManager::resize(std::string_view appName, int width, int height) {
   const auto match = find(appName);
   if (!match) {
     throw WindowManagerError::windowNotFound(std::string(appName));
   }
-  resize(match->window.id, width, height);
+  return resize(match->window.id, width, height);
 }
 
-void WindowManager::resize(std::uint32_t id, int width, int height) {
+ScreenRect WindowManager::resize(std::uint32_t id, int width, int height) {
   const auto window = find(id);
   if (!window) {
     throw WindowManagerError::windowNotFound(formatXID(id));
   }
   const ScreenRect before = window->contentFrame;
+  const auto reached = [&](const ScreenRect& size) {
+    return std::abs(size.width - width) < kCellSlack && std::abs(size.height - height) < kCellSlack;
+  };
   if (!windowSystem_.moveResize(id, {0, 0, width, height})) {
-    return;
+    throw WindowManagerError::windowNotFound(formatXID(id));
   }
   // Wait until the window manager has done it, so what comes next (a recording) sees the new
-  // geometry. A terminal may round the size, so any change of size counts.
+  // geometry; then say whether the window took the size. An application may keep a size of its
+  // own (a fixed or a smallest size), and the window manager may refuse: the request alone
+  // proves nothing.
   const auto deadline = clock_.now() + std::chrono::duration_cast<Clock::Duration>(
                                            std::chrono::duration<double>(kSettleTimeout));
-  while (clock_.now() < deadline) {
+  ScreenRect now = before;
+  while (true) {
     const auto current = find(id);
     if (!current) {
-      return;
+      throw WindowManagerError::windowNotFound(formatXID(id));
     }
-    const ScreenRect& content = current->contentFrame;
-    const bool sized = (content.width == width && content.height == height) ||
-                       content.width != before.width || content.height != before.height;
-    if (current->frame.x == 0 && current->frame.y == 0 && sized) {
-      return;
+    now = current->contentFrame;
+    if ((current->frame.x == 0 && current->frame.y == 0 && reached(now)) ||
+        clock_.now() >= deadline) {
+      break;
     }
     sleepFor(kSettlePoll);
   }
+  const std::string asked = std::to_string(width) + "x" + std::to_string(height);
+  const std::string got = std::to_string(now.width) + "x" + std::to_string(now.height);
+  if (!reached(now) && now.width == before.width && now.height == before.height) {
+    throw WindowManagerError::requestRefused(
+        "resize window " + formatXID(id) + " to " + asked,
+        "it stayed " + got + " (the application or the window manager keeps its size)");
+  }
+  if (!reached(now)) {
+    logLine("Warning: window " + formatXID(id) + " is " + got + ", not the " + asked +
+            " asked for (the application or the window manager limits its size)");
+  }
+  return now;
 }
 
 void WindowManager::close(std::string_view appName, std::uint32_t windowID) {

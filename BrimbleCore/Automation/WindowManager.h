@@ -67,11 +67,16 @@ class WindowManager {
   /// Raises and focuses the window `id` and waits (briefly) until it has the focus; a window
   /// that does not take it is logged.
   void focus(std::uint32_t id);
-  /// Moves the application's window to the top-left corner and sizes its content. Terminals
-  /// size in character cells, so they may end a few pixels smaller. Throws WindowManagerError.
-  void resize(std::string_view appName, int width, int height);
-  /// The same for the window `id`. Throws WindowManagerError when there is no such window.
-  void resize(std::uint32_t id, int width, int height);
+  /// Moves the application's window to the top-left corner, sizes its content and returns where
+  /// the content is the window manager has carried it out. Terminals size in character
+  /// cells, so they may end a few pixels smaller. A window that keeps its size is
+  /// WindowManagerError::requestRefused ("Cannot resize window 0x... to 800x600: it stayed
+  /// 300x200 ..."); one that changes but stops short of the size (a limit of its own) logs a
+  /// warning naming both sizes. Throws WindowManagerError windowNotFound as well.
+  ScreenRect resize(std::string_view appName, int width, int height);
+  /// The same for the window `id`. Throws as above, and windowNotFound when there is no such
+  /// window.
+  ScreenRect resize(std::uint32_t id, int width, int height);
   /// Asks a window to close; a failure is logged. Throws WindowManagerError (requestRefused)
   /// where the platform has no way to close it.
   void close(std::string_view appName, std::uint32_t windowID);

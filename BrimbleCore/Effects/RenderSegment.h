@@ -58,6 +58,10 @@ struct RenderSegment : RecordedSegment {
   /// Browser segments: the page's address, and whether a `navigate ... show-typing` typed it.
   std::string chromeURL;
   bool chromeTyping = false;
+  /// The window manager's frame comes off this segment whatever the settings say: a browser
+  /// segment has the address bar the render draws, and a title bar above it would be a second
+  /// frame.
+  bool cutsWindowFrame = false;
 };
 
 }  // namespace brimble

@@ -58,7 +58,7 @@ CanvasLayout CanvasLayout::make(std::span<const RenderSegment> segments,
     // The decorations come off exactly as the window manager reported them, in frame pixels.
     const FrameExtents& extents = segment.frameExtents;
     // A plain title bar takes the place of the window manager's, so it is cut away then too.
-    if (!settings.includeTitleBar || settings.fauxTitleBar) {
+    if (!settings.includeTitleBar || settings.fauxTitleBar || segment.cutsWindowFrame) {
       const auto frame = [&](int screenPixels) {
         return static_cast<int>(std::lround(screenPixels * placed.screenScale));
       };

@@ -93,6 +93,7 @@ ScriptOutcome ScriptEngine::execute(std::string_view source) {
 
 ScriptOutcome ScriptEngine::execute(const ParsedScript& script) {
   segments_.begin(script);
+  targets_.checkPages(script.instructions);
   const auto endAfterFailure = [this] {
     segments_.discard();
     if (context_.boolSetting("cleanup", true)) {
@@ -324,8 +325,9 @@ void ScriptEngine::resize(const ResizeInstruction& resize, int line) {
   }
   const int width = whole(resize.width, line);
   const int height = whole(resize.height, line);
-  services_.windows.resize(window->id, width, height);
-  options_.progress(fmt::format("Resized {} to {}x{}", window->appName, width, height));
+  const ScreenRect reached = services_.windows.resize(window->id, width, height);
+  options_.progress(
+      fmt::format("Resized {} to {}x{}", window->appName, reached.width, reached.height));
 }
 
 void ScriptEngine::clear() {
@@ -504,7 +506,7 @@ void ScriptEngine::navigate(const NavigateInstruction& navigate, int line) {
   if (targets_.browserSession() == nullptr) {
     throw ScriptError::runtimeError(line, "navigate requires a Chrome (browser) session");
   }
-  const std::string url = targets_.pageAddress(text(navigate.url, line));
+  const std::string url = targets_.pageAddress(text(navigate.url, line), line);
   DemoEvent event = demoEvent(DemoEvent::Kind::navigate);
   event.url = url;
   segments_.addDemoEvent(std::move(event), "", line);

@@ -265,6 +265,9 @@ void ScriptSegments::endSegment() {
     segment.isBrowserContent = true;
     segment.chromeURL = segmentURL_;
     segment.chromeTyping = segmentChromeTyping_;
+    // Unless the script asks for the window manager's title bar, the page shows under the
+    // address bar alone.
+    segment.cutsWindowFrame = context_.setting("include-title-bar") == nullptr;
   }
   activeWindow_.reset();
   segmentEffects_.clear();

@@ -1,6 +1,8 @@
 #include "BrimbleCore/Scripting/ScriptTargets.h"
 
+#include <cstdlib>
 #include <filesystem>
+#include <regex>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -16,6 +18,23 @@ namespace {
 // How long `capture-window` and `browser` look for a window that is still opening.
 constexpr double kWindowAppearTimeout = 10;
 constexpr double kWindowPoll = 0.1;
+
+// Whether a page address without a scheme is meant as a file: a path ("/", "./", "../", "~/")
+// or a document's name ("form.html", "pages/form.html"), but not a web address that a browser's
+// address bar would complete ("example.org/index.html", "localhost:8000/form.html").
+bool namesFile(const std::string& text) {
+  if (text.starts_with("/") || text.starts_with("./") || text.starts_with("../") ||
+      text.starts_with("~/")) {
+    return true;
+  }
+  static const std::regex kDocument(
+      R"(.*\.(html?|xhtml|shtml|svg|xml|txt|pdf|json|md|png|jpe?g|gif|webp))", std::regex::icase);
+  if (!std::regex_match(text, kDocument)) {
+    return false;
+  }
+  const std::string host = text.substr(0, text.find('/'));
+  return host == text || (host.find_first_of(".:") == std::string::npos && host != "localhost");
+}
 
 }  // namespace
 
@@ -123,7 +142,7 @@ void ScriptTargets::browser(const BrowserInstruction& browser, int line) {
   if (services_.browsers == nullptr) {
     throw ScriptError::runtimeError(line, "Google Chrome or Chromium is not installed");
   }
-  const std::string url = pageAddress(context_.resolve(browser.url, line));
+  const std::string url = pageAddress(context_.resolve(browser.url, line), line);
   browser_.reset();  // one browser session at a time
   browser_ = services_.browsers->launch(url);
   const int pid = browser_->pid();
@@ -150,19 +169,55 @@ void ScriptTargets::navigate(const std::string& url) {
 
 // A script and its page can travel together: a page named by a relative path is looked for
 // beside the script when the working directory has none.
-std::string ScriptTargets::pageAddress(const std::string& text) const {
-  if (text.find("://") != std::string::npos || text.starts_with("about:") ||
-      text.starts_with("data:")) {
+std::string ScriptTargets::pageAddress(const std::string& text, int line) const {
+  static const std::regex kScheme("^[A-Za-z][A-Za-z0-9+.-]*:[^0-9]");
+  if (text.find("://") != std::string::npos || std::regex_search(text, kScheme)) {
     return text;
   }
   std::error_code error;
-  for (const std::filesystem::path& path :
-       {std::filesystem::path(text), options_.scriptDirectory / text}) {
+  // "~/" is the home folder, as in a shell; the script's own folder has no "~" of its own.
+  const char* home = std::getenv("HOME");
+  const std::filesystem::path written = text.starts_with("~/") && home != nullptr && *home != '\0'
+                                            ? std::filesystem::path(home) / text.substr(2)
+                                            : std::filesystem::path(text);
+  for (const std::filesystem::path& path : {written, options_.scriptDirectory / text}) {
     if (std::filesystem::is_regular_file(path, error)) {
       return "file://" + std::filesystem::absolute(path, error).lexically_normal().string();
     }
   }
-  return text;
+  // A path, or a document's name, that is not there: the browser would show its error page and
+  // the recording a blank one.
+  if (namesFile(text)) {
+    std::string where =
+        "the working directory (" + std::filesystem::current_path(error).string() + ")";
+    if (!options_.scriptDirectory.empty()) {
+      where += " or beside the script (" + options_.scriptDirectory.string() + ")";
+    }
+    throw ScriptError::runtimeError(line, "page not found: no file '" + text + "' in " + where);
+  }
+  // A web address without its scheme ("example.org", "localhost:8000"), as a browser's address
+  // bar completes it.
+  return "http://" + text;
+}
+
+void ScriptTargets::checkPages(const std::vector<LocatedInstruction>& instructions) const {
+  for (const LocatedInstruction& located : instructions) {
+    // A shell command may write the page (or start the server) the lines after it open.
+    if (std::holds_alternative<RunInstruction>(located.instruction)) {
+      return;
+    }
+    const ScriptValue* url = nullptr;
+    if (const auto* browser = std::get_if<BrowserInstruction>(&located.instruction)) {
+      url = &browser->url;
+    } else if (const auto* navigate = std::get_if<NavigateInstruction>(&located.instruction)) {
+      url = &navigate->url;
+    }
+    // Only what is written out: a variable's page is known when its line runs.
+    if (url != nullptr && url->kind == ScriptValue::Kind::string &&
+        url->text.find('$') == std::string::npos) {
+      pageAddress(url->text, located.line);
+    }
+  }
 }
 
 void ScriptTargets::zoomPage(double scale, const std::string& target, int line) {

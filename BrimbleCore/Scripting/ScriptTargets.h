@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "BrimbleCore/Automation/BrowserSession.h"
 #include "BrimbleCore/Automation/ElementDriver.h"
@@ -55,8 +56,14 @@ class ScriptTargets {
   /// Takes the browser session to `url` (a page address); only while there is a session.
   void navigate(const std::string& url);
   /// A page address as the browser takes it: a path to a local file (from the working
-  /// directory, else the script's folder) becomes a file:// URL.
-  std::string pageAddress(const std::string& text) const;
+  /// directory, else the script's folder) becomes a file:// URL, a web address without a scheme
+  /// an http:// one. Throws ScriptError "page not found: ..." for a path or document name
+  /// (".html", ...) that names no file.
+  std::string pageAddress(const std::string& text, int line) const;
+  /// Checks the pages that `browser` and `navigate` lines name in writing (not through
+  /// variables) before the script runs, as `pageAddress` does, up to the first `run` line (which
+  /// may make the page).
+  void checkPages(const std::vector<LocatedInstruction>& instructions) const;
   /// The address the browser session was last taken to.
   const std::string& browserURL() const noexcept { return browserURL_; }
   /// Whether `id` is the browser session's window.

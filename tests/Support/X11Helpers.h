@@ -21,8 +21,8 @@ bool eventually(const std::function<bool()>& condition);
 /// it receives as lines (see X11TestClient.cpp). Closed with the object.
 class TestWindow {
  public:
-  /// Starts the client with `arguments` (--color, --size, --position, --class, --title) and
-  /// waits until its window is mapped. Throws when it does not appear.
+  /// Starts the client with `arguments` (--color, --size, --max-size, --position, --class,
+  /// --title) and waits until its window is mapped. Throws when it does not appear.
   explicit TestWindow(const std::vector<std::string>& arguments = {});
 
   std::uint32_t id() const noexcept { return id_; }

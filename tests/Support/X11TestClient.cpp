@@ -8,9 +8,11 @@
 // It ends when standard input closes or the window manager asks it to close. A line
 // "warp <x> <y>" on standard input moves the pointer there the way a program does
 // (XWarpPointer), not as a device would; "resize <width> <height>" asks for a new size;
-// "color <RRGGBB>" repaints the window in that colour.
+// "color <RRGGBB>" repaints the window in that colour. --max-size asks the window manager to keep
+// the window at most that large, as applications with a fixed size do.
 //
 //   BrimbleX11TestClient [--title T] [--class C] [--size WxH] [--position X,Y] [--color RRGGBB]
+//                        [--max-size WxH]
 
 #include <cstdio>
 #include <cstdlib>
@@ -30,6 +32,8 @@ int main(int argc, char** argv) {
   int x = 0;
   int y = 0;
   unsigned long color = 0x336699;
+  int maxWidth = 0;
+  int maxHeight = 0;
   for (int i = 1; i + 1 < argc; i += 2) {
     const std::string option = argv[i];
     const std::string value = argv[i + 1];
@@ -41,6 +45,8 @@ int main(int argc, char** argv) {
       std::sscanf(value.c_str(), "%dx%d", &width, &height);
     } else if (option == "--position") {
       std::sscanf(value.c_str(), "%d,%d", &x, &y);
+    } else if (option == "--max-size") {
+      std::sscanf(value.c_str(), "%dx%d", &maxWidth, &maxHeight);
     } else if (option == "--color") {
       color = std::strtoul(value.c_str(), nullptr, 16);
     }
@@ -68,6 +74,11 @@ int main(int argc, char** argv) {
   sizeHints.y = y;
   sizeHints.width = width;
   sizeHints.height = height;
+  if (maxWidth > 0 && maxHeight > 0) {
+    sizeHints.flags |= PMaxSize;
+    sizeHints.max_width = maxWidth;
+    sizeHints.max_height = maxHeight;
+  }
   XSetWMNormalHints(display, window, &sizeHints);
   const long pid = static_cast<long>(getpid());
   XChangeProperty(display, window, XInternAtom(display, "_NET_WM_PID", False), XA_CARDINAL, 32,

@@ -16,6 +16,7 @@
 
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Support/ProcessTable.h"
+#include "BrimbleCore/Support/XID.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
@@ -55,7 +56,9 @@ TEST_F(AutomationCommands, WindowsAreListedResizedAndClosed) {
   EXPECT_EQ(windows[0].at("app"), "DemoApp");
   EXPECT_EQ(windows[0].at("title"), "Demo");
 
-  EXPECT_EQ(runCommand(brimbleWithStderr("window resize demoapp 500 400")).exitCode, 0);
+  const auto resized = runCommand(brimbleWithStderr("window resize demoapp 500 400"));
+  EXPECT_EQ(resized.exitCode, 0);
+  EXPECT_EQ(resized.output, "500x400\n") << "the size the window took";
   const auto text = runCommand(brimbleWithStderr("windows")).output;
   EXPECT_THAT(text, ::testing::MatchesRegex("ID +APP +PID +FRAME +TITLE\n" + hexID() +
                                             " +DemoApp +[0-9]+ +0,0 [0-9]+x4[0-9][0-9] +Demo\n"));
@@ -65,6 +68,15 @@ TEST_F(AutomationCommands, WindowsAreListedResizedAndClosed) {
   EXPECT_EQ(missing.output, "brimble window: No window found for app 'Safari'\n");
   EXPECT_EQ(runCommand(brimbleWithStderr("window close DemoApp")).exitCode, 0);
   EXPECT_EQ(client_.nextLine(), "closed");
+
+  // A window that keeps its size is no success.
+  const testing::TestWindow fixed(
+      {"--class", "Fixed", "--size", "300x200", "--max-size", "300x200"});
+  const auto refused = runCommand(brimbleWithStderr("window resize fixed 500 400"));
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_EQ(refused.output, "brimble window: Cannot resize window " + formatXID(fixed.id()) +
+                                " to 500x400: it stayed 300x200 (the application or the window "
+                                "manager keeps its size)\n");
 }
 
 TEST_F(AutomationCommands, WindowIdsAreHexadecimalAndTheJSONListHasThePid) {

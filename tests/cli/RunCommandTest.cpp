@@ -204,6 +204,110 @@ click "role:AXTextField/Address and search bar"
   EXPECT_NE(result.output.find("No segments recorded"), std::string::npos) << result.output;
 }
 
+TEST(BrimbleRun, APageThatIsNotThereFailsItsLineAndABrowserSegmentShowsThePageUnderOneBar) {
+  TempDirectory directory;
+  const fs::path out = directory / "out.gif";
+  const auto run = [&](const std::string& text) {
+    return runCommand("cd " + shellQuote(directory.path().string()) + " && " +
+                      brimbleWithStderr("run --headless -q -o " + shellQuote(out.string()) + " " +
+                                        shellQuote(writeScript(directory, text).string())));
+  };
+  // A page file that is not there is refused before the script does anything.
+  auto result = runCommand(
+      "cd " + shellQuote(directory.path().string()) + " && " +
+      brimbleWithStderr("run --headless " + shellQuote(writeScript(directory,
+                                                                   "open \"xterm\"\nbrowser chrome "
+                                                                   "\"nofile.html\"\nwait 1\n")
+                                                           .string())));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("Line 2: page not found: no file 'nofile.html' in the working "
+                               "directory ("),
+            std::string::npos)
+      << result.output;
+  EXPECT_EQ(result.output.find("opened xterm"), std::string::npos) << result.output;
+  EXPECT_FALSE(fs::exists(out));
+  // After a shell command, which may write the page, its line is where it is looked for.
+  result = run("run \"touch ran\"\nbrowser chrome \"nofile.html\"\nwait 1\n");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("Line 2: page not found: no file 'nofile.html'"), std::string::npos)
+      << result.output;
+  EXPECT_TRUE(fs::exists(directory / "ran"));
+  // A page the browser cannot load fails its line rather than recording the browser's error.
+  result = run("browser chrome \"file:///nonexistent-brimble/page.html\"\nrecord region 0 0 9 9\n");
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("Line 1: Action failed: page not found: "
+                               "file:///nonexistent-brimble/page.html could not be loaded ("),
+            std::string::npos)
+      << result.output;
+  EXPECT_FALSE(fs::exists(out));
+
+  // A green page: above it, the rendered frame holds the address bar Brimble draws (40 pixels
+  // at this width), and neither Chromium's own tabs and toolbar nor the window manager's title
+  // bar, unless the script asks for that.
+  std::ofstream(directory / "page.html")
+      << "<body style=\"margin: 0; background: rgb(0, 200, 80)\"></body>";
+  const auto barsAbovePage = [&](const std::string& settings) {
+    const auto recorded =
+        run(settings + "browser chrome \"page.html\" as $page\nrecord $page duration 1\n");
+    EXPECT_EQ(recorded.exitCode, 0) << recorded.output;
+    const auto gif = testing::decodeGIFFile(out);
+    if (!gif) {
+      ADD_FAILURE() << "no GIF";
+      return -1;
+    }
+    const Image& frame = gif->frames.back();
+    int rows = 0;
+    while (rows < frame.height()) {
+      const testing::Pixel p = testing::pixelAt(frame, frame.width() * 3 / 4, rows);
+      if (p.r < 40 && p.g > 160 && p.b > 40 && p.b < 120) {
+        break;
+      }
+      ++rows;
+    }
+    for (int y = rows; y < frame.height(); y += 7) {
+      const testing::Pixel p = testing::pixelAt(frame, frame.width() / 2, y);
+      EXPECT_TRUE(p.r < 40 && p.g > 160) << "not the page at row " << y;
+    }
+    return rows;
+  };
+  const int bare = barsAbovePage("");
+  EXPECT_GE(bare, 38);
+  EXPECT_LE(bare, 42);
+  const int titled = barsAbovePage("set include-title-bar true\n");
+  EXPECT_GE(titled, bare + 8) << "the window manager's title bar, when asked for";
+}
+
+TEST(BrimbleRun, AResizeTheWindowDoesNotTakeFailsItsLineAndOneCutShortSaysSo) {
+  TempDirectory directory;
+  // A window with a largest size of its own; its input stays open while the script runs.
+  const auto script = [&](const std::string& largest, const std::string& rest) {
+    return writeScript(directory, "run \"sleep 60 | " BRIMBLE_X11_TEST_CLIENT
+                                  " --class Sized --size 300x200 --max-size " +
+                                      largest + " > /dev/null &\"\n" +
+                                      "capture-window app \"Sized\" as $w\nresize 500 400\n" +
+                                      rest);
+  };
+  auto result = runCommand(
+      brimbleWithStderr("run --headless -o " + shellQuote((directory / "out.gif").string()) + " " +
+                        shellQuote(script("300x200", "record $w duration 0.5\n").string())));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_TRUE(std::regex_search(result.output,
+                                std::regex("Line 3: Cannot resize window 0x[0-9a-f]+ to 500x400: "
+                                           "it stayed 300x200 \\(")))
+      << result.output;
+  EXPECT_FALSE(fs::exists(directory / "out.gif"));
+
+  result = runCommand(
+      brimbleWithStderr("run --headless -o " + shellQuote((directory / "out.gif").string()) + " " +
+                        shellQuote(script("400x300", "record $w duration 0.5\n").string())));
+  EXPECT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_TRUE(std::regex_search(
+      result.output, std::regex("Warning: window 0x[0-9a-f]+ is 400x300, not the 500x400 asked "
+                                "for")))
+      << result.output;
+  EXPECT_NE(result.output.find("Resized Sized to 400x300"), std::string::npos) << result.output;
+}
+
 class BrimbleRunExample : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(BrimbleRunExample, RunsHeadlessIntoAValidAnimation) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,10 @@ namespace brimble::atspi {
 /// and "role:" targets (a "css:" target is refused), pressed through their default action, text
 /// set through the editable-text interface, focus through the component interface. Elements are
 /// looked up afresh for every call, so a target follows its element when the window changes.
+/// A target that matches several elements on screen means the first enabled one (the first
+/// when none is), and the first time it is used it logs a warning saying how many matched and
+/// which was taken; "[N]" names the Nth. The targets `listElements` gives each match exactly one
+/// element.
 class ATSPIElementDriver final : public ElementDriver {
  public:
   explicit ATSPIElementDriver(GObjectPtr<AtspiAccessible> application)
@@ -28,6 +33,8 @@ class ATSPIElementDriver final : public ElementDriver {
   GObjectPtr<AtspiAccessible> element(const std::string& target);
 
   GObjectPtr<AtspiAccessible> application_;
+  /// The ambiguous targets already warned about.
+  std::set<std::string, std::less<>> warned_;
 };
 
 }  // namespace brimble::atspi

@@ -35,7 +35,7 @@ bool walkFrom(AtspiAccessible* element, int depth, int& seen,
 
 }  // namespace
 
-ElementFacts factsOf(AtspiAccessible* element) {
+ElementFacts identityOf(AtspiAccessible* element) {
   ElementFacts facts;
   {
     CallError error;
@@ -53,9 +53,16 @@ ElementFacts factsOf(AtspiAccessible* element) {
       facts.text = takeString(atspi_text_get_text(text.get(), 0, length, error.out()));
     }
   }
+  return facts;
+}
+
+ElementFacts factsOf(AtspiAccessible* element) {
+  ElementFacts facts = identityOf(element);
   {
     const GObjectPtr<AtspiStateSet> states(atspi_accessible_get_state_set(element));
     facts.showing = states && atspi_state_set_contains(states.get(), ATSPI_STATE_SHOWING);
+    facts.enabled = states && (atspi_state_set_contains(states.get(), ATSPI_STATE_ENABLED) ||
+                               atspi_state_set_contains(states.get(), ATSPI_STATE_SENSITIVE));
     // GTK and Qt report their one-line fields as "text"; they are what AT-SPI calls an entry
     // (and AXTextField means), which is how they are listed and found.
     if (facts.role == "text" && states &&
@@ -67,10 +74,9 @@ ElementFacts factsOf(AtspiAccessible* element) {
   if (const GObjectPtr<AtspiComponent> component(atspi_accessible_get_component_iface(element));
       component) {
     CallError error;
-    AtspiRect* extents =
-        component ? atspi_component_get_extents(component.get(), ATSPI_COORD_TYPE_SCREEN,
-                                                error.out())
-                  : nullptr;
+    AtspiRect* extents = component ? atspi_component_get_extents(
+                                         component.get(), ATSPI_COORD_TYPE_SCREEN, error.out())
+                                   : nullptr;
     if (extents != nullptr) {
       if (!error && extents->width > 0 && extents->height > 0) {
         facts.rect = {extents->x, extents->y, extents->width, extents->height};

@@ -19,10 +19,15 @@ struct ElementFacts {
   ScreenRect rect;
   /// On screen now (the SHOWING state).
   bool showing = false;
+  /// Takes input now (ENABLED or SENSITIVE): a greyed-out control does not.
+  bool enabled = false;
 };
 
 /// Reads what `element` shows; whatever the application does not answer stays empty.
 ElementFacts factsOf(AtspiAccessible* element);
+/// Reads only what `element` is: its role as the application reports it, its name and text.
+/// Cheaper than `factsOf`, for sifting a tree before the matches are looked at closely.
+ElementFacts identityOf(AtspiAccessible* element);
 
 /// The application of process `pid` on the accessibility bus; null when it has none.
 GObjectPtr<AtspiAccessible> applicationOf(int pid);

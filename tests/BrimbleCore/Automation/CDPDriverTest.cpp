@@ -6,17 +6,22 @@
 #include <fstream>
 #include <future>
 #include <memory>
+#include <regex>
 #include <thread>
 #include <tuple>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include "BrimbleCore/Automation/ChromeBrowserLauncher.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Support/ProcessTable.h"
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/LogCapture.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
@@ -128,10 +133,72 @@ TEST_F(CDPDriverTest, ClicksFillsWaitsAndZoomsLikeAUser) {
   EXPECT_EQ(driver_->evaluate("document.body.style.zoom"), "1");
 }
 
+TEST_F(CDPDriverTest, ATargetOfSeveralElementsTakesTheFirstUsableOneAndSaysWhichOne) {
+  std::ofstream(directory_ / "many.html") << R"HTML(<!doctype html>
+<body style="margin: 0">
+<button id="greyed" disabled onclick="document.title = 'greyed'">Send</button>
+<button id="unseen" style="display: none" onclick="document.title = 'unseen'">Send</button>
+<button id="send" onclick="document.title = 'sent'">Send</button>
+<button class="go" disabled>Go</button> <button class="go" onclick="document.title = 'went'">Go</button>
+</body>)HTML";
+  driver_->navigate("file://" + (directory_ / "many.html").string());
+  testing::LogCapture log;
+  driver_->click("text:Send");
+  EXPECT_EQ(driver_->evaluate("document.title"), "sent");
+  driver_->click("css:button.go");
+  EXPECT_EQ(driver_->evaluate("document.title"), "went");
+  driver_->click("text:Send");
+  EXPECT_THAT(log.lines(),
+              ::testing::ElementsAre("Warning: 'text:Send' matches 3 elements; using the 3rd (the "
+                                     "first that is visible and enabled): text:Send[3]",
+                                     "Warning: 'css:button.go' matches 2 elements; using the 2nd "
+                                     "(the first that is visible and enabled): css:body > "
+                                     "button:nth-of-type(5)"));
+  // The targets the warnings give, and "[N]", name one element each.
+  EXPECT_EQ(driver_->locate("text:Send[3]"), driver_->locate("css:#send"));
+  EXPECT_EQ(driver_->locate("text:Send[1]"), driver_->locate("css:#greyed"));
+  EXPECT_EQ(driver_->locate("css:body > button:nth-of-type(5)"), driver_->locate("css:button.go"));
+  EXPECT_FALSE(driver_->locate("text:Send[4]"));
+  EXPECT_EQ(log.lines().size(), 2u);
+}
+
+TEST_F(CDPDriverTest, APageThatCannotBeLoadedIsAnErrorAndThePageIsAllTheWindowShows) {
+  // An application window: no tabs, no toolbar, nothing of the browser's above the page.
+  EXPECT_EQ(driver_->evaluate("window.outerHeight - window.innerHeight"), 0);
+
+  EXPECT_EQ(errorText([&] { driver_->navigate("file:///nonexistent-brimble/page.html"); }),
+            "Action failed: page not found: file:///nonexistent-brimble/page.html could not be "
+            "loaded (net::ERR_FILE_NOT_FOUND)");
+  // A server's answer that the page is not there, with a page of its own.
+  testing::ChildProcess server({"/usr/bin/python3", "-u", "-m", "http.server", "0", "--bind",
+                                "127.0.0.1", "--directory", directory_.path().string()});
+  const auto serving = server.readLine(std::chrono::milliseconds(10000));
+  ASSERT_TRUE(serving) << server.errorOutput();
+  std::smatch port;
+  ASSERT_TRUE(std::regex_search(*serving, port, std::regex("port ([0-9]+)"))) << *serving;
+  const std::string site = "http://127.0.0.1:" + port[1].str();
+  driver_->navigate(site + "/page.html");
+  EXPECT_EQ(driver_->evaluate("window.outerHeight - window.innerHeight"), 0)
+      << "a page of another site still opens without the browser's bars";
+  EXPECT_EQ(errorText([&] { driver_->navigate(site + "/missing.html"); }),
+            "Action failed: page not found: " + site + "/missing.html answered HTTP 404");
+
+  // Opened on a page that is not there, the browser is no session at all; nor on a host that
+  // is not there, whose error page comes only once the name has failed to resolve.
+  ChromeBrowserLauncher browsers;
+  EXPECT_EQ(errorText([&] { browsers.launch("file:///nonexistent-brimble/start.html"); }),
+            "Action failed: page not found: file:///nonexistent-brimble/start.html could not be "
+            "loaded (net::ERR_FILE_NOT_FOUND)");
+  EXPECT_THAT(
+      errorText([&] { browsers.launch("http://nonexistent-brimble.invalid/"); }),
+      ::testing::StartsWith("Action failed: page not found: "
+                            "http://nonexistent-brimble.invalid/ could not be loaded (net::"));
+}
+
 TEST_F(CDPDriverTest, CalibrationPutsAnElementWhereTheScreenShowsIt) {
   const CDPCalibration area = driver_->geometry().calibration;
   EXPECT_GT(area.w, 100);
-  EXPECT_GT(area.y, area.x) << "the browser's own bars are above the page";
+  EXPECT_GT(area.y, area.x) << "the window manager's title bar is above the page";
   const ScreenRect swatch = driver_->screenRect("css:#swatch");
   ASSERT_EQ(std::pair(swatch.width, swatch.height), std::pair(160, 90));
   const auto isSwatch = [](const Image& image, int x, int y) {

@@ -44,5 +44,23 @@ TEST(ElementQuery, MatchesTextAnywhereAndRolesWithTheirTitleIgnoringCaseAndMnemo
   EXPECT_FALSE(ElementQuery::parse("css:#a").matches("push button", "#a", "#a"));
 }
 
+TEST(ElementQuery, ANumberInBracketsAtTheEndPicksOneOfTheMatches) {
+  const ElementQuery second = ElementQuery::parse("role:check box/Bold[2]");
+  EXPECT_EQ(second.title, "Bold");
+  EXPECT_EQ(second.index, 2);
+  EXPECT_EQ(ElementQuery::parse("text:Save[10]").value, "Save");
+  EXPECT_EQ(ElementQuery::parse("role:entry[3]").value, "entry");
+  // Brackets that hold no number are part of the text, and CSS keeps its own.
+  EXPECT_EQ(ElementQuery::parse("text:Page [two]").value, "Page [two]");
+  EXPECT_FALSE(ElementQuery::parse("text:Page [two]").index);
+  EXPECT_FALSE(ElementQuery::parse("css:li[2]").index);
+  EXPECT_EQ(ElementQuery::parse("css:li[2]").value, "li[2]");
+  EXPECT_EQ(testing::errorText<DemoDriverError>([] { ElementQuery::parse("text:OK[0]"); }),
+            "Invalid target: text:OK[0]: elements are counted from 1, as [1]");
+  // A number in brackets alone leaves no text to look for.
+  EXPECT_EQ(testing::errorText<DemoDriverError>([] { ElementQuery::parse("text:[2]"); }),
+            "Invalid target: text: requires a value");
+}
+
 }  // namespace
 }  // namespace brimble

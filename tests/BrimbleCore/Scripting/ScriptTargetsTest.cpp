@@ -4,6 +4,8 @@
 #include "BrimbleCore/Scripting/ScriptTargets.h"
 
 #include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -187,11 +189,26 @@ TEST(ScriptTargets, PagesAreAddressesOrFilesFromHereOrBesideTheScript) {
   desk.options.scriptDirectory = directory.path();
   const std::string form =
       "file://" + std::filesystem::absolute(directory / "form.html").lexically_normal().string();
-  EXPECT_EQ(desk.targets.pageAddress("form.html"), form);
-  EXPECT_EQ(desk.targets.pageAddress((directory / "form.html").string()), form);
-  for (const std::string address : {"https://example.com/form.html", "about:blank",
-                                    "data:text/html,<p>hi</p>", "nowhere.html"}) {
-    EXPECT_EQ(desk.targets.pageAddress(address), address);
+  EXPECT_EQ(desk.targets.pageAddress("form.html", 1), form);
+  EXPECT_EQ(desk.targets.pageAddress((directory / "form.html").string(), 1), form);
+  for (const std::string address :
+       {"https://example.com/form.html", "about:blank", "data:text/html,<p>hi</p>"}) {
+    EXPECT_EQ(desk.targets.pageAddress(address, 1), address);
+  }
+  // "~/" is the home folder.
+  const std::string home = std::getenv("HOME") != nullptr ? std::getenv("HOME") : "";
+  ::setenv("HOME", directory.path().c_str(), 1);
+  EXPECT_EQ(desk.targets.pageAddress("~/form.html", 1), form);
+  ::setenv("HOME", home.c_str(), 1);
+  // A web address without its scheme is completed as a browser's address bar would.
+  EXPECT_EQ(desk.targets.pageAddress("example.com/form.html", 1), "http://example.com/form.html");
+  EXPECT_EQ(desk.targets.pageAddress("localhost:8000", 1), "http://localhost:8000");
+  // A page file that is not there is no page: the browser would show its error page.
+  for (const std::string missing : {"nowhere.html", "pages/nowhere.htm", "./nowhere"}) {
+    EXPECT_EQ(testing::errorText<ScriptError>([&] { desk.targets.pageAddress(missing, 7); }),
+              "Line 7: page not found: no file '" + missing + "' in the working directory (" +
+                  std::filesystem::current_path().string() + ") or beside the script (" +
+                  directory.path().string() + ")");
   }
   // Without a browser session there is no page to zoom, and nothing to zoom back.
   EXPECT_EQ(testing::errorText<ScriptError>([&] { desk.targets.zoomPage(2, "#logo", 3); }),

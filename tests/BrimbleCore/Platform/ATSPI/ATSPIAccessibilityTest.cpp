@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <set>
+#include <sstream>
+#include <string_view>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -20,6 +23,7 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/LogCapture.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/X11Helpers.h"
 
@@ -44,6 +48,20 @@ std::unique_ptr<ElementDriver> driverWhenShown(ATSPIAccessibility& accessibility
     std::this_thread::sleep_for(100ms);
   }
   return nullptr;
+}
+
+// How the check boxes called "checkbutton" that are on screen stand, in the tree's order, as the
+// bus tells an independent reader: "usable" or "greyed", then "checked" and "mixed".
+std::vector<std::string> checkButtonStates(int pid) {
+  const testing::CommandResult read =
+      testing::runCommand(BRIMBLE_SOURCE_DIR "/tests/Support/atspi-states.py " +
+                          std::to_string(pid) + " 'check box' checkbutton");
+  std::vector<std::string> states;
+  std::istringstream lines(read.output);
+  for (std::string line; std::getline(lines, line);) {
+    states.push_back(line);
+  }
+  return states;
 }
 
 // A process reaches the accessibility bus of one session: the tests share one display.
@@ -145,6 +163,67 @@ TEST_F(ATSPIAccessibilityTest, AnswersDialogsByTheirButtonsOrWithEscape) {
   EXPECT_EQ(second.wait(5000ms), 1) << "Escape answers no";
   // A process with no window on the bus has no dialog.
   EXPECT_EQ(accessibility.dismissDialog(second.pid()), DialogOutcome::noDialog);
+}
+
+TEST_F(ATSPIAccessibilityTest, ATargetOfSeveralElementsTakesAnEnabledOneAndSaysWhichOne) {
+  // GTK's widget gallery shows six check boxes of the same name, some of them greyed out; the
+  // first in its tree is one of those.
+  std::vector<std::string> environment{"DISPLAY=" + display_->displayName()};
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    if (!std::string_view(*entry).starts_with("DISPLAY=")) {
+      environment.emplace_back(*entry);
+    }
+  }
+  testing::ChildProcess gallery({"gtk3-widget-factory"}, environment);
+  const std::string target = "role:check box/checkbutton";
+  const auto driver = driverWhenShown(accessibility, gallery, target + "[6]");
+  ASSERT_TRUE(driver) << gallery.errorOutput();
+  const std::vector<std::string> before = checkButtonStates(gallery.pid());
+  ASSERT_EQ(before.size(), 6u);
+  ASSERT_THAT(before.front(), ::testing::StartsWith("greyed"));
+  const auto usable = std::find_if(before.begin(), before.end(), [](const std::string& state) {
+    return state.starts_with("usable");
+  });
+  ASSERT_NE(usable, before.end());
+  const auto picked = static_cast<std::size_t>(usable - before.begin());
+
+  testing::LogCapture log;
+  driver->press(target);
+  std::vector<std::string> after;
+  ASSERT_TRUE(testing::eventually([&] {
+    after = checkButtonStates(gallery.pid());
+    return after != before;
+  }));
+  for (std::size_t i = 0; i < before.size(); ++i) {
+    EXPECT_EQ(after[i] != before[i], i == picked) << "check box " << i + 1 << ": " << after[i];
+  }
+  const std::string named = target + "[" + std::to_string(picked + 1) + "]";
+  const char* const ordinals[] = {"1st", "2nd", "3rd", "4th", "5th", "6th"};
+  EXPECT_THAT(log.lines(),
+              ::testing::ElementsAre("Warning: 'role:check box/checkbutton' matches 6 elements; "
+                                     "using the " +
+                                     std::string(ordinals[picked]) +
+                                     " (the first that is enabled): " + named));
+  // Said once for the target, however often it is used.
+  EXPECT_EQ(driver->find(target), driver->find(named));
+  EXPECT_EQ(log.lines().size(), 1u);
+
+  // Each listed target names its own element: the six check boxes are told apart by number.
+  const std::vector<DiscoveredElement> elements = driver->listElements(1000);
+  std::set<std::string> selectors;
+  std::vector<std::string> checkBoxes;
+  for (const DiscoveredElement& element : elements) {
+    EXPECT_TRUE(selectors.insert(element.selector).second) << element.selector;
+    if (element.role == "check box" && element.text == "checkbutton") {
+      checkBoxes.push_back(element.selector);
+      EXPECT_EQ(driver->find(element.selector), element.rect) << element.selector;
+    }
+  }
+  EXPECT_THAT(checkBoxes, ::testing::ElementsAre(target + "[1]", target + "[2]", target + "[3]",
+                                                 target + "[4]", target + "[5]", target + "[6]"));
+  EXPECT_EQ(testing::errorText<DemoDriverError>([&] { driver->press(target + "[7]"); }),
+            "Element not found: role:check box/checkbutton[7] (6 elements match)");
+  EXPECT_EQ(log.lines().size(), 1u) << "a numbered target is no ambiguity";
 }
 
 TEST_F(ATSPIAccessibilityTest, WithoutTheBusOrXTestTheGateSaysWhatIsMissingWithoutWaiting) {

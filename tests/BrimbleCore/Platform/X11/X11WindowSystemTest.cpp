@@ -10,6 +10,9 @@
 #include "BrimbleCore/Automation/WindowManager.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Support/ProcessTable.h"
+#include "BrimbleCore/Support/XID.h"
+#include "tests/Support/ErrorText.h"
+#include "tests/Support/LogCapture.h"
 #include "tests/Support/X11Helpers.h"
 
 namespace brimble::x11 {
@@ -90,6 +93,31 @@ TEST_F(X11Windows, OpenResizeFocusAndCloseARealTerminal) {
   EXPECT_TRUE(eventually([&] { return !listed(terminal); }));
   EXPECT_TRUE(eventually([&] { return !processAlive(opened->pid); })) << opened->pid;
   EXPECT_TRUE(listed(other.id()));
+}
+
+TEST_F(X11Windows, AResizeThatTheWindowDoesNotTakeIsAnErrorAndOneCutShortAWarning) {
+  // Both windows keep a largest size of their own, which openbox respects.
+  const TestWindow fixed({"--class", "Fixed", "--size", "300x200", "--max-size", "300x200"});
+  const TestWindow capped({"--class", "Capped", "--size", "300x200", "--max-size", "400x300"});
+  ASSERT_TRUE(eventually([&] { return windows_.activeWindow() == capped.id(); }));
+  testing::LogCapture log;
+
+  EXPECT_EQ(testing::errorText<WindowManagerError>([&] { manager_.resize("Fixed", 500, 400); }),
+            "Cannot resize window " + formatXID(fixed.id()) +
+                " to 500x400: it stayed 300x200 (the application or the window manager keeps its "
+                "size)");
+
+  const ScreenRect reached = manager_.resize("Capped", 500, 400);
+  EXPECT_EQ(std::pair(reached.width, reached.height), std::pair(400, 300));
+  EXPECT_EQ(listed(capped.id())->contentFrame, reached);
+  EXPECT_THAT(log.lines(),
+              ::testing::ElementsAre("Warning: window " + formatXID(capped.id()) +
+                                     " is 400x300, not the 500x400 asked for (the application or "
+                                     "the window manager limits its size)"));
+
+  // Within its limit it takes the size asked for, and says nothing.
+  EXPECT_EQ(manager_.resize("Capped", 350, 250).width, 350);
+  EXPECT_EQ(log.lines().size(), 1u);
 }
 
 }  // namespace

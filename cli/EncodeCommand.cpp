@@ -255,18 +255,20 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
       failCommand("encode", kExitUsage,
                   "--max-size works on frames and --test-pattern; a GIF keeps its own timing");
     }
-    // A GIF keeps its own delays.
-    GIFDecoder decoder{fs::path(options.inputs.front())};
-    const std::vector<ProcessedFrame> frames = ClipEditor::apply(
-        decoder.readAll(), {.maxWidth = options.maxWidth, .deduplicate = options.dedup});
-    summary = ClipEncoder::encode(frames, options.output,
-                                  {.loopCount = options.loop,
-                                   .frameDiffing = options.frameDiffing,
-                                   .format = format,
-                                   .progress = progressOn(bar),
-                                   .stop = stop,
-                                   .tuning = {.paletteStrategy = *palette},
-                                   .video = options.video});
+    // A GIF keeps its own delays. Its frames are read one at a time as they are written.
+    const fs::path gif = options.inputs.front();
+    const FrameStreamSource frames = [&] {
+      return ClipEditor::stream(std::make_unique<GIFDecoder>(gif),
+                                {.maxWidth = options.maxWidth, .deduplicate = options.dedup}, stop);
+    };
+    summary = ClipEncoder::encodeStream(frames, options.output,
+                                        {.loopCount = options.loop,
+                                         .frameDiffing = options.frameDiffing,
+                                         .format = format,
+                                         .progress = progressOn(bar),
+                                         .stop = stop,
+                                         .tuning = {.paletteStrategy = *palette},
+                                         .video = options.video});
   } else {
     const FileFrameStore store(checkFrames(frameFiles(options.inputs), options.skipBadFrames));
     // A frame whose header reads but whose data is damaged or cut short shows up only when it is

@@ -119,23 +119,43 @@ std::vector<fs::path> frameFiles(const std::vector<std::string>& inputs) {
 }
 
 /// Every frame must be a readable PNG or JPEG of one size; checked from the headers before
-/// anything is written, so a bad frame never leaves half a file behind.
-ImageSize checkFrames(const std::vector<fs::path>& files) {
+/// anything is written, so a bad frame never leaves half a file behind. With `skipBadFrames`, a
+/// file that is not an image at all (empty, garbage, unreadable) is left out with a warning
+/// instead; the frames that are left are returned.
+std::vector<fs::path> checkFrames(const std::vector<fs::path>& files, bool skipBadFrames) {
+  std::vector<fs::path> kept;
   std::optional<ImageSize> first;
   for (const fs::path& file : files) {
-    const auto size = imageSize(readFileBytes(file));
+    std::optional<ImageSize> size;
+    std::string problem = "not a PNG or JPEG image";
+    try {
+      size = imageSize(readFileBytes(file));
+    } catch (const ImageCodecError&) {
+      if (!skipBadFrames) {
+        throw;
+      }
+      problem = "the file cannot be read";
+    }
     if (!size) {
-      failCommand("encode", kExitFailure, "{}: not a PNG or JPEG image", file.string());
+      if (!skipBadFrames) {
+        failCommand("encode", kExitFailure, "{}: {}", file.string(), problem);
+      }
+      fmt::print(stderr, "brimble encode: warning: skipped {}: {}\n", file.string(), problem);
+      continue;
     }
     if (!first) {
       first = size;
     } else if (*size != *first) {
       failCommand("encode", kExitFailure, "frames of mixed sizes: {} is {}x{} but {} is {}x{}",
-                  files.front().string(), first->width, first->height, file.string(), size->width,
+                  kept.front().string(), first->width, first->height, file.string(), size->width,
                   size->height);
     }
+    kept.push_back(file);
   }
-  return *first;
+  if (kept.empty()) {
+    failCommand("encode", kExitFailure, "no frame could be decoded; nothing was written");
+  }
+  return kept;
 }
 
 int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
@@ -235,40 +255,48 @@ int runEncode(const EncodeOptions& options, Interrupts& interrupts) {
       failCommand("encode", kExitUsage,
                   "--max-size works on frames and --test-pattern; a GIF keeps its own timing");
     }
-    // A GIF keeps its own delays.
-    GIFDecoder decoder{fs::path(options.inputs.front())};
-    const std::vector<ProcessedFrame> frames = ClipEditor::apply(
-        decoder.readAll(), {.maxWidth = options.maxWidth, .deduplicate = options.dedup});
-    summary = ClipEncoder::encode(frames, options.output,
-                                  {.loopCount = options.loop,
-                                   .frameDiffing = options.frameDiffing,
-                                   .format = format,
-                                   .progress = progressOn(bar),
-                                   .stop = stop,
-                                   .tuning = {.paletteStrategy = *palette},
-                                   .video = options.video});
+    // A GIF keeps its own delays. Its frames are read one at a time as they are written.
+    const fs::path gif = options.inputs.front();
+    const FrameStreamSource frames = [&] {
+      return ClipEditor::stream(std::make_unique<GIFDecoder>(gif),
+                                {.maxWidth = options.maxWidth, .deduplicate = options.dedup}, stop);
+    };
+    summary = ClipEncoder::encodeStream(frames, options.output,
+                                        {.loopCount = options.loop,
+                                         .frameDiffing = options.frameDiffing,
+                                         .format = format,
+                                         .progress = progressOn(bar),
+                                         .stop = stop,
+                                         .tuning = {.paletteStrategy = *palette},
+                                         .video = options.video});
   } else {
-    const std::vector<fs::path> files = frameFiles(options.inputs);
-    checkFrames(files);
-    const FileFrameStore store(files);
+    const FileFrameStore store(checkFrames(frameFiles(options.inputs), options.skipBadFrames));
     // A frame whose header reads but whose data is damaged or cut short shows up only when it is
     // decoded: an error that ends the encode, or a warning once the user has chosen to skip it.
     std::mutex skippedMutex;
     std::set<int> skipped;
     const FrameSupplier decode = [&](int index) {
-      auto image = decodeImage(store.data(index));
-      if (!image) {
-        const fs::path& file = store.files()[static_cast<std::size_t>(index)];
+      const fs::path& file = store.files()[static_cast<std::size_t>(index)];
+      std::optional<Image> image;
+      std::string problem = "the image is damaged or cut short";
+      try {
+        image = decodeImage(store.data(index));
+      } catch (const ImageCodecError&) {
+        // Gone or unreadable since it was checked.
         if (!options.skipBadFrames) {
-          throw ImageCodecError::unreadableFile(
-              file, "the image is damaged or cut short (--skip-bad-frames leaves it out)");
+          throw;
+        }
+        problem = "the file cannot be read";
+      }
+      if (!image) {
+        if (!options.skipBadFrames) {
+          throw ImageCodecError::unreadableFile(file,
+                                                problem + " (--skip-bad-frames leaves it out)");
         }
         // Frames can be decoded more than once (two passes): warn once.
         std::scoped_lock lock(skippedMutex);
         if (skipped.insert(index).second) {
-          fmt::print(stderr,
-                     "brimble encode: warning: skipped {}: the image is damaged or cut short\n",
-                     file.string());
+          fmt::print(stderr, "brimble encode: warning: skipped {}: {}\n", file.string(), problem);
         }
       }
       return image;

@@ -103,28 +103,38 @@ int runProcess(ProcessOptions options, Interrupts& interrupts) {
     }
   }
 
-  GIFDecoder decoder(options.input);
-  std::vector<ProcessedFrame> frames = decoder.readAll();
-  if (frames.empty()) {
-    fmt::print(stderr, "brimble process: {} holds no frames\n", options.input.string());
-    return kExitFailure;
+  edit.idleThreshold = options.idleThreshold;
+  int loopCount = 1;
+  {
+    // What the file must say before the first frame is written; its frames are read later, one
+    // at a time.
+    const GIFDecoder outline(options.input);
+    if (outline.frameCount() == 0) {
+      fmt::print(stderr, "brimble process: {} holds no frames\n", options.input.string());
+      return kExitFailure;
+    }
+    loopCount = outline.loopCount();
   }
+  const FrameStreamSource frames = [&] {
+    return ClipEditor::stream(std::make_unique<GIFDecoder>(options.input), edit, stop);
+  };
+  ProgressBar bar;
+  EncodeSummary summary;
   try {
-    frames = ClipEditor::apply(frames, edit);
+    // Written beside the destination and renamed over it, so processing a file in place is safe.
+    summary = ClipEncoder::encodeStream(frames, options.output,
+                                        {.loopCount = loopCount,
+                                         .frameDiffing = options.frameDiffing,
+                                         .format = format,
+                                         .progress = progressOn(bar),
+                                         .stop = stop,
+                                         .tuning = {.paletteStrategy = *palette},
+                                         .video = options.video});
   } catch (const ClipEditError& error) {
+    bar.finish();
     fmt::print(stderr, "brimble process: {}\n", error.what());
     return kExitFailure;
   }
-  ProgressBar bar;
-  // Written beside the destination and renamed over it, so processing a file in place is safe.
-  const EncodeSummary summary = ClipEncoder::encode(frames, options.output,
-                                                    {.loopCount = decoder.loopCount(),
-                                                     .frameDiffing = options.frameDiffing,
-                                                     .format = format,
-                                                     .progress = progressOn(bar),
-                                                     .stop = stop,
-                                                     .tuning = {.paletteStrategy = *palette},
-                                                     .video = options.video});
   bar.finish();
   printSummary(options.output, summary, started);
   return kExitSuccess;

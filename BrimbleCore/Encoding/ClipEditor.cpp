@@ -2,14 +2,40 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <deque>
+#include <limits>
 #include <sstream>
+#include <utility>
 
 #include <fmt/format.h>
 
 #include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
+#include "BrimbleCore/Support/Cancellation.h"
 
 namespace brimble {
+namespace {
+
+/// `image` cut to `rect`, which must lie inside it.
+Image cropped(const Image& image, const PixelRect& rect) {
+  const Image source = image.toBGRA8();
+  const PixelRect bounds{0, 0, source.width(), source.height()};
+  if (rect.empty() || !bounds.contains(rect)) {
+    throw ClipEditError::cropOutside(rect, source.width(), source.height());
+  }
+  PixelBuffer pixels(static_cast<std::size_t>(rect.width) * 4 *
+                     static_cast<std::size_t>(rect.height));
+  for (int y = 0; y < rect.height; ++y) {
+    const auto row = source.row(rect.top + y)
+                         .subspan(static_cast<std::size_t>(rect.left) * 4,
+                                  static_cast<std::size_t>(rect.width) * 4);
+    std::copy(row.begin(), row.end(),
+              pixels.begin() + static_cast<std::ptrdiff_t>(y) * rect.width * 4);
+  }
+  return Image::bgra8(rect.width, rect.height, std::move(pixels));
+}
+
+}  // namespace
 
 ClipEditError ClipEditError::invalidTrim(double start, double end, double duration) {
   return {Code::invalidTrim,
@@ -28,6 +54,14 @@ ClipEditError ClipEditError::cropOutside(const PixelRect& crop, int width, int h
 ClipEditError ClipEditError::invalidSpeed(double speed) {
   return {Code::invalidSpeed,
           fmt::format("Can't play at {}x: the speed must be between 0.01 and 100.", speed)};
+}
+
+ClipEditError ClipEditError::pausesTooLong(std::size_t limitBytes, double threshold) {
+  return {Code::pausesTooLong,
+          fmt::format("Can't shorten the pauses of this clip: it goes on for more than {} MB of "
+                      "frames without a picture that stays {:.2f} s or less; trim it or scale it "
+                      "down first.",
+                      limitBytes >> 20, threshold)};
 }
 
 double ClipEditor::duration(const std::vector<ProcessedFrame>& frames) {
@@ -63,28 +97,14 @@ std::vector<ProcessedFrame> ClipEditor::trim(const std::vector<ProcessedFrame>& 
 
 std::vector<ProcessedFrame> ClipEditor::crop(const std::vector<ProcessedFrame>& frames,
                                              const PixelRect& rect) {
-  std::vector<ProcessedFrame> cropped;
-  cropped.reserve(frames.size());
+  std::vector<ProcessedFrame> result;
+  result.reserve(frames.size());
   for (const ProcessedFrame& frame : frames) {
-    const Image source = frame.image.toBGRA8();
-    const PixelRect bounds{0, 0, source.width(), source.height()};
-    if (rect.empty() || !bounds.contains(rect)) {
-      throw ClipEditError::cropOutside(rect, source.width(), source.height());
-    }
-    PixelBuffer pixels(static_cast<std::size_t>(rect.width) * 4 *
-                       static_cast<std::size_t>(rect.height));
-    for (int y = 0; y < rect.height; ++y) {
-      const auto row = source.row(rect.top + y)
-                           .subspan(static_cast<std::size_t>(rect.left) * 4,
-                                    static_cast<std::size_t>(rect.width) * 4);
-      std::copy(row.begin(), row.end(),
-                pixels.begin() + static_cast<std::ptrdiff_t>(y) * rect.width * 4);
-    }
     ProcessedFrame part = frame;
-    part.image = Image::bgra8(rect.width, rect.height, std::move(pixels));
-    cropped.push_back(std::move(part));
+    part.image = cropped(frame.image, rect);
+    result.push_back(std::move(part));
   }
-  return cropped;
+  return result;
 }
 
 std::vector<ProcessedFrame> ClipEditor::changeSpeed(const std::vector<ProcessedFrame>& frames,
@@ -144,6 +164,149 @@ std::vector<ProcessedFrame> ClipEditor::apply(const std::vector<ProcessedFrame>&
 
 namespace {
 
+/// The edit chain over a stream, in the order `apply` runs it. Each step pulls from the one
+/// before: per-frame edits, then deduplication (one frame held), then the idle treatment (held
+/// in pieces that it treats alike whether or not more follows).
+class EditedFrameStream final : public FrameStream {
+ public:
+  EditedFrameStream(std::unique_ptr<FrameStream> source, ClipEdit edit, std::stop_token stop)
+      : source_(std::move(source)), edit_(std::move(edit)), stop_(std::move(stop)) {}
+
+  std::optional<ProcessedFrame> next() override {
+    if (!edit_.idle) {
+      return nextDeduplicated();
+    }
+    while (treated_.empty() && !piecesDone_) {
+      treatNextPiece();
+    }
+    if (treated_.empty()) {
+      return std::nullopt;
+    }
+    ProcessedFrame frame = std::move(treated_.front());
+    treated_.pop_front();
+    return frame;
+  }
+
+  StreamPosition position() const override { return source_->position(); }
+
+ private:
+  bool trims() const { return edit_.trimStart.has_value() || edit_.trimEnd.has_value(); }
+
+  /// The next frame of the source trimmed, cropped, sped up and scaled.
+  std::optional<ProcessedFrame> nextEdited() {
+    const double start = std::max(0.0, edit_.trimStart.value_or(0));
+    const double end = edit_.trimEnd.value_or(std::numeric_limits<double>::infinity());
+    while (!sourceDone_) {
+      checkCancellation(stop_);
+      std::optional<ProcessedFrame> frame = source_->next();
+      if (!frame) {
+        sourceDone_ = true;
+        break;
+      }
+      const double from = std::max(at_, start);
+      const double to = std::min(at_ + frame->delay, end);
+      at_ += frame->delay;
+      if (trims()) {
+        if (!(to > from)) {
+          // Past the end of a trim that kept something, nothing more can be kept.
+          sourceDone_ = anyKept_ && at_ >= end;
+          continue;
+        }
+        frame->delay = to - from;
+      }
+      anyKept_ = true;
+      if (edit_.crop) {
+        frame->image = cropped(frame->image, *edit_.crop);
+      }
+      if (edit_.speed != 1) {
+        frame->delay /= edit_.speed;
+      }
+      if (edit_.maxWidth > 0) {
+        frame->image = ImageScaler::scaleToMaxWidth(frame->image, edit_.maxWidth);
+      }
+      return frame;
+    }
+    if (trims() && !anyKept_) {
+      throw ClipEditError::invalidTrim(start, std::min(end, at_), at_);
+    }
+    return std::nullopt;
+  }
+
+  std::optional<ProcessedFrame> nextDeduplicated() {
+    if (!edit_.deduplicate) {
+      return nextEdited();
+    }
+    if (!kept_) {
+      kept_ = nextEdited();
+    }
+    while (kept_) {
+      std::optional<ProcessedFrame> frame = nextEdited();
+      if (!frame) {
+        break;
+      }
+      if (FrameComparison::framesRepeat(kept_->image, frame->image, DedupRule::everyPixel)) {
+        kept_->delay += frame->delay;
+      } else {
+        return std::exchange(kept_, std::move(frame));
+      }
+    }
+    return std::exchange(kept_, std::nullopt);
+  }
+
+  /// Reads up to the end of the first picture after which the treatment starts afresh: one
+  /// shown no longer than the threshold. Each picture's frames are judged as the treatment
+  /// judges them, all together, so no piece splits one.
+  void treatNextPiece() {
+    std::vector<ProcessedFrame> piece;
+    std::size_t heldBytes = 0;
+    std::size_t runStart = 0;
+    double runLength = 0;
+    if (carried_) {
+      piece.push_back(std::move(*carried_));
+      carried_.reset();
+      heldBytes = piece.back().image.bytes().size();
+      runLength = piece.back().delay;
+    }
+    while (true) {
+      std::optional<ProcessedFrame> frame = nextDeduplicated();
+      if (!frame) {
+        piecesDone_ = true;
+        break;
+      }
+      if (!piece.empty() && !frame->image.hasSamePixels(piece[runStart].image)) {
+        if (runLength <= edit_.idleThreshold) {
+          carried_ = std::move(frame);
+          break;
+        }
+        runStart = piece.size();
+        runLength = 0;
+      }
+      runLength += frame->delay;
+      heldBytes += frame->image.bytes().size();
+      if (heldBytes > kHeldFrameBytes) {
+        throw ClipEditError::pausesTooLong(kHeldFrameBytes, edit_.idleThreshold);
+      }
+      piece.push_back(std::move(*frame));
+    }
+    if (!piece.empty()) {
+      for (ProcessedFrame& frame : edit_.idle(piece)) {
+        treated_.push_back(std::move(frame));
+      }
+    }
+  }
+
+  std::unique_ptr<FrameStream> source_;
+  const ClipEdit edit_;
+  std::stop_token stop_;
+  double at_ = 0;  // seconds of the source read so far
+  bool anyKept_ = false;
+  bool sourceDone_ = false;
+  std::optional<ProcessedFrame> kept_;     // deduplication: the frame repeats are merged into
+  std::optional<ProcessedFrame> carried_;  // the first frame of the next piece
+  std::deque<ProcessedFrame> treated_;
+  bool piecesDone_ = false;
+};
+
 std::optional<double> parseSeconds(const std::string& text, bool& ok) {
   if (text.empty()) {
     return std::nullopt;
@@ -155,6 +318,14 @@ std::optional<double> parseSeconds(const std::string& text, bool& ok) {
 }
 
 }  // namespace
+
+std::unique_ptr<FrameStream> ClipEditor::stream(std::unique_ptr<FrameStream> source, ClipEdit edit,
+                                                std::stop_token stop) {
+  if (!(edit.speed >= 0.01 && edit.speed <= 100)) {
+    throw ClipEditError::invalidSpeed(edit.speed);
+  }
+  return std::make_unique<EditedFrameStream>(std::move(source), std::move(edit), std::move(stop));
+}
 
 std::optional<std::pair<std::optional<double>, std::optional<double>>> ClipEditor::parseTrim(
     const std::string& text) {

@@ -1,24 +1,31 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <span>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
 #include <vector>
 
 #include "BrimbleCore/Encoding/Frame.h"
+#include "BrimbleCore/Encoding/FrameStream.h"
 #include "BrimbleCore/Encoding/PixelRect.h"
 
 namespace brimble {
 
 class ClipEditError : public std::runtime_error {
  public:
-  enum class Code { invalidTrim, cropOutside, invalidSpeed };
+  enum class Code { invalidTrim, cropOutside, invalidSpeed, pausesTooLong };
 
   static ClipEditError invalidTrim(double start, double end, double duration);
   static ClipEditError cropOutside(const PixelRect& crop, int width, int height);
   static ClipEditError invalidSpeed(double speed);
+  /// The frames between two changes of picture quicker than `threshold` seconds take more than
+  /// `limitBytes` decoded.
+  static ClipEditError pausesTooLong(std::size_t limitBytes, double threshold);
 
   Code code() const noexcept { return code_; }
 
@@ -51,6 +58,10 @@ struct ClipEdit {
   bool deduplicate = false;
   /// Pauses handled; none keeps them as they are.
   IdleTreatment idle{};
+  /// The seconds a picture must stay for `idle` to count it as a pause. A stream hands `idle`
+  /// the clip in pieces, each ending with a picture shown no longer than this, so a long clip is
+  /// never held whole; it must be the treatment's own threshold.
+  double idleThreshold = 0;
 };
 
 /// The edit chain of decoded clips (trim, crop, speed, width, deduplication, idle treatment) and
@@ -83,6 +94,15 @@ class ClipEditor {
   /// what the idle treatment throws.
   static std::vector<ProcessedFrame> apply(const std::vector<ProcessedFrame>& frames,
                                            const ClipEdit& edit);
+
+  /// The chain of `apply` as a stream: frames are read from `source` and edited one at a time,
+  /// so only a few are decoded at once. Deduplication holds one frame; the idle treatment holds
+  /// the frames since the last short-lived picture, at most FrameStream::kHeldFrameBytes
+  /// (beyond that ClipEditError::pausesTooLong). A trim that keeps nothing is found when the
+  /// source ends. Throws, from `next`, ClipEditError, what the source and the idle treatment
+  /// throw, and CancellationError once `stop` is requested (checked before each source frame).
+  static std::unique_ptr<FrameStream> stream(std::unique_ptr<FrameStream> source, ClipEdit edit,
+                                             std::stop_token stop = {});
 
   /// Parses "START:END" in seconds, either side may be empty ("2:", ":4.5"). No value for
   /// anything else.

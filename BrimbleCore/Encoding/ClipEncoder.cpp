@@ -1,8 +1,13 @@
 #include "BrimbleCore/Encoding/ClipEncoder.h"
 
+#include <algorithm>
+#include <atomic>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <sys/stat.h>
@@ -10,10 +15,12 @@
 #include "BrimbleCore/Encoding/ColorPaletteOptimizer.h"
 #include "BrimbleCore/Encoding/FrameDeduplicator.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
+#include "BrimbleCore/Encoding/MedianCutQuantizer.h"
 #include "BrimbleCore/Encoding/MuxError.h"
 #include "BrimbleCore/Encoding/SequenceEncoder.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
+#include "BrimbleCore/Support/ParallelFor.h"
 
 namespace brimble {
 namespace {
@@ -67,6 +74,147 @@ EncodeSummary writeOutput(const std::filesystem::path& output, OutputFormat form
   return {};  // not reached: the second round has alpha
 }
 
+using FrameSink = std::function<void(ProcessedFrame frame)>;
+
+/// FrameDeduplicator::mergeShortFrames for frames arriving one at a time: holds the frame being
+/// lengthened and the one before it, which takes in a short remainder at the end.
+class ShortFrameMerger {
+ public:
+  ShortFrameMerger(double minimumDelay, FrameSink write)
+      : shortOf_(minimumDelay - 1e-9), write_(std::move(write)) {}
+
+  void push(ProcessedFrame frame) {
+    if (growing_ && growing_->delay < shortOf_) {
+      growing_->delay += frame.delay;
+      return;
+    }
+    if (growing_) {
+      if (complete_) {
+        write_(std::move(*complete_));
+      }
+      complete_ = std::move(growing_);
+    }
+    growing_ = std::move(frame);
+  }
+
+  void finish() {
+    if (!growing_) {
+      return;
+    }
+    if (complete_ && growing_->delay < shortOf_) {
+      complete_->image = std::move(growing_->image);
+      complete_->delay += growing_->delay;
+      complete_->sourceTimestamp = growing_->sourceTimestamp;
+      write_(std::move(*complete_));
+    } else {
+      if (complete_) {
+        write_(std::move(*complete_));
+      }
+      write_(std::move(*growing_));
+    }
+    complete_.reset();
+    growing_.reset();
+  }
+
+ private:
+  const double shortOf_;
+  const FrameSink write_;
+  std::optional<ProcessedFrame> complete_;
+  std::optional<ProcessedFrame> growing_;
+};
+
+/// ColorPaletteOptimizer::optimize for frames arriving one at a time: a scene (for `global`, the
+/// whole clip) is held until it ends, then shares a palette. A scene longer than
+/// FrameStream::kHeldFrameBytes shares the palette of the part held; the rest of it is quantized
+/// to that palette as it comes.
+class ScenePalettes {
+ public:
+  ScenePalettes(PaletteStrategy strategy, const EncodeProgress& progress, FrameSink write)
+      : strategy_(strategy), progress_(progress), write_(std::move(write)) {}
+
+  void push(ProcessedFrame frame) {
+    if (strategy_ == PaletteStrategy::perFrame) {
+      write_(std::move(frame));
+      return;
+    }
+    ++seen_;
+    if (strategy_ == PaletteStrategy::automatic && previous_ &&
+        ColorPaletteOptimizer::isSceneChange(*previous_, frame.image)) {
+      shareHeld();
+      palette_.reset();
+    }
+    previous_ = frame.image;
+    if (palette_) {
+      write_(quantized(std::move(frame), *palette_));
+      return;
+    }
+    heldBytes_ += frame.image.bytes().size();
+    held_.push_back(std::move(frame));
+    if (heldBytes_ > FrameStream::kHeldFrameBytes) {
+      shareHeld();
+    }
+  }
+
+  void finish() {
+    // A clip of one frame keeps its own palette.
+    if (strategy_ == PaletteStrategy::automatic && seen_ < 2) {
+      for (ProcessedFrame& frame : held_) {
+        write_(std::move(frame));
+      }
+      held_.clear();
+    }
+    shareHeld();
+  }
+
+ private:
+  /// The palette the held frames share (none keeps their own) is applied to them, they are
+  /// written, and it stays in use for the rest of their scene.
+  void shareHeld() {
+    if (held_.empty()) {
+      return;
+    }
+    palette_ = ColorPaletteOptimizer::sharedPalette(
+        held_.size(), [this](std::size_t i) { return held_[i].image; },
+        strategy_ == PaletteStrategy::automatic);
+    if (*palette_) {
+      const std::vector<RGBColor>& palette = **palette_;
+      std::atomic<int> done = 0;
+      const int total = static_cast<int>(held_.size());
+      parallelFor(held_.size(), [&](std::size_t i) {
+        held_[i] = quantized(std::move(held_[i]), palette);
+        if (progress_) {
+          progress_(RenderPhase::palette, ++done, total);
+        }
+      });
+    }
+    for (ProcessedFrame& frame : held_) {
+      write_(std::move(frame));
+    }
+    held_.clear();
+    heldBytes_ = 0;
+  }
+
+  static ProcessedFrame quantized(ProcessedFrame frame,
+                                  const std::optional<std::vector<RGBColor>>& palette) {
+    if (palette) {
+      if (auto image = MedianCutQuantizer::quantize(frame.image, *palette)) {
+        frame.image = std::move(*image);
+      }
+    }
+    return frame;
+  }
+
+  const PaletteStrategy strategy_;
+  const EncodeProgress& progress_;
+  const FrameSink write_;
+  std::vector<ProcessedFrame> held_;
+  std::size_t heldBytes_ = 0;
+  int seen_ = 0;
+  std::optional<Image> previous_;
+  /// Once set, the palette of the current scene (none: its frames keep their own).
+  std::optional<std::optional<std::vector<RGBColor>>> palette_;
+};
+
 }  // namespace
 
 EncodeSummary ClipEncoder::encode(std::span<const ProcessedFrame> frames,
@@ -75,27 +223,19 @@ EncodeSummary ClipEncoder::encode(std::span<const ProcessedFrame> frames,
   if (frames.empty()) {
     return {};
   }
-  std::span<const ProcessedFrame> toWrite = frames;
-  std::vector<ProcessedFrame> playable;
-  if (options.format == OutputFormat::gif) {
-    playable = FrameDeduplicator::mergeShortFrames(frames, FrameDeduplicator::kShortestGIFDelay);
-    toWrite = playable;
-  }
+  return encodeStream([frames] { return std::make_unique<SpanFrameStream>(frames); }, output,
+                      options);
+}
+
+EncodeSummary ClipEncoder::encodeStream(const FrameStreamSource& open,
+                                        const std::filesystem::path& output,
+                                        const SequenceOptions& options) {
+  const EncodeProgress& progress = options.progress;
   // With diffing, each frame keeps full colour and gets its own palette; without it, the
   // strategy decides which frames share one.
-  ColorPaletteOptimizer::Result optimized;
-  const EncodeProgress& progress = options.progress;
-  if (options.format == OutputFormat::gif && !options.frameDiffing) {
-    PaletteProgress paletteProgress;
-    if (progress) {
-      paletteProgress = [&progress](int done, int total) {
-        progress(RenderPhase::palette, done, total);
-      };
-    }
-    optimized =
-        ColorPaletteOptimizer::optimize(toWrite, options.tuning.paletteStrategy, paletteProgress);
-    toWrite = optimized.frames;
-  }
+  const PaletteStrategy palettes = options.format == OutputFormat::gif && !options.frameDiffing
+                                       ? options.tuning.paletteStrategy
+                                       : PaletteStrategy::perFrame;
   const auto write = [&](const OutputFactory& makeWriter, bool apngAlpha) {
     AnimationWriterOptions writerOptions;
     writerOptions.format = options.format;
@@ -104,18 +244,41 @@ EncodeSummary ClipEncoder::encode(std::span<const ProcessedFrame> frames,
     writerOptions.webpQuality = options.webpQuality;
     writerOptions.webpMode = options.tuning.webpMode;
     writerOptions.apngAlpha = apngAlpha;
-    const std::unique_ptr<FrameOutput> writer = makeWriter(writerOptions);
-    const int total = static_cast<int>(toWrite.size());
-    for (int i = 0; i < total; ++i) {
+    const std::unique_ptr<FrameStream> stream = open();
+    // Made at the first frame, so that a clip with none leaves no file.
+    std::unique_ptr<FrameOutput> writer;
+    int written = 0;
+    ScenePalettes shared(palettes, progress, [&](ProcessedFrame frame) {
       checkCancellation(options.stop);
-      const ProcessedFrame& frame = toWrite[static_cast<std::size_t>(i)];
-      writer->append(frame.image, frame.delay);
-      if (progress) {
-        progress(RenderPhase::encode, i + 1, total);
+      if (!writer) {
+        writer = makeWriter(writerOptions);
       }
+      writer->append(frame.image, frame.delay);
+      ++written;
+      if (progress) {
+        progress(RenderPhase::encode, written, std::max(written, stream->position().total));
+      }
+    });
+    // Browsers slow GIF frames shorter than 2 cs down.
+    ShortFrameMerger playable(
+        options.format == OutputFormat::gif ? FrameDeduplicator::kShortestGIFDelay : 0,
+        [&](ProcessedFrame frame) { shared.push(std::move(frame)); });
+    while (std::optional<ProcessedFrame> frame = stream->next()) {
+      checkCancellation(options.stop);
+      playable.push(std::move(*frame));
+    }
+    playable.finish();
+    shared.finish();
+    if (!writer) {
+      return EncodeSummary{};
     }
     checkCancellation(options.stop);
     writer->finish();
+    // Merged repeats leave fewer frames written than the source held.
+    const int total = stream->position().total;
+    if (progress && written < total) {
+      progress(RenderPhase::encode, total, total);
+    }
     return writer->summary();
   };
   return writeOutput(output, options.format, options.video, write);

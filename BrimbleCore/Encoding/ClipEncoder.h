@@ -11,6 +11,7 @@
 #include "BrimbleCore/Encoding/Frame.h"
 #include "BrimbleCore/Encoding/FrameComparison.h"
 #include "BrimbleCore/Encoding/FramePrefetch.h"
+#include "BrimbleCore/Encoding/FrameStream.h"
 #include "BrimbleCore/Encoding/Image.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Encoding/PaletteStrategy.h"
@@ -92,6 +93,17 @@ class ClipEncoder {
   /// CancellationError when `options.stop` is requested.
   static EncodeSummary encode(std::span<const ProcessedFrame> frames,
                               const std::filesystem::path& output, const SequenceOptions& options);
+
+  /// `encode` for a clip read one frame at a time from the stream `open` makes, so that only a
+  /// few frames are decoded at once: each is written as it comes, except that frames sharing a
+  /// GIF palette are held by scene (up to FrameStream::kHeldFrameBytes, beyond which the rest
+  /// of the scene takes the palette of what was held). Encode progress counts frames written of
+  /// those in the stream's source. The stream is opened once more when an APNG turns out to
+  /// need alpha. Nothing is written for no frames. Throws what `encode` throws and what the
+  /// stream throws.
+  static EncodeSummary encodeStream(const FrameStreamSource& open,
+                                    const std::filesystem::path& output,
+                                    const SequenceOptions& options);
 
   /// Writes the JPEG (or PNG) frames of `frameStore`, each nominally 1/`options.fps` long. With
   /// `options.deduplicate`, frames similar to the last kept frame only lengthen its delay, and

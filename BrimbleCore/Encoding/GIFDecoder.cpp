@@ -33,16 +33,36 @@ int readFromMemory(GifFileType* gif, GifByteType* out, int length) {
   return static_cast<int>(n);
 }
 
-/// The part of the logical screen that the file's images cover, from (0, 0) to their furthest
-/// right and bottom edges: a damaged or hostile header can claim a 65535x65535 screen that no
-/// image fills. Reads the image descriptors only, skipping the compressed pixels; stops at the
+/// The repetitions of a NETSCAPE2.0 sub-block as a number of plays (0 forever).
+int playsOf(const GifByteType* block) {
+  const int repetitions = block[2] | (block[3] << 8);
+  return repetitions == 0 ? 0 : repetitions + 1;
+}
+
+bool isNetscapeBlock(int code, const GifByteType* block) {
+  return code == APPLICATION_EXT_FUNC_CODE && block != nullptr && block[0] == 11 &&
+         std::memcmp(block + 1, "NETSCAPE2.0", 11) == 0;
+}
+
+/// What the file holds, found before any pixel is decoded.
+struct GIFOutline {
+  /// The part of the logical screen that the file's images cover, from (0, 0) to their furthest
+  /// right and bottom edges: a damaged or hostile header can claim a 65535x65535 screen that no
+  /// image fills.
+  ImageSize canvas;
+  int frameCount = 0;
+  int loopCount = 1;
+};
+
+/// Reads the image descriptors and extensions only, skipping the compressed pixels; stops at the
 /// first damage, which decoding reports when it gets there.
-ImageSize coveredCanvas(std::span<const std::uint8_t> bytes) {
+GIFOutline outlineOf(std::span<const std::uint8_t> bytes) {
+  GIFOutline outline;
   MemoryReader reader{bytes, 0};
   int error = 0;
   const GifDecoderPtr gif(DGifOpen(&reader, readFromMemory, &error));
   if (!gif) {
-    return {};
+    return outline;
   }
   int right = 0;
   int bottom = 0;
@@ -58,6 +78,7 @@ ImageSize coveredCanvas(std::span<const std::uint8_t> bytes) {
       const GifImageDesc& desc = gif->Image;
       right = std::max(right, std::min(desc.Left + desc.Width, gif->SWidth));
       bottom = std::max(bottom, std::min(desc.Top + desc.Height, gif->SHeight));
+      ++outline.frameCount;
       while (block != nullptr && DGifGetCodeNext(gif.get(), &block) == GIF_OK) {
       }
     } else if (type == EXTENSION_RECORD_TYPE) {
@@ -65,7 +86,11 @@ ImageSize coveredCanvas(std::span<const std::uint8_t> bytes) {
       if (DGifGetExtension(gif.get(), &code, &block) != GIF_OK) {
         break;
       }
+      const bool netscape = isNetscapeBlock(code, block);
       while (block != nullptr && DGifGetExtensionNext(gif.get(), &block) == GIF_OK) {
+        if (netscape && block != nullptr && block[0] >= 3 && block[1] == 1) {
+          outline.loopCount = playsOf(block);
+        }
       }
     } else {
       break;
@@ -74,7 +99,8 @@ ImageSize coveredCanvas(std::span<const std::uint8_t> bytes) {
       break;  // a sub-block chain ended in damage
     }
   }
-  return {right, bottom};
+  outline.canvas = {right, bottom};
+  return outline;
 }
 
 }  // namespace
@@ -85,6 +111,8 @@ struct GIFDecoder::State {
   MemoryReader reader;  // giflib reads `bytes` through it; must outlive `gif`
   GifDecoderPtr gif;
   int loopCount = 1;
+  int frameCount = 0;
+  int framesRead = 0;
   ImageSize canvasSize;
   PixelBuffer canvas;
   std::vector<GifPixelType> line;  // one row of the image being decoded
@@ -119,15 +147,13 @@ void GIFDecoder::State::readExtension() {
     transparentIndex = control.TransparentColor;
     disposal = control.DisposalMode;
   }
-  const bool netscape = code == APPLICATION_EXT_FUNC_CODE && block != nullptr && block[0] == 11 &&
-                        std::memcmp(block + 1, "NETSCAPE2.0", 11) == 0;
+  const bool netscape = isNetscapeBlock(code, block);
   while (block != nullptr) {
     if (DGifGetExtensionNext(gif.get(), &block) != GIF_OK) {
       fail();
     }
     if (netscape && block != nullptr && block[0] >= 3 && block[1] == 1) {
-      const int repetitions = block[2] | (block[3] << 8);
-      loopCount = repetitions == 0 ? 0 : repetitions + 1;
+      loopCount = playsOf(block);
     }
   }
 }
@@ -217,7 +243,10 @@ GIFDecoder::GIFDecoder(std::vector<std::uint8_t> bytes, std::filesystem::path na
   if (state_->gif->SWidth <= 0 || state_->gif->SHeight <= 0) {
     throw ImageCodecError::unreadableFile(state_->name, "the GIF has no pixels");
   }
-  state_->canvasSize = coveredCanvas(state_->bytes);
+  const GIFOutline outline = outlineOf(state_->bytes);
+  state_->canvasSize = outline.canvas;
+  state_->frameCount = outline.frameCount;
+  state_->loopCount = outline.loopCount;
   const auto pixels = static_cast<std::int64_t>(state_->canvasSize.width) *
                       static_cast<std::int64_t>(state_->canvasSize.height);
   if (pixels > kMaximumCanvasPixels) {
@@ -240,6 +269,14 @@ int GIFDecoder::loopCount() const noexcept {
   return state_->loopCount;
 }
 
+int GIFDecoder::frameCount() const noexcept {
+  return state_->frameCount;
+}
+
+StreamPosition GIFDecoder::position() const {
+  return {state_->framesRead, std::max(state_->frameCount, state_->framesRead)};
+}
+
 std::optional<ProcessedFrame> GIFDecoder::next() {
   while (!state_->finished) {
     GifRecordType type = UNDEFINED_RECORD_TYPE;
@@ -251,6 +288,7 @@ std::optional<ProcessedFrame> GIFDecoder::next() {
         state_->readExtension();
         break;
       case IMAGE_DESC_RECORD_TYPE:
+        ++state_->framesRead;
         return state_->readImage();
       case TERMINATE_RECORD_TYPE:
         state_->finished = true;

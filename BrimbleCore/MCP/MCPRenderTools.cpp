@@ -14,6 +14,7 @@
 #include "BrimbleCore/Encoding/ClipEditor.h"
 #include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/GIFDecoder.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/MCP/MCPToolSupport.h"
 #include "BrimbleCore/MCP/MCPTools.h"
@@ -234,17 +235,17 @@ JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Argume
     output.replace_extension(std::string(".processed.") + std::string(fileExtension(format)));
   }
   requireWritable(output, format);
-  std::vector<ProcessedFrame> frames;
   int loopCount = 0;
   try {
-    GIFDecoder decoder(inputPath);
-    frames = decoder.readAll();
-    loopCount = decoder.loopCount();
-  } catch (const std::exception& error) {
+    // What the file must say before the first frame is written; its frames are read later, one
+    // at a time.
+    const GIFDecoder outline(inputPath);
+    if (outline.frameCount() == 0) {
+      fail("Failed to decode GIF: " + inputPath.string() + " holds no frames");
+    }
+    loopCount = outline.loopCount();
+  } catch (const ImageCodecError& error) {
     fail(std::string("Failed to decode GIF: ") + error.what());
-  }
-  if (frames.empty()) {
-    fail("Failed to decode GIF: " + inputPath.string() + " holds no frames");
   }
   ClipEdit edit;
   edit.speed = speed;
@@ -254,21 +255,28 @@ JSONValue processGIF(SessionContext& context, MCPCallContext& call, const Argume
     edit.idle = [strategy = *idle, threshold](std::span<const ProcessedFrame> clip) {
       return IdleTrimmer::apply(clip, strategy, threshold);
     };
+    edit.idleThreshold = threshold;
   }
-  frames = ClipEditor::apply(frames, edit);
+  const FrameStreamSource frames = [&] {
+    return ClipEditor::stream(std::make_unique<GIFDecoder>(inputPath), edit, call.stop());
+  };
   EncodeSummary summary;
   try {
     // Written beside the destination and renamed over it, so processing in place is safe.
-    summary =
-        ClipEncoder::encode(frames, output,
-                            {.loopCount = loopCount,
-                             .frameDiffing = arguments.boolean("frame_diffing").value_or(false),
-                             .format = format,
-                             .progress = progressOf(call),
-                             .stop = call.stop(),
-                             .tuning = {.paletteStrategy = palette}});
+    summary = ClipEncoder::encodeStream(
+        frames, output,
+        {.loopCount = loopCount,
+         .frameDiffing = arguments.boolean("frame_diffing").value_or(false),
+         .format = format,
+         .progress = progressOf(call),
+         .stop = call.stop(),
+         .tuning = {.paletteStrategy = palette}});
   } catch (const CancellationError&) {
     fail("Processing cancelled; nothing was written");
+  } catch (const ImageCodecError& error) {
+    fail(std::string("Failed to decode GIF: ") + error.what());
+  } catch (const ClipEditError& error) {
+    fail(error.what());
   } catch (const std::system_error& error) {
     fail("Failed to write " + output.string() + ": " + error.what());
   } catch (const std::exception& error) {

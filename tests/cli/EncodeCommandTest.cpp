@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <numeric>
+#include <random>
 #include <string>
 #include <thread>
 
@@ -207,6 +208,50 @@ TEST(BrimbleEncode, BadFramesAreExplainedAndNothingIsWritten) {
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->frames.size(), 2u);
   }
+}
+
+TEST(BrimbleEncode, SkipBadFramesLeavesOutEmptyAndGarbageFilesAndSaysWhenNoneIsLeft) {
+  TempDirectory directory;
+  std::mt19937 random(23);
+  std::vector<std::uint8_t> garbage(4096);
+  for (std::uint8_t& byte : garbage) {
+    byte = static_cast<std::uint8_t>(random() & 0xFF);
+  }
+  // Written by a crashed exporter: a file created but never filled, and one of noise.
+  const auto badFrames = [&](const std::filesystem::path& folder) {
+    std::filesystem::create_directory(folder);
+    writeBytes(folder / "2.png", {});
+    writeBytes(folder / "3.jpg", garbage);
+    return std::pair{(folder / "2.png").string(), (folder / "3.jpg").string()};
+  };
+  const auto [empty, noise] = badFrames(directory / "mixed");
+  writePNG(directory / "mixed" / "1.png", testing::solidImage(40, 30, {200, 0, 0}));
+  writePNG(directory / "mixed" / "4.png", testing::solidImage(40, 30, {0, 0, 200}));
+  const auto out = directory / "clip.gif";
+  const auto skipped = runCommand(
+      brimbleCommand("encode --skip-bad-frames " + shellQuote((directory / "mixed").string()) +
+                     " -o " + shellQuote(out.string()) + " 2>&1 >/dev/null"));
+  EXPECT_EQ(skipped.exitCode, 0) << skipped.output;
+  EXPECT_EQ(skipped.output, "brimble encode: warning: skipped " + empty +
+                                ": not a PNG or JPEG image\nbrimble encode: warning: skipped " +
+                                noise + ": not a PNG or JPEG image\n");
+  const auto decoded = testing::decodeGIFFile(out);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->frames.size(), 2u);
+
+  // Nothing left to encode: said once, nothing written.
+  std::filesystem::remove(out);
+  const auto [allEmpty, allNoise] = badFrames(directory / "bad");
+  const auto none = runCommand(brimbleCommand("encode --skip-bad-frames " +
+                                              shellQuote((directory / "bad").string()) + " -o " +
+                                              shellQuote(out.string()) + " 2>&1"));
+  EXPECT_EQ(none.exitCode, 1) << none.output;
+  EXPECT_EQ(none.output, "brimble encode: warning: skipped " + allEmpty +
+                             ": not a PNG or JPEG image\nbrimble encode: warning: skipped " +
+                             allNoise +
+                             ": not a PNG or JPEG image\nbrimble encode: no frame could be "
+                             "decoded; nothing was written\n");
+  EXPECT_FALSE(std::filesystem::exists(out));
 }
 
 TEST(BrimbleEncode, TheOutputNameOrFormatOptionPicksTheFormat) {

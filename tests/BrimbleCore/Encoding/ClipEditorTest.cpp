@@ -1,6 +1,9 @@
 #include "BrimbleCore/Encoding/ClipEditor.h"
 
+#include <memory>
 #include <span>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -139,6 +142,116 @@ TEST(ClipEditor, TheChainEditsInTheClipsOwnTermsThenMergesRepeatsBeforeCuttingPa
   EXPECT_NEAR(pause.r, 0, 2);
   EXPECT_NEAR(pause.g, 0, 2);
   EXPECT_NEAR(pause.b, 200, 2);
+}
+
+/// A clip with pauses of every length around the thresholds below: pictures held for 0.1 to
+/// 1.5 s, some as runs of identical frames, some repeated with a little noise. 16x12.
+std::vector<ProcessedFrame> clipWithPauses() {
+  struct Held {
+    std::uint8_t shade;
+    int frames;
+    double delay;
+    std::uint8_t noise;
+  };
+  const Held pictures[] = {{10, 1, 0.1, 0},  {40, 6, 0.25, 0}, {70, 1, 0.2, 0},  {100, 3, 0.5, 3},
+                           {130, 1, 0.1, 0}, {160, 2, 0.1, 0}, {190, 8, 0.2, 0}, {220, 4, 0.3, 2},
+                           {30, 1, 1.5, 0},  {60, 1, 0.1, 0},  {90, 5, 0.3, 0},  {120, 1, 0.05, 0}};
+  std::vector<ProcessedFrame> frames;
+  for (const Held& held : pictures) {
+    for (int i = 0; i < held.frames; ++i) {
+      const auto noise = static_cast<std::uint8_t>(i % 2 == 1 ? held.noise : 0);
+      ProcessedFrame frame;
+      frame.image = testing::imageOf(16, 12, [&](int x, int y) {
+        return testing::Pixel{static_cast<std::uint8_t>(held.shade + noise),
+                              static_cast<std::uint8_t>(x * 8), static_cast<std::uint8_t>(y * 8)};
+      });
+      frame.delay = held.delay;
+      frames.push_back(frame);
+    }
+  }
+  return frames;
+}
+
+std::vector<ProcessedFrame> drained(FrameStream& stream) {
+  std::vector<ProcessedFrame> frames;
+  while (auto frame = stream.next()) {
+    frames.push_back(std::move(*frame));
+  }
+  return frames;
+}
+
+ClipEdit idleEdit(IdleStrategy strategy, double threshold) {
+  ClipEdit edit;
+  edit.idle = [strategy, threshold](std::span<const ProcessedFrame> frames) {
+    return IdleTrimmer::apply(frames, strategy, threshold);
+  };
+  edit.idleThreshold = threshold;
+  return edit;
+}
+
+TEST(ClipEditor, AStreamEditsFrameByFrameExactlyAsTheWholeClipIsEdited) {
+  const std::vector<ProcessedFrame> frames = clipWithPauses();
+  std::vector<std::pair<std::string, ClipEdit>> edits = {
+      {"nothing", {}},
+      {"trim inside", {.trimStart = 0.3, .trimEnd = 2.1}},
+      {"trim from", {.trimStart = 4.0}},
+      {"trim to", {.trimEnd = 0.55}},
+      {"crop, speed, width",
+       {.crop = PixelRect{2, 1, 10, 8}, .speed = 2.5, .maxWidth = 6, .deduplicate = false}},
+      {"dedup", {.deduplicate = true}},
+  };
+  for (const IdleStrategy strategy : {IdleStrategy::cut, IdleStrategy::ramp, IdleStrategy::fade}) {
+    for (const double threshold : {0.0, 0.25, 0.5, 1.0, 5.0}) {
+      const std::string name = "idle " + std::to_string(static_cast<int>(strategy)) + " over " +
+                               std::to_string(threshold);
+      edits.emplace_back(name, idleEdit(strategy, threshold));
+      ClipEdit everything = idleEdit(strategy, threshold);
+      everything.trimStart = 0.15;
+      everything.speed = 0.5;
+      everything.deduplicate = true;
+      edits.emplace_back(name + " after trim, speed and dedup", everything);
+    }
+  }
+  for (const auto& [name, edit] : edits) {
+    const std::vector<ProcessedFrame> whole = ClipEditor::apply(frames, edit);
+    const auto stream = ClipEditor::stream(std::make_unique<SpanFrameStream>(frames), edit);
+    const std::vector<ProcessedFrame> streamed = drained(*stream);
+    ASSERT_EQ(streamed.size(), whole.size()) << name;
+    for (std::size_t i = 0; i < whole.size(); ++i) {
+      EXPECT_NEAR(streamed[i].delay, whole[i].delay, 1e-9) << name << ", frame " << i;
+      EXPECT_TRUE(streamed[i].image.hasSamePixels(whole[i].image)) << name << ", frame " << i;
+    }
+  }
+  // A trim that keeps nothing, and a crop outside, are found as the clip is read.
+  const auto failure = [&frames](const ClipEdit& edit) {
+    return testing::errorText<ClipEditError>([&] {
+      const auto stream = ClipEditor::stream(std::make_unique<SpanFrameStream>(frames), edit);
+      drained(*stream);
+    });
+  };
+  const double length = ClipEditor::duration(frames);
+  EXPECT_EQ(failure({.trimStart = 99}),
+            testing::errorText<ClipEditError>([&] { ClipEditor::trim(frames, 99, length); }));
+  EXPECT_EQ(failure({.trimStart = 2, .trimEnd = 1}),
+            testing::errorText<ClipEditError>([&] { ClipEditor::trim(frames, 2, 1); }));
+  EXPECT_EQ(failure({.crop = PixelRect{10, 0, 10, 4}}),
+            "Can't crop to 10,0 10x4: the rectangle must lie inside the 16x12 frames.");
+}
+
+TEST(ClipEditor, AStreamHoldsOnlyTheFramesSinceThePictureLastChangedQuickly) {
+  const std::vector<ProcessedFrame> frames = clipWithPauses();
+  auto source = std::make_unique<SpanFrameStream>(frames);
+  const SpanFrameStream& reading = *source;
+  const auto stream = ClipEditor::stream(std::move(source), idleEdit(IdleStrategy::fade, 0.5));
+  // The first picture shows for 0.1 s, no pause: the frame after it ends the first piece.
+  ASSERT_TRUE(stream->next());
+  EXPECT_EQ(reading.position().read, 2);
+  // The second is a pause (six frames, 1.5 s), which fades into the third (0.2 s): that piece
+  // ends at the fourth picture's first frame, the ninth of the clip.
+  ASSERT_TRUE(stream->next());
+  EXPECT_EQ(reading.position().read, 9);
+  drained(*stream);
+  EXPECT_EQ(reading.position().read, static_cast<int>(frames.size()));
 }
 
 TEST(ClipEditor, AppendJoinsASegmentAtTheClipsSize) {

@@ -5,9 +5,11 @@
 #include <gif_lib.h>
 #include <gtest/gtest.h>
 
+#include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/TempDirectory.h"
 
 namespace brimble {
 namespace {
@@ -84,6 +86,7 @@ TEST(GIFDecoder, DisposalMethodsAreAppliedBetweenFrames) {
       });
   GIFDecoder decoder(bytes, "crafted.gif");
   EXPECT_EQ(decoder.size(), (ImageSize{4, 1}));
+  EXPECT_EQ(decoder.frameCount(), 4);
   const auto frames = decoder.readAll();
   ASSERT_EQ(frames.size(), 4u);
   EXPECT_EQ(rgba(frames[0].image, 3, 0), kRed);
@@ -96,6 +99,27 @@ TEST(GIFDecoder, DisposalMethodsAreAppliedBetweenFrames) {
   EXPECT_EQ(rgba(frames[3].image, 2, 0), kBlue);
   EXPECT_EQ(rgba(frames[3].image, 3, 0), kRed);
   EXPECT_EQ(decoder.loopCount(), 1);
+}
+
+TEST(GIFDecoder, TheLoopAndTheFrameCountAreKnownBeforeAnyFrameIsDecoded) {
+  // A writer needs the loop count before the first frame goes in, and a progress bar the count.
+  std::vector<ProcessedFrame> frames;
+  for (const testing::Pixel colour :
+       {testing::Pixel{200, 0, 0}, testing::Pixel{0, 200, 0}, testing::Pixel{0, 0, 200}}) {
+    frames.push_back({testing::solidImage(6, 4, colour), 0.1, std::nullopt});
+  }
+  testing::TempDirectory directory;
+  const auto file = directory / "three.gif";
+  ClipEncoder::encode(frames, file, {.loopCount = 3});
+  GIFDecoder decoder(file);
+  EXPECT_EQ(decoder.loopCount(), 3);
+  EXPECT_EQ(decoder.frameCount(), 3);
+  EXPECT_EQ(decoder.position().read, 0);
+  ASSERT_TRUE(decoder.next());
+  EXPECT_EQ(decoder.position().read, 1);
+  EXPECT_EQ(decoder.position().total, 3);
+  EXPECT_EQ(decoder.readAll().size(), 2u);
+  EXPECT_EQ(decoder.loopCount(), 3);
 }
 
 TEST(GIFDecoder, InterlacedRowsLandInTheirPlaces) {
@@ -157,9 +181,9 @@ TEST(GIFDecoder, TheCanvasIsBoundedAndDamageIsAnErrorNamingTheFile) {
   // Found by GIFDecoderFuzzer: an image wholly right of a 6x6 canvas, disposed to the background,
   // covers nothing (clearing it once wrote a negative number of bytes).
   const std::vector<std::uint8_t> beyond = {
-      'G', 'I', 'F', '8', '9', '/', 6, 0, 6, 0, 0xF0, 0, 0, 0, 0x80, 0, 0, 0, 0, 0x21, 0xF9, 4,
-      10, 2, 0, 1, 0, 0x2C, 0, 8, 0, 0, 6, 0, 6, 0, 0x3D, 2, 6, 0x8C, 0x8F, 8, 0xC9, 0x7D, 5, 0,
-      0x3B};
+      'G', 'I', 'F', '8',  '9',  '/', 6,  0,    6,    0, 0xF0, 0,    0, 0, 0x80, 0,
+      0,   0,   0,   0x21, 0xF9, 4,   10, 2,    0,    1, 0,    0x2C, 0, 8, 0,    0,
+      6,   0,   6,   0,    0x3D, 2,   6,  0x8C, 0x8F, 8, 0xC9, 0x7D, 5, 0, 0x3B};
   GIFDecoder decoder(beyond, "beyond.gif");
   EXPECT_EQ(decoder.size(), (ImageSize{6, 6}));
   const auto nothing = decoder.readAll();

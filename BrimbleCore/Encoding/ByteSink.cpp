@@ -1,6 +1,7 @@
 #include "BrimbleCore/Encoding/ByteSink.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 #include <system_error>
 
@@ -26,7 +27,8 @@ void checkPatchRange(std::size_t offset, std::size_t length, std::size_t written
 FileByteSink::FileByteSink(std::filesystem::path url) : url_(std::move(url)) {
   handle_.reset(::open(url_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
   if (!handle_) {
-    throw MuxError::unexpectedLayout("could not create " + url_.string());
+    throw MuxError::unexpectedLayout("could not create " + url_.string() + ": " +
+                                     std::strerror(errno));
   }
 }
 

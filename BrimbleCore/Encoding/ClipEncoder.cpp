@@ -30,8 +30,9 @@ using OutputFactory = SequenceEncoder::OutputFactory;
 AtomicFile createOutput(const std::filesystem::path& output) {
   try {
     return AtomicFile(output, 0644);
-  } catch (const std::system_error&) {
-    throw MuxError::unexpectedLayout("could not create " + output.string());
+  } catch (const std::system_error& error) {
+    throw MuxError::unexpectedLayout("could not create " + output.string() + ": " +
+                                     error.code().message());
   }
 }
 

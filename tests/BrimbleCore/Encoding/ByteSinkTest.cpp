@@ -49,7 +49,7 @@ TEST(FileByteSink, PatchesInPlaceKeepsAppendingAndRefusesMisuse) {
   EXPECT_FALSE(std::filesystem::exists(directory / "partial.bin"));
   const auto unwritable = directory / "missing" / "out.gif";
   EXPECT_EQ(errorText<MuxError>([&] { FileByteSink created(unwritable); }),
-            "could not create " + unwritable.string());
+            "could not create " + unwritable.string() + ": No such file or directory");
 }
 
 TEST(MemoryByteSink, PatchesInPlaceAndRejectsRangesPastTheEnd) {

@@ -141,7 +141,7 @@ MeasuredRun runMeasured(const std::vector<std::string>& arguments,
 /// Whether `brimble process IN -o OUT` succeeded, checked to stay under `limitMB` of resident
 /// memory.
 bool processedWithin(const std::filesystem::path& in, const std::filesystem::path& out,
-                     long limitMB) {
+                     [[maybe_unused]] long limitMB) {
   const MeasuredRun run = runMeasured({BRIMBLE_BINARY, "process", in.string(), "-o", out.string()},
                                       out.parent_path() / "stderr.txt");
   EXPECT_EQ(run.exitCode, 0) << run.errorOutput;

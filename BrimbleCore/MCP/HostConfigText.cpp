@@ -156,15 +156,26 @@ HostConfigText::ObjectSpan HostConfigText::objectAt(std::size_t open) const {
   return object;
 }
 
+HostConfigText::ObjectSpan HostConfigText::rootObject() const {
+  // The first brace, after blanks or a byte-order mark.
+  return objectAt(strict_.find('{'));
+}
+
 const HostConfigText::Member* HostConfigText::find(const ObjectSpan& object,
                                                    std::string_view key) const {
+  const Member* found = nullptr;
   for (const Member& member : object.members) {
     const std::size_t keyEnd = valueEnd(member.keyStart);
-    if (Document::parse(strict_.substr(member.keyStart, keyEnd - member.keyStart)) == key) {
-      return &member;
+    if (Document::parse(strict_.substr(member.keyStart, keyEnd - member.keyStart)) != key) {
+      continue;
     }
+    // Readers disagree on which of two equal keys counts, so neither is edited.
+    if (found != nullptr) {
+      throw HostConfigError("holds \"" + std::string(key) + "\" twice");
+    }
+    found = &member;
   }
-  return nullptr;
+  return found;
 }
 
 std::string HostConfigText::layoutValue(const Document& value, int depth) const {
@@ -233,7 +244,7 @@ void HostConfigText::insertMember(const ObjectSpan& object, int depth, std::stri
 
 void HostConfigText::setMember(std::string_view object, std::string_view member,
                                const Document& entry) {
-  const ObjectSpan root = objectAt(skipSpace(0));
+  const ObjectSpan root = rootObject();
   const Member* servers = find(root, object);
   if (servers == nullptr) {
     insertMember(root, 1, object, Document{{std::string(member), entry}});
@@ -251,7 +262,7 @@ void HostConfigText::setMember(std::string_view object, std::string_view member,
 }
 
 bool HostConfigText::removeMember(std::string_view object, std::string_view member) {
-  const ObjectSpan root = objectAt(skipSpace(0));
+  const ObjectSpan root = rootObject();
   const Member* servers = find(root, object);
   if (servers == nullptr || strict_[servers->valueStart] != '{') {
     return false;

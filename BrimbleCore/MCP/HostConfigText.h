@@ -35,7 +35,8 @@ class HostConfigText {
   bool hasComments() const noexcept { return hasComments_; }
 
   /// Sets the member `member` of the root's object member `object` to `entry`, creating `object`
-  /// when missing. Throws HostConfigError when `object` is not an object.
+  /// when missing. Throws HostConfigError when `object` is not an object, or either name is
+  /// there twice.
   void setMember(std::string_view object, std::string_view member, const Document& entry);
   /// Removes that member; false when there is none.
   bool removeMember(std::string_view object, std::string_view member);
@@ -53,6 +54,7 @@ class HostConfigText {
   };
 
   void parse();
+  ObjectSpan rootObject() const;
   ObjectSpan objectAt(std::size_t open) const;
   std::size_t valueEnd(std::size_t start) const;
   std::size_t skipSpace(std::size_t at) const;

@@ -47,12 +47,16 @@ std::optional<std::string> readFileBytes(const std::filesystem::path& file) {
   return text;
 }
 
+ConfigProblem leftUnchanged(const std::filesystem::path& file, const HostConfigError& error) {
+  return ConfigProblem{file.string() + " " + error.what() + "; left it unchanged"};
+}
+
 /// A host's file as it is, or an empty one when it does not exist yet.
 HostConfigText readConfig(const std::filesystem::path& file) {
   try {
     return HostConfigText(readFileBytes(file).value_or(""));
   } catch (const HostConfigError& error) {
-    throw ConfigProblem{file.string() + " " + error.what() + "; left it unchanged"};
+    throw leftUnchanged(file, error);
   }
 }
 
@@ -199,7 +203,11 @@ MCPInstallResult MCPInstaller::registerClient(MCPClient client) const {
         upgraded = !(existing->is_object() && command != existing->end() && *command == shimPath);
       }
     }
-    config.setMember(key, kEntryName, entry);
+    try {
+      config.setMember(key, kEntryName, entry);
+    } catch (const HostConfigError& error) {
+      throw leftUnchanged(file, error);
+    }
     std::error_code error;
     std::filesystem::create_directories(file.parent_path(), error);
     if (error) {
@@ -218,7 +226,13 @@ MCPInstallResult MCPInstaller::unregisterClient(MCPClient client) const {
   const std::filesystem::path file = client.configFile(homeDirectory_);
   try {
     HostConfigText config = readConfig(file);
-    if (!config.removeMember(client.serversKey(), kEntryName)) {
+    bool removed = false;
+    try {
+      removed = config.removeMember(client.serversKey(), kEntryName);
+    } catch (const HostConfigError& error) {
+      throw leftUnchanged(file, error);
+    }
+    if (!removed) {
       return MCPInstallResult::notRegistered(client);
     }
     std::error_code linkError;

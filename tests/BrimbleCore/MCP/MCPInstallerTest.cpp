@@ -111,6 +111,9 @@ TEST(MCPInstaller, AFileThatIsNotAJSONObjectIsNeverRewritten) {
        " is not valid JSON (syntax error while parsing object - unexpected end of input; expected "
        "'}' at line 2, column 2); left it unchanged"},
       {"[1, 2]", " does not hold a JSON object; left it unchanged"},
+      // Readers differ on which of two equal keys counts.
+      {"{\"mcpServers\": {}, \"mcpServers\": {\"a\": {}}}",
+       " holds \"mcpServers\" twice; left it unchanged"},
       {"{\"mcpServers\": []}", " is not an object; left the file unchanged"},
   };
   for (const auto& [text, why] : cases) {

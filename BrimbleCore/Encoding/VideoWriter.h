@@ -85,7 +85,6 @@ class VideoWriter final : public FrameOutput {
   SwsContextPtr scaler_;
   std::ifstream audioFile_;
   std::int64_t audioWritten_ = 0;  // samples encoded so far
-  std::int64_t audioRead_ = 0;     // samples read from the file so far
 };
 
 }  // namespace brimble

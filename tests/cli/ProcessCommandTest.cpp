@@ -168,15 +168,19 @@ LastFrame readLastFrame(const std::filesystem::path& file) {
   return last;
 }
 
+void writeFullHDGIF(const std::filesystem::path& file, int frames) {
+  writeDotGIF(file, {.screenWidth = 1920,
+                     .screenHeight = 1080,
+                     .canvasWidth = 1920,
+                     .canvasHeight = 1080,
+                     .frames = frames});
+}
+
 TEST(BrimbleProcess, AMinuteOfFullHDIsProcessedAFrameAtATime) {
   TempDirectory directory;
   const auto in = directory / "long.gif";
   // 200 frames of 1920x1080: 1.6 GB decoded all at once.
-  writeDotGIF(in, {.screenWidth = 1920,
-                   .screenHeight = 1080,
-                   .canvasWidth = 1920,
-                   .canvasHeight = 1080,
-                   .frames = 200});
+  writeFullHDGIF(in, 200);
   ASSERT_LT(std::filesystem::file_size(in), 200'000u);
   const auto out = directory / "out.gif";
   ASSERT_TRUE(processedWithin(in, out, 300));
@@ -215,11 +219,7 @@ TEST(BrimbleProcess, AHugeLogicalScreenWithManyFramesStaysWithinBoundedMemory) {
 TEST(BrimbleProcess, CtrlCEndsALongProcessAtOnceAndWritesNothing) {
   TempDirectory directory;
   const auto in = directory / "long.gif";
-  writeDotGIF(in, {.screenWidth = 1920,
-                   .screenHeight = 1080,
-                   .canvasWidth = 1920,
-                   .canvasHeight = 1080,
-                   .frames = 2000});
+  writeFullHDGIF(in, 2000);
   const auto out = directory / "out.gif";
   std::vector<std::string> command = {BRIMBLE_BINARY, "process", in.string(), "-o", out.string()};
 #if !defined(BRIMBLE_TEST_UNDER_ASAN)

@@ -221,20 +221,23 @@ void InputSimulator::typeText(std::string_view text, double charDelay, bool pres
   const auto cancelled = [&] { return isCancelled && isCancelled(); };
   std::uniform_real_distribution<double> unit(0.0, 1.0);
   bool boundSpareKeys = false;
-  // Each key is due a delay after the one before it, counted from when that one was due, so the
-  // hold, the round trips to the display and the sleeps' overshoot do not slow the pace asked
-  // for. A stall longer than a delay is not made up in a burst.
+  // Keys fall on a steady beat of the delay, counted from when the first went in, so the hold, the
+  // round trips to the display and the sleeps' overshoot do not slow the pace asked for. Each
+  // falls up to 15 % either side of its beat, so the caret does not tick like a metronome, yet a
+  // long text keeps the pace exactly and neighbours are never nearer than 70 % of the delay. A
+  // stall longer than a delay is not made up in a burst: the beat starts again.
   const Clock::Duration behindAtMost = secondsToDuration(std::max(charDelay, 0.0));
-  Clock::TimePoint due = clock_.now();
+  Clock::TimePoint beat = clock_.now();
   for (const char32_t character : decodeUTF8(text)) {
     if (cancelled()) {
       break;
     }
     boundSpareKeys = typeCharacter(character) || boundSpareKeys;
-    // ±30 % around the delay, so the caret does not tick like a metronome.
-    due += secondsToDuration(charDelay * (0.7 + 0.6 * unit(random_)));
+    beat += secondsToDuration(charDelay);
+    Clock::TimePoint due = beat + secondsToDuration(charDelay * 0.3 * (unit(random_) - 0.5));
     const Clock::TimePoint now = clock_.now();
     if (now - due > behindAtMost) {
+      beat = now;
       due = now;
     }
     clock_.sleepUntil(due);

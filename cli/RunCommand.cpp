@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -18,6 +19,7 @@
 #include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/Scripting/ScriptEngine.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Scripting/ScriptPreflight.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "BrimbleCore/Scripting/ShellProcessRunner.h"
 #include "BrimbleCore/Support/Cancellation.h"
@@ -72,13 +74,26 @@ class InterruptStages {
 int runScript(const RunOptions& options, Interrupts& interrupts) {
   const ScriptSource source = readScriptSource(options.script);
   // The script is checked before anything is opened or recorded, so a typo costs no recording.
-  const ParsedScript check = validate(source.text);
+  const ParsedScript check = validate(source.text, source.file);
   for (const std::string& warning : check.warnings) {
     fmt::print(stderr, "{}\n", warning);
   }
-  const fs::path output =
-      !options.output.empty() ? options.output : fs::path(check.output.value_or("output.gif"));
-  checkAnimationOutput("", output, false);
+  // Every output the script names is checked now, so that none of them fails after the
+  // recording.
+  std::vector<std::string> outputs = check.outputs;
+  if (!options.output.empty()) {
+    outputs = {options.output.string()};
+  } else if (outputs.empty()) {
+    outputs = {check.output.value_or("output.gif")};
+  }
+  for (const std::string& output : outputs) {
+    if (namesFrameFolder(output)) {
+      checkFrameFolderOutput(output);
+    } else {
+      checkAnimationOutput("", output, false);
+    }
+  }
+  checkBeforeRunning(check);
 
   // Started before the display, so every program the script starts inherits its address and
   // plays into it, and `record ... audio` hears them.
@@ -161,7 +176,15 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
                "brimble run: interrupted before anything was recorded; nothing was written\n");
     return Interrupts::kExitInterrupted;
   }
-  printSummary(outcome.output, outcome.summary, outcome.renderSeconds);
+  for (const WrittenOutput& written : outcome.outputs) {
+    if (fs::is_directory(written.path)) {
+      fmt::print("{}: {} PNG frames, {}x{}, plays {:.2f} s\n", written.path.string(),
+                 written.summary.frames, written.summary.width, written.summary.height,
+                 written.summary.duration);
+    } else {
+      printSummary(written.path, written.summary, outcome.renderSeconds);
+    }
+  }
   return outcome.interrupted ? Interrupts::kExitInterrupted : kExitSuccess;
 }
 

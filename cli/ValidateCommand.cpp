@@ -15,15 +15,15 @@ namespace brimble::cli {
 namespace {
 
 int runValidate(const std::string& file) {
-  std::string source;
+  ScriptSource source;
   try {
-    source = readScriptSource(file).text;
+    source = readScriptSource(file);
   } catch (const std::exception& error) {
     fmt::print(stderr, "brimble validate: {}\n", error.what());
     return kExitFailure;
   }
   try {
-    for (const std::string& line : validate(source).lines()) {
+    for (const std::string& line : validate(source.text, source.file).lines()) {
       fmt::print("{}\n", line);
     }
   } catch (const ScriptError& error) {

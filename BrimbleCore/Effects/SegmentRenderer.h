@@ -1,12 +1,15 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <stop_token>
+#include <vector>
 
 #include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Encoding/ClipEncoder.h"
+#include "BrimbleCore/Encoding/OutputFormat.h"
 
 namespace brimble {
 
@@ -19,6 +22,14 @@ namespace brimble {
 /// length.
 namespace SegmentRenderer {
 
+/// One file (or folder) a render writes.
+struct RenderOutput {
+  std::filesystem::path path;
+  /// The animation or video format; no value for a folder of PNG frames ("frame-00001.png",
+  /// ..., one for each frame 1/fps apart).
+  std::optional<OutputFormat> format;
+};
+
 /// Writes `segments` to `output` (through an AtomicFile: on failure or cancellation nothing is
 /// left). Segments without frames are left out; with none left nothing is written and the
 /// summary counts 0 frames. Throws EffectsError for settings it cannot use (a colour that is
@@ -27,6 +38,18 @@ namespace SegmentRenderer {
 EncodeSummary render(std::span<const RenderSegment> segments, const RenderSettings& settings,
                      const std::filesystem::path& output, const EncodeProgress& progress = {},
                      const std::stop_token& stop = {});
+
+/// Lays out `segments` once and writes each of `outputs` from that one render, in order, each as
+/// `render` writes its file (the settings' format is each output's own). A frame folder is made
+/// if it is missing (its parent must exist); frames an earlier render left there beyond this
+/// one's are removed, and a folder holding anything else is refused (EffectsError), since its
+/// files are not ours to replace. Returns one summary per output. Throws as `render` does;
+/// outputs written before a failure stay written.
+std::vector<EncodeSummary> renderEach(std::span<const RenderSegment> segments,
+                                      const RenderSettings& settings,
+                                      std::span<const RenderOutput> outputs,
+                                      const EncodeProgress& progress = {},
+                                      const std::stop_token& stop = {});
 
 /// The last frame `render` writes for the same segments and settings, drawn as it is drawn
 /// there; no value when there is none.

@@ -1,7 +1,10 @@
 #include "BrimbleCore/Encoding/OutputPath.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
+#include <string_view>
 #include <system_error>
 
 #include <unistd.h>
@@ -139,6 +142,48 @@ void checkPNGOutput(const fs::path& output) {
                                          output.string() + "\")");
   }
   checkWritable(output);
+}
+
+bool namesFrameFolder(const std::string& output) {
+  return output.ends_with('/');
+}
+
+bool isFrameFileName(const fs::path& file) {
+  static constexpr std::string_view kPrefix = "frame-";
+  const std::string name = file.filename().string();
+  if (!name.starts_with(kPrefix) || !name.ends_with(".png") || name.size() <= kPrefix.size() + 4) {
+    return false;
+  }
+  return std::all_of(name.begin() + static_cast<std::ptrdiff_t>(kPrefix.size()), name.end() - 4,
+                     [](char c) { return c >= '0' && c <= '9'; });
+}
+
+void checkFrameFolderOutput(const fs::path& folder) {
+  const fs::path named = folder.has_filename() ? folder : folder.parent_path();
+  std::error_code error;
+  const fs::file_status status = fs::symlink_status(named, error);
+  if (fs::is_symlink(status)) {
+    throw OutputPathError::isALink(folder);
+  }
+  if (!fs::exists(status)) {
+    // A new folder: what a new file there would need.
+    checkWritable(named);
+    return;
+  }
+  if (!fs::is_directory(status)) {
+    throw OutputPathError::notAFolder(folder, named);
+  }
+  for (const auto& entry : fs::directory_iterator(named, error)) {
+    if (!isFrameFileName(entry.path()) || !entry.is_regular_file(error)) {
+      throw OutputPathError::notAnOutput(entry.path());
+    }
+  }
+  if (error) {
+    throw std::system_error(error, "cannot read the folder " + named.string());
+  }
+  if (::access(named.c_str(), W_OK | X_OK) != 0) {
+    throw OutputPathError::notWritable(folder, named, errno);
+  }
 }
 
 }  // namespace brimble

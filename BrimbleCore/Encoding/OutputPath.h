@@ -63,4 +63,13 @@ OutputFormat checkAnimationOutput(const std::string& formatOption,
 /// Throws OutputPathError unless `output` is a .png file that can be written.
 void checkPNGOutput(const std::filesystem::path& output);
 
+/// Whether an output written as `output` names a folder of PNG frames: it ends in "/".
+bool namesFrameFolder(const std::string& output);
+/// Whether `file` is named as a frame of a frame folder ("frame-00001.png").
+bool isFrameFileName(const std::filesystem::path& file);
+/// Throws OutputPathError unless `folder` can take a render's PNG frames: a new folder whose
+/// parent exists and is writable, or a writable folder that holds nothing but the frame files of
+/// an earlier render (which are replaced). Any other file in it is the user's and is not touched.
+void checkFrameFolderOutput(const std::filesystem::path& folder);
+
 }  // namespace brimble

@@ -34,9 +34,9 @@ constexpr std::pair<std::string_view, std::string_view> kSections[] = {
     {"Window Management",
      "open focus capture-window resize clear target dismiss-dialog "
      "click-button-in-dialog"},
-    {"Recording", "record stop remain render"},
+    {"Recording", "record stop remain render hide show output screenshot"},
     {"Input", "type click tap move cursor scroll key"},
-    {"Timing and Shell", "wait wait-for-idle run"},
+    {"Timing and Shell", "wait wait-for-idle run env require include"},
     {"Elements and Browser", "fill move-to wait-for browser navigate highlight zoom zoom-out"},
     {"Effects and Title Cards", "spotlight spotlight-shift clear-fx intro outro set-background"},
     {"Settings", "set"},

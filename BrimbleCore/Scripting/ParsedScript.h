@@ -18,6 +18,10 @@ struct ParsedScript {
   /// Where the script writes: the value of its last `set output` written as plain text; no value
   /// when it never sets one that way (a variable decides only when it runs).
   std::optional<std::string> output;
+  /// Every file (or frame folder, ending in "/") the render writes as the script names them in
+  /// plain text: `set output` with all its values, then each `output`. Empty when the script
+  /// names none, or a variable names one.
+  std::vector<std::string> outputs;
   /// In script order, each a full line such as "Warning: line 4: unknown pace preset 'fast'
   /// (expected: tutorial, demo, cinematic)"; the missing-`record` warning comes last.
   std::vector<std::string> warnings;

@@ -9,12 +9,15 @@
 #include <fmt/format.h>
 
 #include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Scripting/PacePreset.h"
 #include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
+#include "BrimbleCore/Scripting/ScriptPreflight.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "BrimbleCore/Scripting/ShellCommand.h"
+#include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Text.h"
@@ -92,6 +95,7 @@ ScriptOutcome ScriptEngine::execute(std::string_view source) {
 }
 
 ScriptOutcome ScriptEngine::execute(const ParsedScript& script) {
+  checkBeforeRunning(script);
   segments_.begin(script);
   targets_.checkPages(script.instructions);
   const auto endAfterFailure = [this] {
@@ -156,13 +160,20 @@ void ScriptEngine::executeInstruction(const LocatedInstruction& located) {
     if (ScriptCommandTable::shared().traitsOf(located.instruction).action) {
       autoPace();
     }
-  } catch (const ScriptError&) {
-    throw;
+  } catch (const ScriptError& error) {
+    if (located.file.empty()) {
+      throw;
+    }
+    throw ScriptError::inIncludedFile(error, located.file);
   } catch (const CancellationError&) {
     throw;
   } catch (const std::exception& error) {
     // The components' own errors (windows, browser, capture, input) become the line's.
-    throw ScriptError::runtimeError(located.line, error.what());
+    const ScriptError lineError = ScriptError::runtimeError(located.line, error.what());
+    if (located.file.empty()) {
+      throw lineError;
+    }
+    throw ScriptError::inIncludedFile(lineError, located.file);
   }
 }
 
@@ -212,8 +223,9 @@ void ScriptEngine::dispatch(const ScriptInstruction& instruction, int line) {
             waitForIdle(number(idle.seconds, line), line);
           },
           [&](const RunInstruction& run) {
-            executeRun(run, line, context_, services_.processes,
-                       [this](std::string_view text) { options_.progress(text); });
+            executeRun(
+                run, line, context_, services_.processes,
+                [this](std::string_view text) { options_.progress(text); }, environment_);
           },
           [&](const SpotlightInstruction& spotlight) {
             this->spotlight(spotlight.target, spotlight.duration, false, line);
@@ -252,6 +264,17 @@ void ScriptEngine::dispatch(const ScriptInstruction& instruction, int line) {
           [&](const HighlightInstruction& highlight) { this->highlight(highlight, line); },
           [&](const ZoomInstruction& zoom) { this->zoom(zoom, line); },
           [&](const ZoomOutInstruction& zoomOut) { this->zoomOut(zoomOut, line); },
+          [&](const HideInstruction&) { segments_.hide(line); },
+          [&](const ShowInstruction&) { segments_.show(line); },
+          [&](const RequireInstruction& require) {
+            requireProgram(text(require.program, line), line);
+          },
+          [&](const EnvInstruction& env) { setEnvironment(env.name, text(env.value, line)); },
+          [&](const ScreenshotInstruction& screenshot) { this->screenshot(screenshot, line); },
+          [&](const OutputInstruction& output) { segments_.addOutput(text(output.path, line)); },
+          [](const IncludeInstruction&) {
+            // The check of the script put the included lines in its place.
+          },
       },
       instruction);
 }
@@ -300,7 +323,11 @@ void ScriptEngine::setSetting(const SetInstruction& set, int line) {
   const std::string value = text(set.value, line);
   context_.setSetting(set.name, value);
   if (set.name == "output") {
-    segments_.settleOutput();
+    std::vector<std::filesystem::path> outputs{value};
+    for (const ScriptValue& more : set.moreValues) {
+      outputs.emplace_back(text(more, line));
+    }
+    segments_.setOutputs(std::move(outputs));
     return;
   }
   if (set.name != "pace") {
@@ -313,6 +340,12 @@ void ScriptEngine::setSetting(const SetInstruction& set, int line) {
     logLine("Warning: line " + std::to_string(line) + ": unknown pace preset '" + value +
             "' (expected: " + pacePresetNames() + ")");
   }
+}
+
+void ScriptEngine::setEnvironment(const std::string& name, const std::string& value) {
+  const std::string prefix = name + "=";
+  std::erase_if(environment_, [&](const std::string& entry) { return entry.starts_with(prefix); });
+  environment_.push_back(prefix + value);
 }
 
 void ScriptEngine::resize(const ResizeInstruction& resize, int line) {
@@ -451,6 +484,36 @@ bool ScriptEngine::waitForStillScreen(double quiet, Clock::TimePoint since, Cloc
     clock_.sleep(poll);
   }
   return true;
+}
+
+void ScriptEngine::screenshot(const ScreenshotInstruction& screenshot, int line) {
+  const std::filesystem::path file = text(screenshot.path, line);
+  checkScreenshotFile(file, line);
+  // What the viewer would see now: the segment being recorded, else the window the script
+  // drives, else the first display.
+  std::optional<CaptureTarget> target = segments_.recordingTarget();
+  if (!target) {
+    const std::optional<TargetWindow>& window = targets_.targetWindow();
+    if (window && services_.screen.window(window->id)) {
+      target = CaptureTarget::windowOf(window->id);
+    } else {
+      const auto displays = services_.screen.displays();
+      if (displays.empty()) {
+        throw ScriptError::runtimeError(line, services_.texts.screenRecordingRequired);
+      }
+      target = CaptureTarget::screenAreaOf(displays.front().frame);
+    }
+  }
+  const bool showCursor = context_.boolSetting("show-cursor", true);
+  const std::optional<Image> picture = services_.screen.openStream(*target, showCursor)->grab();
+  if (!picture) {
+    throw ScriptError::runtimeError(line, "screenshot: the screen gave no picture");
+  }
+  const std::vector<std::uint8_t> png = encodePNG(*picture);
+  writeFileAtomically(file, std::string_view(reinterpret_cast<const char*>(png.data()), png.size()),
+                      0644);
+  options_.progress(
+      fmt::format("     {}x{} written to {}", picture->width(), picture->height(), file.string()));
 }
 
 // --- Elements and the browser --------------------------------------------------------------

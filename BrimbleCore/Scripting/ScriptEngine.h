@@ -68,6 +68,8 @@ class ScriptEngine {
 
   // Settings and windows.
   void setSetting(const SetInstruction& set, int line);
+  /// `env`: a later `env` of the same name replaces the value.
+  void setEnvironment(const std::string& name, const std::string& value);
   void resize(const ResizeInstruction& resize, int line);
   void clear();
   void dialog(std::optional<std::string> app, std::optional<std::string> button);
@@ -79,6 +81,7 @@ class ScriptEngine {
   void key(const KeyInstruction& key, int line);
   void autoPace();
   void waitForIdle(double seconds, int line);
+  void screenshot(const ScreenshotInstruction& screenshot, int line);
   /// Waits until the picture has held still for `quiet` seconds (while recording, counted from
   /// `since` at the earliest), looking every `poll` seconds; false when `giveUp` came first.
   bool waitForStillScreen(double quiet, Clock::TimePoint since, Clock::TimePoint giveUp,
@@ -121,6 +124,8 @@ class ScriptEngine {
   std::optional<Clock::TimePoint> lineEndedAt_;
   std::optional<ScriptOutcome> outcome_;
   std::optional<ScriptOutcome> partial_;
+  /// "NAME=value" of each `env` line run so far.
+  std::vector<std::string> environment_;
 };
 
 }  // namespace brimble

@@ -127,6 +127,20 @@ ScriptError ScriptError::commandTimeout(int line, const std::string& command, do
       {}};
 }
 
+ScriptError ScriptError::inIncludedFile(const ScriptError& inner, const std::string& file) {
+  if (!inner.file_.empty()) {
+    return inner;
+  }
+  ScriptError error(inner.code_, inner.line_, file + ": " + inner.what(), inner.bareMessage_,
+                    inner.subject_);
+  error.column_ = inner.column_;
+  error.sourceLine_ = inner.sourceLine_;
+  error.inner_ = inner.inner_;
+  error.exitCode_ = inner.exitCode_;
+  error.file_ = file;
+  return error;
+}
+
 ScriptError ScriptError::annotated(const ScriptError& inner, int column,
                                    const std::string& sourceLine) {
   if (inner.code_ == Code::annotated) {

@@ -67,6 +67,10 @@ class ScriptError : public std::runtime_error {
   static ScriptError annotated(const ScriptError& inner, int column, const std::string& sourceLine);
   /// "GIF encoding failed".
   static ScriptError encodingFailed();
+  /// `inner` raised at a line of the included script `file`: "<file>: " before its description;
+  /// code, line and the rest are inner's. An error already placed in a file is returned
+  /// unchanged, so the innermost file is named.
+  static ScriptError inIncludedFile(const ScriptError& inner, const std::string& file);
 
   Code code() const noexcept { return code_; }
   /// The 1-based script line, or 0 for the cases that carry none.
@@ -81,6 +85,8 @@ class ScriptError : public std::runtime_error {
   const ScriptError* inner() const noexcept { return inner_.get(); }
   /// `commandFailed` only: the command's exit status.
   std::int32_t exitCode() const noexcept { return exitCode_; }
+  /// The included script the error is in, or empty for the script itself.
+  const std::string& file() const noexcept { return file_; }
 
  private:
   ScriptError(Code code, int line, const std::string& bareMessage, std::string subject);
@@ -97,6 +103,7 @@ class ScriptError : public std::runtime_error {
   // Shared because exceptions are copied while they propagate; never modified.
   std::shared_ptr<const ScriptError> inner_;
   std::int32_t exitCode_ = 0;
+  std::string file_;
 };
 
 }  // namespace brimble

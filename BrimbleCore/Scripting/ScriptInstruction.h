@@ -74,6 +74,8 @@ inline constexpr double kDefaultZoomOutDuration = 0.5;
 struct SetInstruction {
   std::string name;
   ScriptValue value;
+  /// `set output "demo.gif" "demo.mp4"`: the outputs after the first (only `output` takes more).
+  std::vector<ScriptValue> moreValues{};
   bool operator==(const SetInstruction& other) const = default;
 };
 
@@ -339,17 +341,60 @@ struct ZoomOutInstruction {
   bool operator==(const ZoomOutInstruction& other) const = default;
 };
 
-using ScriptInstruction =
-    std::variant<SetInstruction, OpenInstruction, FocusInstruction, CaptureWindowInstruction,
-                 ResizeInstruction, ClearInstruction, RecordInstruction, StopInstruction,
-                 RemainInstruction, RenderInstruction, TypeInstruction, ClickInstruction,
-                 ClickTargetInstruction, TapInstruction, MoveInstruction, CursorInstruction,
-                 ScrollInstruction, KeyInstruction, WaitInstruction, WaitForIdleInstruction,
-                 RunInstruction, SpotlightInstruction, SpotlightShiftInstruction,
-                 ClearFxInstruction, IntroInstruction, OutroInstruction, DismissDialogInstruction,
-                 ClickButtonInDialogInstruction, SetBackgroundInstruction, TargetInstruction,
-                 FillInstruction, MoveToInstruction, WaitForInstruction, BrowserInstruction,
-                 NavigateInstruction, HighlightInstruction, ZoomInstruction, ZoomOutInstruction>;
+/// `hide`: the lines after it run but record nothing until `show`.
+struct HideInstruction {
+  bool operator==(const HideInstruction& other) const = default;
+};
+
+/// `show`: recording resumes where `hide` left it, from the screen as it is now.
+struct ShowInstruction {
+  bool operator==(const ShowInstruction& other) const = default;
+};
+
+/// `require "program"`: the script needs `program` on PATH.
+struct RequireInstruction {
+  ScriptValue program;
+  bool operator==(const RequireInstruction& other) const = default;
+};
+
+/// `env NAME "value"`: NAME=value in the environment of the shell commands that follow.
+struct EnvInstruction {
+  std::string name;
+  ScriptValue value;
+  bool operator==(const EnvInstruction& other) const = default;
+};
+
+/// `screenshot "file.png"`: the picture being recorded (or the target window, or the screen) now.
+struct ScreenshotInstruction {
+  ScriptValue path;
+  bool operator==(const ScreenshotInstruction& other) const = default;
+};
+
+/// `output "demo.mp4"`: one more file (or, ending in "/", a folder of PNG frames) the render
+/// writes; the first replaces the default output.
+struct OutputInstruction {
+  ScriptValue path;
+  bool operator==(const OutputInstruction& other) const = default;
+};
+
+/// `include "other.brim"`: the other script's lines run here. Replaced by them when the script
+/// is checked, so the engine never runs one.
+struct IncludeInstruction {
+  std::string file;
+  bool operator==(const IncludeInstruction& other) const = default;
+};
+
+using ScriptInstruction = std::variant<
+    SetInstruction, OpenInstruction, FocusInstruction, CaptureWindowInstruction, ResizeInstruction,
+    ClearInstruction, RecordInstruction, StopInstruction, RemainInstruction, RenderInstruction,
+    TypeInstruction, ClickInstruction, ClickTargetInstruction, TapInstruction, MoveInstruction,
+    CursorInstruction, ScrollInstruction, KeyInstruction, WaitInstruction, WaitForIdleInstruction,
+    RunInstruction, SpotlightInstruction, SpotlightShiftInstruction, ClearFxInstruction,
+    IntroInstruction, OutroInstruction, DismissDialogInstruction, ClickButtonInDialogInstruction,
+    SetBackgroundInstruction, TargetInstruction, FillInstruction, MoveToInstruction,
+    WaitForInstruction, BrowserInstruction, NavigateInstruction, HighlightInstruction,
+    ZoomInstruction, ZoomOutInstruction, HideInstruction, ShowInstruction, RequireInstruction,
+    EnvInstruction, ScreenshotInstruction, IncludeInstruction, OutputInstruction>;
 
 /// One parsed line.
 struct LocatedInstruction {
@@ -358,6 +403,9 @@ struct LocatedInstruction {
   int line = 0;
   /// The line's text after comment stripping and trimming.
   std::string source;
+  /// The included script the line comes from, as its `include` named it; empty for the script
+  /// itself.
+  std::string file{};
 
   bool operator==(const LocatedInstruction& other) const = default;
 };

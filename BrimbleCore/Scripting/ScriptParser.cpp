@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <charconv>
 #include <cstdint>
 #include <optional>
@@ -328,6 +329,10 @@ ScriptInstruction ScriptParser::parseSet(Tokens tokens, int lineNumber) {
   }
   cursor.advance();
   SetInstruction set{lowercased(name.text), cursor.takeRequired("key and value")};
+  // One render can be written to several files at once.
+  while (set.name == "output" && !cursor.atEnd()) {
+    set.moreValues.push_back(cursor.takeValue());
+  }
   cursor.expectEnd();
   return set;
 }
@@ -581,6 +586,61 @@ ScriptInstruction ScriptParser::parseKey(Tokens tokens, int lineNumber) {
   KeyInstruction key{cursor.takeRequired("key name")};
   cursor.expectEnd();
   return key;
+}
+
+ScriptInstruction ScriptParser::parseRequire(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  RequireInstruction require{cursor.takeRequired("program")};
+  cursor.expectEnd();
+  return require;
+}
+
+ScriptInstruction ScriptParser::parseScreenshot(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  ScreenshotInstruction screenshot{cursor.takeRequired("a .png file")};
+  cursor.expectEnd();
+  return screenshot;
+}
+
+ScriptInstruction ScriptParser::parseInclude(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  const ScriptValue file = cursor.takeRequired("a script file");
+  // The included lines are parsed and checked with the script, before any line runs: the name
+  // cannot wait for a variable.
+  if (file.kind != ScriptValue::Kind::string || !file.namesInText().empty() || file.text.empty()) {
+    throw ScriptError::invalidValue(lineNumber, tokens[1].token.description(), "include",
+                                    "expected a file name written out, without variables");
+  }
+  cursor.expectEnd();
+  return IncludeInstruction{file.text};
+}
+
+ScriptInstruction ScriptParser::parseOutput(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  OutputInstruction output{cursor.takeRequired("a file or folder")};
+  cursor.expectEnd();
+  return output;
+}
+
+ScriptInstruction ScriptParser::parseEnv(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  if (cursor.atEnd()) {
+    throw ScriptError::missingArgument(lineNumber, cursor.command(), "name and value");
+  }
+  const Token& name = cursor.peek();
+  // The name goes into the environment as it is written: a shell cannot read a variable whose
+  // name is not a word of letters, digits and underscores, or starts with a digit.
+  const bool word = (name.kind == Token::Kind::word || name.kind == Token::Kind::string) &&
+                    !name.text.empty() && !std::isdigit(static_cast<unsigned char>(name.text[0])) &&
+                    std::all_of(name.text.begin(), name.text.end(), isVariableNameCharacter);
+  if (!word) {
+    throw ScriptError::invalidValue(lineNumber, name.description(), "env name",
+                                    "expected a name of letters, digits and _");
+  }
+  cursor.advance();
+  EnvInstruction env{name.text, cursor.takeRequired("value")};
+  cursor.expectEnd();
+  return env;
 }
 
 ScriptInstruction ScriptParser::parseRun(Tokens tokens, int lineNumber) {

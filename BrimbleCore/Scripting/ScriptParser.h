@@ -73,6 +73,11 @@ class ScriptParser {
   static ScriptInstruction parseHighlight(Tokens tokens, int lineNumber);
   static ScriptInstruction parseZoom(Tokens tokens, int lineNumber);
   static ScriptInstruction parseZoomOut(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseRequire(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseEnv(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseScreenshot(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseInclude(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseOutput(Tokens tokens, int lineNumber);
 
   /// A command without arguments (`stop`, `render`): anything after the word is an error.
   template <typename Instruction>

@@ -2,13 +2,16 @@
 
 #include <algorithm>
 #include <exception>
+#include <span>
 #include <system_error>
 #include <variant>
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include "BrimbleCore/Capture/AudioError.h"
 #include "BrimbleCore/Effects/SegmentRenderer.h"
+#include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/Scripting/PartialOutput.h"
 #include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
@@ -99,14 +102,34 @@ void ScriptSegments::begin(const ParsedScript& script) {
 }
 
 void ScriptSegments::settleOutput() {
+  outputs_.clear();
   if (options_.output) {
-    outputPath_ = *options_.output;
+    outputs_.push_back(*options_.output);
+  } else if (!scriptOutputs_.empty()) {
+    outputs_ = scriptOutputs_;
   } else {
     const std::string* output = context_.setting("output");
-    outputPath_ = output != nullptr && !output->empty() ? std::filesystem::path(*output)
-                                                        : std::filesystem::path("output.gif");
+    outputs_.push_back(output != nullptr && !output->empty() ? std::filesystem::path(*output)
+                                                             : std::filesystem::path("output.gif"));
   }
+  outputPath_ = outputs_.front();
   outputFormat_ = formatOf(outputPath_);
+}
+
+void ScriptSegments::setOutputs(std::vector<std::filesystem::path> outputs) {
+  scriptOutputs_ = std::move(outputs);
+  namedOutput_ = true;
+  settleOutput();
+}
+
+void ScriptSegments::addOutput(std::filesystem::path output) {
+  // The first output a script names takes the place of the default one.
+  if (!namedOutput_) {
+    scriptOutputs_.clear();
+  }
+  namedOutput_ = true;
+  scriptOutputs_.push_back(std::move(output));
+  settleOutput();
 }
 
 void ScriptSegments::checkSound(std::optional<OutputFormat> format, int line) const {
@@ -195,28 +218,71 @@ void ScriptSegments::record(const RecordInstruction& record, int line) {
   if (record.audio) {
     request.sound = AudioSource{};  // what the desktop plays, on the session's sound server
   }
-  auto recorder = services_.makeRecorder();
-  try {
-    recorder->start(request);
-  } catch (const AudioError& error) {
-    throw ScriptError::runtimeError(line, error.what());
+  PendingSegment segment{request, window, what, duration};
+  if (hidden_) {
+    // Recording starts at `show`, so the first frame the viewer sees is the screen as it is then.
+    options_.progress(fmt::format("     hidden: recording {} starts at 'show'", what));
+    heldBack_ = std::move(segment);
+    return;
   }
-  activeRecorder_ = std::move(recorder);
-  recordingStartTime_ = clock_.now();
-  segmentTargetDuration_ = duration;
-  activeWindow_ = window;
-  segmentEffects_.clear();
-  segmentDemoEffects_.clear();
-  segmentChromeTyping_ = false;
-  segmentURL_ = targets_.browserURL();
-  options_.progress(
-      fmt::format("     recording {} at {} fps{}", what, request.fps,
-                  duration ? fmt::format(" for {} s", formatScriptNumber(*duration)) : ""));
+  startSegment(std::move(segment), line);
   // Without `continue` the line lasts the segment; a segment without a duration runs on until
   // `stop`, `remain`, the next `record` or `render`, as with `continue`.
   if (!record.continues && duration) {
     waitWhileRecording(*duration);
     endSegment();
+  }
+}
+
+void ScriptSegments::startSegment(PendingSegment segment, int line) {
+  auto recorder = services_.makeRecorder();
+  try {
+    recorder->start(segment.request);
+  } catch (const AudioError& error) {
+    throw ScriptError::runtimeError(line, error.what());
+  }
+  activeRecorder_ = std::move(recorder);
+  recordingStartTime_ = clock_.now();
+  segmentTargetDuration_ = segment.duration;
+  activeWindow_ = segment.window;
+  activeRequest_ = segment.request;
+  activeWhat_ = segment.what;
+  segmentEffects_.clear();
+  segmentDemoEffects_.clear();
+  segmentChromeTyping_ = false;
+  segmentURL_ = targets_.browserURL();
+  options_.progress(fmt::format(
+      "     recording {} at {} fps{}", segment.what, segment.request.fps,
+      segment.duration ? fmt::format(" for {} s", formatScriptNumber(*segment.duration)) : ""));
+}
+
+void ScriptSegments::hide(int line) {
+  if (hidden_) {
+    logLine("Warning: line " + std::to_string(line) + ": 'hide' while already hidden");
+    return;
+  }
+  hidden_ = true;
+  if (!activeRecorder_) {
+    return;
+  }
+  PendingSegment resumed{activeRequest_, activeWindow_, activeWhat_, std::nullopt};
+  if (segmentTargetDuration_) {
+    resumed.duration = std::max(0.0, *segmentTargetDuration_ - segmentTime());
+  }
+  endSegment();
+  heldBack_ = std::move(resumed);
+}
+
+void ScriptSegments::show(int line) {
+  if (!hidden_) {
+    logLine("Warning: line " + std::to_string(line) + ": 'show' without a 'hide' before it");
+    return;
+  }
+  hidden_ = false;
+  if (heldBack_) {
+    PendingSegment segment = std::move(*heldBack_);
+    heldBack_.reset();
+    startSegment(std::move(segment), line);
   }
 }
 
@@ -238,6 +304,10 @@ void ScriptSegments::waitWhileRecording(double untilSegmentTime) {
 }
 
 void ScriptSegments::stop(int line) {
+  if (hidden_ && heldBack_) {
+    heldBack_.reset();
+    return;
+  }
   if (!activeRecorder_) {
     logLine("Warning: line " + std::to_string(line) + ": 'stop' with no recording in progress");
     return;
@@ -283,6 +353,7 @@ void ScriptSegments::endSegment() {
 }
 
 void ScriptSegments::discard() {
+  heldBack_.reset();
   if (activeRecorder_) {
     activeRecorder_->stop();
     activeRecorder_.reset();
@@ -325,24 +396,38 @@ ScriptOutcome ScriptSegments::render(int line) {
   if (segments_.empty()) {
     throw ScriptError::runtimeError(line, "No segments to render");
   }
-  if (!outputFormat_) {
-    throw ScriptError::runtimeError(
-        line, "Cannot write '" + outputPath_.string() +
-                  "': the name must end in .gif, .webp or .png (animated PNG)");
+  std::vector<SegmentRenderer::RenderOutput> outputs;
+  for (const std::filesystem::path& path : outputs_) {
+    SegmentRenderer::RenderOutput output{path, formatOf(path)};
+    if (!output.format && !namesFrameFolder(path.string())) {
+      throw ScriptError::runtimeError(line,
+                                      "Cannot write '" + path.string() +
+                                          "': the name must end in .gif, .webp, .png (animated "
+                                          "PNG) or .mp4, or in / for a folder of PNG frames");
+    }
+    outputs.push_back(std::move(output));
   }
   // The folder may have gone, or turned read-only, while the script ran: say why the file
   // cannot be written rather than only that it was not.
   const auto refuseUnwritable = [&] {
-    try {
-      AtomicFile probe(outputPath_, 0644);
-    } catch (const std::system_error& error) {
-      throw ScriptError::runtimeError(
-          line, "Cannot write '" + outputPath_.string() + "': " + error.code().message());
+    for (const SegmentRenderer::RenderOutput& output : outputs) {
+      try {
+        if (output.format) {
+          AtomicFile probe(output.path, 0644);
+        } else {
+          checkFrameFolderOutput(output.path);
+        }
+      } catch (const std::system_error& error) {
+        throw ScriptError::runtimeError(
+            line, "Cannot write '" + output.path.string() + "': " + error.code().message());
+      } catch (const OutputPathError& error) {
+        throw ScriptError::runtimeError(line, error.what());
+      }
     }
   };
   refuseUnwritable();
   try {
-    return renderInto(outputPath_, *outputFormat_);
+    return renderInto(outputs);
   } catch (const ScriptError&) {
     throw;
   } catch (const CancellationError&) {
@@ -361,37 +446,50 @@ std::optional<ScriptOutcome> ScriptSegments::keepPartial() {
     return std::nullopt;
   }
   std::filesystem::path asked = outputPath_;
+  if (namesFrameFolder(asked.string())) {
+    asked = asked.parent_path();
+  }
   if (!outputFormat_) {
     asked.replace_extension(".gif");
   }
   PartialOutput partial = PartialOutput::reserve(asked);
-  ScriptOutcome outcome = renderInto(partial.path(), outputFormat_.value_or(OutputFormat::gif));
+  const SegmentRenderer::RenderOutput kept{partial.path(),
+                                           outputFormat_.value_or(OutputFormat::gif)};
+  ScriptOutcome outcome = renderInto({&kept, 1});
   partial.keep();
   return outcome;
 }
 
-ScriptOutcome ScriptSegments::renderInto(const std::filesystem::path& output, OutputFormat format) {
+ScriptOutcome ScriptSegments::renderInto(std::span<const SegmentRenderer::RenderOutput> outputs) {
   RenderSettings settings = scriptRenderSettings(context_, options_.preview);
-  settings.format = format;
+  settings.format = outputs.front().format.value_or(OutputFormat::gif);
   settings.intro = renderAdditions_.intro;
   settings.outro = renderAdditions_.outro;
   settings.background = renderAdditions_.background;
+  std::vector<std::string> names;
+  for (const SegmentRenderer::RenderOutput& output : outputs) {
+    names.push_back(output.path.string());
+  }
   options_.progress(
-      fmt::format("Rendering {} segment(s) into {}", segments_.size(), output.string()));
+      fmt::format("Rendering {} segment(s) into {}", segments_.size(), fmt::join(names, ", ")));
   const Clock::TimePoint started = clock_.now();
   double recorded = 0;
   for (const RenderSegment& segment : segments_) {
     recorded += segment.duration;
   }
-  const EncodeSummary summary = SegmentRenderer::render(segments_, settings, output,
-                                                        options_.renderProgress, options_.abandon);
+  const std::vector<EncodeSummary> summaries = SegmentRenderer::renderEach(
+      segments_, settings, outputs, options_.renderProgress, options_.abandon);
   const double renderSeconds = clock_.secondsSince(started);
   profiler_.record(0, "render", renderSeconds);
-  if (summary.frames == 0) {
+  if (summaries.front().frames == 0) {
     throw ScriptError::encodingFailed();
   }
-  ScriptOutcome outcome{output,   summary,       static_cast<int>(segments_.size()),
-                        recorded, renderSeconds, clock_.shouldStop()};
+  ScriptOutcome outcome{
+      outputs.front().path, summaries.front(),  static_cast<int>(segments_.size()), recorded,
+      renderSeconds,        clock_.shouldStop()};
+  for (std::size_t i = 0; i < outputs.size(); ++i) {
+    outcome.outputs.push_back({outputs[i].path, summaries[i]});
+  }
   // The frames are in the file now; their temporary files can go.
   segments_.clear();
   return outcome;

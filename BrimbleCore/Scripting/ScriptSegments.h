@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "BrimbleCore/Capture/SegmentRecorder.h"
 #include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
+#include "BrimbleCore/Effects/SegmentRenderer.h"
 #include "BrimbleCore/Encoding/ClipEncoder.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Scripting/ParsedScript.h"
@@ -24,8 +26,15 @@
 
 namespace brimble {
 
+/// One file (or frame folder) a render wrote.
+struct WrittenOutput {
+  std::filesystem::path path;
+  EncodeSummary summary;
+};
+
 /// What a finished script produced.
 struct ScriptOutcome {
+  /// The first output, and what it holds.
   std::filesystem::path output;
   EncodeSummary summary;
   int segments = 0;
@@ -35,6 +44,8 @@ struct ScriptOutcome {
   double renderSeconds = 0;
   /// The script stopped early for an interrupt; what it had recorded was rendered.
   bool interrupted = false;
+  /// Every output the render wrote, the first included, in the order the script named them.
+  std::vector<WrittenOutput> outputs{};
 };
 
 /// The recording side of a script: the segment being recorded (`record` starts it; `stop`,
@@ -59,17 +70,31 @@ class ScriptSegments {
   /// sound, so that nothing is recorded in vain.
   void begin(const ParsedScript& script);
 
-  /// Reads where the render writes: the caller's output, else the `output` setting
-  /// ("output.gif" when it is empty), with the format its extension names.
+  /// Reads where the render writes: the caller's output, else the outputs the script named
+  /// (`set output` with several values, `output`), else the `output` setting ("output.gif" when
+  /// it is empty). The first output's format is the one its extension names.
   void settleOutput();
+  /// `set output` with all its values: they replace the outputs named so far.
+  void setOutputs(std::vector<std::filesystem::path> outputs);
+  /// `output`: one more output; the first one replaces the default.
+  void addOutput(std::filesystem::path output);
   const std::filesystem::path& outputPath() const noexcept { return outputPath_; }
 
   /// Starts a segment on the window, window area or screen region (ending the one running), after
   /// checking that sound can go into the output and that the screen can be captured. Without
   /// `continue` and with a duration, waits the duration and ends the segment. Throws ScriptError.
   void record(const RecordInstruction& record, int line);
-  /// Ends the running segment; without one, warns.
+  /// Ends the running segment; without one, warns. While hidden, forgets the segment that
+  /// `show` would have resumed.
   void stop(int line);
+  /// Leaves what follows out of the output: a running segment ends here and is remembered, and
+  /// a `record` from here on waits, so that `show` starts recording that target then. Warns
+  /// when already hidden.
+  void hide(int line);
+  /// Starts recording the segment `hide` left or the `record` it held back, from the screen as
+  /// it is now; the time hidden is not in the output. Warns when nothing is hidden.
+  void show(int line);
+  bool hidden() const noexcept { return hidden_; }
   /// Prints the running segment's remaining time, waits it out and ends the segment; without
   /// one, warns.
   void remain(int line);
@@ -83,6 +108,10 @@ class ScriptSegments {
   bool recorderEnded() const { return activeRecorder_ && activeRecorder_->hasEnded(); }
   /// The window the running segment records, if it records one.
   std::optional<std::uint32_t> recordingWindow() const { return activeWindow_; }
+  /// What the running segment records; no value outside a recording.
+  std::optional<CaptureTarget> recordingTarget() const {
+    return activeRecorder_ ? std::optional(activeRequest_.target) : std::nullopt;
+  }
   /// When the running segment's picture last changed; only while `recording()`.
   Clock::TimePoint lastChangeTime() const { return activeRecorder_->lastChangeTime(); }
 
@@ -114,10 +143,19 @@ class ScriptSegments {
 
  private:
   double segmentTime() const;
-  ScriptOutcome renderInto(const std::filesystem::path& output, OutputFormat format);
+  ScriptOutcome renderInto(std::span<const SegmentRenderer::RenderOutput> outputs);
   void waitWhileRecording(double untilSegmentTime);
   void checkRecordingPermissions(int line);
   void checkSound(std::optional<OutputFormat> format, int line) const;
+  /// What `record` asks of a recorder, and what it says of it.
+  struct PendingSegment {
+    SegmentRequest request;
+    std::optional<std::uint32_t> window;
+    std::string what;
+    /// Seconds the segment still has to run; no value for one that runs until it is stopped.
+    std::optional<double> duration;
+  };
+  void startSegment(PendingSegment segment, int line);
 
   const ScriptServices& services_;
   const ScriptOptions& options_;
@@ -126,6 +164,11 @@ class ScriptSegments {
   const ScriptTargets& targets_;
   ScriptClock& clock_;
 
+  /// What the script named with `set output` and `output`; empty until it names one.
+  std::vector<std::filesystem::path> scriptOutputs_;
+  bool namedOutput_ = false;
+  /// Where the render writes: settled from the above, the first being `outputPath_`.
+  std::vector<std::filesystem::path> outputs_;
   std::filesystem::path outputPath_;
   std::optional<OutputFormat> outputFormat_;
   bool checkedPermissions_ = false;
@@ -137,10 +180,16 @@ class ScriptSegments {
   Clock::TimePoint recordingStartTime_;
   std::optional<double> segmentTargetDuration_;
   std::optional<std::uint32_t> activeWindow_;
+  SegmentRequest activeRequest_;
+  std::string activeWhat_;
   std::vector<EffectAnnotation> segmentEffects_;
   std::vector<DemoEvent> segmentDemoEffects_;
   bool segmentChromeTyping_ = false;
   std::string segmentURL_;
+
+  /// Between `hide` and `show`: the segment `show` starts, if one was recording or asked for.
+  bool hidden_ = false;
+  std::optional<PendingSegment> heldBack_;
 
   std::vector<RenderSegment> segments_;
   RenderSettings renderAdditions_;  // title cards and background set by instructions

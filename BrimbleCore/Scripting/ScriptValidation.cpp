@@ -10,6 +10,7 @@
 #include "BrimbleCore/Scripting/PacePreset.h"
 #include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Scripting/ScriptIncludes.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
 #include "BrimbleCore/Scripting/ScriptSettings.h"
@@ -128,6 +129,10 @@ NamedValues argumentsOf(const Instruction& instruction) {
     add(instruction.url);
   if constexpr (requires { instruction.scale; })
     add(instruction.scale);
+  if constexpr (requires { instruction.program; })
+    add(instruction.program);
+  if constexpr (requires { instruction.path; })
+    add(instruction.path);
   return values;
 }
 
@@ -197,6 +202,11 @@ class Checker {
     }
     if (const auto* set = std::get_if<SetInstruction>(&instruction)) {
       checkSetting(*set, prefix);
+    } else if (const auto* output = std::get_if<OutputInstruction>(&instruction)) {
+      if (!outputNamed_) {
+        outputs_.clear();
+      }
+      noteOutput(output->path);
     } else if (std::holds_alternative<RecordInstruction>(instruction)) {
       hasRecord_ = true;
     } else if (const auto* key = std::get_if<KeyInstruction>(&instruction)) {
@@ -217,6 +227,9 @@ class Checker {
     script.instructionCount = static_cast<int>(script.instructions.size());
     script.explicitRender = renderLine_.has_value();
     script.output = std::move(output_);
+    if (outputsKnown_) {
+      script.outputs = std::move(outputs_);
+    }
     script.warnings = std::move(warnings_);
   }
 
@@ -228,6 +241,15 @@ class Checker {
                                  columnOf(located_->source, about), located_->source);
   }
 
+  void noteOutput(const ScriptValue& value) {
+    outputNamed_ = true;
+    if (const auto text = literalText(value)) {
+      outputs_.push_back(*text);
+    } else {
+      outputsKnown_ = false;
+    }
+  }
+
   void checkSetting(const SetInstruction& set, const std::string& prefix) {
     if (!isKnownSetting(set.name)) {
       fail("Unknown setting '" + set.name + "'" + didYouMean(set.name, scriptSettingNames()),
@@ -236,6 +258,12 @@ class Checker {
     const auto text = literalText(set.value);
     if (set.name == "output") {
       output_ = text;
+      outputs_.clear();
+      outputsKnown_ = true;
+      noteOutput(set.value);
+      for (const ScriptValue& more : set.moreValues) {
+        noteOutput(more);
+      }
     }
     if (!text) {
       return;
@@ -338,15 +366,18 @@ class Checker {
   std::set<std::string, std::less<>> warnedVariables_;
   std::optional<int> renderLine_;
   std::optional<std::string> output_;
+  std::vector<std::string> outputs_;
+  bool outputNamed_ = false;
+  bool outputsKnown_ = true;
   bool reportedUnreachable_ = false;
   bool hasRecord_ = false;
 };
 
 }  // namespace
 
-ParsedScript validate(std::string_view source) {
+ParsedScript validate(std::string_view source, const std::filesystem::path& scriptFile) {
   ParsedScript script;
-  script.instructions = ScriptParser::parse(source);
+  script.instructions = expandIncludes(ScriptParser::parse(source), scriptFile);
   Checker checker;
   for (const LocatedInstruction& located : script.instructions) {
     checker.check(located);

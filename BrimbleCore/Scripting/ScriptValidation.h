@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string_view>
 
 #include "BrimbleCore/Scripting/ParsedScript.h"
@@ -14,7 +15,10 @@ namespace brimble {
 /// (unreachable), variables read before anything sets them (also `$name` inside strings, except
 /// the environment's in `run` commands), commands this platform cannot run (the iOS Simulator,
 /// Safari), and a script without any `record`. The result is what the engine runs, so a script is
-/// parsed once however many of its callers look at it. Stateless; callable from any thread.
-ParsedScript validate(std::string_view source);
+/// parsed once however many of its callers look at it. The lines of the scripts it `include`s
+/// take the place of their `include` (see expandIncludes; `scriptFile` is where the script was
+/// read from, empty when it was not read from a file), so they are checked as part of it.
+/// Stateless; callable from any thread.
+ParsedScript validate(std::string_view source, const std::filesystem::path& scriptFile = {});
 
 }  // namespace brimble

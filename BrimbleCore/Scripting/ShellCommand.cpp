@@ -64,8 +64,16 @@ ShellCommandText shellCommandText(const ScriptValue& command, int line,
 }
 
 void executeRun(const RunInstruction& run, int line, ScriptContext& context, ProcessRunner& runner,
-                const ScriptOutput& output) {
-  const ShellCommandText text = shellCommandText(run.command, line, context);
+                const ScriptOutput& output, const std::vector<std::string>& scriptEnvironment) {
+  ShellCommandText text = shellCommandText(run.command, line, context);
+  for (const std::string& entry : scriptEnvironment) {
+    const std::string name = entry.substr(0, entry.find('=') + 1);
+    const bool named = std::any_of(text.environment.begin(), text.environment.end(),
+                                   [&](const std::string& set) { return set.starts_with(name); });
+    if (!named) {
+      text.environment.push_back(entry);
+    }
+  }
   const std::string& command = text.command;
   const double seconds = context.doubleSetting("run-timeout", kDefaultRunTimeout);
   const std::optional<double> timeout = seconds > 0 ? std::optional<double>(seconds) : std::nullopt;

@@ -42,9 +42,11 @@ ShellCommandText shellCommandText(const ScriptValue& command, int line,
 /// - with `as $v`, stores the standard output's lines in `v` and a non-empty standard error in
 ///   `v_stderr` (removing an older one), and prints "     N line(s) captured to $v" to `output`;
 /// - with the `strict` setting on (the default), a non-zero status throws commandFailed.
+/// `scriptEnvironment` ("NAME=value", from the script's `env` lines) reaches the command too,
+/// below the variables it names.
 /// Also throws what resolving and the runner throw (time-outs whatever `strict` says).
 void executeRun(const RunInstruction& run, int line, ScriptContext& context, ProcessRunner& runner,
-                const ScriptOutput& output);
+                const ScriptOutput& output, const std::vector<std::string>& scriptEnvironment = {});
 
 /// Command output as lines: split at line feeds, a carriage return before one dropped. Empty
 /// text has no lines.

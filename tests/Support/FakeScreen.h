@@ -21,7 +21,8 @@ class FakeScreen final : public ScreenSource {
     return {ScreenDisplay{1, "screen", {0, 0, 1280, 800}, 1, true}};
   }
   std::optional<ScreenWindow> window(std::uint32_t) override { return std::nullopt; }
-  std::unique_ptr<ScreenStream> openStream(const CaptureTarget&, bool) override {
+  std::unique_ptr<ScreenStream> openStream(const CaptureTarget& target, bool) override {
+    opened.push_back(target);
     struct Stream final : ScreenStream {
       explicit Stream(FakeScreen& owner) : screen(owner) {}
       std::optional<Image> grab() override {
@@ -41,6 +42,8 @@ class FakeScreen final : public ScreenSource {
   /// Like a Wayland desktop: watching the screen asks the user.
   bool picksWindows = false;
   int grabs = 0;
+  /// What each stream was opened on, in order.
+  std::vector<CaptureTarget> opened;
 };
 
 }  // namespace brimble::testing

@@ -157,6 +157,75 @@ record $term duration 1.5
   EXPECT_NEAR(middle.position, 0.5, 0.25);
 }
 
+TEST(BrimbleRun, HiddenSetupStepsLeaveNoFramesAndOneRenderGoesToEveryOutput) {
+  TempDirectory directory;
+  const fs::path gif = directory / "demo.gif";
+  const fs::path mp4 = directory / "demo.mp4";
+  const fs::path frames = directory / "frames";
+  const fs::path shown = directory / "shown.png";
+  const fs::path greeting = directory / "greeting.txt";
+  std::ofstream(directory / "setup.brim")
+      << "open \"Terminal\"\nwait 0.5\ncapture-window app \"Terminal\" as $term\n";
+  const fs::path script = writeScript(
+      directory,
+      "set fps 12\nset transition 0\nset max-width 1200\nset include-title-bar false\n"
+      "output \"" +
+          gif.string() + "\"\noutput \"" + mp4.string() + "\"\noutput \"" + frames.string() +
+          "/\"\nrequire \"sh\"\n"
+          "env GREETING \"hello from env\"\ninclude \"setup.brim\"\n"
+          "record $term continue\nwait 1\nhide\n"
+          "type \"printf 'SETUP %.0s' 1 2 3 4 5 6 7 8\" enter\nwait 2\n"
+          "run \"printf '%s' \\\"$GREETING\\\" > " +
+          greeting.string() +
+          "\"\n"
+          "key ctrl+l\nwait 1\nshow\nscreenshot \"" +
+          shown.string() +
+          "\"\n"
+          "wait 1\nstop\n");
+  const auto result =
+      runCommand(brimbleWithStderr("run --headless " + shellQuote(script.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  // The summary names each output.
+  for (const std::string& name : {gif.string(), mp4.string(), frames.string() + "/"}) {
+    EXPECT_NE(result.output.find(name + ": "), std::string::npos) << name << "\n" << result.output;
+  }
+  EXPECT_FALSE(fs::exists(directory / "output.gif"));
+  std::ifstream greetingFile(greeting);
+  const std::string greetingText{std::istreambuf_iterator<char>(greetingFile),
+                                 std::istreambuf_iterator<char>()};
+  EXPECT_EQ(greetingText, "hello from env");
+
+  // The 3 s hidden are in none of the outputs: they play the two visible seconds, give or take
+  // the last frame of each part.
+  const std::vector<double> seconds = segmentSeconds(result.output);
+  ASSERT_EQ(seconds.size(), 2u) << result.output;
+  EXPECT_NEAR(seconds[0], 1, 0.15);
+  EXPECT_NEAR(seconds[1], 1, 0.3);
+  const auto probed = [&](const fs::path& file) {
+    const auto duration = runCommand("ffprobe -v error -show_entries format=duration -of csv=p=0 " +
+                                     shellQuote(file.string()));
+    EXPECT_EQ(duration.exitCode, 0) << file;
+    return std::stod(duration.output);
+  };
+  const double gifSeconds = probed(gif);
+  EXPECT_NEAR(gifSeconds, seconds[0] + seconds[1], 0.25);
+  EXPECT_NEAR(probed(mp4), gifSeconds, 0.15);
+  const long frameFiles = std::distance(fs::directory_iterator(frames), fs::directory_iterator());
+  EXPECT_NEAR(frameFiles / 12.0, gifSeconds, 0.15);
+
+  // What the viewer sees after the hidden part is the screen at `show` (which the script took),
+  // the setup's output cleared away, not anything typed while hidden.
+  const auto decoded = testing::decodeGIFFile(gif);
+  ASSERT_TRUE(decoded);
+  const Image screen = *decodeImage(readFileBytes(shown));
+  ASSERT_EQ(decoded->width, screen.width());
+  ASSERT_EQ(decoded->height, screen.height());
+  const Image& afterShow = frameAt(*decoded, seconds[0] + 0.3);
+  EXPECT_GT(testing::psnr(afterShow, screen), 28);
+  const Image firstPNG = *decodeImage(readFileBytes(frames / "frame-00001.png"));
+  EXPECT_GT(testing::psnr(firstPNG, decoded->frames.front()), 28);
+}
+
 TEST(BrimbleRun, ElementTargetsAndDialogsOfANativeAppGoThroughTheAccessibilityBus) {
   TempDirectory directory;
   const fs::path name = directory / "name.txt";

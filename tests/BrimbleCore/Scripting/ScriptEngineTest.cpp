@@ -29,6 +29,7 @@
 #include "tests/Support/FakeProcessRunner.h"
 #include "tests/Support/FakeScreen.h"
 #include "tests/Support/FakeWindowSystem.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/LogCapture.h"
@@ -513,7 +514,8 @@ TEST(ScriptEngine, TheRenderWritesWhereTheOutputWasLastSetBeforeIt) {
                                   text.string()));
       }),
       "Line 3: Cannot write '" + text.string() +
-          "': the name must end in .gif, .webp or .png (animated PNG)");
+          "': the name must end in .gif, .webp, .png (animated PNG) or .mp4, or in / for a "
+          "folder of PNG frames");
   EXPECT_EQ(refused.recorders.lines.size(), 2u);
 }
 
@@ -843,6 +845,240 @@ TEST(ScriptEngine, SettingsBecomeTheRenderAndAPreviewRecordsAtItsOwnRate) {
            "open \"Terminal\"\ncapture-window app \"Terminal\" as $t\n"
            "record $t duration 1\n");
   EXPECT_THAT(rig.recorders.lines[0], HasSubstr("10fps"));
+}
+
+TEST(ScriptEngine, HiddenStepsRunButLeaveNoFramesAndShowStartsFromTheScreenAsItIsThen) {
+  const std::string open =
+      "set fps 12\nset transition 0\nopen \"Terminal\"\ncapture-window app \"Terminal\" as $t\n";
+
+  // Hidden in the middle of a recording: 1 s shown, 3 s hidden while the setup runs, 1 s shown.
+  EngineRig rig;
+  const ScriptOutcome outcome = rig.run(open + R"(record $t continue
+wait 1
+hide
+run "make setup"
+type "clear" enter
+wait 3
+show
+wait 1
+stop
+)");
+  EXPECT_THAT(rig.processes.commands, ElementsAre("make setup"));
+  EXPECT_EQ(keyDownTimes(rig.backend).size(), 6u);
+  // The segment ended at `hide` and recording started anew at `show`: the 3 s between are not
+  // recorded, so the file plays 2 s.
+  ASSERT_EQ(rig.recorders.lines.size(), 4u);
+  const auto at = [&](const RecorderLog& recorded, int i) { return std::stoll(recorded.lines[i]); };
+  EXPECT_EQ(at(rig.recorders, 1) - at(rig.recorders, 0), 1000);
+  EXPECT_GE(at(rig.recorders, 2) - at(rig.recorders, 1), 3000);
+  EXPECT_EQ(at(rig.recorders, 3) - at(rig.recorders, 2), 1000);
+  EXPECT_THAT(rig.recorders.lines[2], HasSubstr("start window 2 12fps"));
+  const auto gif = testing::decodeGIFFile(rig.directory / "out.gif");
+  ASSERT_TRUE(gif);
+  EXPECT_EQ(totalCentiseconds(*gif), 200);
+  EXPECT_DOUBLE_EQ(outcome.recordedSeconds, 2);
+  // What the viewer sees after the hidden part is what the second recording captured.
+  EXPECT_GT(testing::pixelAt(gif->frames.front(), 32, 20).r, 180);
+  EXPECT_GT(testing::pixelAt(gif->frames.back(), 32, 20).b, 180);
+
+  // A `record` while hidden waits for `show`: its first frame is the screen after the setup, and
+  // a duration counts from there.
+  EngineRig setup;
+  setup.run(open + R"(hide
+record $t duration 2 continue
+type "cd demo" enter
+wait 5
+show
+remain
+)");
+  ASSERT_EQ(setup.recorders.lines.size(), 2u);
+  const std::vector<long long> keys = keyDownTimes(setup.backend);
+  ASSERT_FALSE(keys.empty());
+  EXPECT_GT(at(setup.recorders, 0), keys.back() + 5000 - 1);
+  EXPECT_EQ(at(setup.recorders, 1) - at(setup.recorders, 0), 2000);
+  const auto shown = testing::decodeGIFFile(setup.directory / "out.gif");
+  ASSERT_TRUE(shown);
+  EXPECT_EQ(totalCentiseconds(*shown), 200);
+
+  // A script hidden to its end records nothing of the hidden part; `show` without `hide` and a
+  // second `hide` only warn.
+  EngineRig never;
+  EXPECT_THAT(testing::errorText<ScriptError>(
+                  [&] { never.run(open + "hide\nrecord $t duration 2\nwait 1\n"); }),
+              HasSubstr("No segments recorded"));
+  EXPECT_TRUE(never.recorders.lines.empty());
+  testing::LogCapture log;
+  EngineRig twice;
+  twice.run(open + "show\nrecord $t continue\nhide\nhide\nwait 1\nshow\nwait 1\n");
+  EXPECT_THAT(log.lines(), Contains("Warning: line 5: 'show' without a 'hide' before it"));
+  EXPECT_THAT(log.lines(), Contains("Warning: line 8: 'hide' while already hidden"));
+  const auto resumed = testing::decodeGIFFile(twice.directory / "out.gif");
+  ASSERT_TRUE(resumed);
+  EXPECT_EQ(totalCentiseconds(*resumed), 100);
+}
+
+TEST(ScriptEngine, EnvReachesLaterShellCommandsAndRequireStopsBeforeAnythingOpens) {
+  EngineRig rig;
+  rig.run(R"(set fps 12
+run "echo before"
+env GREETING "hello world"
+env LANG C.UTF-8
+env GREETING "hi $who"
+run "echo $GREETING"
+open "Terminal"
+capture-window app "Terminal" as $t
+record $t duration 1
+)");
+  ASSERT_EQ(rig.processes.environments.size(), 2u);
+  EXPECT_THAT(rig.processes.environments[0], IsEmpty());
+  // The later `env` of a name replaces the earlier; text in it is the script's, expanded then.
+  EXPECT_THAT(rig.processes.environments[1], ElementsAre("LANG=C.UTF-8", "GREETING=hi $who"));
+
+  // A script variable the command names is the command's, above an `env` of the same name.
+  EngineRig named;
+  named.processes.answers["printf x"] = {"from run", "", 0};
+  named.run(R"(set fps 12
+env OUT "from env"
+run "printf x" as $OUT
+run "echo $OUT"
+open "Terminal"
+capture-window app "Terminal" as $t
+record $t duration 1
+)");
+  ASSERT_EQ(named.processes.environments.size(), 2u);
+  EXPECT_THAT(named.processes.environments[1], ElementsAre("OUT=from run"));
+
+  // A program that is not on PATH stops the script at its `require` line before any line runs.
+  EngineRig missing;
+  EXPECT_THAT(testing::errorText<ScriptError>([&] {
+                missing.run(
+                    "open \"Terminal\"\nrequire \"sh\"\nrequire \"brimble-no-such-program\"\n"
+                    "capture-window app \"Terminal\" as $t\nrecord $t duration 1\n");
+              }),
+              HasSubstr("Line 3: 'brimble-no-such-program' is required but is not on PATH"));
+  EXPECT_THAT(missing.launcher.launches(), IsEmpty());
+  EXPECT_TRUE(missing.recorders.lines.empty());
+  // A program a variable names is looked for when its line runs.
+  EngineRig late;
+  late.processes.answers["printf nope"] = {"brimble-no-such-program", "", 0};
+  EXPECT_THAT(
+      testing::errorText<ScriptError>([&] { late.run("run \"printf nope\" as $p\nrequire $p\n"); }),
+      HasSubstr("Line 2: 'brimble-no-such-program' is required but is not on PATH"));
+  EXPECT_THAT(late.processes.commands, ElementsAre("printf nope"));
+}
+
+TEST(ScriptEngine, AScreenshotIsThePictureBeingRecordedWrittenAsPNGWhereOutputsMayGo) {
+  EngineRig rig;
+  rig.screen.changingGrabs = 10;
+  const std::filesystem::path before = rig.directory / "before.png";
+  const std::filesystem::path during = rig.directory / "during.png";
+  rig.run(fmt::format(R"(set fps 12
+screenshot "{}"
+open "Terminal"
+capture-window app "Terminal" as $t
+record $t continue
+wait 1
+screenshot "{}"
+stop
+)",
+                      before.string(), during.string()));
+  // Outside a recording the screen is taken; during one, what it records.
+  ASSERT_EQ(rig.screen.opened.size(), 2u);
+  EXPECT_EQ(rig.screen.opened[0].kind, CaptureTarget::Kind::screenArea);
+  EXPECT_EQ(rig.screen.opened[0].area.width, 1280);
+  EXPECT_EQ(rig.screen.opened[1].kind, CaptureTarget::Kind::window);
+  EXPECT_EQ(rig.screen.opened[1].windowID, 2u);
+  int shade = 0;
+  for (const std::filesystem::path& file : {before, during}) {
+    SCOPED_TRACE(file.string());
+    const auto image = decodeImage(readFileBytes(file));
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->width(), 8);
+    EXPECT_EQ(testing::pixelAt(*image, 4, 4).g, shade++);
+  }
+
+  // A file that is no PNG, or in a folder that is not there, stops the script before it starts.
+  EngineRig refused;
+  for (const std::filesystem::path& file :
+       {refused.directory / "shot.gif", refused.directory / "no-such-folder" / "x.png"}) {
+    EXPECT_THAT(testing::errorText<ScriptError>([&] {
+                  refused.run("open \"Terminal\"\nscreenshot \"" + file.string() + "\"\n");
+                }),
+                ::testing::StartsWith("Line 2: screenshot: "));
+    EXPECT_THAT(refused.launcher.launches(), IsEmpty());
+  }
+}
+
+TEST(ScriptEngine, AFailingLineOfAnIncludedScriptIsReportedInThatScript) {
+  EngineRig rig;
+  const std::filesystem::path setup = rig.directory / "setup.brim";
+  std::ofstream(setup) << "wait 1\nresize 800 600\n";
+  ScriptOptions options;
+  options.output = rig.directory / "out.gif";
+  ScriptEngine engine = rig.engine(options);
+  EXPECT_EQ(testing::errorText<ScriptError>([&] {
+              engine.execute(validate("set fps 12\ninclude \"" + setup.string() + "\"\n"));
+            }),
+            setup.string() + ": Line 2: 'resize' requires a captured or recording window");
+}
+
+TEST(ScriptEngine, OneRenderIsWrittenToEveryOutputTheScriptNames) {
+  const std::string record = "set fps 12\nset transition 0\nrecord region 0 0 64 40 duration 1\n";
+  EngineRig rig;
+  const std::filesystem::path gif = rig.directory / "demo.gif";
+  const std::filesystem::path webp = rig.directory / "demo.webp";
+  ScriptEngine several = rig.engine();
+  const ScriptOutcome outcome = several.execute(
+      fmt::format("set output \"{}\" \"{}\"\n{}", gif.string(), webp.string(), record));
+  ASSERT_EQ(outcome.outputs.size(), 2u);
+  EXPECT_EQ(outcome.outputs[0].path, gif);
+  EXPECT_EQ(outcome.outputs[1].path, webp);
+  EXPECT_THAT(rig.printed,
+              Contains("Rendering 1 segment(s) into " + gif.string() + ", " + webp.string()));
+  const auto decoded = testing::decodeGIFFile(gif);
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(totalCentiseconds(*decoded), 100);
+  EXPECT_EQ(fileText(webp).substr(8, 4), "WEBP");
+  EXPECT_EQ(outcome.outputs[1].summary.width, 64);
+  EXPECT_NEAR(outcome.outputs[1].summary.duration, 1, 0.02);
+  // The recording went once into both.
+  EXPECT_EQ(rig.recorders.lines.size(), 2u);
+
+  // `output` lines add to each other: the first one replaces the default output, and a name
+  // ending in "/" is a folder of PNG frames, 1/fps apart.
+  EngineRig lines;
+  const std::filesystem::path clip = lines.directory / "clip.gif";
+  const std::filesystem::path frames = lines.directory / "frames";
+  std::filesystem::create_directory(frames);
+  // Frames an earlier, longer render left go; a new render's take their names.
+  std::ofstream(frames / "frame-00099.png") << "old";
+  ScriptEngine added = lines.engine();
+  const ScriptOutcome both = added.execute(
+      fmt::format("output \"{}\"\noutput \"{}/\"\n{}", clip.string(), frames.string(), record));
+  ASSERT_EQ(both.outputs.size(), 2u);
+  EXPECT_TRUE(std::filesystem::exists(clip));
+  EXPECT_EQ(both.outputs[1].summary.frames, 12);
+  EXPECT_EQ(testing::entriesIn(frames), 12);
+  const auto first = decodeImage(readFileBytes(frames / "frame-00001.png"));
+  ASSERT_TRUE(first);
+  EXPECT_EQ(first->width(), 64);
+  EXPECT_GT(testing::pixelAt(*first, 32, 20).r, 180);
+  EXPECT_TRUE(std::filesystem::exists(frames / "frame-00012.png"));
+  EXPECT_FALSE(std::filesystem::exists(lines.directory / "output.gif"));
+
+  // A folder that holds a file of the user's is not written into, and the file stays.
+  EngineRig mine;
+  const std::filesystem::path kept = mine.directory / "shots";
+  std::filesystem::create_directory(kept);
+  std::ofstream(kept / "notes.txt") << "mine";
+  ScriptEngine refused = mine.engine();
+  EXPECT_THAT(testing::errorText<ScriptError>([&] {
+                refused.execute(fmt::format("output \"{}/\"\n{}", kept.string(), record));
+              }),
+              HasSubstr("notes.txt: it exists and is not an image or video, so it is not "
+                        "replaced"));
+  EXPECT_EQ(fileText(kept / "notes.txt"), "mine");
+  EXPECT_EQ(testing::entriesIn(kept), 1);
 }
 
 }  // namespace

@@ -125,6 +125,16 @@ TEST(ScriptParser, EveryCommandParsesWhateverTheCaseAndTheOptionOrder) {
       {"zoom x mode page scale 3 duration 1",
        ZoomInstruction{str("x"), num(3), num(1), ZoomMode::page}},
       {"zoom-out", ZoomOutInstruction{num(0.5)}},
+      // Setup steps and what the script needs around it.
+      {"HIDE", HideInstruction{}},
+      {"show", ShowInstruction{}},
+      {"require git", RequireInstruction{str("git")}},
+      {"env LANG \"C.UTF-8\"", EnvInstruction{"LANG", str("C.UTF-8")}},
+      {"screenshot \"shots/$n.png\"", ScreenshotInstruction{str("shots/$n.png")}},
+      {"include \"setup.brim\"", IncludeInstruction{"setup.brim"}},
+      {"Output \"demo.mp4\"", OutputInstruction{str("demo.mp4")}},
+      {"set output \"demo.gif\" \"frames/\"",
+       SetInstruction{"output", str("demo.gif"), {str("frames/")}}},
   };
   std::set<std::string> commands;
   for (const auto& [source, expected] : cases) {

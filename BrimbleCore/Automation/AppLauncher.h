@@ -20,9 +20,10 @@ class AppLauncher {
 
   /// Whether `program` can be found on PATH.
   virtual bool isInstalled(const std::string& program) const = 0;
-  /// Starts `program` with no arguments, detached from us; returns its process id. Throws
-  /// std::system_error when it cannot be started.
-  virtual int launch(const std::string& program) = 0;
+  /// Starts `program` with `arguments` (after any it always gets), detached from us; returns
+  /// its process id. Throws std::system_error when it cannot be started.
+  virtual int launch(const std::string& program, const std::vector<std::string>& arguments) = 0;
+  int launch(const std::string& program) { return launch(program, {}); }
 };
 
 /// Starts programs the way a desktop launcher does: in a session of their own, with standard
@@ -40,7 +41,8 @@ class DetachedAppLauncher final : public AppLauncher {
       : environment_(std::move(environment)), arguments_(std::move(arguments)) {}
 
   bool isInstalled(const std::string& program) const override;
-  int launch(const std::string& program) override;
+  using AppLauncher::launch;
+  int launch(const std::string& program, const std::vector<std::string>& arguments) override;
 
  private:
   const std::vector<std::string> environment_;

@@ -154,7 +154,21 @@ std::uint32_t WindowManager::openApp(std::string_view name) {
                                                           ? names + " is not installed"
                                                           : "none of " + names + " is installed");
   }
+  return openProgram(name, *program, {});
+}
 
+std::uint32_t WindowManager::openTerminal(const TerminalLook& look) {
+  constexpr std::string_view kName = "Terminal";
+  if (!launcher_.isInstalled("xterm")) {
+    throw WindowManagerError::launchFailed(
+        std::string(kName), "xterm is not installed, and only xterm takes a look of its own");
+  }
+  return openProgram(kName, "xterm", look.xtermArguments());
+}
+
+std::uint32_t WindowManager::openProgram(std::string_view name, const std::string& program,
+                                         const std::vector<std::string>& arguments) {
+  const std::string requested(name);
   std::set<std::uint32_t> before;
   try {
     for (const WindowInfo& window : windows(name)) {
@@ -164,7 +178,7 @@ std::uint32_t WindowManager::openApp(std::string_view name) {
     logLine("BrimbleCore: WindowManager: Failed to snapshot window IDs for " + requested);
   }
   try {
-    launcher_.launch(*program);
+    launcher_.launch(program, arguments);
   } catch (const std::system_error& error) {
     throw WindowManagerError::launchFailed(requested, error.what());
   }

@@ -9,6 +9,7 @@
 
 #include "BrimbleCore/Automation/AccessibilityBackend.h"
 #include "BrimbleCore/Automation/AppLauncher.h"
+#include "BrimbleCore/Automation/TerminalLook.h"
 #include "BrimbleCore/Automation/WindowManagerError.h"
 #include "BrimbleCore/Automation/WindowSystem.h"
 #include "BrimbleCore/Support/Clock.h"
@@ -62,6 +63,10 @@ class WindowManager {
   /// frontmost window. A program that hands the request to a running instance still counts,
   /// since the window, not the process, is watched. Throws WindowManagerError.
   std::uint32_t openApp(std::string_view name);
+  /// Opens a terminal dressed as `look`, as `openApp("Terminal")` does: xterm, whose look can
+  /// be set for one window, whatever terminal the system prefers. Throws WindowManagerError
+  /// (launchFailed when xterm is not installed).
+  std::uint32_t openTerminal(const TerminalLook& look);
   /// Raises and focuses the application's window. Throws WindowManagerError.
   void focusApp(std::string_view name);
   /// Raises and focuses the window `id` and waits (briefly) until it has the focus; a window
@@ -103,6 +108,10 @@ class WindowManager {
   /// The process whose dialogs answer for `appName`. Throws DemoDriverError::permissionDenied
   /// without an accessibility service, WindowManagerError when the application has no window.
   int dialogOwner(std::string_view appName);
+  /// Starts `program` with `arguments` for the application `name` and returns its new window,
+  /// as `openApp` says.
+  std::uint32_t openProgram(std::string_view name, const std::string& program,
+                            const std::vector<std::string>& arguments);
   void sleepFor(double seconds);
 
   WindowSystem& windowSystem_;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 #include <cairo.h>
 
@@ -21,6 +23,7 @@
 #include "BrimbleCore/Effects/WindowChrome.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Encoding/ImageScaler.h"
+#include "BrimbleCore/Support/Log.h"
 
 namespace brimble {
 
@@ -41,6 +44,8 @@ struct FrameCompositor::SegmentEffects {
 namespace {
 
 constexpr std::size_t kContentCacheSize = 6;
+// Under a margin that names no fill: light, so the window's shadow shows.
+constexpr const char* kDefaultMarginFill = "#dfe2e8";
 
 std::optional<EffectColor> colorSetting(const std::string& setting, const std::string& value) {
   if (value.empty()) {
@@ -51,6 +56,65 @@ std::optional<EffectColor> colorSetting(const std::string& setting, const std::s
     throw EffectsError::invalidColor(setting, value);
   }
   return color;
+}
+
+// The colour a window bar takes: the window's own, read just inside its top left corner (a
+// terminal's padding, a page's margin), so that the bar reads as part of the window.
+std::optional<EffectColor> windowColor(const RecordedSegment& segment,
+                                       const SegmentLayout& placed) {
+  if (!segment.frames || segment.frames->count() == 0) {
+    return std::nullopt;
+  }
+  const auto decoded = decodeImage(segment.frames->data(0));
+  if (!decoded) {
+    return std::nullopt;
+  }
+  const Image image = decoded->toBGRA8();
+  const int x = std::min(placed.cropLeft + 2, image.width() - 1);
+  const int y = std::min(placed.cropTop + 2, image.height() - 1);
+  if (x < 0 || y < 0) {
+    return std::nullopt;
+  }
+  const std::uint8_t* pixel = image.row(y).data() + static_cast<std::size_t>(x) * 4;
+  return EffectColor{pixel[2] / 255.0, pixel[1] / 255.0, pixel[0] / 255.0, 1};
+}
+
+// A margin's picture; a file that cannot be read leaves the margin its colour, with a warning,
+// rather than costing the recording.
+std::optional<Image> marginPicture(const std::string& file) {
+  // A picture larger than this is no backdrop anyone meant: it would only cost the memory.
+  constexpr std::uintmax_t kMaxPictureBytes = 64u << 20;
+  std::error_code sizeError;
+  // Only a plain file: reading a pipe or a device could wait for ever.
+  if (!std::filesystem::is_regular_file(file, sizeError)) {
+    logLine("Warning: margin-fill '" + file +
+            "' is neither a colour nor a picture file; the margin is left grey");
+    return std::nullopt;
+  }
+  if (std::filesystem::file_size(file, sizeError) > kMaxPictureBytes) {
+    logLine("Warning: margin-fill '" + file +
+            "' is larger than 64 MB, too large for a picture; the margin is left grey");
+    return std::nullopt;
+  }
+  try {
+    const std::vector<std::uint8_t> bytes = readFileBytes(file);
+    // A small file may still declare a picture too large to decode into memory.
+    const auto declared = imageSize(bytes);
+    if (declared && static_cast<double>(declared->width) * declared->height > 64e6) {
+      logLine("Warning: margin-fill '" + file + "' is " + std::to_string(declared->width) + "x" +
+              std::to_string(declared->height) +
+              " pixels, too large for a picture; the margin is left grey");
+      return std::nullopt;
+    }
+    if (auto image = decodeImage(bytes)) {
+      return image;
+    }
+    logLine("Warning: margin-fill '" + file +
+            "' is neither a colour nor a PNG or JPEG file; the margin is left grey");
+  } catch (const ImageCodecError& error) {
+    logLine(std::string("Warning: margin-fill: ") + error.what() + "; the margin is left grey");
+  }
+  return std::nullopt;
 }
 
 ImageSize firstFrameSize(const RecordedSegment& segment) {
@@ -194,6 +258,22 @@ FrameCompositor::FrameCompositor(std::span<const RenderSegment> segments,
                                        "a number of seconds, 0 or more");
   }
   const auto background = colorSetting("background", settings.background);
+  WindowBackdrop::Style backdrop;
+  backdrop.fill = background.value_or(EffectColor{0, 0, 0, 1});
+  std::optional<Image> marginImage;
+  bool filled = background.has_value();
+  if (!settings.marginFill.empty()) {
+    if (const auto color = EffectColor::parse(settings.marginFill)) {
+      backdrop.fill = *color;
+      filled = true;
+    } else if ((marginImage = marginPicture(settings.marginFill))) {
+      backdrop.picture = &*marginImage;
+      filled = true;
+    }
+  }
+  if (!filled && settings.margin.value_or(0) > 0) {
+    backdrop.fill = *EffectColor::parse(kDefaultMarginFill);
+  }
   const auto cardBackground = colorSetting("intro-bg", settings.introBackground);
   const auto cardForeground = colorSetting("intro-fg", settings.introForeground);
 
@@ -202,6 +282,7 @@ FrameCompositor::FrameCompositor(std::span<const RenderSegment> segments,
     sizes.push_back(firstFrameSize(segment));
   }
   layout_ = CanvasLayout::make(segments, sizes, settings);
+  backdrop.shadow = layout_.padding > 0;
   std::vector<SegmentClock> clocks;
   for (std::size_t i = 0; i < segments.size(); ++i) {
     const RenderSegment& segment = segments[i];
@@ -235,9 +316,18 @@ FrameCompositor::FrameCompositor(std::span<const RenderSegment> segments,
                            ? outputLine(segment, annotation)
                            : annotation.rect);
     }
+    const auto backdropOf = [&](const RenderSegment& shown, const SegmentLayout& at) {
+      WindowBackdrop::Style style = backdrop;
+      if (settings.windowBar) {
+        style.bar = WindowBar{*settings.windowBar, settings.windowBarTitle, windowColor(shown, at)};
+      } else if (settings.fauxTitleBar) {
+        style.bar = WindowBar{WindowBarStyle::title, *settings.fauxTitleBar, std::nullopt};
+      }
+      return style;
+    };
     auto effects = std::make_unique<SegmentEffects>(SegmentEffects{
         clock,
-        WindowBackdrop::make(placed, layout_.canvas, background, settings.fauxTitleBar),
+        WindowBackdrop::make(placed, layout_.canvas, backdropOf(segment, placed)),
         drawPointer ? std::optional<CursorTrack>(std::in_place, segment, settings.cursorSmoothing)
                     : std::nullopt,
         settings.clickIndicators ? std::optional<ClickIndicators>(std::in_place, segment.events)

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "BrimbleCore/Effects/WindowBar.h"
 #include "BrimbleCore/Encoding/OutputFormat.h"
 #include "BrimbleCore/Encoding/PaletteStrategy.h"
 #include "BrimbleCore/Encoding/VideoWriter.h"
@@ -63,6 +64,21 @@ struct RenderSettings {
   std::string background;
   /// A plain title bar painted over the top of each frame with this title; no value for none.
   std::optional<std::string> fauxTitleBar;
+  /// A bar over every window in place of the window manager's (which is cut away), coloured
+  /// like the window's own background; no value for none. It takes the place of `fauxTitleBar`.
+  std::optional<WindowBarStyle> windowBar;
+  /// The title `windowBar` shows.
+  std::string windowBarTitle;
+  /// The bar's height in output pixels; 0 takes one that suits the output's width.
+  int windowBarSize = 0;
+  /// The window's corner radius in output pixels; no value rounds them only on a background.
+  std::optional<int> borderRadius;
+  /// Output pixels around the window; no value takes a background's own padding (none without
+  /// a background).
+  std::optional<int> margin;
+  /// What fills the margin: a colour ("#rrggbb") or a PNG or JPEG file, scaled to cover the
+  /// canvas; empty takes `background`, else a light grey.
+  std::string marginFill;
 };
 
 }  // namespace brimble

@@ -41,7 +41,9 @@ CanvasLayout CanvasLayout::make(std::span<const RenderSegment> segments,
                                 const RenderSettings& settings) {
   CanvasLayout layout;
   layout.segments.resize(segments.size());
-  const bool background = !settings.background.empty();
+  // A margin frames the window as a background does, at its own width.
+  const bool background = !settings.background.empty() || settings.margin.value_or(0) > 0;
+  const bool hasTitleBar = settings.fauxTitleBar.has_value() || settings.windowBar.has_value();
   double canvasWidth = 0;
   double canvasHeight = 0;
   double padding = 0;
@@ -58,7 +60,7 @@ CanvasLayout CanvasLayout::make(std::span<const RenderSegment> segments,
     // The decorations come off exactly as the window manager reported them, in frame pixels.
     const FrameExtents& extents = segment.frameExtents;
     // A plain title bar takes the place of the window manager's, so it is cut away then too.
-    if (!settings.includeTitleBar || settings.fauxTitleBar || segment.cutsWindowFrame) {
+    if (!settings.includeTitleBar || hasTitleBar || segment.cutsWindowFrame) {
       const auto frame = [&](int screenPixels) {
         return static_cast<int>(std::lround(screenPixels * placed.screenScale));
       };
@@ -78,13 +80,13 @@ CanvasLayout CanvasLayout::make(std::span<const RenderSegment> segments,
       placed.cropHeight = size.height;
     }
     // The scale that fits the maximum width, counting the padding (which itself scales).
-    const bool hasTitleBar = settings.fauxTitleBar.has_value();
     const bool hasAddressBar = segment.isBrowserContent;
     const double maxWidth = settings.maxWidth > 0 ? settings.maxWidth : 1e9;
     double scale = std::min(1.0, maxWidth / placed.cropWidth);
     double ui = std::clamp(placed.cropWidth * scale / kReferenceWidth, 0.75, 2.0);
+    const double margin = settings.margin ? std::max(*settings.margin, 0) : kPadding * ui;
     if (background) {
-      scale = std::min(scale, (maxWidth - 2 * kPadding * ui) / placed.cropWidth);
+      scale = std::min(scale, (maxWidth - 2 * margin) / placed.cropWidth);
       scale = std::max(scale, 0.05);
     }
     // Without a background the canvas is the frame itself; an odd row or column at the bottom
@@ -98,13 +100,20 @@ CanvasLayout CanvasLayout::make(std::span<const RenderSegment> segments,
     const double contentWidth = std::round(placed.cropWidth * scale);
     const double contentHeight = std::round(placed.cropHeight * scale);
     // Even heights, so that bars over an even frame leave no odd row for the canvas to pad.
-    placed.titleBarHeight = hasTitleBar ? 2 * std::round(kTitleBarHeight * ui / 2) : 0;
+    const double barHeight = settings.windowBarSize > 0 && settings.windowBar
+                                 ? settings.windowBarSize
+                                 : 2 * std::round(kTitleBarHeight * ui / 2);
+    placed.titleBarHeight = hasTitleBar ? barHeight : 0;
     placed.addressBarHeight = hasAddressBar ? 2 * std::round(kAddressBarHeight * ui / 2) : 0;
-    placed.cornerRadius = background ? kCornerRadius * ui : 0;
     const double bars = placed.titleBarHeight + placed.addressBarHeight;
+    placed.cornerRadius = settings.borderRadius ? std::max(*settings.borderRadius, 0)
+                                                : (background ? kCornerRadius * ui : 0);
+    // A radius beyond half the window would turn its corners inside out.
+    placed.cornerRadius =
+        std::min(placed.cornerRadius, std::min(contentWidth, contentHeight + bars) / 2);
     placed.content = {0, bars, contentWidth, contentHeight};
     placed.window = {0, 0, contentWidth, contentHeight + bars};
-    const double pad = background ? std::round(kPadding * ui) : 0;
+    const double pad = background ? std::round(margin) : 0;
     padding = std::max(padding, pad);
     canvasWidth = std::max(canvasWidth, placed.window.width + 2 * pad);
     canvasHeight = std::max(canvasHeight, placed.window.height + 2 * pad);

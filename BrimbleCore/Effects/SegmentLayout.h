@@ -44,7 +44,7 @@ struct SegmentLayout {
   double scale = 1;
   /// Scales sizes of drawn things (rings, badges, bars) with the output: 1 at 800 pixels wide.
   double uiScale = 1;
-  double cornerRadius = 0;  // of `window`, when on a background
+  double cornerRadius = 0;  // of `window`: on a background, or as the settings ask
   /// Frame pixels per screen pixel, and the screen position of the frames' top left corner.
   double screenScale = 1;
   double screenX = 0;
@@ -62,7 +62,7 @@ struct CanvasLayout {
   ImageSize canvas;
   /// One per segment; segments without frames get an empty layout.
   std::vector<SegmentLayout> segments;
-  /// Padding of the background around the window, 0 without a background.
+  /// Padding of the background (the margin) around the window, 0 without a background.
   double padding = 0;
 
   /// Lays `segments` out for `settings`, each frame size read from `frameSizes` (one per

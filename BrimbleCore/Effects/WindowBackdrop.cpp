@@ -50,16 +50,28 @@ void blurAlpha(std::uint8_t* pixels, int width, int height, int radius) {
   }
 }
 
-Image make(const SegmentLayout& layout, ImageSize canvas,
-           const std::optional<EffectColor>& background,
-           const std::optional<std::string>& titleBar) {
+Image make(const SegmentLayout& layout, ImageSize canvas, const Style& style) {
   DrawingSurface surface(canvas.width, canvas.height);
   CairoPtr cairo = surface.context();
-  const EffectColor fill = background.value_or(EffectColor{0, 0, 0, 1});
+  const EffectColor& fill = style.fill;
   cairo_set_source_rgb(cairo.get(), fill.red, fill.green, fill.blue);
   cairo_paint(cairo.get());
+  if (style.picture != nullptr && style.picture->width() > 0 && style.picture->height() > 0) {
+    const Image picture = style.picture->toBGRA8();
+    const CairoSurfacePtr source = surfaceOver(picture);
+    const double cover = std::max(static_cast<double>(canvas.width) / picture.width(),
+                                  static_cast<double>(canvas.height) / picture.height());
+    cairo_save(cairo.get());
+    cairo_translate(cairo.get(), (canvas.width - picture.width() * cover) / 2,
+                    (canvas.height - picture.height() * cover) / 2);
+    cairo_scale(cairo.get(), cover, cover);
+    cairo_set_source_surface(cairo.get(), source.get(), 0, 0);
+    cairo_pattern_set_filter(cairo_get_source(cairo.get()), CAIRO_FILTER_GOOD);
+    cairo_paint(cairo.get());
+    cairo_restore(cairo.get());
+  }
   const CanvasRect& window = layout.window;
-  if (background) {
+  if (style.shadow) {
     const double ui = layout.uiScale;
     DrawingSurface shadow(canvas.width, canvas.height);
     {
@@ -81,8 +93,8 @@ Image make(const SegmentLayout& layout, ImageSize canvas,
     cairo_set_source_rgb(cairo.get(), 0.12, 0.12, 0.13);
     cairo_fill(cairo.get());
   }
-  if (titleBar) {
-    WindowChrome::paintTitleBar(cairo.get(), layout, *titleBar, background.has_value());
+  if (style.bar) {
+    WindowChrome::paintTitleBar(cairo.get(), layout, *style.bar, layout.cornerRadius > 0);
   }
   cairo.reset();
   return std::move(surface).release();

@@ -83,36 +83,84 @@ std::pair<std::string, bool> WindowChrome::addressAt(double time) const {
   return {shown, false};
 }
 
-void WindowChrome::paintTitleBar(cairo_t* cairo, const SegmentLayout& layout,
-                                 const std::string& title, bool roundTop) {
+void WindowChrome::paintTitleBar(cairo_t* cairo, const SegmentLayout& layout, const WindowBar& bar,
+                                 bool roundTop) {
   if (layout.titleBarHeight <= 0) {
     return;
   }
   const double ui = layout.uiScale;
-  const CanvasRect bar{layout.window.x, layout.window.y, layout.window.width,
-                       layout.titleBarHeight};
+  const CanvasRect area{layout.window.x, layout.window.y, layout.window.width,
+                        layout.titleBarHeight};
   cairo_save(cairo);
-  barPath(cairo, bar, roundTop ? layout.cornerRadius : 0);
-  cairo_pattern_t* shade = cairo_pattern_create_linear(0, bar.y, 0, bar.y + bar.height);
-  cairo_pattern_add_color_stop_rgb(shade, 0, 0.955, 0.955, 0.96);
-  cairo_pattern_add_color_stop_rgb(shade, 1, 0.905, 0.905, 0.915);
-  cairo_set_source(cairo, shade);
+  barPath(cairo, area, roundTop ? layout.cornerRadius : 0);
+  bool dark = false;
+  if (bar.color) {
+    cairo_set_source_rgb(cairo, bar.color->red, bar.color->green, bar.color->blue);
+    dark = bar.color->luminance() < 0.5;
+  } else {
+    cairo_pattern_t* shade = cairo_pattern_create_linear(0, area.y, 0, area.y + area.height);
+    cairo_pattern_add_color_stop_rgb(shade, 0, 0.955, 0.955, 0.96);
+    cairo_pattern_add_color_stop_rgb(shade, 1, 0.905, 0.905, 0.915);
+    cairo_set_source(cairo, shade);
+    cairo_pattern_destroy(shade);
+  }
   cairo_fill(cairo);
-  cairo_pattern_destroy(shade);
-  cairo_rectangle(cairo, bar.x, bar.y + bar.height - 1, bar.width, 1);
-  cairo_set_source_rgba(cairo, 0, 0, 0, 0.14);
-  cairo_fill(cairo);
-  if (!title.empty()) {
-    PangoLayoutPtr text = textLayout(cairo, title, "Sans Medium", 13 * ui);
-    pango_layout_set_width(text.get(), static_cast<int>((bar.width - 40 * ui) * PANGO_SCALE));
-    pango_layout_set_ellipsize(text.get(), PANGO_ELLIPSIZE_END);
-    pango_layout_set_alignment(text.get(), PANGO_ALIGN_CENTER);
-    int width = 0;
-    int height = 0;
-    pango_layout_get_pixel_size(text.get(), &width, &height);
-    cairo_set_source_rgb(cairo, 0.2, 0.2, 0.22);
-    cairo_move_to(cairo, bar.x + 20 * ui, bar.y + (bar.height - height) / 2);
-    pango_cairo_show_layout(cairo, text.get());
+  // A bar of the window's own colour needs no line under it: it reads as part of the window.
+  if (!bar.color) {
+    cairo_rectangle(cairo, area.x, area.y + area.height - 1, area.width, 1);
+    cairo_set_source_rgba(cairo, 0, 0, 0, 0.14);
+    cairo_fill(cairo);
+  }
+  const bool buttons = bar.style != WindowBarStyle::title;
+  const bool right =
+      bar.style == WindowBarStyle::colorfulRight || bar.style == WindowBarStyle::ringsRight;
+  const bool rings = bar.style == WindowBarStyle::rings || bar.style == WindowBarStyle::ringsRight;
+  // A desktop's close, minimise and zoom buttons: 12 pixels across, 8 apart, in a 28-pixel bar.
+  const double diameter = std::clamp(area.height * 0.43, 4.0, 40.0);
+  const double gap = diameter * 0.67;
+  const double inset = std::max(area.height / 2, diameter * 1.6);
+  const double buttonsWidth = 3 * diameter + 2 * gap;
+  if (buttons) {
+    constexpr double kColors[3][3] = {
+        {1.0, 0.373, 0.341}, {0.996, 0.737, 0.180}, {0.157, 0.784, 0.251}};
+    const double first =
+        right ? area.x + area.width - inset - buttonsWidth + diameter / 2 : area.x + inset;
+    const double centreY = area.y + area.height / 2;
+    for (int i = 0; i < 3; ++i) {
+      const double centreX = first + i * (diameter + gap);
+      cairo_set_source_rgb(cairo, kColors[i][0], kColors[i][1], kColors[i][2]);
+      if (rings) {
+        const double line = std::max(1.0, diameter * 0.14);
+        cairo_set_line_width(cairo, line);
+        cairo_arc(cairo, centreX, centreY, (diameter - line) / 2, 0, 2 * std::numbers::pi);
+        cairo_stroke(cairo);
+      } else {
+        cairo_arc(cairo, centreX, centreY, diameter / 2, 0, 2 * std::numbers::pi);
+        cairo_fill(cairo);
+      }
+    }
+  }
+  if (!bar.title.empty()) {
+    // Centred on the bar, kept clear of the buttons on both sides so it stays centred.
+    const double side = buttons ? inset + buttonsWidth + 10 * ui : 20 * ui;
+    const double width = area.width - 2 * side;
+    if (width > 20) {
+      PangoLayoutPtr text =
+          textLayout(cairo, bar.title, "Sans Medium", std::clamp(area.height * 0.43, 7.0, 13 * ui));
+      pango_layout_set_width(text.get(), static_cast<int>(width * PANGO_SCALE));
+      pango_layout_set_ellipsize(text.get(), PANGO_ELLIPSIZE_END);
+      pango_layout_set_alignment(text.get(), PANGO_ALIGN_CENTER);
+      int textWidth = 0;
+      int textHeight = 0;
+      pango_layout_get_pixel_size(text.get(), &textWidth, &textHeight);
+      if (dark) {
+        cairo_set_source_rgba(cairo, 1, 1, 1, 0.72);
+      } else {
+        cairo_set_source_rgb(cairo, 0.2, 0.2, 0.22);
+      }
+      cairo_move_to(cairo, area.x + side, area.y + (area.height - textHeight) / 2);
+      pango_cairo_show_layout(cairo, text.get());
+    }
   }
   cairo_restore(cairo);
 }

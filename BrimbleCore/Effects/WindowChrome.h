@@ -6,12 +6,14 @@
 
 #include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/SegmentLayout.h"
+#include "BrimbleCore/Effects/WindowBar.h"
 
 struct _cairo;
 
 namespace brimble {
 
-/// The bars painted above a segment's frames: a plain, neutral title bar with a title, and for
+/// The bars painted above a segment's frames: a title bar (a plain title, or a desktop's three
+/// window buttons), and for
 /// browser segments a minimal address bar showing the page's address, into which a `navigate
 /// ... show-typing` types the new one. Immutable once built; paint from any thread.
 class WindowChrome {
@@ -24,9 +26,9 @@ class WindowChrome {
   /// What the address bar shows at `time`, and whether it is being typed (a caret shows).
   std::pair<std::string, bool> addressAt(double time) const;
 
-  /// Paints the title bar into `layout`'s bar area; `roundTop` rounds its upper corners (for a
-  /// window on a background).
-  static void paintTitleBar(_cairo* cairo, const SegmentLayout& layout, const std::string& title,
+  /// Paints `bar` into `layout`'s bar area; `roundTop` rounds its upper corners to the
+  /// layout's corner radius.
+  static void paintTitleBar(_cairo* cairo, const SegmentLayout& layout, const WindowBar& bar,
                             bool roundTop);
   void paintAddressBar(_cairo* cairo, const SegmentLayout& layout, double time,
                        bool roundTop) const;

@@ -2,11 +2,37 @@
 
 #include <algorithm>
 
+#include "BrimbleCore/Support/Text.h"
+
 namespace brimble {
 
 int scriptFrameRate(const ScriptContext& context, bool preview) {
   return preview ? kPreviewFPS : context.intSetting("fps", 30);
 }
+
+namespace {
+
+// The window bar, corners and margin a script asks for around its windows.
+void applyWindowLook(const ScriptContext& context, RenderSettings& settings) {
+  if (const std::string* bar = context.usableSetting("window-bar")) {
+    settings.windowBar = windowBarStyleNamed(*bar);
+  }
+  if (const std::string* title = context.usableSetting("window-title")) {
+    settings.windowBarTitle = *title;
+  }
+  settings.windowBarSize = context.intSetting("window-bar-size", 0);
+  if (context.usableSetting("border-radius") != nullptr) {
+    settings.borderRadius = context.intSetting("border-radius", 0);
+  }
+  if (context.usableSetting("margin") != nullptr) {
+    settings.margin = context.intSetting("margin", 0);
+  }
+  if (const std::string* fill = context.usableSetting("margin-fill")) {
+    settings.marginFill = std::string(trimmed(*fill));
+  }
+}
+
+}  // namespace
 
 RenderSettings scriptRenderSettings(const ScriptContext& context, bool preview) {
   RenderSettings settings;
@@ -43,6 +69,7 @@ RenderSettings scriptRenderSettings(const ScriptContext& context, bool preview) 
   if (const std::string* foreground = context.setting("intro-fg")) {
     settings.introForeground = *foreground;
   }
+  applyWindowLook(context, settings);
   return settings;
 }
 

@@ -5,6 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "BrimbleCore/Automation/TerminalTheme.h"
+#include "BrimbleCore/Effects/EffectColor.h"
+#include "BrimbleCore/Effects/WindowBar.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Support/Text.h"
 
@@ -29,6 +32,28 @@ nlohmann::ordered_json typedValue(const std::string& type, const std::string& te
     return *boolFromSettingText(text);
   }
   return text;
+}
+
+bool isMarginFill(std::string_view text) {
+  const std::string_view value = trimmed(text, kBlanks);
+  return !value.empty() && (!value.starts_with('#') || EffectColor::parse(value).has_value());
+}
+
+bool isTerminalTheme(std::string_view text) {
+  try {
+    TerminalTheme::parse(text);
+    return true;
+  } catch (const TerminalThemeError&) {
+    return false;
+  }
+}
+
+std::string themeNames() {
+  std::string names;
+  for (const std::string& name : TerminalTheme::names()) {
+    names += (names.empty() ? "" : ", ") + name;
+  }
+  return names;
 }
 
 }  // namespace
@@ -64,6 +89,85 @@ const std::vector<ScriptSettingInfo>& scriptSettingsTable() {
       {"typing-delay", "number", "0.05", {}, "seconds between typed characters", 0},
       {"auto-pace", "boolean", "false", {}, "insert pauses between actions"},
       {"auto-pace-delay", "number", "0.8", {}, "length of an inserted pause, seconds", 0},
+      {"window-bar", "string", std::nullopt, windowBarStyleNames(),
+       "a bar over each recorded window: a title, or three buttons left or right, filled or "
+       "rings"},
+      {"window-bar-size", "integer", std::nullopt, {}, "height of the window bar in pixels", 1},
+      {"window-title",
+       "string",
+       std::nullopt,
+       {},
+       "title in the window bar, and of terminals the script opens"},
+      {"border-radius", "integer", std::nullopt, {}, "radius of the window's corners in pixels", 0},
+      {"margin",
+       "integer",
+       std::nullopt,
+       {},
+       "pixels around the window, filled with margin-fill",
+       0},
+      {.name = "margin-fill",
+       .type = "string",
+       .defaultValue = std::nullopt,
+       .allowedValues = {},
+       .meaning = "what fills the margin: a colour (#674eff) or a PNG or JPEG file",
+       .accepts = isMarginFill,
+       .expected = "a colour such as #674eff, or an image file"},
+      {"terminal-font", "string", std::nullopt, {}, "font family of terminals the script opens"},
+      {"terminal-font-size",
+       "number",
+       std::nullopt,
+       {},
+       "font size of terminals the script opens, in points",
+       4},
+      {"terminal-columns",
+       "integer",
+       std::nullopt,
+       {},
+       "width of terminals the script opens, in characters",
+       10},
+      {"terminal-rows",
+       "integer",
+       std::nullopt,
+       {},
+       "height of terminals the script opens, in lines",
+       2},
+      {"terminal-width",
+       "integer",
+       std::nullopt,
+       {},
+       "width of terminals the script opens, in pixels",
+       100},
+      {"terminal-height",
+       "integer",
+       std::nullopt,
+       {},
+       "height of terminals the script opens, in pixels",
+       50},
+      {.name = "terminal-theme",
+       .type = "string",
+       .defaultValue = std::nullopt,
+       .allowedValues = {},
+       .meaning = "colours of terminals the script opens: a theme name (Dracula, Nord, ...) or "
+                  "JSON colours",
+       .accepts = isTerminalTheme,
+       .expected = "a theme name (" + themeNames() + ") or a JSON object of colours"},
+      {"terminal-padding",
+       "integer",
+       std::nullopt,
+       {},
+       "pixels between a terminal's edge and its text",
+       0},
+      {"line-height",
+       "number",
+       std::nullopt,
+       {},
+       "terminals' line height, a factor of the font's (0.9 to 1.5)",
+       0.9},
+      {"cursor-blink",
+       "boolean",
+       "false",
+       {},
+       "whether the cursor of terminals the script opens blinks"},
   };
   return table;
 }
@@ -141,6 +245,9 @@ std::optional<double> doubleFromSettingText(std::string_view text) {
 }
 
 bool isAcceptedSettingValue(const ScriptSettingInfo& setting, std::string_view text) {
+  if (setting.accepts != nullptr) {
+    return setting.accepts(text);
+  }
   if (!setting.allowedValues.empty()) {
     const auto matches = [&](const std::string& allowed) {
       if (setting.type == "integer") {

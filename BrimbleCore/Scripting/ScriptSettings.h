@@ -19,6 +19,10 @@ struct ScriptSettingInfo {
   std::vector<std::string> allowedValues;
   std::string meaning;
   std::optional<double> minimum{};
+  /// For values no type or list describes (a theme, a colour or a file): whether `text` is one,
+  /// and what is expected ("a colour such as #674eff or an image file").
+  bool (*accepts)(std::string_view text) = nullptr;
+  std::string expected{};
 };
 
 /// Every setting, in the order they are documented and published.

@@ -9,6 +9,7 @@
 
 #include "BrimbleCore/Automation/DemoDriverError.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Scripting/ScriptTerminalLook.h"
 #include "BrimbleCore/Support/Text.h"
 #include "BrimbleCore/Support/XID.h"
 
@@ -44,7 +45,18 @@ ScriptTargets::ScriptTargets(const ScriptServices& services, const ScriptOptions
 
 void ScriptTargets::open(const OpenInstruction& open, int line) {
   const std::string app = context_.resolve(open.app, line);
-  const std::uint32_t id = services_.windows.openApp(app);
+  const TerminalLook look = scriptTerminalLook(context_);
+  const auto pixels = scriptTerminalPixelSize(context_);
+  const bool dressed = namesTerminal(app) && (!look.empty() || pixels);
+  const std::uint32_t id =
+      dressed ? services_.windows.openTerminal(look) : services_.windows.openApp(app);
+  if (dressed && pixels) {
+    // A terminal sizes in whole cells: the window manager rounds the pixels down to them.
+    const auto opened = services_.windows.find(id);
+    const ScreenRect now = opened ? opened->contentFrame : ScreenRect{};
+    services_.windows.resize(id, pixels->width.value_or(now.width),
+                             pixels->height.value_or(now.height));
+  }
   const auto window = services_.windows.find(id);
   targetWindow_ = TargetWindow{id, app, window ? window->pid : 0};
   options_.progress("     opened " + app + " (window " + formatXID(id) + ")");

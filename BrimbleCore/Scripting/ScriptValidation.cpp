@@ -37,6 +37,9 @@ std::optional<std::string> literalText(const ScriptValue& value) {
 }
 
 std::string expectedValues(const ScriptSettingInfo& setting) {
+  if (!setting.expected.empty()) {
+    return "expected " + setting.expected;
+  }
   if (!setting.allowedValues.empty()) {
     std::string list;
     for (const std::string& value : setting.allowedValues) {

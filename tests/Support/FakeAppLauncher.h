@@ -13,7 +13,7 @@
 namespace brimble::testing {
 
 /// A launcher that knows which programs are "installed" and records each launch as
-/// "launch <program>", calling `onLaunch` (which may schedule the new window).
+/// "launch <program> <arguments...>", calling `onLaunch` (which may schedule the new window).
 class FakeAppLauncher final : public AppLauncher {
  public:
   explicit FakeAppLauncher(std::set<std::string> installed) : installed_(std::move(installed)) {}
@@ -21,8 +21,13 @@ class FakeAppLauncher final : public AppLauncher {
   bool isInstalled(const std::string& program) const override {
     return installed_.count(program) > 0;
   }
-  int launch(const std::string& program) override {
-    launches_.push_back("launch " + program);
+  using AppLauncher::launch;
+  int launch(const std::string& program, const std::vector<std::string>& arguments) override {
+    std::string line = "launch " + program;
+    for (const std::string& argument : arguments) {
+      line += " " + argument;
+    }
+    launches_.push_back(line);
     if (failLaunch_) {
       throw std::system_error(ENOEXEC, std::generic_category(), "start " + program);
     }

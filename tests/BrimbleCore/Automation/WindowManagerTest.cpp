@@ -76,6 +76,24 @@ TEST(WindowManager, OpenAppReturnsTheNewWindowFocusedAndCleanupClosesOnlyIt) {
   EXPECT_THAT(rig.system.lines(), ElementsAre("activate 2", "close 2"));
 }
 
+TEST(WindowManager, ADressedTerminalIsAlwaysXtermAndItsWindowIsTheScripts) {
+  WindowRig rig({"x-terminal-emulator", "xterm"});
+  rig.launcher.onLaunch = [&] { rig.system.add(window(3, "XTerm")); };
+  TerminalLook look;
+  look.title = "demo";
+  EXPECT_EQ(rig.manager.openTerminal(look), 3u);
+  ASSERT_EQ(rig.launcher.launches().size(), 1u);
+  EXPECT_EQ(rig.launcher.launches()[0].substr(0, 12), "launch xterm");
+  rig.manager.cleanupScriptWindows();
+  EXPECT_THAT(rig.system.lines(), ElementsAre("activate 3", "close 3"));
+
+  WindowRig without({"x-terminal-emulator", "konsole"});
+  EXPECT_EQ(errorText<WindowManagerError>([&] { without.manager.openTerminal(look); }),
+            "Failed to open Terminal: xterm is not installed, and only xterm takes a look of "
+            "its own");
+  EXPECT_THAT(without.launcher.launches(), IsEmpty());
+}
+
 TEST(WindowManager, CleanupClosesTheOtherWindowsWhenThePlatformRefusesToCloseOne) {
   WindowRig rig;
   int launched = 0;

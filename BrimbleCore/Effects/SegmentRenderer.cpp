@@ -25,8 +25,11 @@ struct ScratchFile {
 
 EncodeSummary render(std::span<const RenderSegment> segments, const RenderSettings& settings,
                      const std::filesystem::path& output, const EncodeProgress& progress,
-                     const std::stop_token& stop) {
+                     const std::stop_token& stop, OutputClock* outputClock) {
   const FrameCompositor compositor(segments, settings);
+  if (outputClock != nullptr) {
+    *outputClock = compositor.outputClock();
+  }
   if (compositor.frameCount() == 0) {
     return {};
   }

@@ -4,6 +4,7 @@
 #include <span>
 #include <stop_token>
 
+#include "BrimbleCore/Effects/OutputClock.h"
 #include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Encoding/ClipEncoder.h"
@@ -23,10 +24,11 @@ namespace SegmentRenderer {
 /// left). Segments without frames are left out; with none left nothing is written and the
 /// summary counts 0 frames. Throws EffectsError for settings it cannot use (a colour that is
 /// none) and what the encoder throws (MuxError, file errors, CancellationError once `stop` is
-/// requested).
+/// requested). When `outputClock` is given, it is set to where the segments' moments show in
+/// the output, before the encode starts.
 EncodeSummary render(std::span<const RenderSegment> segments, const RenderSettings& settings,
                      const std::filesystem::path& output, const EncodeProgress& progress = {},
-                     const std::stop_token& stop = {});
+                     const std::stop_token& stop = {}, OutputClock* outputClock = nullptr);
 
 /// The last frame `render` writes for the same segments and settings, drawn as it is drawn
 /// there; no value when there is none.

@@ -339,6 +339,20 @@ struct ZoomOutInstruction {
   bool operator==(const ZoomOutInstruction& other) const = default;
 };
 
+/// `caption "<text>" [duration <s>] [position top|bottom]`: a subtitle from this moment.
+struct CaptionInstruction {
+  ScriptValue text;
+  std::optional<ScriptValue> duration;
+  bool top = false;
+  bool operator==(const CaptionInstruction& other) const = default;
+};
+
+/// `chapter "<name>"`: a named point in the output's timeline.
+struct ChapterInstruction {
+  ScriptValue title;
+  bool operator==(const ChapterInstruction& other) const = default;
+};
+
 using ScriptInstruction =
     std::variant<SetInstruction, OpenInstruction, FocusInstruction, CaptureWindowInstruction,
                  ResizeInstruction, ClearInstruction, RecordInstruction, StopInstruction,
@@ -349,7 +363,8 @@ using ScriptInstruction =
                  ClearFxInstruction, IntroInstruction, OutroInstruction, DismissDialogInstruction,
                  ClickButtonInDialogInstruction, SetBackgroundInstruction, TargetInstruction,
                  FillInstruction, MoveToInstruction, WaitForInstruction, BrowserInstruction,
-                 NavigateInstruction, HighlightInstruction, ZoomInstruction, ZoomOutInstruction>;
+                 NavigateInstruction, HighlightInstruction, ZoomInstruction, ZoomOutInstruction,
+                 CaptionInstruction, ChapterInstruction>;
 
 /// One parsed line.
 struct LocatedInstruction {

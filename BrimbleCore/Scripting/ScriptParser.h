@@ -73,6 +73,8 @@ class ScriptParser {
   static ScriptInstruction parseHighlight(Tokens tokens, int lineNumber);
   static ScriptInstruction parseZoom(Tokens tokens, int lineNumber);
   static ScriptInstruction parseZoomOut(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseCaption(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseChapter(Tokens tokens, int lineNumber);
 
   /// A command without arguments (`stop`, `render`): anything after the word is an error.
   template <typename Instruction>

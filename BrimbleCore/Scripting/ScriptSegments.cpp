@@ -209,6 +209,10 @@ void ScriptSegments::record(const RecordInstruction& record, int line) {
   segmentDemoEffects_.clear();
   segmentChromeTyping_ = false;
   segmentURL_ = targets_.browserURL();
+  activeNumber_ = nextSegmentNumber_++;
+  // Captions placed before the recording start with it.
+  segmentCaptions_ = std::move(pendingCaptions_);
+  pendingCaptions_.clear();
   options_.progress(
       fmt::format("     recording {} at {} fps{}", what, request.fps,
                   duration ? fmt::format(" for {} s", formatScriptNumber(*duration)) : ""));
@@ -261,6 +265,8 @@ void ScriptSegments::endSegment() {
   RenderSegment segment{recorder->stop()};
   segment.effects = std::move(segmentEffects_);
   segment.demoEvents = std::move(segmentDemoEffects_);
+  segment.captions = std::move(segmentCaptions_);
+  segmentCaptions_.clear();
   if (activeWindow_ && targets_.isBrowserWindow(*activeWindow_)) {
     segment.isBrowserContent = true;
     segment.chromeURL = segmentURL_;
@@ -280,6 +286,7 @@ void ScriptSegments::endSegment() {
   options_.progress(fmt::format("     segment {}: {} frames in {:.1f} s", segments_.size() + 1,
                                 frames, segment.duration));
   segments_.push_back(std::move(segment));
+  segmentNumbers_.push_back(activeNumber_);
 }
 
 void ScriptSegments::discard() {
@@ -288,6 +295,7 @@ void ScriptSegments::discard() {
     activeRecorder_.reset();
   }
   segments_.clear();
+  segmentNumbers_.clear();
 }
 
 void ScriptSegments::addEffect(EffectAnnotation effect, std::string_view command, int line) {
@@ -310,6 +318,23 @@ void ScriptSegments::addDemoEvent(DemoEvent event, std::string_view command, int
   }
   event.time = segmentTime();
   segmentDemoEffects_.push_back(std::move(event));
+}
+
+void ScriptSegments::addCaption(Caption caption) {
+  if (!activeRecorder_) {
+    caption.time = 0;
+    pendingCaptions_.push_back(std::move(caption));
+    return;
+  }
+  caption.time = segmentTime();
+  segmentCaptions_.push_back(std::move(caption));
+}
+
+TimelineStamp ScriptSegments::stamp() const {
+  if (activeRecorder_) {
+    return {activeNumber_, segmentTime()};
+  }
+  return {nextSegmentNumber_, std::nullopt};
 }
 
 void ScriptSegments::showChromeTyping() {
@@ -383,17 +408,20 @@ ScriptOutcome ScriptSegments::renderInto(const std::filesystem::path& output, Ou
   for (const RenderSegment& segment : segments_) {
     recorded += segment.duration;
   }
-  const EncodeSummary summary = SegmentRenderer::render(segments_, settings, output,
-                                                        options_.renderProgress, options_.abandon);
+  OutputClock outputClock;
+  const EncodeSummary summary = SegmentRenderer::render(
+      segments_, settings, output, options_.renderProgress, options_.abandon, &outputClock);
   const double renderSeconds = clock_.secondsSince(started);
   profiler_.record(0, "render", renderSeconds);
   if (summary.frames == 0) {
     throw ScriptError::encodingFailed();
   }
   ScriptOutcome outcome{output,   summary,       static_cast<int>(segments_.size()),
-                        recorded, renderSeconds, clock_.shouldStop()};
+                        recorded, renderSeconds, clock_.shouldStop(), {}};
+  outcome.timeline = timeline_.document(output, segments_, segmentNumbers_, outputClock);
   // The frames are in the file now; their temporary files can go.
   segments_.clear();
+  segmentNumbers_.clear();
   return outcome;
 }
 

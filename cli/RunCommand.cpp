@@ -7,7 +7,9 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -22,6 +24,7 @@
 #include "BrimbleCore/Scripting/ScriptPreflight.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "BrimbleCore/Scripting/ShellProcessRunner.h"
+#include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "cli/AnimationOutput.h"
 #include "cli/CommandDesktop.h"
@@ -41,7 +44,45 @@ struct RunOptions {
   bool profile = false;
   bool headless = false;
   bool privateSoundServer = false;
+  fs::path timeline;
 };
+
+// The timeline must not take the place of a file the run reads or writes.
+void checkTimelinePath(const RunOptions& options, const ScriptSource& source,
+                       const std::vector<std::string>& outputs) {
+  if (options.timeline.empty()) {
+    return;
+  }
+  std::error_code ignored;
+  const fs::path timeline = fs::weakly_canonical(options.timeline, ignored);
+  std::vector<fs::path> taken(outputs.begin(), outputs.end());
+  taken.push_back(source.file);
+  for (const fs::path& file : taken) {
+    if (!file.empty() && fs::weakly_canonical(file, ignored) == timeline) {
+      throw std::runtime_error("--timeline " + options.timeline.string() +
+                               " is the script's or an output's own file; give the timeline a "
+                               "name of its own");
+    }
+  }
+  const fs::path folder =
+      options.timeline.has_parent_path() ? options.timeline.parent_path() : fs::path(".");
+  if (!fs::is_directory(folder, ignored)) {
+    throw std::runtime_error("--timeline " + options.timeline.string() + ": there is no folder " +
+                             folder.string());
+  }
+}
+
+// Writes the timeline of what was rendered; a failure costs the timeline only.
+void writeTimeline(const fs::path& path, const ScriptOutcome& outcome) {
+  if (path.empty() || outcome.timeline.empty()) {
+    return;
+  }
+  try {
+    writeFileAtomically(path, outcome.timeline + "\n", 0644);
+  } catch (const std::system_error& error) {
+    fmt::print(stderr, "brimble run: the timeline could not be written: {}\n", error.what());
+  }
+}
 
 void printProfile(const ScriptEngine& engine) {
   fmt::print(stderr, "brimble run: where the time went\n");
@@ -94,6 +135,7 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
     }
   }
   checkBeforeRunning(check);
+  checkTimelinePath(options, source, outputs);
 
   // Started before the display, so every program the script starts inherits its address and
   // plays into it, and `record ... audio` hears them.
@@ -164,6 +206,7 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
     if (const auto& partial = engine.keptPartial()) {
       fmt::print(stderr, "brimble run: what was recorded up to there is kept in {}\n",
                  partial->output.string());
+      writeTimeline(options.timeline, *partial);
     }
     return kExitFailure;
   }
@@ -176,6 +219,7 @@ int runScript(const RunOptions& options, Interrupts& interrupts) {
                "brimble run: interrupted before anything was recorded; nothing was written\n");
     return Interrupts::kExitInterrupted;
   }
+  writeTimeline(options.timeline, outcome);
   for (const WrittenOutput& written : outcome.outputs) {
     if (fs::is_directory(written.path)) {
       fmt::print("{}: {} PNG frames, {}x{}, plays {:.2f} s\n", written.path.string(),
@@ -213,6 +257,11 @@ Command addRunCommand(CLI::App& app, Interrupts& interrupts) {
                     "Print how long each instruction, the render and the clean-up took");
   command->add_flag("--headless", options->headless,
                     "Use Brimble's own embedded display instead of the desktop session");
+  command
+      ->add_option("--timeline", options->timeline,
+                   "Also write what happens when in the output, as JSON: each instruction, "
+                   "chapter, caption, keystroke and click at its time in the output")
+      ->type_name("FILE");
   command->add_flag("--private-sound-server", options->privateSoundServer,
                     "Start a private PulseAudio server with a silent output for the script's "
                     "programs to play into, so that 'record ... audio' works without a desktop "

@@ -10,6 +10,7 @@
 
 #include "BrimbleCore/Effects/CairoHandles.h"
 #include "BrimbleCore/Effects/CameraTrack.h"
+#include "BrimbleCore/Effects/CaptionTrack.h"
 #include "BrimbleCore/Effects/ClickIndicators.h"
 #include "BrimbleCore/Effects/CursorTrack.h"
 #include "BrimbleCore/Effects/EffectColor.h"
@@ -37,6 +38,7 @@ struct FrameCompositor::SegmentEffects {
   ElementHighlights highlights;
   CameraTrack camera;
   WindowChrome chrome;
+  CaptionTrack captions;
   /// For each frame, the first of its run of identical pictures, which stands for it.
   std::vector<int> pictures;
 };
@@ -332,14 +334,20 @@ FrameCompositor::FrameCompositor(std::span<const RenderSegment> segments,
                     : std::nullopt,
         settings.clickIndicators ? std::optional<ClickIndicators>(std::in_place, segment.events)
                                  : std::nullopt,
-        settings.keystrokeBadges ? std::optional<KeystrokeBadges>(std::in_place, segment.events)
-                                 : std::nullopt,
+        settings.keystrokeBadges || settings.keystrokeText
+            ? std::optional<KeystrokeBadges>(std::in_place, segment.events, settings.keystrokeText)
+            : std::nullopt,
         SpotlightTrack(segment.effects, lights, segment.demoEvents),
         ElementHighlights(segment.demoEvents),
         CameraTrack(segment.demoEvents),
         WindowChrome(segment),
+        CaptionTrack(segment.captions, length),
         std::move(runs.first),
     });
+    if (const int missing = effects->captions.missingGlyphs(); missing > 0) {
+      logLine("BrimbleCore: no installed font has " + std::to_string(missing) +
+              " of the captions' characters; they show as boxes");
+    }
     clocks.push_back(clock);
     effects_.push_back(std::move(effects));
   }
@@ -362,6 +370,9 @@ FrameCompositor::FrameCompositor(std::span<const RenderSegment> segments,
     }
   }
   timeline_ = RenderTimeline::build(segments, clocks, cards, settings.fps, settings.transition);
+  outputClock_ =
+      OutputClock(RenderTimeline::segmentStarts(segments, clocks, cards, settings.transition),
+                  clocks, static_cast<double>(timeline_.size()) / settings.fps);
   // A repeated picture is shown as the frame that began its run.
   const auto picture = [&](int segment, int& frame) {
     if (segment >= 0 && frame >= 0 && effects_[static_cast<std::size_t>(segment)]) {
@@ -470,8 +481,12 @@ Image FrameCompositor::segmentFrame(int segment, int frame, double time, bool& d
     effects.cursor->paint(cairo, viewed, time);
   }
   cairo_restore(cairo);
+  // Captions stay put while the camera moves; key badges stand above a caption at the bottom.
+  const double captionInset = effects.captions.paint(cairo, area, placed.uiScale, time);
   if (effects.badges) {
-    effects.badges->paint(cairo, area, placed.uiScale, time);
+    CanvasRect badgeArea = area;
+    badgeArea.height = std::max(0.0, area.height - captionInset);
+    effects.badges->paint(cairo, badgeArea, placed.uiScale, time);
   }
   owned.reset();
   return std::move(canvas).release();
@@ -534,7 +549,8 @@ bool FrameCompositor::overlaysChange(int segment, double from, double to) const 
          (e.clicks && e.clicks->changesBetween(from, to)) ||
          (e.badges && e.badges->changesBetween(from, to)) ||
          e.spotlights.changesBetween(from, to) || e.highlights.changesBetween(from, to) ||
-         e.camera.changesBetween(from, to) || e.chrome.changesBetween(from, to);
+         e.camera.changesBetween(from, to) || e.chrome.changesBetween(from, to) ||
+         e.captions.changesBetween(from, to);
 }
 
 bool FrameCompositor::repeatsPrevious(int index) const {

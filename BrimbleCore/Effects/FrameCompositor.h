@@ -7,6 +7,7 @@
 #include <span>
 #include <vector>
 
+#include "BrimbleCore/Effects/OutputClock.h"
 #include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Effects/RenderTimeline.h"
@@ -44,6 +45,8 @@ class FrameCompositor {
   const CanvasLayout& layout() const noexcept { return layout_; }
   /// How segment `index` plays (idle handling, typing cadence).
   const SegmentClock& clock(int index) const;
+  /// Where the segments' moments show in the output.
+  const OutputClock& outputClock() const noexcept { return outputClock_; }
 
   /// Output frame `index` (bgra8, opaque, canvas size); no value when its source frame cannot be
   /// decoded.
@@ -76,6 +79,7 @@ class FrameCompositor {
   std::unique_ptr<TitleCardPainter> intro_;
   std::unique_ptr<TitleCardPainter> outro_;
   std::vector<TimelineFrame> timeline_;
+  OutputClock outputClock_;
 
   mutable std::mutex contentMutex_;  // guards the cache below
   /// Recently decoded content, newest first: repeated source frames under moving overlays and

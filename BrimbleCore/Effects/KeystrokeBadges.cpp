@@ -63,6 +63,45 @@ std::string capLabel(const std::string& key) {
   return key;
 }
 
+// Typed text on one dark pill, its latest characters when it is wider than the frame.
+void paintTyped(cairo_t* cairo, const CanvasRect& area, double ui, const std::string& text,
+                double alpha) {
+  if (text.empty()) {
+    return;
+  }
+  const double fontSize = 17 * ui;
+  const double padX = 14 * ui;
+  const double padY = 9 * ui;
+  const double maxWidth = area.width - 2 * (10 * ui + padX);
+  if (maxWidth < fontSize) {
+    return;
+  }
+  PangoLayoutPtr layout = textLayout(cairo, text, "Monospace Bold", fontSize);
+  pango_layout_set_width(layout.get(), static_cast<int>(maxWidth * PANGO_SCALE));
+  pango_layout_set_ellipsize(layout.get(), PANGO_ELLIPSIZE_START);
+  PangoRectangle ink{};
+  PangoRectangle logical{};
+  pango_layout_get_pixel_extents(layout.get(), &ink, &logical);
+  const double pillWidth = logical.width + 2 * padX;
+  const double pillHeight = logical.height + 2 * padY;
+  const double left = area.x + (area.width - pillWidth) / 2;
+  const double top = area.y + area.height - pillHeight - 22 * ui;
+  cairo_save(cairo);
+  cairo_rectangle(cairo, std::floor(left) - 1, std::floor(top) - 1, std::ceil(pillWidth) + 2,
+                  std::ceil(pillHeight) + 2);
+  cairo_clip(cairo);
+  cairo_push_group(cairo);
+  roundedRectangle(cairo, left, top, pillWidth, pillHeight, pillHeight / 2.4);
+  cairo_set_source_rgba(cairo, 0.08, 0.08, 0.1, 0.82);
+  cairo_fill(cairo);
+  cairo_move_to(cairo, left + padX - logical.x, top + padY - logical.y);
+  cairo_set_source_rgba(cairo, 1, 1, 1, 1);
+  pango_cairo_show_layout(cairo, layout.get());
+  cairo_pop_group_to_source(cairo);
+  cairo_paint_with_alpha(cairo, std::clamp(alpha, 0.0, 1.0));
+  cairo_restore(cairo);
+}
+
 }  // namespace
 
 std::string KeystrokeBadges::specialKeyLabel(const std::string& key) {
@@ -85,8 +124,75 @@ std::string KeystrokeBadges::specialKeyLabel(const std::string& key) {
   return {};
 }
 
-KeystrokeBadges::KeystrokeBadges(std::span<const InputEvent> events) {
+std::string KeystrokeBadges::typedText(const std::string& key) {
+  if (key.size() == 1 && std::isprint(static_cast<unsigned char>(key[0])) != 0) {
+    return key;
+  }
+  static const std::array<std::pair<const char*, const char*>, 33> kCharacters = {{
+      {"space", " "},      {"exclam", "!"},       {"quotedbl", "\""},   {"numbersign", "#"},
+      {"dollar", "$"},     {"percent", "%"},      {"ampersand", "&"},   {"apostrophe", "'"},
+      {"parenleft", "("},  {"parenright", ")"},   {"asterisk", "*"},    {"plus", "+"},
+      {"comma", ","},      {"minus", "-"},        {"period", "."},      {"slash", "/"},
+      {"colon", ":"},      {"semicolon", ";"},    {"less", "<"},        {"equal", "="},
+      {"greater", ">"},    {"question", "?"},     {"at", "@"},          {"bracketleft", "["},
+      {"backslash", "\\"}, {"bracketright", "]"}, {"asciicircum", "^"}, {"underscore", "_"},
+      {"grave", "`"},      {"braceleft", "{"},    {"bar", "|"},         {"braceright", "}"},
+      {"asciitilde", "~"},
+  }};
+  for (const auto& [name, text] : kCharacters) {
+    if (key == name) {
+      return text;
+    }
+  }
+  return {};
+}
+
+std::string KeystrokeBadges::label(const Badge& badge) {
+  std::string text;
+  for (const std::string& key : badge.keys) {
+    if (!badge.typed && !text.empty()) {
+      text += '+';
+    }
+    text += key;
+  }
+  return text;
+}
+
+KeystrokeBadges::KeystrokeBadges(std::span<const InputEvent> events, bool withTypedText) {
   std::array<int, kModifierCount> held{};
+  // Plain typing grows the typed-text caption of its burst, or starts one.
+  const auto type = [&](const InputEvent& event) {
+    Badge* current = nullptr;
+    if (!badges_.empty() && badges_.back().typed && !badges_.back().changeTimes.empty() &&
+        event.timestamp - badges_.back().changeTimes.back() <= kTypingGap) {
+      current = &badges_.back();
+    }
+    if (event.key == "BackSpace") {
+      if (current != nullptr && !current->keys.empty()) {
+        current->keys.pop_back();
+        current->changeTimes.push_back(event.timestamp);
+        current->shownTexts.push_back(label(*current));
+        current->end = event.timestamp + kDuration;
+      }
+      return;
+    }
+    std::string text = typedText(event.key);
+    if (text.empty()) {
+      return;
+    }
+    if (current == nullptr) {
+      if (!badges_.empty()) {
+        badges_.back().end = std::min(badges_.back().end, event.timestamp);
+      }
+      current = &badges_.emplace_back();
+      current->time = event.timestamp;
+      current->typed = true;
+    }
+    current->keys.push_back(std::move(text));
+    current->changeTimes.push_back(event.timestamp);
+    current->shownTexts.push_back(label(*current));
+    current->end = event.timestamp + kDuration;
+  };
   for (const InputEvent& event : events) {
     const bool down = event.kind == InputEvent::Kind::keyDown;
     if (!down && event.kind != InputEvent::Kind::keyUp) {
@@ -104,9 +210,14 @@ KeystrokeBadges::KeystrokeBadges(std::span<const InputEvent> events) {
     // Space and Backspace are part of typing unless a chord makes them a command.
     const bool typing = event.key == "space" || event.key == "BackSpace";
     if (!chord && (special.empty() || typing)) {
+      if (withTypedText) {
+        type(event);
+      }
       continue;
     }
-    Badge badge{event.timestamp, {}, event.timestamp + kDuration};
+    Badge badge;
+    badge.time = event.timestamp;
+    badge.end = event.timestamp + kDuration;
     static constexpr std::array<const char*, kModifierCount> kNames = {"Ctrl", "Alt", "Shift",
                                                                        "Super"};
     for (int m : {kControl, kAlt, kShift, kSuper}) {
@@ -138,6 +249,17 @@ void KeystrokeBadges::paint(cairo_t* cairo, const CanvasRect& area, double uiSca
   const double gap = 6 * ui;
   const double plusWidth = 12 * ui;
   const double margin = 10 * ui;
+  if (badge->typed) {
+    // The text as it stood at `time`: it grows key by key.
+    const auto after = std::upper_bound(badge->changeTimes.begin(), badge->changeTimes.end(), time);
+    if (after != badge->changeTimes.begin()) {
+      paintTyped(
+          cairo, area, ui,
+          badge->shownTexts[static_cast<std::size_t>(after - badge->changeTimes.begin() - 1)],
+          alpha);
+    }
+    return;
+  }
 
   std::vector<PangoLayoutPtr> layouts;
   std::vector<double> widths;
@@ -202,6 +324,10 @@ void KeystrokeBadges::paint(cairo_t* cairo, const CanvasRect& area, double uiSca
 
 bool KeystrokeBadges::changesBetween(double from, double to) const {
   for (const Badge& badge : badges_) {
+    if (std::any_of(badge.changeTimes.begin(), badge.changeTimes.end(),
+                    [&](double t) { return t >= from && t <= to; })) {
+      return true;
+    }
     const bool steady = from >= badge.time + kFadeIn * 2 && to <= badge.end - kFadeOut;
     if (badge.time <= to && badge.end >= from && !steady) {
       return true;

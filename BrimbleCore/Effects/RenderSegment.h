@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -44,6 +45,18 @@ struct DemoEvent {
   std::string url;
 };
 
+/// A subtitle a script burns into the frames: `text` from `time` (seconds from the start of the
+/// segment) for `duration` seconds, or, without one, until the next caption in the same place
+/// or the end of the segment. An empty text only ends the caption before it.
+struct Caption {
+  enum class Position { bottom, top };
+
+  double time = 0;
+  std::optional<double> duration;
+  std::string text;
+  Position position = Position::bottom;
+};
+
 /// A recorded segment as the render takes it: what the recorder captured, and what the script
 /// placed on it while it ran, so that the recorders hand over only what they captured.
 /// Move-only.
@@ -53,6 +66,7 @@ struct RenderSegment : RecordedSegment {
 
   std::vector<EffectAnnotation> effects;
   std::vector<DemoEvent> demoEvents;
+  std::vector<Caption> captions;
   /// The segment shows a browser page: the render can draw a browser's frame around it.
   bool isBrowserContent = false;
   /// Browser segments: the page's address, and whether a `navigate ... show-typing` typed it.

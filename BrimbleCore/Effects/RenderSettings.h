@@ -52,6 +52,8 @@ struct RenderSettings {
   bool clickIndicators = false;
   bool typeSmoothing = false;
   bool keystrokeBadges = false;
+  /// Plain typing shows too, as a caption of the text typed (badges come with it).
+  bool keystrokeText = false;
   bool includeTitleBar = true;
   std::optional<IdleStrategy> idleStrategy;
   double idleThreshold = 2.0;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace brimble {
 
@@ -76,10 +77,20 @@ std::vector<TimelineFrame> build(std::span<const RenderSegment> segments, int fp
   return build(segments, clocks, {0, 0, 0}, fps, transition);
 }
 
-std::vector<TimelineFrame> build(std::span<const RenderSegment> segments,
-                                 std::span<const SegmentClock> clocks, const TimelineCards& cards,
-                                 int fps, double transition) {
+namespace {
+
+// The clips that play, one after another, each overlapping the next by its fade.
+struct ClipPlan {
   std::vector<Clip> clips;
+  std::vector<double> fades;   // fades[i]: between clip i and i + 1
+  std::vector<double> starts;  // output time at which each clip begins
+  double total = 0;
+};
+
+ClipPlan planClips(std::span<const RenderSegment> segments, std::span<const SegmentClock> clocks,
+                   const TimelineCards& cards, double transition) {
+  ClipPlan plan;
+  std::vector<Clip>& clips = plan.clips;
   std::vector<double> segmentLengths;
   if (cards.introLength > 0) {
     clips.push_back({TimelineSource::intro, -1, nullptr, cards.introLength});
@@ -91,28 +102,58 @@ std::vector<TimelineFrame> build(std::span<const RenderSegment> segments,
       segmentLengths.push_back(clocks[i].length());
     }
   }
-  std::vector<TimelineFrame> timeline;
-  if (segmentLengths.empty() || fps <= 0) {
-    return timeline;
+  if (segmentLengths.empty()) {
+    clips.clear();
+    return plan;
   }
   if (cards.outroLength > 0) {
     clips.push_back({TimelineSource::outro, -1, nullptr, cards.outroLength});
   }
   // Segments share one crossfade length; a card fades by its own, within half of either side.
   const double segmentFade = crossfadeLength(segmentLengths, transition);
-  std::vector<double> fades(clips.size(), 0);  // fades[i]: between clip i and i + 1
+  plan.fades.assign(clips.size(), 0);
   for (std::size_t i = 0; i + 1 < clips.size(); ++i) {
     const bool card = clips[i].source != TimelineSource::segment ||
                       clips[i + 1].source != TimelineSource::segment;
-    fades[i] =
+    plan.fades[i] =
         card ? std::min({std::max(cards.fade, 0.0), clips[i].length / 2, clips[i + 1].length / 2})
              : segmentFade;
   }
-  std::vector<double> starts(clips.size(), 0);
+  plan.starts.assign(clips.size(), 0);
   for (std::size_t i = 1; i < clips.size(); ++i) {
-    starts[i] = starts[i - 1] + clips[i - 1].length - fades[i - 1];
+    plan.starts[i] = plan.starts[i - 1] + clips[i - 1].length - plan.fades[i - 1];
   }
-  const double total = starts.back() + clips.back().length;
+  plan.total = plan.starts.back() + clips.back().length;
+  return plan;
+}
+
+}  // namespace
+
+std::vector<std::optional<double>> segmentStarts(std::span<const RenderSegment> segments,
+                                                 std::span<const SegmentClock> clocks,
+                                                 const TimelineCards& cards, double transition) {
+  std::vector<std::optional<double>> starts(segments.size());
+  const ClipPlan plan = planClips(segments, clocks, cards, transition);
+  for (std::size_t i = 0; i < plan.clips.size(); ++i) {
+    if (plan.clips[i].source == TimelineSource::segment) {
+      starts[static_cast<std::size_t>(plan.clips[i].segment)] = plan.starts[i];
+    }
+  }
+  return starts;
+}
+
+std::vector<TimelineFrame> build(std::span<const RenderSegment> segments,
+                                 std::span<const SegmentClock> clocks, const TimelineCards& cards,
+                                 int fps, double transition) {
+  std::vector<TimelineFrame> timeline;
+  const ClipPlan plan = planClips(segments, clocks, cards, transition);
+  if (plan.clips.empty() || fps <= 0) {
+    return timeline;
+  }
+  const std::vector<Clip>& clips = plan.clips;
+  const std::vector<double>& fades = plan.fades;
+  const std::vector<double>& starts = plan.starts;
+  const double total = plan.total;
   const auto entryOf = [&](const Clip& clip, double local, int& frame, double& time) {
     if (clip.source == TimelineSource::segment) {
       time = clip.clock->sourceTime(local);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -66,6 +67,12 @@ std::vector<TimelineFrame> build(std::span<const RenderSegment> segments, int fp
 std::vector<TimelineFrame> build(std::span<const RenderSegment> segments,
                                  std::span<const SegmentClock> clocks, const TimelineCards& cards,
                                  int fps, double transition);
+
+/// Where each segment begins in the output that `build` makes of the same arguments (seconds
+/// from its first frame); no value for a segment that does not play.
+std::vector<std::optional<double>> segmentStarts(std::span<const RenderSegment> segments,
+                                                 std::span<const SegmentClock> clocks,
+                                                 const TimelineCards& cards, double transition);
 
 }  // namespace RenderTimeline
 }  // namespace brimble

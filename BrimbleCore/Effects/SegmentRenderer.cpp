@@ -116,8 +116,11 @@ EncodeSummary encodeFrom(const FrameCompositor& compositor, std::span<const Rend
 
 EncodeSummary render(std::span<const RenderSegment> segments, const RenderSettings& settings,
                      const std::filesystem::path& output, const EncodeProgress& progress,
-                     const std::stop_token& stop) {
+                     const std::stop_token& stop, OutputClock* outputClock) {
   const FrameCompositor compositor(segments, settings);
+  if (outputClock != nullptr) {
+    *outputClock = compositor.outputClock();
+  }
   if (compositor.frameCount() == 0) {
     return {};
   }
@@ -127,9 +130,13 @@ EncodeSummary render(std::span<const RenderSegment> segments, const RenderSettin
 std::vector<EncodeSummary> renderEach(std::span<const RenderSegment> segments,
                                       const RenderSettings& settings,
                                       std::span<const RenderOutput> outputs,
-                                      const EncodeProgress& progress, const std::stop_token& stop) {
+                                      const EncodeProgress& progress, const std::stop_token& stop,
+                                      OutputClock* outputClock) {
   std::vector<EncodeSummary> summaries;
   const FrameCompositor compositor(segments, settings);
+  if (outputClock != nullptr) {
+    *outputClock = compositor.outputClock();
+  }
   if (compositor.frameCount() == 0) {
     summaries.resize(outputs.size());
     return summaries;

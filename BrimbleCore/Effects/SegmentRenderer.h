@@ -6,6 +6,7 @@
 #include <stop_token>
 #include <vector>
 
+#include "BrimbleCore/Effects/OutputClock.h"
 #include "BrimbleCore/Effects/RenderSegment.h"
 #include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Encoding/ClipEncoder.h"
@@ -34,22 +35,24 @@ struct RenderOutput {
 /// left). Segments without frames are left out; with none left nothing is written and the
 /// summary counts 0 frames. Throws EffectsError for settings it cannot use (a colour that is
 /// none) and what the encoder throws (MuxError, file errors, CancellationError once `stop` is
-/// requested).
+/// requested). When `outputClock` is given, it is set to where the segments' moments show in
+/// the output, before the encode starts.
 EncodeSummary render(std::span<const RenderSegment> segments, const RenderSettings& settings,
                      const std::filesystem::path& output, const EncodeProgress& progress = {},
-                     const std::stop_token& stop = {});
+                     const std::stop_token& stop = {}, OutputClock* outputClock = nullptr);
 
 /// Lays out `segments` once and writes each of `outputs` from that one render, in order, each as
 /// `render` writes its file (the settings' format is each output's own). A frame folder is made
 /// if it is missing (its parent must exist); frames an earlier render left there beyond this
 /// one's are removed, and a folder holding anything else is refused (EffectsError), since its
-/// files are not ours to replace. Returns one summary per output. Throws as `render` does;
+/// files are not ours to replace. Returns one summary per output, and sets `outputClock` as `render` does. Throws as `render` does;
 /// outputs written before a failure stay written.
 std::vector<EncodeSummary> renderEach(std::span<const RenderSegment> segments,
                                       const RenderSettings& settings,
                                       std::span<const RenderOutput> outputs,
                                       const EncodeProgress& progress = {},
-                                      const std::stop_token& stop = {});
+                                      const std::stop_token& stop = {},
+                                      OutputClock* outputClock = nullptr);
 
 /// The last frame `render` writes for the same segments and settings, drawn as it is drawn
 /// there; no value when there is none.

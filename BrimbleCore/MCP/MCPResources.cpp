@@ -38,7 +38,8 @@ constexpr std::pair<std::string_view, std::string_view> kSections[] = {
     {"Input", "type click tap move cursor scroll key"},
     {"Timing and Shell", "wait wait-for-idle run env require include"},
     {"Elements and Browser", "fill move-to wait-for browser navigate highlight zoom zoom-out"},
-    {"Effects and Title Cards", "spotlight spotlight-shift clear-fx intro outro set-background"},
+    {"Effects and Title Cards",
+     "spotlight spotlight-shift clear-fx intro outro set-background caption chapter"},
     {"Settings", "set"},
 };
 

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <system_error>
 
 #include "BrimbleCore/MCP/MCPToolSupport.h"
 #include "BrimbleCore/MCP/MCPTools.h"
@@ -13,7 +14,9 @@
 #include "BrimbleCore/Scripting/ScriptLexer.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "BrimbleCore/Scripting/ShellProcessRunner.h"
+#include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
+#include "BrimbleCore/Support/FileIO.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Text.h"
 
@@ -76,6 +79,27 @@ Source scriptSource(const Arguments& arguments) {
   }
   requireScript(path, *file, text.str());
   return {text.str(), path};
+}
+
+// A timeline this short goes into the result itself; a longer one would crowd an assistant's
+// context, so it goes to a file the result names.
+constexpr std::size_t kInlineTimelineBytes = 16 * 1024;
+
+void addTimeline(JSONValue::Object& result, const std::string& timeline) {
+  if (timeline.empty()) {
+    return;
+  }
+  if (timeline.size() <= kInlineTimelineBytes) {
+    result.emplace("timeline", JSONValue::decode(timeline));
+    return;
+  }
+  const fs::path file = temporaryDirectory() / ("brimble-timeline-" + makeUUIDString() + ".json");
+  try {
+    writeFileAtomically(file, timeline, 0600);
+    result.emplace("timeline_path", file.string());
+  } catch (const std::system_error& error) {
+    logLine(std::string("[Brimble MCP] the timeline could not be written: ") + error.what());
+  }
 }
 
 JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arguments) {
@@ -142,7 +166,9 @@ JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arg
       {output, error ? 0 : size,
        std::to_string(outcome.summary.width) + "x" + std::to_string(outcome.summary.height),
        isoDateNow()});
-  return JSONValue::Object{{"path", output.string()}, {"size_mb", megabytes(error ? 0 : size)}};
+  JSONValue::Object result{{"path", output.string()}, {"size_mb", megabytes(error ? 0 : size)}};
+  addTimeline(result, outcome.timeline);
+  return result;
 }
 
 JSONValue validateScript(const Arguments& arguments) {

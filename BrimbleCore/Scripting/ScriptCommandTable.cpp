@@ -325,6 +325,20 @@ std::vector<ScriptCommand> makeCommands() {
                 R"(output "${1:demo.mp4}")"},
        .parse = &P::parseOutput,
        .forms = {form<OutputInstruction>()}},
+      {.info = {"caption",
+                "Burn a subtitle into the frames from this moment (wrapped, on a plate; "
+                "bottom by default)",
+                {required("text", "string"), optional("duration", "number"),
+                 choice("position", {"top", "bottom"}, true)},
+                R"(caption "${1:Text}" duration ${2:3} position ${3|bottom,top|})"},
+       .parse = &P::parseCaption,
+       .forms = {form<CaptionInstruction>()}},
+      {.info = {"chapter",
+                "Mark a named chapter at this moment in the output's timeline",
+                {required("name", "string")},
+                R"(chapter "${1:Name}")"},
+       .parse = &P::parseChapter,
+       .forms = {form<ChapterInstruction>()}},
   };
 }
 

@@ -134,6 +134,7 @@ void ScriptEngine::run(const std::vector<LocatedInstruction>& instructions) {
     const LocatedInstruction& located = instructions[i];
     options_.progress(fmt::format("[{}/{}] {}", i + 1, count, located.source));
     const Clock::TimePoint started = clock_.now();
+    const TimelineStamp begun = segments_.stamp();
     try {
       executeInstruction(located);
     } catch (const CancellationError&) {
@@ -142,6 +143,7 @@ void ScriptEngine::run(const std::vector<LocatedInstruction>& instructions) {
       }
       // An interrupt stopped a `run` command: the script ends here, as between instructions.
     }
+    segments_.timeline().addInstruction(located, begun, segments_.stamp());
     profiler_.record(located.line, located.source, clock_.secondsSince(started));
     if (segments_.recorderEnded()) {
       logLine("Warning: line " + std::to_string(located.line) +
@@ -274,6 +276,10 @@ void ScriptEngine::dispatch(const ScriptInstruction& instruction, int line) {
           [&](const OutputInstruction& output) { segments_.addOutput(text(output.path, line)); },
           [](const IncludeInstruction&) {
             // The check of the script put the included lines in its place.
+          },
+          [&](const CaptionInstruction& caption) { this->caption(caption, line); },
+          [&](const ChapterInstruction& chapter) {
+            segments_.timeline().addChapter(text(chapter.title, line), line, segments_.stamp());
           },
       },
       instruction);
@@ -577,6 +583,21 @@ void ScriptEngine::navigate(const NavigateInstruction& navigate, int line) {
     segments_.showChromeTyping();
   }
   targets_.navigate(url);
+}
+
+void ScriptEngine::caption(const CaptionInstruction& caption, int line) {
+  Caption placed;
+  placed.text = text(caption.text, line);
+  if (caption.duration) {
+    const double seconds = number(*caption.duration, line);
+    if (!(seconds > 0)) {
+      throw ScriptError::runtimeError(line, "caption duration must be more than 0 seconds, not " +
+                                                formatScriptNumber(seconds));
+    }
+    placed.duration = seconds;
+  }
+  placed.position = caption.top ? Caption::Position::top : Caption::Position::bottom;
+  segments_.addCaption(std::move(placed));
 }
 
 void ScriptEngine::highlight(const HighlightInstruction& highlight, int line) {

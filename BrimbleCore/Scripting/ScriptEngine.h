@@ -101,6 +101,7 @@ class ScriptEngine {
   TitleCard titleCard(const ScriptValue& title, const std::optional<ScriptValue>& subtitle,
                       const std::optional<ScriptValue>& duration, int line) const;
   void setBackground(const SetBackgroundInstruction& background, int line);
+  void caption(const CaptionInstruction& caption, int line);
 
   std::string text(const ScriptValue& value, int line) const {
     return context_.resolve(value, line);

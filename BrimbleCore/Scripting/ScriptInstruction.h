@@ -384,6 +384,20 @@ struct IncludeInstruction {
   bool operator==(const IncludeInstruction& other) const = default;
 };
 
+/// `caption "<text>" [duration <s>] [position top|bottom]`: a subtitle from this moment.
+struct CaptionInstruction {
+  ScriptValue text;
+  std::optional<ScriptValue> duration;
+  bool top = false;
+  bool operator==(const CaptionInstruction& other) const = default;
+};
+
+/// `chapter "<name>"`: a named point in the output's timeline.
+struct ChapterInstruction {
+  ScriptValue title;
+  bool operator==(const ChapterInstruction& other) const = default;
+};
+
 using ScriptInstruction = std::variant<
     SetInstruction, OpenInstruction, FocusInstruction, CaptureWindowInstruction, ResizeInstruction,
     ClearInstruction, RecordInstruction, StopInstruction, RemainInstruction, RenderInstruction,
@@ -394,7 +408,8 @@ using ScriptInstruction = std::variant<
     SetBackgroundInstruction, TargetInstruction, FillInstruction, MoveToInstruction,
     WaitForInstruction, BrowserInstruction, NavigateInstruction, HighlightInstruction,
     ZoomInstruction, ZoomOutInstruction, HideInstruction, ShowInstruction, RequireInstruction,
-    EnvInstruction, ScreenshotInstruction, IncludeInstruction, OutputInstruction>;
+    EnvInstruction, ScreenshotInstruction, IncludeInstruction, OutputInstruction,
+    CaptionInstruction, ChapterInstruction>;
 
 /// One parsed line.
 struct LocatedInstruction {

@@ -928,4 +928,37 @@ ScriptInstruction ScriptParser::parseZoomOut(Tokens tokens, int lineNumber) {
   return zoomOut;
 }
 
+ScriptInstruction ScriptParser::parseCaption(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  CaptionInstruction caption{cursor.takeRequired("caption text"), std::nullopt, false};
+  parseOptions(cursor, "duration or position", [&](const std::string& name) {
+    if (name == "duration") {
+      cursor.once(name);
+      cursor.advance();
+      caption.duration = cursor.takeNumber("caption duration");
+    } else if (name == "position") {
+      cursor.once(name);
+      cursor.advance();
+      const Token& position = cursor.take();
+      const std::string value = choice(position);
+      if (value != "top" && value != "bottom") {
+        throw ScriptError::invalidValue(lineNumber, position.description(), "caption position",
+                                        "expected top|bottom");
+      }
+      caption.top = value == "top";
+    } else {
+      return false;
+    }
+    return true;
+  });
+  return caption;
+}
+
+ScriptInstruction ScriptParser::parseChapter(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  ChapterInstruction chapter{cursor.takeRequired("chapter name")};
+  cursor.expectEnd();
+  return chapter;
+}
+
 }  // namespace brimble

@@ -78,6 +78,8 @@ class ScriptParser {
   static ScriptInstruction parseScreenshot(Tokens tokens, int lineNumber);
   static ScriptInstruction parseInclude(Tokens tokens, int lineNumber);
   static ScriptInstruction parseOutput(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseCaption(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseChapter(Tokens tokens, int lineNumber);
 
   /// A command without arguments (`stop`, `render`): anything after the word is an error.
   template <typename Instruction>

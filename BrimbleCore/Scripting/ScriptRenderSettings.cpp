@@ -52,6 +52,7 @@ RenderSettings scriptRenderSettings(const ScriptContext& context, bool preview) 
   settings.clickIndicators = context.boolSetting("click-indicators", false);
   settings.typeSmoothing = context.boolSetting("type-smoothing", false);
   settings.keystrokeBadges = context.boolSetting("keystroke-badges", false);
+  settings.keystrokeText = context.boolSetting("keystroke-text", false);
   settings.includeTitleBar = context.boolSetting("include-title-bar", true);
   if (const std::string* idle = context.usableSetting("idle-strategy")) {
     if (*idle == "fade") {

@@ -251,6 +251,10 @@ void ScriptSegments::startSegment(PendingSegment segment, int line) {
   segmentDemoEffects_.clear();
   segmentChromeTyping_ = false;
   segmentURL_ = targets_.browserURL();
+  activeNumber_ = nextSegmentNumber_++;
+  // Captions placed before the recording start with it.
+  segmentCaptions_ = std::move(pendingCaptions_);
+  pendingCaptions_.clear();
   options_.progress(fmt::format(
       "     recording {} at {} fps{}", segment.what, segment.request.fps,
       segment.duration ? fmt::format(" for {} s", formatScriptNumber(*segment.duration)) : ""));
@@ -331,6 +335,8 @@ void ScriptSegments::endSegment() {
   RenderSegment segment{recorder->stop()};
   segment.effects = std::move(segmentEffects_);
   segment.demoEvents = std::move(segmentDemoEffects_);
+  segment.captions = std::move(segmentCaptions_);
+  segmentCaptions_.clear();
   if (activeWindow_ && targets_.isBrowserWindow(*activeWindow_)) {
     segment.isBrowserContent = true;
     segment.chromeURL = segmentURL_;
@@ -350,6 +356,7 @@ void ScriptSegments::endSegment() {
   options_.progress(fmt::format("     segment {}: {} frames in {:.1f} s", segments_.size() + 1,
                                 frames, segment.duration));
   segments_.push_back(std::move(segment));
+  segmentNumbers_.push_back(activeNumber_);
 }
 
 void ScriptSegments::discard() {
@@ -359,6 +366,7 @@ void ScriptSegments::discard() {
     activeRecorder_.reset();
   }
   segments_.clear();
+  segmentNumbers_.clear();
 }
 
 void ScriptSegments::addEffect(EffectAnnotation effect, std::string_view command, int line) {
@@ -381,6 +389,23 @@ void ScriptSegments::addDemoEvent(DemoEvent event, std::string_view command, int
   }
   event.time = segmentTime();
   segmentDemoEffects_.push_back(std::move(event));
+}
+
+void ScriptSegments::addCaption(Caption caption) {
+  if (!activeRecorder_) {
+    caption.time = 0;
+    pendingCaptions_.push_back(std::move(caption));
+    return;
+  }
+  caption.time = segmentTime();
+  segmentCaptions_.push_back(std::move(caption));
+}
+
+TimelineStamp ScriptSegments::stamp() const {
+  if (activeRecorder_) {
+    return {activeNumber_, segmentTime()};
+  }
+  return {nextSegmentNumber_, std::nullopt};
 }
 
 void ScriptSegments::showChromeTyping() {
@@ -477,21 +502,31 @@ ScriptOutcome ScriptSegments::renderInto(std::span<const SegmentRenderer::Render
   for (const RenderSegment& segment : segments_) {
     recorded += segment.duration;
   }
-  const std::vector<EncodeSummary> summaries = SegmentRenderer::renderEach(
-      segments_, settings, outputs, options_.renderProgress, options_.abandon);
+  OutputClock outputClock;
+  const std::vector<EncodeSummary> summaries =
+      SegmentRenderer::renderEach(segments_, settings, outputs, options_.renderProgress,
+                                  options_.abandon, &outputClock);
   const double renderSeconds = clock_.secondsSince(started);
   profiler_.record(0, "render", renderSeconds);
   if (summaries.front().frames == 0) {
     throw ScriptError::encodingFailed();
   }
-  ScriptOutcome outcome{
-      outputs.front().path, summaries.front(),  static_cast<int>(segments_.size()), recorded,
-      renderSeconds,        clock_.shouldStop()};
+  ScriptOutcome outcome{outputs.front().path,
+                        summaries.front(),
+                        static_cast<int>(segments_.size()),
+                        recorded,
+                        renderSeconds,
+                        clock_.shouldStop(),
+                        {},
+                        {}};
   for (std::size_t i = 0; i < outputs.size(); ++i) {
     outcome.outputs.push_back({outputs[i].path, summaries[i]});
   }
+  outcome.timeline =
+      timeline_.document(outputs.front().path, segments_, segmentNumbers_, outputClock);
   // The frames are in the file now; their temporary files can go.
   segments_.clear();
+  segmentNumbers_.clear();
   return outcome;
 }
 

@@ -23,6 +23,7 @@
 #include "BrimbleCore/Scripting/ScriptProfiler.h"
 #include "BrimbleCore/Scripting/ScriptServices.h"
 #include "BrimbleCore/Scripting/ScriptTargets.h"
+#include "BrimbleCore/Scripting/ScriptTimeline.h"
 
 namespace brimble {
 
@@ -46,6 +47,8 @@ struct ScriptOutcome {
   bool interrupted = false;
   /// Every output the render wrote, the first included, in the order the script named them.
   std::vector<WrittenOutput> outputs{};
+  /// What happened when in the output (ScriptTimeline::document); empty when nothing rendered.
+  std::string timeline{};
 };
 
 /// The recording side of a script: the segment being recorded (`record` starts it; `stop`,
@@ -121,6 +124,13 @@ class ScriptSegments {
   /// Places `event` on the running segment at its current time; outside a recording it is
   /// dropped, with a warning naming `command` unless that is empty.
   void addDemoEvent(DemoEvent event, std::string_view command, int line);
+  /// Places `caption` on the running segment from its current time; outside a recording it
+  /// starts with the next segment.
+  void addCaption(Caption caption);
+  /// Where the script is now, for its timeline.
+  TimelineStamp stamp() const;
+  ScriptTimeline& timeline() noexcept { return timeline_; }
+
   /// The running segment shows the page address being typed into the browser's frame.
   void showChromeTyping();
 
@@ -184,6 +194,12 @@ class ScriptSegments {
   std::string activeWhat_;
   std::vector<EffectAnnotation> segmentEffects_;
   std::vector<DemoEvent> segmentDemoEffects_;
+  std::vector<Caption> segmentCaptions_;
+  /// Captions placed while nothing records, for the next segment.
+  std::vector<Caption> pendingCaptions_;
+  /// Segments are numbered in the order they start, for the timeline's stamps.
+  int activeNumber_ = -1;
+  int nextSegmentNumber_ = 0;
   bool segmentChromeTyping_ = false;
   std::string segmentURL_;
 
@@ -192,6 +208,9 @@ class ScriptSegments {
   std::optional<PendingSegment> heldBack_;
 
   std::vector<RenderSegment> segments_;
+  /// The number each of `segments_` started with.
+  std::vector<int> segmentNumbers_;
+  ScriptTimeline timeline_;
   RenderSettings renderAdditions_;  // title cards and background set by instructions
 };
 

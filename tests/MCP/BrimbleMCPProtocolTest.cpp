@@ -150,6 +150,13 @@ TEST(BrimbleMCPProtocol, ReportsProgressOnlyWhenAskedAndKeepsStdoutForTheProtoco
   EXPECT_EQ(withToken.back()["id"], 1);
   EXPECT_FALSE(withToken.back()["result"].value("isError", false)) << withToken.back().dump();
   ASSERT_TRUE(testing::decodeGIFFile(tmp / "progress.gif"));
+  // A short timeline comes with the result: the recording starts the output.
+  const json result =
+      json::parse(withToken.back()["result"]["content"][0]["text"].get<std::string>());
+  ASSERT_TRUE(result.contains("timeline")) << result.dump();
+  EXPECT_EQ(result["timeline"]["instructions"][3]["command"], "record");
+  EXPECT_EQ(result["timeline"]["instructions"][3]["time"], 0);
+  EXPECT_NEAR(result["timeline"]["duration"].get<double>(), 3.2, 0.2);
 
   server.callTool(2, "execute_script", {{"script", script}});
   const std::vector<json> withoutToken = server.untilReply(2, 60s);

@@ -18,10 +18,12 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Support/ProcessTable.h"
 #include "tests/Support/ChildProcess.h"
+#include "tests/Support/Files.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/TempDirectory.h"
@@ -698,6 +700,53 @@ stop
   EXPECT_EQ(result.exitCode, 1);
   EXPECT_NE(result.output.find("Line 1: "), std::string::npos) << result.output;
   EXPECT_NE(result.output.find("not installed"), std::string::npos) << result.output;
+}
+
+TEST(BrimbleRun, TheTimelineSaysWhenThingsHappenInTheOutputNotInTheRecording) {
+  TempDirectory directory;
+  // Nothing moves on the embedded display: `cut` leaves half a second of the four still ones.
+  const fs::path script = writeScript(directory, R"(set fps 12
+set idle-strategy cut
+chapter "Start"
+record region 0 0 160 120 continue
+caption "Hello" duration 1
+wait 4
+chapter "Later"
+wait 0.5
+stop
+)");
+  const std::string scriptText = testing::readFile(script);
+  const fs::path gif = directory / "out.gif";
+  const fs::path timeline = directory / "out.json";
+  auto result = runCommand(brimbleWithStderr("run --headless -q -o " + shellQuote(gif.string()) +
+                                             " --timeline " + shellQuote(timeline.string()) + " " +
+                                             shellQuote(script.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  const auto decoded = testing::decodeGIFFile(gif);
+  ASSERT_TRUE(decoded);
+  const double plays =
+      std::accumulate(decoded->delaysCentiseconds.begin(), decoded->delaysCentiseconds.end(), 0) /
+      100.0;
+  const nlohmann::json document = nlohmann::json::parse(testing::readFile(timeline));
+  EXPECT_NEAR(document["duration"].get<double>(), plays, 0.1) << document.dump(2);
+  EXPECT_LT(plays, 2.0);
+  ASSERT_EQ(document["chapters"].size(), 2u);
+  EXPECT_EQ(document["chapters"][0]["time"], 0);
+  EXPECT_EQ(document["chapters"][1]["name"], "Later");
+  EXPECT_LT(document["chapters"][1]["time"].get<double>(), plays) << "an output time";
+  ASSERT_EQ(document["captions"].size(), 1u);
+  EXPECT_EQ(document["captions"][0]["text"], "Hello");
+  ASSERT_EQ(document["instructions"].size(), 9u);
+  EXPECT_EQ(document["instructions"][5]["source"], "wait 4");
+
+  // A timeline that would take the script's place is refused before anything runs.
+  result = runCommand(brimbleWithStderr("run --headless -q -o " + shellQuote(gif.string()) +
+                                        " --timeline " + shellQuote(script.string()) + " " +
+                                        shellQuote(script.string())));
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_NE(result.output.find("is the script's or an output's own file"), std::string::npos)
+      << result.output;
+  EXPECT_EQ(testing::readFile(script), scriptText);
 }
 
 }  // namespace

@@ -83,7 +83,7 @@ TEST(BrimbleCommands, PrintTheManifestAsJSONOrEachCommandWithAnExample) {
 TEST(BrimbleSettings, PrintTheSettingsDocumentAsJSONOrATable) {
   const nlohmann::json settings =
       nlohmann::json::parse(runCommand(brimbleCommand("settings --json")).output).at("settings");
-  ASSERT_EQ(settings.size(), 37u);
+  ASSERT_EQ(settings.size(), 38u);
   EXPECT_EQ(settings.at(0), nlohmann::json::parse(R"({"name": "fps", "type": "integer",
       "default": 30, "enum": [12, 24, 30, 60]})"));
   EXPECT_EQ(settings.at(11), nlohmann::json::parse(R"({"name": "idle-strategy",

@@ -15,6 +15,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Automation/DemoDriverError.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
@@ -1079,6 +1080,58 @@ TEST(ScriptEngine, OneRenderIsWrittenToEveryOutputTheScriptNames) {
                         "replaced"));
   EXPECT_EQ(fileText(kept / "notes.txt"), "mine");
   EXPECT_EQ(testing::entriesIn(kept), 1);
+}
+
+TEST(ScriptEngine, CaptionsChaptersAndInstructionsLandInTheTimelineAtOutputTimes) {
+  EngineRig rig;
+  testing::LogCapture log;
+  const ScriptOutcome outcome = rig.run(R"(intro "Hi" duration 2
+chapter "Setup"
+caption "Before we start"
+open "Terminal"
+capture-window app "Terminal" as $t
+record $t continue
+wait 1
+chapter "Middle"
+caption "Up top" duration 0.5 position top
+wait 1
+stop
+record $t duration 2
+)");
+  // The card plays 2 s and fades for 0.5 s into the first segment (1.5 s to 3.5 s), which
+  // crossfades for 0.3 s into the second (3.2 s to 5.2 s).
+  const auto timeline = nlohmann::json::parse(outcome.timeline);
+  EXPECT_EQ(timeline["output"], (rig.directory / "out.gif").string());
+  EXPECT_DOUBLE_EQ(timeline["duration"].get<double>(), 5.2);
+  EXPECT_EQ(timeline["segments"], nlohmann::json::parse(R"([
+      {"segment": 1, "start": 1.5, "end": 3.5, "recorded": 2.0},
+      {"segment": 2, "start": 3.2, "end": 5.2, "recorded": 2.0}])"));
+  EXPECT_EQ(timeline["chapters"], nlohmann::json::parse(R"([
+      {"name": "Setup", "time": 1.5, "line": 2},
+      {"name": "Middle", "time": 2.5, "line": 8}])"));
+  // A caption placed before the recording starts with it, and holds until the segment ends.
+  EXPECT_EQ(timeline["captions"], nlohmann::json::parse(R"([
+      {"text": "Before we start", "start": 1.5, "end": 3.5, "position": "bottom"},
+      {"text": "Up top", "start": 2.5, "end": 3.0, "position": "top"}])"));
+  std::map<int, std::pair<double, double>> times;
+  for (const auto& instruction : timeline["instructions"]) {
+    times[instruction["line"].get<int>()] = {instruction["time"].get<double>(),
+                                             instruction["end"].get<double>()};
+  }
+  ASSERT_EQ(times.size(), 12u);
+  EXPECT_EQ(timeline["instructions"][6]["command"], "wait");
+  EXPECT_EQ(timeline["instructions"][6]["source"], "wait 1");
+  EXPECT_EQ(times[6], std::make_pair(1.5, 1.5));
+  EXPECT_EQ(times[7], std::make_pair(1.5, 2.5));
+  EXPECT_EQ(times[10], std::make_pair(2.5, 3.5));
+  EXPECT_EQ(times[12], std::make_pair(3.2, 5.2));
+  EXPECT_THAT(log.lines(), IsEmpty());
+
+  EXPECT_EQ(testing::errorText<ScriptError>([&] {
+              EngineRig other;
+              other.run("caption \"x\" duration 0\n");
+            }),
+            "Line 1: caption duration must be more than 0 seconds, not 0");
 }
 
 }  // namespace

@@ -135,6 +135,10 @@ TEST(ScriptParser, EveryCommandParsesWhateverTheCaseAndTheOptionOrder) {
       {"Output \"demo.mp4\"", OutputInstruction{str("demo.mp4")}},
       {"set output \"demo.gif\" \"frames/\"",
        SetInstruction{"output", str("demo.gif"), {str("frames/")}}},
+      // Captions and chapters.
+      {"caption \"Hello\"", CaptionInstruction{str("Hello"), std::nullopt, false}},
+      {"Caption $line POSITION Top Duration 2.5", CaptionInstruction{var("line"), num(2.5), true}},
+      {"chapter \"Setup\"", ChapterInstruction{str("Setup")}},
   };
   std::set<std::string> commands;
   for (const auto& [source, expected] : cases) {
@@ -197,6 +201,13 @@ TEST(ScriptParser, EachErrorNamesTheProblemAndPointsAtItsToken) {
        "Invalid value 'sideways' for 'scroll direction'\n  expected up|down|left|right"},
       {"spotlight line 3", 11,
        "Invalid value 'line' for 'spotlight target'\n  expected stdout|region"},
+      {"caption \"Hi\" position middle", 23,
+       "Invalid value 'middle' for 'caption position'\n  expected top|bottom"},
+      {"caption \"Hi\" duration long", 23,
+       "Invalid value 'long' for 'caption duration'\n  expected a number"},
+      {"caption", 1, "'caption' requires caption text"},
+      {"chapter", 1, "'chapter' requires chapter name"},
+      {"chapter \"A\" \"B\"", 13, "Unexpected 'B' in chapter"},
       // Keyword and variable clauses.
       {"record simulator duration 5 AUDIO", 29,
        "simctl captures no audio, so 'audio' cannot be used with 'record simulator'."},

@@ -278,6 +278,9 @@ void ScriptEngine::dispatch(const ScriptInstruction& instruction, int line) {
             // The check of the script put the included lines in its place.
           },
           [&](const CaptionInstruction& caption) { this->caption(caption, line); },
+          [&](const WaitForTextInstruction&) {
+            throw ScriptError::runtimeError(line, "wait-for-text cannot run yet");
+          },
           [&](const ChapterInstruction& chapter) {
             segments_.timeline().addChapter(text(chapter.title, line), line, segments_.stamp());
           },

@@ -65,6 +65,7 @@ inline constexpr double kDefaultMoveDuration = 0.3;
 inline constexpr double kDefaultScrollTicks = 3;
 inline constexpr double kDefaultSpotlightDuration = 2.0;
 inline constexpr double kDefaultWaitForTimeout = 10;
+inline constexpr double kDefaultWaitForTextTimeout = 15;
 inline constexpr double kDefaultHighlightDuration = 2.0;
 inline constexpr double kDefaultZoomScale = 2.0;
 inline constexpr double kDefaultZoomDuration = 0.6;
@@ -302,6 +303,15 @@ struct WaitForInstruction {
   bool operator==(const WaitForInstruction& other) const = default;
 };
 
+/// `wait-for-text "REGEX" [timeout <s>] [in screen|line]`: until the text of the window being
+/// recorded matches REGEX anywhere (`screen`) or in its last line that is not blank (`line`).
+struct WaitForTextInstruction {
+  ScriptValue pattern;
+  ScriptValue timeout = ScriptValue::number(kDefaultWaitForTextTimeout);
+  bool lastLine = false;
+  bool operator==(const WaitForTextInstruction& other) const = default;
+};
+
 /// `browser <chrome|safari> "url" [as $v]`.
 struct BrowserInstruction {
   BrowserEngine engine = BrowserEngine::chrome;
@@ -409,7 +419,7 @@ using ScriptInstruction = std::variant<
     WaitForInstruction, BrowserInstruction, NavigateInstruction, HighlightInstruction,
     ZoomInstruction, ZoomOutInstruction, HideInstruction, ShowInstruction, RequireInstruction,
     EnvInstruction, ScreenshotInstruction, IncludeInstruction, OutputInstruction,
-    CaptionInstruction, ChapterInstruction>;
+    CaptionInstruction, ChapterInstruction, WaitForTextInstruction>;
 
 /// One parsed line.
 struct LocatedInstruction {

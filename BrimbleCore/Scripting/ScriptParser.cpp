@@ -809,6 +809,32 @@ ScriptInstruction ScriptParser::parseWaitFor(Tokens tokens, int lineNumber) {
   return wait;
 }
 
+ScriptInstruction ScriptParser::parseWaitForText(Tokens tokens, int lineNumber) {
+  LineCursor cursor(tokens, lineNumber);
+  WaitForTextInstruction wait{cursor.takeRequired("text pattern")};
+  parseOptions(cursor, "timeout or in", [&](const std::string& name) {
+    if (name == "timeout") {
+      cursor.once(name);
+      cursor.advance();
+      wait.timeout = cursor.takeNumber("wait-for-text timeout");
+    } else if (name == "in") {
+      cursor.once(name);
+      cursor.advance();
+      const Token& scope = cursor.take();
+      const std::string value = choice(scope);
+      if (value != "screen" && value != "line") {
+        throw ScriptError::invalidValue(lineNumber, scope.description(), "wait-for-text scope",
+                                        "expected screen|line");
+      }
+      wait.lastLine = value == "line";
+    } else {
+      return false;
+    }
+    return true;
+  });
+  return wait;
+}
+
 ScriptInstruction ScriptParser::parseBrowser(Tokens tokens, int lineNumber) {
   LineCursor cursor(tokens, lineNumber);
   const std::string usage = "<chrome|safari> \"url\"";

@@ -68,6 +68,7 @@ class ScriptParser {
   static ScriptInstruction parseFill(Tokens tokens, int lineNumber);
   static ScriptInstruction parseMoveTo(Tokens tokens, int lineNumber);
   static ScriptInstruction parseWaitFor(Tokens tokens, int lineNumber);
+  static ScriptInstruction parseWaitForText(Tokens tokens, int lineNumber);
   static ScriptInstruction parseBrowser(Tokens tokens, int lineNumber);
   static ScriptInstruction parseNavigate(Tokens tokens, int lineNumber);
   static ScriptInstruction parseHighlight(Tokens tokens, int lineNumber);

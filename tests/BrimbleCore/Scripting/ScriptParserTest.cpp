@@ -139,6 +139,8 @@ TEST(ScriptParser, EveryCommandParsesWhateverTheCaseAndTheOptionOrder) {
       {"caption \"Hello\"", CaptionInstruction{str("Hello"), std::nullopt, false}},
       {"Caption $line POSITION Top Duration 2.5", CaptionInstruction{var("line"), num(2.5), true}},
       {"chapter \"Setup\"", ChapterInstruction{str("Setup")}},
+      {"wait-for-text \"\\\\$ $\"", WaitForTextInstruction{str("\\$ $"), num(15), false}},
+      {"Wait-For-Text Done IN Line timeout 3", WaitForTextInstruction{str("Done"), num(3), true}},
   };
   std::set<std::string> commands;
   for (const auto& [source, expected] : cases) {
@@ -207,6 +209,8 @@ TEST(ScriptParser, EachErrorNamesTheProblemAndPointsAtItsToken) {
        "Invalid value 'long' for 'caption duration'\n  expected a number"},
       {"caption", 1, "'caption' requires caption text"},
       {"chapter", 1, "'chapter' requires chapter name"},
+      {"wait-for-text x in window", 20,
+       "Invalid value 'window' for 'wait-for-text scope'\n  expected screen|line"},
       {"chapter \"A\" \"B\"", 13, "Unexpected 'B' in chapter"},
       // Keyword and variable clauses.
       {"record simulator duration 5 AUDIO", 29,

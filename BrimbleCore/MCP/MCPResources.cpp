@@ -36,7 +36,7 @@ constexpr std::pair<std::string_view, std::string_view> kSections[] = {
      "click-button-in-dialog"},
     {"Recording", "record stop remain render hide show output screenshot"},
     {"Input", "type click tap move cursor scroll key"},
-    {"Timing and Shell", "wait wait-for-idle run env require include"},
+    {"Timing and Shell", "wait wait-for-idle wait-for-text run env require include"},
     {"Elements and Browser", "fill move-to wait-for browser navigate highlight zoom zoom-out"},
     {"Effects and Title Cards",
      "spotlight spotlight-shift clear-fx intro outro set-background caption chapter"},

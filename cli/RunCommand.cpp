@@ -238,8 +238,8 @@ Command addRunCommand(CLI::App& app, Interrupts& interrupts) {
   auto options = std::make_shared<RunOptions>();
   CLI::App* command = app.add_subcommand(
       "run",
-      "Run a .brim demo script: drive windows, terminals and browser pages, record them and "
-      "render the animation");
+      "Run a .brim demo script or a .tape file: drive windows, terminals and browser pages, "
+      "record them and render the animation");
   command
       ->add_option("script", options->script,
                    "The script: a file, - for standard input, or the name of one in "

@@ -39,7 +39,9 @@ int runValidate(const std::string& file) {
 Command addValidateCommand(CLI::App& app) {
   auto file = std::make_shared<std::string>();
   CLI::App* command = app.add_subcommand(
-      "validate", "Check a .brim script without running it: errors, warnings and a summary");
+      "validate",
+      "Check a .brim script or a .tape file without running it: errors, warnings and a "
+      "summary");
   command->add_option("file", *file, "The script to check, or - for standard input")->required();
   return {command, [file] { return runValidate(*file); }};
 }

@@ -59,17 +59,18 @@ InputSimulator::InputSimulator(InputBackend& backend, Clock& clock)
 
 std::optional<int> InputSimulator::keyCodeForName(std::string_view name) {
   static const std::vector<std::pair<std::string_view, int>> table = {
-      {"enter", 36},  {"return", 36}, {"tab", 48},  {"space", 49},   {"delete", 51},
-      {"escape", 53}, {"esc", 53},    {"up", 126},  {"down", 125},   {"left", 123},
-      {"right", 124}, {"home", 115},  {"end", 119}, {"pageup", 116}, {"pagedown", 121},
-      {"f1", 122},    {"f2", 120},    {"f3", 99},   {"f4", 118},     {"f5", 96},
-      {"f6", 97},     {"f7", 98},     {"f8", 100},  {"f9", 101},     {"f10", 109},
-      {"f11", 103},   {"f12", 111},   {"a", 0},     {"b", 11},       {"c", 8},
-      {"d", 2},       {"e", 14},      {"f", 3},     {"g", 5},        {"h", 4},
-      {"i", 34},      {"j", 38},      {"k", 40},    {"l", 37},       {"m", 46},
-      {"n", 45},      {"o", 31},      {"p", 35},    {"q", 12},       {"r", 15},
-      {"s", 1},       {"t", 17},      {"u", 32},    {"v", 9},        {"w", 13},
-      {"x", 7},       {"y", 16},      {"z", 6},
+      {"enter", 36},   {"return", 36}, {"tab", 48},  {"space", 49},     {"delete", 51},
+      {"escape", 53},  {"esc", 53},    {"up", 126},  {"down", 125},     {"left", 123},
+      {"right", 124},  {"home", 115},  {"end", 119}, {"pageup", 116},   {"pagedown", 121},
+      {"f1", 122},     {"f2", 120},    {"f3", 99},   {"f4", 118},       {"f5", 96},
+      {"f6", 97},      {"f7", 98},     {"f8", 100},  {"f9", 101},       {"f10", 109},
+      {"f11", 103},    {"f12", 111},   {"a", 0},     {"b", 11},         {"c", 8},
+      {"d", 2},        {"e", 14},      {"f", 3},     {"g", 5},          {"h", 4},
+      {"i", 34},       {"j", 38},      {"k", 40},    {"l", 37},         {"m", 46},
+      {"n", 45},       {"o", 31},      {"p", 35},    {"q", 12},         {"r", 15},
+      {"s", 1},        {"t", 17},      {"u", 32},    {"v", 9},          {"w", 13},
+      {"x", 7},        {"y", 16},      {"z", 6},     {"backspace", 51}, {"forwarddelete", 117},
+      {"insert", 114},
   };
   for (const auto& [entry, code] : table) {
     if (entry == name) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 
 namespace brimble {
 namespace {
@@ -16,7 +17,39 @@ std::string decimal(double value) {
 
 bool TerminalLook::empty() const noexcept {
   return !font && !fontSize && !columns && !rows && !theme && !padding && !title && !cursorBlink &&
-         !lineHeight;
+         !lineHeight && !shell && !prompt;
+}
+
+std::vector<std::string> TerminalLook::shellCommand() const {
+  if (!shell && !prompt) {
+    return {};
+  }
+  const std::string program = shell.value_or("bash");
+  if (!prompt) {
+    return {program};
+  }
+  const std::string name = std::filesystem::path(program).filename().string();
+  if (name == "fish") {
+    // fish draws its prompt with a function; the text goes through printf's %s untouched.
+    std::string quoted = "'";
+    for (const char c : *prompt) {
+      quoted += c == '\''   ? std::string("\\'")
+                : c == '\\' ? std::string("\\\\")
+                            : std::string(1, c);
+    }
+    quoted += "'";
+    return {program, "--no-config", "--init-command",
+            "function fish_prompt; printf '%s' " + quoted + "; end"};
+  }
+  // The others read their prompt from PS1 in the environment when no startup file sets it; ENV
+  // would name a startup file for sh and its kin.
+  std::vector<std::string> command = {"env", "-u", "ENV", "PS1=" + *prompt, program};
+  if (name == "bash") {
+    command.insert(command.end(), {"--noprofile", "--norc"});
+  } else if (name == "zsh") {
+    command.push_back("-f");
+  }
+  return command;
 }
 
 std::vector<std::string> TerminalLook::xtermArguments() const {
@@ -62,6 +95,11 @@ std::vector<std::string> TerminalLook::xtermArguments() const {
     resource("allowTitleOps", "false");
     arguments.push_back("-T");
     arguments.push_back(*title);
+  }
+  // The command goes last: xterm takes everything after -e as the command's own.
+  if (const std::vector<std::string> command = shellCommand(); !command.empty()) {
+    arguments.push_back("-e");
+    arguments.insert(arguments.end(), command.begin(), command.end());
   }
   return arguments;
 }

@@ -24,6 +24,11 @@ struct TerminalLook {
   std::optional<bool> cursorBlink;
   /// Line height as a factor of the font's (xterm takes 0.9 to 1.5).
   std::optional<double> lineHeight;
+  /// The shell the terminal runs ("bash", "zsh", "fish", a path); no value for the user's.
+  std::optional<std::string> shell;
+  /// A prompt of its own: the shell then starts without the user's startup files (so neither
+  /// their prompt nor their aliases show in a demo) and prompts with this text.
+  std::optional<std::string> prompt;
 
   /// Whether nothing is asked for.
   bool empty() const noexcept;
@@ -31,6 +36,9 @@ struct TerminalLook {
   /// (resources named by xterm's instance name, which beat the display's class-wide ones), so
   /// two terminals of one display may look different.
   std::vector<std::string> xtermArguments() const;
+  /// The command the terminal runs for `shell` and `prompt`, empty for neither (the user's shell
+  /// as they set it up).
+  std::vector<std::string> shellCommand() const;
 };
 
 }  // namespace brimble

@@ -82,6 +82,8 @@ class WindowManager {
   /// The same for the window `id`. Throws as above, and windowNotFound when there is no such
   /// window.
   ScreenRect resize(std::uint32_t id, int width, int height);
+  /// Lets window `id` take sizes between its own steps (WindowSystem::allowAnySize).
+  void allowAnySize(std::uint32_t id) { windowSystem_.allowAnySize(id); }
   /// Asks a window to close; a failure is logged. Throws WindowManagerError (requestRefused)
   /// where the platform has no way to close it.
   void close(std::string_view appName, std::uint32_t windowID);

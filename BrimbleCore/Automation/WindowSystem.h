@@ -51,6 +51,10 @@ class WindowSystem {
   /// Asks for the window's top-left corner, decorations included, to go to `frame`'s x and y
   /// and for its content to take `frame`'s width and height. False when there is no such window.
   virtual bool moveResize(std::uint32_t id, const ScreenRect& frame) = 0;
+  /// Lets the window take any size, not only whole steps of its own (a terminal's cells), so a
+  /// `moveResize` after it gives the exact size asked; the application fills what is left over.
+  /// Nothing to do where windows size freely.
+  virtual void allowAnySize(std::uint32_t /*id*/) {}
   /// Asks the window to close, as its close button would. False when there is no such window.
   virtual bool close(std::uint32_t id) = 0;
 };

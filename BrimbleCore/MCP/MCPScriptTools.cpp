@@ -14,6 +14,8 @@
 #include "BrimbleCore/Scripting/ScriptLexer.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "BrimbleCore/Scripting/ShellProcessRunner.h"
+#include "BrimbleCore/Scripting/TapeLexer.h"
+#include "BrimbleCore/Scripting/TapeParser.h"
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Cancellation.h"
 #include "BrimbleCore/Support/FileIO.h"
@@ -41,12 +43,16 @@ void requireScript(const fs::path& path, const std::string& file, const std::str
   if (!isValidUTF8(text)) {
     notAScript("it is not UTF-8 text");
   }
+  const std::string extension = lowercased(path.extension().string());
   try {
-    ScriptLexer::tokenizeLocated(text);
+    if (isTapeFile(path)) {
+      lexTape(text);
+    } else {
+      ScriptLexer::tokenizeLocated(text);
+    }
   } catch (const ScriptError& error) {
     notAScript("line " + std::to_string(error.line()) + " is not script text");
   }
-  const std::string extension = lowercased(path.extension().string());
   if (extension == ".brim" || extension == ".tape") {
     return;
   }
@@ -139,7 +145,7 @@ JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arg
                       options);
   ScriptOutcome outcome;
   try {
-    outcome = engine.execute(source.text);
+    outcome = engine.execute(validate(source.text, source.file));
   } catch (const CancellationError&) {
     fail("Script execution failed: cancelled; nothing was written");
   } catch (const std::exception& error) {
@@ -174,7 +180,7 @@ JSONValue executeScript(const ToolEnvironment& environment, const Arguments& arg
 JSONValue validateScript(const Arguments& arguments) {
   const Source source = scriptSource(arguments);
   try {
-    const ParsedScript check = validate(source.text);
+    const ParsedScript check = validate(source.text, source.file);
     JSONValue::Array warnings(check.warnings.begin(), check.warnings.end());
     return JSONValue::Object{{"valid", true},
                              {"instruction_count", check.instructionCount},

@@ -417,9 +417,10 @@ const std::vector<std::string>& scriptModifierNames() {
 
 const std::vector<std::string>& scriptKeyNames() {
   static const std::vector<std::string> names = [] {
-    std::vector<std::string> keys = {"enter",  "return", "tab", "space",  "delete",
-                                     "escape", "esc",    "up",  "down",   "left",
-                                     "right",  "home",   "end", "pageup", "pagedown"};
+    std::vector<std::string> keys = {"enter",     "return",        "tab",   "space",  "delete",
+                                     "escape",    "esc",           "up",    "down",   "left",
+                                     "right",     "home",          "end",   "pageup", "pagedown",
+                                     "backspace", "forwarddelete", "insert"};
     for (int number = 1; number <= 12; ++number) {
       keys.push_back("f" + std::to_string(number));
     }

@@ -8,7 +8,7 @@
 #include <variant>
 
 #include "BrimbleCore/Scripting/ScriptError.h"
-#include "BrimbleCore/Scripting/ScriptParser.h"
+#include "BrimbleCore/Scripting/ScriptFrontEnd.h"
 
 namespace brimble {
 namespace {
@@ -76,7 +76,7 @@ void expandInto(std::vector<LocatedInstruction>& expanded,
       }
       std::vector<LocatedInstruction> lines;
       try {
-        lines = ScriptParser::parse(text);
+        lines = parseScriptSource(text, file, true).instructions;
       } catch (const ScriptError& parseError) {
         throw ScriptError::inIncludedFile(parseError, written.string());
       }

@@ -156,6 +156,16 @@ const std::vector<ScriptSettingInfo>& scriptSettingsTable() {
                   "JSON colours",
        .accepts = isTerminalTheme,
        .expected = "a theme name (" + themeNames() + ") or a JSON object of colours"},
+      {"terminal-shell",
+       "string",
+       std::nullopt,
+       {},
+       "shell of terminals the script opens (bash, zsh, fish, sh, ...); the user's when unset"},
+      {"terminal-prompt",
+       "string",
+       std::nullopt,
+       {},
+       "prompt of terminals the script opens, whose shell then skips the user's startup files"},
       {"terminal-padding",
        "integer",
        std::nullopt,
@@ -206,7 +216,8 @@ std::string settingsDocumentJSON(int indent) {
     nlohmann::ordered_json entry;
     entry["name"] = setting.name;
     entry["type"] = setting.type;
-    entry["default"] = setting.defaultValue ? typedValue(setting.type, *setting.defaultValue) : nullptr;
+    entry["default"] =
+        setting.defaultValue ? typedValue(setting.type, *setting.defaultValue) : nullptr;
     if (!setting.allowedValues.empty()) {
       nlohmann::ordered_json values = nlohmann::ordered_json::array();
       for (const std::string& value : setting.allowedValues) {

@@ -51,7 +51,9 @@ void ScriptTargets::open(const OpenInstruction& open, int line) {
   const std::uint32_t id =
       dressed ? services_.windows.openTerminal(look) : services_.windows.openApp(app);
   if (dressed && pixels) {
-    // A terminal sizes in whole cells: the window manager rounds the pixels down to them.
+    // A terminal sizes in whole cells; the size asked is kept exactly all the same (a frame of a
+    // given size), the part of a cell left over painted in the terminal's background.
+    services_.windows.allowAnySize(id);
     const auto opened = services_.windows.find(id);
     const ScreenRect now = opened ? opened->contentFrame : ScreenRect{};
     services_.windows.resize(id, pixels->width.value_or(now.width),

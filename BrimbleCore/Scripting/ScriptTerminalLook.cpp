@@ -34,6 +34,12 @@ TerminalLook scriptTerminalLook(const ScriptContext& context) {
   if (const std::string* title = context.usableSetting("window-title")) {
     look.title = *title;
   }
+  if (const std::string* shell = context.usableSetting("terminal-shell")) {
+    look.shell = *shell;
+  }
+  if (const std::string* prompt = context.usableSetting("terminal-prompt")) {
+    look.prompt = *prompt;
+  }
   return look;
 }
 

@@ -10,7 +10,8 @@ namespace brimble {
 
 /// The look a script's settings ask of the terminals it opens: `terminal-font`,
 /// `terminal-font-size`, `terminal-columns`, `terminal-rows`, `terminal-theme`,
-/// `terminal-padding`, `line-height`, `cursor-blink` and `window-title`. A
+/// `terminal-padding`, `terminal-shell`, `terminal-prompt`, `line-height`, `cursor-blink` and
+/// `window-title`. A
 /// value the table rules out leaves that part as the display has it.
 TerminalLook scriptTerminalLook(const ScriptContext& context);
 

@@ -10,6 +10,7 @@
 #include "BrimbleCore/Scripting/PacePreset.h"
 #include "BrimbleCore/Scripting/ScriptCommandTable.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
+#include "BrimbleCore/Scripting/ScriptFrontEnd.h"
 #include "BrimbleCore/Scripting/ScriptIncludes.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptParser.h"
@@ -380,12 +381,14 @@ class Checker {
 
 ParsedScript validate(std::string_view source, const std::filesystem::path& scriptFile) {
   ParsedScript script;
-  script.instructions = expandIncludes(ScriptParser::parse(source), scriptFile);
+  ParsedSource parsed = parseScriptSource(source, scriptFile);
+  script.instructions = expandIncludes(std::move(parsed.instructions), scriptFile);
   Checker checker;
   for (const LocatedInstruction& located : script.instructions) {
     checker.check(located);
   }
   checker.finish(script);
+  script.warnings.insert(script.warnings.begin(), parsed.warnings.begin(), parsed.warnings.end());
   return script;
 }
 

@@ -218,6 +218,23 @@ bool X11WindowSystem::moveResize(std::uint32_t id, const ScreenRect& frame) {
   return true;
 }
 
+void X11WindowSystem::allowAnySize(std::uint32_t id) {
+  if (!exists(id)) {
+    return;
+  }
+  // The window manager keeps a window to its size steps (WM_NORMAL_HINTS); without them it
+  // honours any size, which the application then fills as it can.
+  const XFreePtr<XSizeHints> hints(XAllocSizeHints());
+  long supplied = 0;
+  if (!hints || XGetWMNormalHints(display_.get(), id, hints.get(), &supplied) == 0 ||
+      (hints->flags & PResizeInc) == 0) {
+    return;
+  }
+  hints->flags &= ~PResizeInc;
+  XSetWMNormalHints(display_.get(), id, hints.get());
+  XSync(display_.get(), False);
+}
+
 bool X11WindowSystem::close(std::uint32_t id) {
   if (!exists(id)) {
     return false;

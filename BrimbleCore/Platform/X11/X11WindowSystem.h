@@ -26,6 +26,7 @@ class X11WindowSystem final : public WindowSystem {
   std::optional<std::uint32_t> activeWindow() override;
   bool activate(std::uint32_t id) override;
   bool moveResize(std::uint32_t id, const ScreenRect& frame) override;
+  void allowAnySize(std::uint32_t id) override;
   bool close(std::uint32_t id) override;
 
  private:

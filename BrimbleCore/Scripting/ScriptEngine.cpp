@@ -618,7 +618,7 @@ void ScriptEngine::zoom(const ZoomInstruction& zoom, int line) {
   const ZoomMode mode =
       zoom.mode.value_or(targets_.drivesPage() ? ZoomMode::page : ZoomMode::digital);
   if (mode == ZoomMode::page) {
-    targets_.zoomPage(scale, target, line);
+    targets_.zoomPage(scale, target, number(zoom.duration, line), line);
     return;
   }
   DemoEvent event = demoEvent(DemoEvent::Kind::zoom, number(zoom.duration, line));
@@ -628,7 +628,7 @@ void ScriptEngine::zoom(const ZoomInstruction& zoom, int line) {
 }
 
 void ScriptEngine::zoomOut(const ZoomOutInstruction& zoomOut, int line) {
-  if (targets_.resetPageZoom()) {
+  if (targets_.resetPageZoom(number(zoomOut.duration, line))) {
     return;
   }
   segments_.addDemoEvent(demoEvent(DemoEvent::Kind::zoomOut, number(zoomOut.duration, line)),

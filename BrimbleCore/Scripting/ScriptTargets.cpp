@@ -1,5 +1,7 @@
 #include "BrimbleCore/Scripting/ScriptTargets.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdlib>
 #include <filesystem>
 #include <regex>
@@ -8,6 +10,7 @@
 #include <fmt/format.h>
 
 #include "BrimbleCore/Automation/DemoDriverError.h"
+#include "BrimbleCore/Automation/InputSimulator.h"
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptTerminalLook.h"
 #include "BrimbleCore/Support/Text.h"
@@ -234,21 +237,40 @@ void ScriptTargets::checkPages(const std::vector<LocatedInstruction>& instructio
   }
 }
 
-void ScriptTargets::zoomPage(double scale, const std::string& target, int line) {
+void ScriptTargets::zoomPage(double scale, const std::string& target, double duration, int line) {
   if (!browser_) {
     throw ScriptError::runtimeError(line, "page zoom requires a Chrome (browser) session");
   }
-  browser_->setRealZoom(scale, target);
-  pageZoomed_ = scale > 1;
+  easePageZoom(scale, target, duration);
+  pageZoomTarget_ = target;
 }
 
-bool ScriptTargets::resetPageZoom() {
-  if (!pageZoomed_ || !browser_) {
+bool ScriptTargets::resetPageZoom(double duration) {
+  if (pageScale_ <= 1 || !browser_) {
     return false;
   }
-  browser_->setRealZoom(1, std::nullopt);
-  pageZoomed_ = false;
+  easePageZoom(1, pageZoomTarget_, duration);
+  pageZoomTarget_.reset();
   return true;
+}
+
+void ScriptTargets::easePageZoom(double scale, const std::optional<std::string>& target,
+                                 double duration) {
+  // The page lays itself out anew at each step, as often as frames are taken, so the zoom moves
+  // as smoothly as the digital one; the element stays centred all the way.
+  constexpr double kStepsPerSecond = 30;
+  const double from = pageScale_;
+  const int steps = std::max(1, static_cast<int>(std::lround(duration * kStepsPerSecond)));
+  for (int i = 1; i <= steps && !clock_.shouldStop(); ++i) {
+    const double eased = InputSimulator::easeInOutCubic(static_cast<double>(i) / steps);
+    browser_->setRealZoom(from + (scale - from) * eased, target);
+    pageScale_ = from + (scale - from) * eased;
+    if (i < steps) {
+      clock_.sleep(duration / steps);
+    }
+  }
+  browser_->setRealZoom(scale, target);
+  pageScale_ = scale;
 }
 
 ElementDriver& ScriptTargets::elementDriver(int line) {

@@ -70,10 +70,12 @@ class ScriptTargets {
   bool isBrowserWindow(std::uint32_t id) const { return browser_ && id == browserWindowID_; }
   /// Whether element targets go to the browser's page, the target being its window.
   bool drivesPage() const { return browser_ && activeDriverIsBrowser_; }
-  /// Zooms the page itself toward `target`. Throws ScriptError without a browser session.
-  void zoomPage(double scale, const std::string& target, int line);
-  /// Returns a zoomed page to its own size; false when no page zoom is in effect.
-  bool resetPageZoom();
+  /// Zooms the page itself toward `target`, easing in and out over `duration` seconds as the
+  /// digital zoom does. Throws ScriptError without a browser session.
+  void zoomPage(double scale, const std::string& target, double duration, int line);
+  /// Returns a zoomed page to its own size over `duration` seconds; false when no page zoom is in
+  /// effect.
+  bool resetPageZoom(double duration);
 
   /// What element targets are looked up in: the browser's page, or the driver of the captured
   /// (else the target) window's application. Throws ScriptError with neither, and
@@ -112,7 +114,12 @@ class ScriptTargets {
   std::string browserURL_;
   /// Element targets go to the browser's page rather than the native application.
   bool activeDriverIsBrowser_ = false;
-  bool pageZoomed_ = false;
+  /// The page's own zoom, 1 for none, and the element it is centred on.
+  double pageScale_ = 1;
+  std::optional<std::string> pageZoomTarget_;
+
+  /// Steps the page's zoom from `pageScale_` to `scale` over `duration`.
+  void easePageZoom(double scale, const std::optional<std::string>& target, double duration);
 };
 
 }  // namespace brimble

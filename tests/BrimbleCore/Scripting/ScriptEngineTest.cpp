@@ -797,13 +797,32 @@ fill text:Field "Bo"
 navigate "https://example.com/next" show-typing
 zoom css:#go scale 2 duration 1
 wait 1
+zoom-out duration 0.5
 )",
           options);
   const std::string page =
       "file://" +
       std::filesystem::absolute(rig.directory / "page.html").lexically_normal().string();
-  EXPECT_THAT(rig.browsers.log,
-              ElementsAre("launch " + page, "go https://example.com/next", "zoom 2", "end"));
+  // The page's zoom eases in over the second asked for, slowly at first and last, as the
+  // digital zoom does, and back out over half a second.
+  std::vector<double> zooms;
+  for (const std::string& entry : rig.browsers.log) {
+    if (entry.starts_with("zoom ")) {
+      zooms.push_back(std::stod(entry.substr(5)));
+    }
+  }
+  ASSERT_GE(zooms.size(), 40u);
+  const auto peak = std::max_element(zooms.begin(), zooms.end());
+  EXPECT_EQ(*peak, 2);
+  EXPECT_GE(peak - zooms.begin(), 29);
+  EXPECT_LT(zooms.front(), 1.01);
+  EXPECT_TRUE(std::is_sorted(zooms.begin(), peak + 1));
+  EXPECT_LT(zooms[15] - zooms[14], 0.2);  // fastest in the middle, still a small step
+  EXPECT_GT(zooms[15] - zooms[14], zooms[1] - zooms[0]);
+  EXPECT_EQ(zooms.back(), 1);
+  EXPECT_EQ(rig.browsers.log.front(), "launch " + page);
+  EXPECT_EQ(rig.browsers.log[1], "go https://example.com/next");
+  EXPECT_EQ(rig.browsers.log.back(), "end");
   EXPECT_THAT(rig.browsers.page.actions, ElementsAre("set css:#name = Ada", "focus text:Field"));
   // The click glides to the element's centre and presses there; the field that takes no value
   // is typed into.

@@ -211,9 +211,9 @@ TEST(ScriptTargets, PagesAreAddressesOrFilesFromHereOrBesideTheScript) {
                   directory.path().string() + ")");
   }
   // Without a browser session there is no page to zoom, and nothing to zoom back.
-  EXPECT_EQ(testing::errorText<ScriptError>([&] { desk.targets.zoomPage(2, "#logo", 3); }),
+  EXPECT_EQ(testing::errorText<ScriptError>([&] { desk.targets.zoomPage(2, "#logo", 0.5, 3); }),
             "Line 3: page zoom requires a Chrome (browser) session");
-  EXPECT_FALSE(desk.targets.resetPageZoom());
+  EXPECT_FALSE(desk.targets.resetPageZoom(0.5));
   EXPECT_FALSE(desk.targets.drivesPage());
 }
 

@@ -63,6 +63,25 @@ std::string capLabel(const std::string& key) {
   return key;
 }
 
+// Starts drawing a dark pill at (`left`, `top`) into a group the size of the pill, so that
+// endPill fades the pill and what is drawn on it as one.
+void beginPill(cairo_t* cairo, double left, double top, double width, double height) {
+  cairo_save(cairo);
+  cairo_rectangle(cairo, std::floor(left) - 1, std::floor(top) - 1, std::ceil(width) + 2,
+                  std::ceil(height) + 2);
+  cairo_clip(cairo);
+  cairo_push_group(cairo);
+  roundedRectangle(cairo, left, top, width, height, height / 2.4);
+  cairo_set_source_rgba(cairo, 0.08, 0.08, 0.1, 0.82);
+  cairo_fill(cairo);
+}
+
+void endPill(cairo_t* cairo, double alpha) {
+  cairo_pop_group_to_source(cairo);
+  cairo_paint_with_alpha(cairo, std::clamp(alpha, 0.0, 1.0));
+  cairo_restore(cairo);
+}
+
 // Typed text on one dark pill, its latest characters when it is wider than the frame.
 void paintTyped(cairo_t* cairo, const CanvasRect& area, double ui, const std::string& text,
                 double alpha) {
@@ -86,20 +105,11 @@ void paintTyped(cairo_t* cairo, const CanvasRect& area, double ui, const std::st
   const double pillHeight = logical.height + 2 * padY;
   const double left = area.x + (area.width - pillWidth) / 2;
   const double top = area.y + area.height - pillHeight - 22 * ui;
-  cairo_save(cairo);
-  cairo_rectangle(cairo, std::floor(left) - 1, std::floor(top) - 1, std::ceil(pillWidth) + 2,
-                  std::ceil(pillHeight) + 2);
-  cairo_clip(cairo);
-  cairo_push_group(cairo);
-  roundedRectangle(cairo, left, top, pillWidth, pillHeight, pillHeight / 2.4);
-  cairo_set_source_rgba(cairo, 0.08, 0.08, 0.1, 0.82);
-  cairo_fill(cairo);
+  beginPill(cairo, left, top, pillWidth, pillHeight);
   cairo_move_to(cairo, left + padX - logical.x, top + padY - logical.y);
   cairo_set_source_rgba(cairo, 1, 1, 1, 1);
   pango_cairo_show_layout(cairo, layout.get());
-  cairo_pop_group_to_source(cairo);
-  cairo_paint_with_alpha(cairo, std::clamp(alpha, 0.0, 1.0));
-  cairo_restore(cairo);
+  endPill(cairo, alpha);
 }
 
 }  // namespace
@@ -280,15 +290,7 @@ void KeystrokeBadges::paint(cairo_t* cairo, const CanvasRect& area, double uiSca
   const double left = area.x + (area.width - pillWidth) / 2;
   const double top = area.y + area.height - pillHeight - 22 * ui + rise;
 
-  cairo_save(cairo);
-  // The group is only as large as the clip: the badge, not the whole frame.
-  cairo_rectangle(cairo, std::floor(left) - 1, std::floor(top) - 1, std::ceil(pillWidth) + 2,
-                  std::ceil(pillHeight) + 2);
-  cairo_clip(cairo);
-  cairo_push_group(cairo);
-  roundedRectangle(cairo, left, top, pillWidth, pillHeight, pillHeight / 2.4);
-  cairo_set_source_rgba(cairo, 0.08, 0.08, 0.1, 0.82);
-  cairo_fill(cairo);
+  beginPill(cairo, left, top, pillWidth, pillHeight);
   double x = left + margin;
   const double capTop = top + margin;
   for (std::size_t i = 0; i < layouts.size(); ++i) {
@@ -317,9 +319,7 @@ void KeystrokeBadges::paint(cairo_t* cairo, const CanvasRect& area, double uiSca
     pango_cairo_show_layout(cairo, layouts[i].get());
     x += widths[i];
   }
-  cairo_pop_group_to_source(cairo);
-  cairo_paint_with_alpha(cairo, std::clamp(alpha, 0.0, 1.0));
-  cairo_restore(cairo);
+  endPill(cairo, alpha);
 }
 
 bool KeystrokeBadges::changesBetween(double from, double to) const {

@@ -41,21 +41,44 @@ bool namesFile(const std::string& text) {
 
 ScriptTargets::ScriptTargets(const ScriptServices& services, const ScriptOptions& options,
                              ScriptContext& context, ScriptClock& clock)
-    : services_(services), options_(options), context_(context), clock_(clock) {}
+    : services_(services),
+      options_(options),
+      context_(context),
+      clock_(clock),
+      terminalText_(services.windows) {}
 
 void ScriptTargets::open(const OpenInstruction& open, int line) {
   const std::string app = context_.resolve(open.app, line);
   const TerminalLook look = scriptTerminalLook(context_);
   const auto pixels = scriptTerminalPixelSize(context_);
   const bool dressed = namesTerminal(app) && (!look.empty() || pixels);
-  const std::uint32_t id =
-      dressed ? services_.windows.openTerminal(look) : services_.windows.openApp(app);
+  // Only xterm tells what it shows (it logs what its programs write); any other terminal's
+  // text is read off its picture.
+  std::filesystem::path log = logTerminals_ && namesTerminal(app) ? terminalText_.newLog() : "";
+  std::uint32_t id = 0;
+  if (dressed || !log.empty()) {
+    try {
+      id = services_.windows.openTerminal(look, log);
+    } catch (const WindowManagerError& error) {
+      if (dressed || error.code() != WindowManagerError::Code::launchFailed) {
+        throw;
+      }
+      log.clear();
+      id = services_.windows.openApp(app);
+    }
+  } else {
+    id = services_.windows.openApp(app);
+  }
   if (dressed && pixels) {
     // A terminal sizes in whole cells: the window manager rounds the pixels down to them.
     const auto opened = services_.windows.find(id);
     const ScreenRect now = opened ? opened->contentFrame : ScreenRect{};
     services_.windows.resize(id, pixels->width.value_or(now.width),
                              pixels->height.value_or(now.height));
+  }
+  if (!log.empty()) {
+    // xterm's own size when neither the look nor its window says.
+    terminalText_.follow(id, log, look.columns.value_or(80), look.rows.value_or(24));
   }
   const auto window = services_.windows.find(id);
   targetWindow_ = TargetWindow{id, app, window ? window->pid : 0};

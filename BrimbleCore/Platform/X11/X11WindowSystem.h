@@ -27,6 +27,9 @@ class X11WindowSystem final : public WindowSystem {
   bool activate(std::uint32_t id) override;
   bool moveResize(std::uint32_t id, const ScreenRect& frame) override;
   bool close(std::uint32_t id) override;
+  /// From WM_NORMAL_HINTS: its resize increment and base size (else its minimum size, as ICCCM
+  /// says).
+  std::optional<WindowSizeSteps> sizeSteps(std::uint32_t id) override;
 
  private:
   std::optional<WindowInfo> describe(unsigned long window);

@@ -8,7 +8,7 @@ namespace {
 constexpr char32_t kBlank = U' ';
 // The right half of a character two cells wide: it holds no text of its own.
 constexpr char32_t kWideTail = 0xFFFFFFFF;
-constexpr char32_t kReplacement = 0xFFFD;
+constexpr char32_t kUnreadable = 0xFFFD;
 constexpr int kMaxParameter = 9999;
 constexpr std::size_t kMaxParameters = 32;
 
@@ -21,7 +21,7 @@ bool zeroWidth(char32_t c) {
 }
 
 // East Asian wide and full-width characters, and emoji: two cells in a terminal.
-bool wide(char32_t c) {
+bool twoCellsWide(char32_t c) {
   return (c >= 0x1100 && c <= 0x115F) || (c >= 0x2E80 && c <= 0x303E) ||
          (c >= 0x3041 && c <= 0xA4CF) || (c >= 0xAC00 && c <= 0xD7A3) ||
          (c >= 0xF900 && c <= 0xFAFF) || (c >= 0xFE30 && c <= 0xFE4F) ||
@@ -147,7 +147,7 @@ void TerminalTranscript::byte(unsigned char c) {
   if (c == 0x1B) {
     if (pendingBytes_ > 0) {
       pendingBytes_ = 0;
-      character(kReplacement);
+      character(kUnreadable);
     }
     state_ = State::escape;
     parameters_.clear();
@@ -158,7 +158,7 @@ void TerminalTranscript::byte(unsigned char c) {
   if (c < 0x20 || c == 0x7F) {
     if (pendingBytes_ > 0) {
       pendingBytes_ = 0;
-      character(kReplacement);
+      character(kUnreadable);
     }
     // Controls act in the middle of a sequence too; CAN and SUB cancel it.
     if (c == 0x18 || c == 0x1A) {
@@ -224,12 +224,12 @@ void TerminalTranscript::byte(unsigned char c) {
       pending_ = (pending_ << 6) | (c & 0x3F);
       if (--pendingBytes_ == 0) {
         const bool valid = pending_ <= 0x10FFFF && (pending_ < 0xD800 || pending_ > 0xDFFF);
-        character(valid ? pending_ : kReplacement);
+        character(valid ? pending_ : kUnreadable);
       }
       return;
     }
     pendingBytes_ = 0;
-    character(kReplacement);
+    character(kUnreadable);
   }
   if (c < 0x80) {
     character(c);
@@ -243,7 +243,7 @@ void TerminalTranscript::byte(unsigned char c) {
     pending_ = c & 0x07;
     pendingBytes_ = 3;
   } else {
-    character(kReplacement);
+    character(kUnreadable);
   }
 }
 
@@ -251,7 +251,7 @@ void TerminalTranscript::character(char32_t c) {
   if (zeroWidth(c)) {
     return;
   }
-  const int width = wide(c) ? 2 : 1;
+  const int width = twoCellsWide(c) ? 2 : 1;
   Screen& s = screen();
   if (s.wrapPending && autoWrap_) {
     s.cursorColumn = 0;

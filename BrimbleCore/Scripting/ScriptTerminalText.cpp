@@ -16,7 +16,7 @@
 namespace brimble {
 namespace {
 
-constexpr std::size_t kReadChunk = 64 * 1024;
+constexpr std::size_t kLogReadChunk = 64 * 1024;
 // A look reads at most this much; what a program wrote beyond it is read at the next look, so a
 // look stays short while `cat` pours out a huge file.
 constexpr std::uint64_t kMostPerLook = 64ull * 1024 * 1024;
@@ -89,7 +89,7 @@ const TerminalTranscript& ScriptTerminalText::screen(std::uint32_t window) {
   // The text since the last look went to the terminal at its size now (it may have been
   // resized since the last look): the nearest there is to the size it had when it came.
   followSize(window, terminal);
-  std::vector<std::uint8_t> buffer(kReadChunk);
+  std::vector<std::uint8_t> buffer(kLogReadChunk);
   std::uint64_t read = 0;
   while (read < kMostPerLook) {
     const std::size_t got = readAt(terminal.file.get(), buffer, terminal.offset, terminal.log);

@@ -2,12 +2,15 @@
 // and, through tesseract, in the picture of a window it did not.
 
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 
@@ -76,6 +79,44 @@ wait-for-text "NEVER" timeout 1.5
   EXPECT_NE(output.find(expected), std::string::npos) << output;
   // The wait gave up at its timeout, not at the default one.
   EXPECT_LT(run.seconds, 12) << output;
+}
+
+TEST(WaitForText, CtrlCEndsAWaitAtOnceAndTheTerminalsLogGoesWithTheRun) {
+  testing::TempDirectory directory;
+  const fs::path out = directory / "cut.gif";
+  const fs::path script = directory / "wait.brim";
+  std::ofstream(script) << R"(open "Terminal"
+capture-window app "Terminal" as $term
+record $term continue
+wait-for-text "NEVER" timeout 60
+)";
+  testing::ChildProcess run({"env", "TMPDIR=" + directory.path().string(), BRIMBLE_BINARY, "run",
+                             "--headless", "-o", out.string(), script.string()});
+  bool waiting = false;
+  for (int i = 0; i < 1000 && !waiting; ++i) {
+    waiting = run.errorOutput().find("wait-for-text") != std::string::npos;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ASSERT_TRUE(waiting) << run.errorOutput();
+  std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+  // The terminal's log is in a folder of the run's own while it runs.
+  bool logged = false;
+  for (const auto& entry : fs::directory_iterator(directory.path())) {
+    logged = logged || entry.path().filename().string().starts_with("brimble-terminals-");
+  }
+  EXPECT_TRUE(logged);
+  const auto interrupted = std::chrono::steady_clock::now();
+  run.signal(SIGINT);
+  const auto exitCode = run.wait(std::chrono::seconds(30));
+  ASSERT_TRUE(exitCode) << run.errorOutput();
+  EXPECT_EQ(*exitCode, 130) << run.errorOutput();
+  // Ending the wait took no look longer than a few; the render and the clean-up take the rest.
+  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - interrupted).count(),
+            10);
+  EXPECT_TRUE(fs::exists(out)) << run.errorOutput();
+  for (const auto& entry : fs::directory_iterator(directory.path())) {
+    EXPECT_TRUE(entry.path() == out || entry.path() == script) << entry.path() << " left behind";
+  }
 }
 
 TEST(WaitForText, TextInAWindowThatIsNoScriptsTerminalIsReadOffItsPicture) {

@@ -267,6 +267,11 @@ void TerminalTranscript::character(char32_t c) {
     s.cursorColumn = 0;
     lineFeed();
   }
+  if (insertMode_) {
+    const auto row = s.cells.begin() + static_cast<std::ptrdiff_t>(s.cursorRow) * columns_;
+    const int shift = std::min(width, columns_ - s.cursorColumn);
+    std::move_backward(row + s.cursorColumn, row + columns_ - shift, row + columns_);
+  }
   cell(s.cursorRow, s.cursorColumn) = c;
   if (width == 2 && s.cursorColumn + 1 < columns_) {
     cell(s.cursorRow, s.cursorColumn + 1) = kWideTail;
@@ -451,6 +456,12 @@ void TerminalTranscript::csiFinal(unsigned char c) {
     case 'T':
       if (parameters_.size() <= 1) {  // with more, it starts a mouse highlight
         scrollDown(scrollTop_, scrollBottom_, n);
+      }
+      break;
+    case 'h':
+    case 'l':
+      if (std::find(parameters_.begin(), parameters_.end(), 4) != parameters_.end()) {
+        insertMode_ = c == 'h';
       }
       break;
     case 'r': {

@@ -78,6 +78,8 @@ class TerminalTranscript {
   int scrollTop_ = 0;
   int scrollBottom_ = 0;
   bool autoWrap_ = true;
+  /// Characters push the rest of the line right rather than overwrite it (IRM).
+  bool insertMode_ = false;
 
   State state_ = State::ground;
   std::vector<int> parameters_;

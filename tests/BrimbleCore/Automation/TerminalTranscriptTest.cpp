@@ -102,6 +102,8 @@ TEST(TerminalTranscript, CursorMovesErasesInsertsAndDeletes) {
   EXPECT_EQ(after("abcdef\x1b[2G\x1b[3X", 8, 1).lastLine(), "a   ef");
   EXPECT_EQ(after("1\r\n2\r\n3\x1b[2;1H\x1b[L", 4, 3).lines(), (Lines{"1", "", "2"}));
   EXPECT_EQ(after("1\r\n2\r\n3\x1b[1;1H\x1b[M", 4, 3).lines(), (Lines{"2", "3", ""}));
+  // In insert mode characters push the rest of the line along.
+  EXPECT_EQ(after("abcd\x1b[2G\x1b[4hXY\x1b[4lZ", 8, 1).lastLine(), "aXYZcd");
   // Backspace, carriage return, save and restore.
   EXPECT_EQ(after("abc\b\bX\rY\x1b"
                   "7\r\nZ\x1b"

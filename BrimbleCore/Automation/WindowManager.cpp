@@ -157,13 +157,20 @@ std::uint32_t WindowManager::openApp(std::string_view name) {
   return openProgram(name, *program, {});
 }
 
-std::uint32_t WindowManager::openTerminal(const TerminalLook& look) {
+std::uint32_t WindowManager::openTerminal(const TerminalLook& look,
+                                          const std::filesystem::path& log) {
   constexpr std::string_view kName = "Terminal";
   if (!launcher_.isInstalled("xterm")) {
     throw WindowManagerError::launchFailed(
         std::string(kName), "xterm is not installed, and only xterm takes a look of its own");
   }
-  return openProgram(kName, "xterm", look.xtermArguments());
+  std::vector<std::string> arguments = look.xtermArguments();
+  if (!log.empty()) {
+    // Before -e: everything after it is the command's own.
+    const auto command = std::find(arguments.begin(), arguments.end(), "-e");
+    arguments.insert(command, {"-l", "-lf", log.string()});
+  }
+  return openProgram(kName, "xterm", arguments);
 }
 
 std::uint32_t WindowManager::openProgram(std::string_view name, const std::string& program,

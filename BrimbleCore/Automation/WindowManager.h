@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,6 +56,10 @@ class WindowManager {
   /// Throws WindowManagerError when there is no window list.
   std::optional<WindowMatch> find(std::string_view appName);
   std::optional<WindowInfo> find(std::uint32_t id);
+  /// The window that has the keyboard focus, if any.
+  std::optional<std::uint32_t> focusedWindow() { return windowSystem_.activeWindow(); }
+  /// The steps window `id` sizes in (a terminal's character cells), if it asks for any.
+  std::optional<WindowSizeSteps> sizeSteps(std::uint32_t id) { return windowSystem_.sizeSteps(id); }
   /// The frontmost window of a process, ignoring windows without width or height.
   std::optional<WindowInfo> find(OwnerPID ownerPID);
 
@@ -64,9 +69,10 @@ class WindowManager {
   /// since the window, not the process, is watched. Throws WindowManagerError.
   std::uint32_t openApp(std::string_view name);
   /// Opens a terminal dressed as `look`, as `openApp("Terminal")` does: xterm, whose look can
-  /// be set for one window, whatever terminal the system prefers. Throws WindowManagerError
+  /// be set for one window, whatever terminal the system prefers. With a `log` file, the
+  /// terminal appends to it everything its programs write to it. Throws WindowManagerError
   /// (launchFailed when xterm is not installed).
-  std::uint32_t openTerminal(const TerminalLook& look);
+  std::uint32_t openTerminal(const TerminalLook& look, const std::filesystem::path& log = {});
   /// Raises and focuses the application's window. Throws WindowManagerError.
   void focusApp(std::string_view name);
   /// Raises and focuses the window `id` and waits (briefly) until it has the focus; a window

@@ -28,6 +28,16 @@ struct WindowInfo {
   bool operator==(const WindowInfo&) const = default;
 };
 
+/// How a window that sizes in steps counts its size: its content is `base` plus a whole number
+/// of `step`s (a terminal: its padding plus character cells).
+struct WindowSizeSteps {
+  int stepWidth = 0;
+  int stepHeight = 0;
+  int baseWidth = 0;
+  int baseHeight = 0;
+  bool operator==(const WindowSizeSteps&) const = default;
+};
+
 /// What window management needs from a platform: the list of windows and requests to the
 /// window manager. Requests are asynchronous: they are delivered when the call returns, and the
 /// window manager carries them out soon after. One thread at a time.
@@ -57,6 +67,12 @@ class WindowSystem {
   virtual void allowAnySize(std::uint32_t /*id*/) {}
   /// Asks the window to close, as its close button would. False when there is no such window.
   virtual bool close(std::uint32_t id) = 0;
+  /// The steps the window's application asks it to be sized in; no value when it asks for none,
+  /// there is no such window, or the platform does not tell (the default).
+  virtual std::optional<WindowSizeSteps> sizeSteps(std::uint32_t id) {
+    static_cast<void>(id);
+    return std::nullopt;
+  }
 };
 
 }  // namespace brimble

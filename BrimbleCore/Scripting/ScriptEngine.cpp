@@ -15,6 +15,7 @@
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Scripting/ScriptPreflight.h"
+#include "BrimbleCore/Scripting/ScriptTextWait.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
 #include "BrimbleCore/Scripting/ShellCommand.h"
 #include "BrimbleCore/Support/AtomicFile.h"
@@ -98,6 +99,12 @@ ScriptOutcome ScriptEngine::execute(const ParsedScript& script) {
   checkBeforeRunning(script);
   segments_.begin(script);
   targets_.checkPages(script.instructions);
+  if (std::any_of(script.instructions.begin(), script.instructions.end(),
+                  [](const LocatedInstruction& located) {
+                    return std::holds_alternative<WaitForTextInstruction>(located.instruction);
+                  })) {
+    targets_.logTerminals();
+  }
   const auto endAfterFailure = [this] {
     segments_.discard();
     if (context_.boolSetting("cleanup", true)) {
@@ -278,8 +285,9 @@ void ScriptEngine::dispatch(const ScriptInstruction& instruction, int line) {
             // The check of the script put the included lines in its place.
           },
           [&](const CaptionInstruction& caption) { this->caption(caption, line); },
-          [&](const WaitForTextInstruction&) {
-            throw ScriptError::runtimeError(line, "wait-for-text cannot run yet");
+          [&](const WaitForTextInstruction& wait) {
+            ScriptTextWait(services_, clock_, targets_, segments_)
+                .wait(text(wait.pattern, line), number(wait.timeout, line), wait.lastLine, line);
           },
           [&](const ChapterInstruction& chapter) {
             segments_.timeline().addChapter(text(chapter.title, line), line, segments_.stamp());

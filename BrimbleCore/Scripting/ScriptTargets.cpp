@@ -44,15 +44,39 @@ bool namesFile(const std::string& text) {
 
 ScriptTargets::ScriptTargets(const ScriptServices& services, const ScriptOptions& options,
                              ScriptContext& context, ScriptClock& clock)
-    : services_(services), options_(options), context_(context), clock_(clock) {}
+    : services_(services),
+      options_(options),
+      context_(context),
+      clock_(clock),
+      terminalText_(services.windows) {}
 
 void ScriptTargets::open(const OpenInstruction& open, int line) {
   const std::string app = context_.resolve(open.app, line);
   const TerminalLook look = scriptTerminalLook(context_);
   const auto pixels = scriptTerminalPixelSize(context_);
   const bool dressed = namesTerminal(app) && (!look.empty() || pixels);
-  const std::uint32_t id =
-      dressed ? services_.windows.openTerminal(look) : services_.windows.openApp(app);
+  // Only xterm tells what it shows (it logs what its programs write); any other terminal's
+  // text is read off its picture.
+  std::filesystem::path log = logTerminals_ && namesTerminal(app) ? terminalText_.newLog() : "";
+  std::uint32_t id = 0;
+  if (dressed || !log.empty()) {
+    try {
+      id = services_.windows.openTerminal(look, log);
+    } catch (const WindowManagerError& error) {
+      if (dressed || error.code() != WindowManagerError::Code::launchFailed) {
+        throw;
+      }
+      log.clear();
+      id = services_.windows.openApp(app);
+    }
+  } else {
+    id = services_.windows.openApp(app);
+  }
+  if (!log.empty()) {
+    // xterm's own size when neither the look nor its window says. Followed before any resize,
+    // while the window still says which cells it sizes in.
+    terminalText_.follow(id, log, look.columns.value_or(80), look.rows.value_or(24));
+  }
   if (dressed && pixels) {
     // A terminal sizes in whole cells; the size asked is kept exactly all the same (a frame of a
     // given size), the part of a cell left over painted in the terminal's background.

@@ -14,6 +14,7 @@
 #include "BrimbleCore/Scripting/ScriptInstruction.h"
 #include "BrimbleCore/Scripting/ScriptOptions.h"
 #include "BrimbleCore/Scripting/ScriptServices.h"
+#include "BrimbleCore/Scripting/ScriptTerminalText.h"
 
 namespace brimble {
 
@@ -38,7 +39,13 @@ class ScriptTargets {
   ScriptTargets& operator=(const ScriptTargets&) = delete;
 
   /// Opens the application and makes its new window the target. Prints "     opened ...".
+  /// After `logTerminals`, a terminal is xterm (where it is installed) writing a log that
+  /// `terminalText` reads.
   void open(const OpenInstruction& open, int line);
+  /// Terminals opened from now on tell their text: the script waits for text in them.
+  void logTerminals() noexcept { logTerminals_ = true; }
+  /// The text of the terminals opened with a log.
+  ScriptTerminalText& terminalText() noexcept { return terminalText_; }
   /// Brings the application to the front and, when it has a window, targets it.
   void focus(const FocusInstruction& focus, int line);
   /// Finds the window (by application, waiting up to 10 seconds for one that is still opening,
@@ -120,6 +127,8 @@ class ScriptTargets {
 
   /// Steps the page's zoom from `pageScale_` to `scale` over `duration`.
   void easePageZoom(double scale, const std::optional<std::string>& target, double duration);
+  bool logTerminals_ = false;
+  ScriptTerminalText terminalText_;
 };
 
 }  // namespace brimble

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <optional>
+#include <regex>
 #include <set>
 #include <string>
 #include <variant>
@@ -137,6 +138,8 @@ NamedValues argumentsOf(const Instruction& instruction) {
     add(instruction.program);
   if constexpr (requires { instruction.path; })
     add(instruction.path);
+  if constexpr (requires { instruction.pattern; })
+    add(instruction.pattern);
   return values;
 }
 
@@ -219,6 +222,8 @@ class Checker {
       checkWait(wait->seconds, prefix);
     } else if (const auto* idle = std::get_if<WaitForIdleInstruction>(&instruction)) {
       checkWait(idle->seconds, prefix);
+    } else if (const auto* waitForText = std::get_if<WaitForTextInstruction>(&instruction)) {
+      checkPattern(waitForText->pattern);
     } else if (std::holds_alternative<RenderInstruction>(instruction) && !renderLine_) {
       renderLine_ = located.line;
     }
@@ -354,6 +359,20 @@ class Checker {
       fail("Unknown key '" + chord.key + "' in '" + *text + "'" +
                didYouMean(chord.key, scriptKeyNames()),
            *text);
+    }
+  }
+
+  // A pattern that is no regular expression would stop the script only at its line, after the
+  // lines before it ran.
+  void checkPattern(const ScriptValue& pattern) {
+    const auto text = literalText(pattern);
+    if (!text) {
+      return;
+    }
+    try {
+      std::regex(*text, std::regex::ECMAScript);
+    } catch (const std::regex_error& error) {
+      fail("Invalid wait-for-text pattern '" + *text + "': " + error.what(), *text);
     }
   }
 

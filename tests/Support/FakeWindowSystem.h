@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -67,7 +68,14 @@ class FakeWindowSystem final : public WindowSystem {
     return std::erase_if(windows_, [&](const WindowInfo& window) { return window.id == id; }) > 0;
   }
 
+  std::optional<WindowSizeSteps> sizeSteps(std::uint32_t id) override {
+    const auto found = sizeSteps_.find(id);
+    return found != sizeSteps_.end() ? std::optional(found->second) : std::nullopt;
+  }
+
   void add(WindowInfo window) { windows_.push_back(std::move(window)); }
+  /// Window `id` asks to be sized in `steps` from now on.
+  void setSizeSteps(std::uint32_t id, WindowSizeSteps steps) { sizeSteps_[id] = steps; }
   void addAt(Clock::TimePoint when, WindowInfo window) {
     scheduled_.emplace_back(when, std::move(window));
   }
@@ -91,6 +99,7 @@ class FakeWindowSystem final : public WindowSystem {
   bool refusesFocus_ = false;
   std::optional<std::uint32_t> refusesClose_;
   std::vector<std::string> lines_;
+  std::map<std::uint32_t, WindowSizeSteps> sizeSteps_;
 };
 
 }  // namespace brimble::testing

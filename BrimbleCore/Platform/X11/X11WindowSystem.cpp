@@ -9,6 +9,7 @@
 #include <X11/extensions/XRes.h>
 
 #include "BrimbleCore/Automation/WindowManagerError.h"
+#include "BrimbleCore/Platform/X11/XHandles.h"
 #include "BrimbleCore/Platform/X11/XProperties.h"
 
 namespace brimble::x11 {
@@ -241,6 +242,33 @@ bool X11WindowSystem::close(std::uint32_t id) {
   }
   sendToRoot(id, "_NET_CLOSE_WINDOW", {CurrentTime, kSourcePager, 0, 0, 0});
   return true;
+}
+
+std::optional<WindowSizeSteps> X11WindowSystem::sizeSteps(std::uint32_t id) {
+  if (!exists(id)) {
+    return std::nullopt;
+  }
+  const XFreePtr<XSizeHints> hints(XAllocSizeHints());
+  long supplied = 0;
+  bool read = false;
+  // The window may close between the two requests; its error is expected, not a failure.
+  const bool answered = succeeds(display_.get(), [&] {
+    read = hints && XGetWMNormalHints(display_.get(), id, hints.get(), &supplied) != 0;
+  });
+  checkConnection(display_.get());
+  if (!answered || !read || (hints->flags & PResizeInc) == 0 || hints->width_inc <= 0 ||
+      hints->height_inc <= 0) {
+    return std::nullopt;
+  }
+  WindowSizeSteps steps{hints->width_inc, hints->height_inc, 0, 0};
+  if ((hints->flags & PBaseSize) != 0) {
+    steps.baseWidth = hints->base_width;
+    steps.baseHeight = hints->base_height;
+  } else if ((hints->flags & PMinSize) != 0) {
+    steps.baseWidth = hints->min_width;
+    steps.baseHeight = hints->min_height;
+  }
+  return steps;
 }
 
 }  // namespace brimble::x11

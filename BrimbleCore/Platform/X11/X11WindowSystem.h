@@ -28,6 +28,9 @@ class X11WindowSystem final : public WindowSystem {
   bool moveResize(std::uint32_t id, const ScreenRect& frame) override;
   void allowAnySize(std::uint32_t id) override;
   bool close(std::uint32_t id) override;
+  /// From WM_NORMAL_HINTS: its resize increment and base size (else its minimum size, as ICCCM
+  /// says).
+  std::optional<WindowSizeSteps> sizeSteps(std::uint32_t id) override;
 
  private:
   std::optional<WindowInfo> describe(unsigned long window);

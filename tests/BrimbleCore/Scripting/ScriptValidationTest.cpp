@@ -125,6 +125,18 @@ TEST(ScriptValidation, UnknownKeysAndModifiersStopTheScriptWithTheNearestName) {
                   "'run')"});
 }
 
+TEST(ScriptValidation, AWaitForTextPatternIsCheckedBeforeTheScriptRuns) {
+  EXPECT_TRUE(refusal("record region 0 0 9 9\nwait-for-text \"[0-9\" timeout 2")
+                  .starts_with("Line 2, Col 16: Invalid wait-for-text pattern '[0-9': "))
+      << refusal("record region 0 0 9 9\nwait-for-text \"[0-9\" timeout 2");
+  EXPECT_EQ(validate("record region 0 0 9 9\nwait-for-text \"^READY\\\\$\" in line\n").warnings,
+            Lines{});
+  // A pattern a variable gives is checked when its line runs; the variable is checked now.
+  EXPECT_EQ(validate("record region 0 0 9 9\nwait-for-text $p\n").warnings,
+            Lines{"Warning: line 2: variable '$p' is used before anything sets it (with 'as $p' or "
+                  "'run')"});
+}
+
 TEST(ScriptValidation, LinesThatWouldMisbehaveSilentlyAreReported) {
   ::setenv("BRIMBLE_TEST_SHELL_VARIABLE", "1", 1);
   const ParsedScript result = validate(

@@ -42,27 +42,33 @@ std::string lastNonBlank(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-std::regex textWaitPattern(const std::string& pattern, int line) {
+TextWaitPattern textWaitPattern(const std::string& pattern, int line) {
   try {
-    return std::regex(pattern, std::regex::ECMAScript);
+    return {std::regex(pattern, std::regex::ECMAScript),
+            pattern.find('\n') != std::string::npos || pattern.find("\\n") != std::string::npos};
   } catch (const std::regex_error& error) {
     throw ScriptError::runtimeError(
         line, "invalid wait-for-text pattern \"" + pattern + "\": " + error.what());
   }
 }
 
-bool textWaitMatches(const std::regex& pattern, const std::vector<std::string>& lines,
+bool textWaitMatches(const TextWaitPattern& pattern, const std::vector<std::string>& lines,
                      bool lastLine) {
   if (lastLine) {
     const std::string last = lastNonBlank(lines);
-    return !last.empty() && std::regex_search(last, pattern);
+    return !last.empty() && std::regex_search(last, pattern.regex);
   }
-  if (std::any_of(lines.begin(), lines.end(),
-                  [&](const std::string& shown) { return std::regex_search(shown, pattern); })) {
+  if (std::any_of(lines.begin(), lines.end(), [&](const std::string& shown) {
+        return std::regex_search(shown, pattern.regex);
+      })) {
     return true;
   }
-  // A pattern may span lines ("Name:\nDone"): the screen as one text, blank rows at its end
-  // left out so "$" can mean its end.
+  // std::regex recurses as deep as the text is long for some patterns: only one that asks to
+  // span lines ("Name:\nDone") is given the whole screen, blank rows at its end left out so
+  // "$" can mean its end.
+  if (!pattern.spansLines) {
+    return false;
+  }
   std::size_t used = lines.size();
   while (used > 0 && lines[used - 1].empty()) {
     --used;
@@ -71,7 +77,7 @@ bool textWaitMatches(const std::regex& pattern, const std::vector<std::string>& 
   for (std::size_t i = 0; i < used; ++i) {
     screen += (i == 0 ? "" : "\n") + lines[i];
   }
-  return std::regex_search(screen, pattern);
+  return std::regex_search(screen, pattern.regex);
 }
 
 ScriptTextWait::Source ScriptTextWait::source(int line) const {
@@ -111,7 +117,7 @@ std::optional<std::vector<std::string>> ScriptTextWait::look(const Source& sourc
 }
 
 void ScriptTextWait::wait(const std::string& pattern, double timeout, bool lastLine, int line) {
-  const std::regex regex = textWaitPattern(pattern, line);
+  const TextWaitPattern regex = textWaitPattern(pattern, line);
   const Source source = this->source(line);
   const double poll = source.terminal ? kTerminalPoll : kPicturePoll;
   const Clock::TimePoint giveUp = clock_.after(timeout);

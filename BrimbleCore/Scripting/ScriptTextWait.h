@@ -12,13 +12,19 @@
 
 namespace brimble {
 
-/// The regular expression `wait-for-text` looks for (ECMAScript, as in JavaScript). Throws
-/// ScriptError "Line N: invalid wait-for-text pattern ..." when it is not one.
-std::regex textWaitPattern(const std::string& pattern, int line);
+/// The regular expression `wait-for-text` looks for (ECMAScript, as in JavaScript).
+struct TextWaitPattern {
+  std::regex regex;
+  /// Whether it names a line feed (`\n` or the character itself), so may match across lines.
+  bool spansLines = false;
+};
+/// Throws ScriptError "Line N: invalid wait-for-text pattern ..." when `pattern` is not one.
+TextWaitPattern textWaitPattern(const std::string& pattern, int line);
 
 /// Whether `pattern` is found in `lines` (a screen, top to bottom): in the last one that is not
-/// blank, or anywhere on screen (in one of its lines, or across them, joined by line feeds).
-bool textWaitMatches(const std::regex& pattern, const std::vector<std::string>& lines,
+/// blank, or anywhere on screen (in one of its lines, or, for a pattern that spans lines, across
+/// them, joined by line feeds).
+bool textWaitMatches(const TextWaitPattern& pattern, const std::vector<std::string>& lines,
                      bool lastLine);
 
 /// `wait-for-text`: waits until text matching a pattern shows in the window being recorded

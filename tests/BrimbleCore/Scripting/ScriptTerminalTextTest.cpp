@@ -93,7 +93,7 @@ TEST(ScriptTextWait, ALinePatternLooksAtTheLastLineThatIsNotBlankAndAScreenOneAt
   EXPECT_FALSE(matches("Failed", false));
   // Across lines, and to the end of the text shown.
   EXPECT_TRUE(matches("Building\\.\\.\\.\\nDone", false));
-  EXPECT_TRUE(matches("Done\\n~ \\$$", false));
+  EXPECT_TRUE(matches("Done\n~ \\$$", false));
   // A blank screen has no last line.
   EXPECT_FALSE(textWaitMatches(textWaitPattern(".*", 1), {"", ""}, true));
 }

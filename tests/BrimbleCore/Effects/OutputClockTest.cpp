@@ -43,13 +43,13 @@ double firstShown(const FrameCompositor& compositor, Pixel colour, int fps) {
 }
 
 TEST(OutputClock, MomentsLandWhereTheOutputShowsThemAfterCardsCutsAndCrossfades) {
-  constexpr Pixel kGrey{128, 128, 128};
+  constexpr Pixel grey{128, 128, 128};
   constexpr Pixel kRed{220, 30, 30};
   constexpr Pixel kBlue{30, 30, 220};
   constexpr Pixel kGreen{30, 200, 30};
   std::vector<RenderSegment> segments;
   // Five still seconds before the picture turns red: an idle stretch that `cut` shortens.
-  segments.push_back(switchingSegment(kGrey, kRed, 5.0, 6.0));
+  segments.push_back(switchingSegment(grey, kRed, 5.0, 6.0));
   segments.push_back(switchingSegment(kBlue, kGreen, 1.0, 3.0));
   RenderSettings settings;
   settings.fps = 10;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -10,6 +11,7 @@
 #include <numeric>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <fmt/format.h>
@@ -70,6 +72,10 @@ class FakeSegmentRecorder final : public SegmentRecorder {
     /// Runs once when asked whether it ended at or after `at`.
     std::optional<Clock::Duration> hookAt;
     std::function<void()> hook;
+    /// Takes its first frame the moment it starts, as a screen recorder does.
+    bool grabsAtStart = false;
+    /// Hears the keys this backend presses while it runs, as the desktop's event capture does.
+    const testing::FakeInputBackend* keys = nullptr;
   };
 
   FakeSegmentRecorder(const Clock& clock, Clock::TimePoint origin, RecorderLog& log,
@@ -113,6 +119,9 @@ class FakeSegmentRecorder final : public SegmentRecorder {
     segment.fps = request_.fps;
     segment.duration = seconds;
     segment.windowFrame = {0, 0, 64, 40};
+    if (behaviour_.keys != nullptr) {
+      segment.events = keysHeard();
+    }
     return segment;
   }
 
@@ -127,7 +136,31 @@ class FakeSegmentRecorder final : public SegmentRecorder {
     return std::chrono::duration<double>(length).count();
   }
   int framesFor(double seconds) const {
-    return static_cast<int>(std::lround(seconds * request_.fps));
+    const int frames = static_cast<int>(std::lround(seconds * request_.fps));
+    return behaviour_.grabsAtStart ? std::max(frames, 1) : frames;
+  }
+  // The backend's key lines ("<ms> key l down", from the rig's origin, as the backend counts)
+  // since this recorder started, as events timed from its start.
+  std::vector<InputEvent> keysHeard() const {
+    const long long from =
+        std::chrono::duration_cast<std::chrono::milliseconds>(start_ - origin_).count();
+    std::vector<InputEvent> events;
+    for (const std::string& line : behaviour_.keys->timedLines()) {
+      char key[32] = {};
+      char direction[8] = {};
+      long long at = 0;
+      if (std::sscanf(line.c_str(), "%lld key %31s %7s", &at, key, direction) != 3 || at < from) {
+        continue;
+      }
+      InputEvent event;
+      event.kind =
+          std::string(direction) == "down" ? InputEvent::Kind::keyDown : InputEvent::Kind::keyUp;
+      event.timestamp = static_cast<double>(at - from) / 1000;
+      event.key = std::string(key) == "return" ? "Return" : key;
+      event.synthetic = true;
+      events.push_back(event);
+    }
+    return events;
   }
 
   const Clock& clock_;
@@ -916,6 +949,94 @@ remain
   const auto resumed = testing::decodeGIFFile(twice.directory / "out.gif");
   ASSERT_TRUE(resumed);
   EXPECT_EQ(totalCentiseconds(*resumed), 100);
+}
+
+TEST(ScriptEngine, TheTimelinePlacesHiddenStepsWhereTheOutputGoesOnAndListsNothingOfThem) {
+  // Hidden before the first `record`, in the middle, and from a `show` right before the end,
+  // with recorders that take a frame as they start and hear the keys pressed while they run.
+  EngineRig rig;
+  rig.behaviour.grabsAtStart = true;
+  rig.behaviour.keys = &rig.backend;
+  const ScriptOutcome outcome = rig.run(R"(set fps 12
+set transition 0
+open "Terminal"
+capture-window app "Terminal" as $t
+hide
+record $t continue
+type "cd demo" enter
+wait 2
+show
+type "ls" enter
+wait 1
+hide
+chapter "Cleaned"
+type "rm x" enter
+wait 2
+show
+wait 1
+hide
+type "clear" enter
+show
+)");
+  const auto timeline = nlohmann::json::parse(outcome.timeline);
+  const auto gif = testing::decodeGIFFile(rig.directory / "out.gif");
+  ASSERT_TRUE(gif);
+  // Two segments, one after the other, and the file plays them and nothing else: the frame the
+  // last `show` took, with the hidden `clear` on it, is not in it.
+  const double duration = timeline["duration"].get<double>();
+  EXPECT_NEAR(totalCentiseconds(*gif) / 100.0, duration, 0.011);
+  const auto& segments = timeline["segments"];
+  ASSERT_EQ(segments.size(), 2u) << timeline.dump(2);
+  const double resumed = segments[1]["start"].get<double>();
+  const double last = segments[1]["end"].get<double>();
+  EXPECT_EQ(segments[0]["start"], 0);
+  EXPECT_EQ(segments[0]["end"].get<double>(), resumed);
+  EXPECT_DOUBLE_EQ(last - resumed, 1);
+  EXPECT_DOUBLE_EQ(segments[1]["recorded"].get<double>(), 1);
+  // The file ends with the last frame time begun.
+  EXPECT_NEAR(last, duration, 0.1);
+  for (const Image& frame : gif->frames) {
+    EXPECT_LT(testing::pixelAt(frame, 32, 20).g, 100) << "a frame of the third recording";
+  }
+  EXPECT_GT(testing::pixelAt(gif->frames.front(), 32, 20).r, 180);
+  EXPECT_GT(testing::pixelAt(gif->frames.back(), 32, 20).b, 180);
+
+  // What ran hidden is placed where the output goes on, takes no time there and says so; `hide`
+  // and `show` are where the output leaves off and goes on.
+  std::map<int, nlohmann::json> byLine;
+  for (const auto& instruction : timeline["instructions"]) {
+    byLine[instruction["line"].get<int>()] = instruction;
+  }
+  ASSERT_EQ(byLine.size(), 20u);
+  const auto placed = [&](int line) {
+    const nlohmann::json& entry = byLine[line];
+    return std::make_tuple(entry["time"].get<double>(), entry["end"].get<double>(),
+                           entry.value("hidden", false));
+  };
+  for (int line : {6, 7, 8}) {
+    EXPECT_EQ(placed(line), std::make_tuple(0.0, 0.0, true)) << line;
+  }
+  for (int line : {13, 14, 15}) {
+    EXPECT_EQ(placed(line), std::make_tuple(resumed, resumed, true)) << line;
+  }
+  for (int line : {19, 20}) {
+    EXPECT_EQ(placed(line), std::make_tuple(last, last, line == 19)) << line;
+  }
+  EXPECT_EQ(placed(5), std::make_tuple(0.0, 0.0, false));
+  EXPECT_EQ(placed(9), std::make_tuple(0.0, 0.0, false));
+  EXPECT_EQ(std::get<0>(placed(12)), resumed);
+  EXPECT_EQ(placed(16), std::make_tuple(resumed, resumed, false));
+  EXPECT_EQ(placed(17), std::make_tuple(resumed, last, false));
+  EXPECT_EQ(timeline["chapters"],
+            nlohmann::json::parse(
+                fmt::format(R"([{{"name": "Cleaned", "time": {}, "line": 13}}])", resumed)));
+  // Only the keys pressed while shown are listed.
+  std::vector<std::string> keys;
+  for (const auto& keystroke : timeline["keystrokes"]) {
+    keys.push_back(keystroke.value("text", keystroke.value("keys", "")));
+    EXPECT_LT(keystroke["time"].get<double>(), resumed);
+  }
+  EXPECT_THAT(keys, ElementsAre("ls", "Enter"));
 }
 
 TEST(ScriptEngine, EnvReachesLaterShellCommandsAndRequireStopsBeforeAnythingOpens) {

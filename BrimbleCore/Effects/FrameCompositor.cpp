@@ -255,6 +255,10 @@ FrameCompositor::FrameCompositor(std::span<const RenderSegment> segments,
   if (settings.fps <= 0) {
     throw EffectsError::invalidSetting("fps", settings.fps, "a positive number");
   }
+  if (!(settings.playbackSpeed >= 0.25 && settings.playbackSpeed <= 4)) {
+    throw EffectsError::invalidSetting("playback-speed", settings.playbackSpeed,
+                                       "a factor from 0.25 to 4");
+  }
   if (!(settings.idleThreshold >= 0)) {
     throw EffectsError::invalidSetting("idle-threshold", settings.idleThreshold,
                                        "a number of seconds, 0 or more");
@@ -369,10 +373,11 @@ FrameCompositor::FrameCompositor(std::span<const RenderSegment> segments,
       cards.outroLength = std::max(outro_->duration(), 0.0);
     }
   }
-  timeline_ = RenderTimeline::build(segments, clocks, cards, settings.fps, settings.transition);
-  outputClock_ =
-      OutputClock(RenderTimeline::segmentStarts(segments, clocks, cards, settings.transition),
-                  clocks, static_cast<double>(timeline_.size()) / settings.fps);
+  timeline_ = RenderTimeline::build(segments, clocks, cards, settings.fps, settings.transition,
+                                    settings.playbackSpeed);
+  outputClock_ = OutputClock(
+      RenderTimeline::segmentStarts(segments, clocks, cards, settings.transition), clocks,
+      static_cast<double>(timeline_.size()) / settings.fps, settings.playbackSpeed);
   // A repeated picture is shown as the frame that began its run.
   const auto picture = [&](int segment, int& frame) {
     if (segment >= 0 && frame >= 0 && effects_[static_cast<std::size_t>(segment)]) {

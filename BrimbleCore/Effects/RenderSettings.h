@@ -38,6 +38,9 @@ struct RenderSettings {
   int loopCount = 0;
   /// Crossfade between segments, seconds; 0 is a cut.
   double transition = 0.3;
+  /// The output plays this many times as fast as it was recorded (cards and crossfades too):
+  /// 2 is half as long. Frame times are kept, so above 1 frames are skipped.
+  double playbackSpeed = 1;
   PaletteStrategy paletteStrategy = PaletteStrategy::automatic;
   /// Frames that repeat the frame before them only lengthen its delay.
   bool deduplicate = true;

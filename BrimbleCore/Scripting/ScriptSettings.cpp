@@ -48,6 +48,11 @@ bool isTerminalTheme(std::string_view text) {
   }
 }
 
+bool isPlaybackSpeed(std::string_view text) {
+  const auto factor = doubleFromSettingText(text);
+  return factor && *factor >= 0.25 && *factor <= 4;
+}
+
 std::string themeNames() {
   std::string names;
   for (const std::string& name : TerminalTheme::names()) {
@@ -65,6 +70,13 @@ const std::vector<ScriptSettingInfo>& scriptSettingsTable() {
       {"max-width", "integer", "800", {}, "maximum output width in pixels", 16},
       {"loop-count", "integer", "0", {}, "0 loops forever, 1 plays once", 0},
       {"transition", "number", "0.3", {}, "crossfade between recorded segments, seconds", 0},
+      {.name = "playback-speed",
+       .type = "number",
+       .defaultValue = "1",
+       .allowedValues = {},
+       .meaning = "the output plays this many times as fast as it was recorded (2: half as long)",
+       .accepts = isPlaybackSpeed,
+       .expected = "a factor from 0.25 to 4"},
       {"show-cursor", "boolean", "true", {}, "show the system cursor"},
       {"cursor-smoothing", "boolean", "false", {}, "smooth cursor paths"},
       {"click-indicators", "boolean", "false", {}, "draw click overlays"},
@@ -206,7 +218,8 @@ std::string settingsDocumentJSON(int indent) {
     nlohmann::ordered_json entry;
     entry["name"] = setting.name;
     entry["type"] = setting.type;
-    entry["default"] = setting.defaultValue ? typedValue(setting.type, *setting.defaultValue) : nullptr;
+    entry["default"] =
+        setting.defaultValue ? typedValue(setting.type, *setting.defaultValue) : nullptr;
     if (!setting.allowedValues.empty()) {
       nlohmann::ordered_json values = nlohmann::ordered_json::array();
       for (const std::string& value : setting.allowedValues) {

@@ -1039,6 +1039,62 @@ show
   EXPECT_THAT(keys, ElementsAre("ls", "Enter"));
 }
 
+TEST(ScriptEngine, PlaybackSpeedDividesEveryTimeOfTheOutputAndTheTimelineAgrees) {
+  // Four seconds recorded, a caption from 1 s to 3 s of them and a chapter at 2 s.
+  const auto script = [](double speed) {
+    return fmt::format(R"(set fps 12
+set transition 0
+set playback-speed {}
+record region 0 0 64 40 continue
+wait 1
+caption "Halfway" duration 2
+wait 1
+chapter "Two"
+wait 2
+stop
+)",
+                       speed);
+  };
+  for (const double speed : {2.0, 0.5}) {
+    SCOPED_TRACE(speed);
+    EngineRig rig;
+    const ScriptOutcome outcome = rig.run(script(speed));
+    const auto gif = testing::decodeGIFFile(rig.directory / "out.gif");
+    ASSERT_TRUE(gif);
+    EXPECT_EQ(totalCentiseconds(*gif), std::lround(400 / speed));
+    EXPECT_NEAR(outcome.summary.duration, 4 / speed, 0.01);
+    const auto timeline = nlohmann::json::parse(outcome.timeline);
+    EXPECT_DOUBLE_EQ(timeline["duration"].get<double>(), 4 / speed);
+    EXPECT_EQ(timeline["segments"],
+              nlohmann::json::parse(fmt::format(
+                  R"([{{"segment": 1, "start": 0, "end": {}, "recorded": 4}}])", 4 / speed)));
+    EXPECT_EQ(timeline["captions"][0]["start"].get<double>(), 1 / speed);
+    EXPECT_EQ(timeline["captions"][0]["end"].get<double>(), 3 / speed);
+    EXPECT_EQ(timeline["chapters"][0]["time"].get<double>(), 2 / speed);
+    EXPECT_EQ(timeline["instructions"][8]["source"], "wait 2");
+    EXPECT_EQ(timeline["instructions"][8]["time"].get<double>(), 2 / speed);
+    EXPECT_EQ(timeline["instructions"][8]["end"].get<double>(), 4 / speed);
+  }
+
+  // At 4 times the pace one output frame stands for four recorded ones: the others are
+  // dropped, so a folder of frames holds a quarter of them.
+  EngineRig fast;
+  const std::filesystem::path frames = fast.directory / "frames";
+  ScriptEngine engine = fast.engine();
+  const ScriptOutcome outcome = engine.execute(fmt::format(
+      "set fps 12\nset playback-speed 4\noutput \"{}/\"\nrecord region 0 0 64 40 duration 4\n",
+      frames.string()));
+  EXPECT_EQ(outcome.summary.frames, 12);
+  EXPECT_EQ(testing::entriesIn(frames), 12);
+
+  // Beyond what a viewer can follow, a factor is refused before the script runs.
+  for (const std::string factor : {"5", "0.2", "fast"}) {
+    EXPECT_THAT(testing::errorText<ScriptError>([&] { validate("set playback-speed " + factor); }),
+                HasSubstr("Invalid value '" + factor +
+                          "' for setting 'playback-speed' (expected a factor from 0.25 to 4)"));
+  }
+}
+
 TEST(ScriptEngine, EnvReachesLaterShellCommandsAndRequireStopsBeforeAnythingOpens) {
   EngineRig rig;
   rig.run(R"(set fps 12

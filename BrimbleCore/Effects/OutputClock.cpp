@@ -6,11 +6,13 @@
 namespace brimble {
 
 OutputClock::OutputClock(std::vector<std::optional<double>> starts,
-                         std::vector<SegmentClock> clocks, double length, double speed)
+                         std::vector<SegmentClock> clocks, double length, double speed,
+                         double loopStart)
     : starts_(std::move(starts)),
       clocks_(std::move(clocks)),
       length_(length),
-      speed_(speed > 0 ? speed : 1) {
+      speed_(speed > 0 ? speed : 1),
+      loopStart_(loopStart) {
   clocks_.resize(starts_.size());
 }
 

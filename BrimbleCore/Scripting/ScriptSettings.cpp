@@ -7,6 +7,7 @@
 
 #include "BrimbleCore/Automation/TerminalTheme.h"
 #include "BrimbleCore/Effects/EffectColor.h"
+#include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Effects/WindowBar.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Support/Text.h"
@@ -48,6 +49,10 @@ bool isTerminalTheme(std::string_view text) {
   }
 }
 
+bool isLoopOffset(std::string_view text) {
+  return LoopOffset::parse(text).has_value();
+}
+
 bool isPlaybackSpeed(std::string_view text) {
   const auto factor = doubleFromSettingText(text);
   return factor && *factor >= 0.25 && *factor <= 4;
@@ -77,6 +82,14 @@ const std::vector<ScriptSettingInfo>& scriptSettingsTable() {
        .meaning = "the output plays this many times as fast as it was recorded (2: half as long)",
        .accepts = isPlaybackSpeed,
        .expected = "a factor from 0.25 to 4"},
+      {.name = "loop-offset",
+       .type = "string",
+       .defaultValue = "0",
+       .allowedValues = {},
+       .meaning = "the frame a looping output starts with (from 0), or a share of its length "
+                  "(50%); the frames before it play at the end",
+       .accepts = isLoopOffset,
+       .expected = "a frame number (0 or more) or a percentage such as 50%"},
       {"show-cursor", "boolean", "true", {}, "show the system cursor"},
       {"cursor-smoothing", "boolean", "false", {}, "smooth cursor paths"},
       {"click-indicators", "boolean", "false", {}, "draw click overlays"},

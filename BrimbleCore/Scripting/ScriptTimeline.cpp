@@ -93,6 +93,7 @@ std::string ScriptTimeline::document(const std::filesystem::path& output,
   Json document = Json::object();
   document["output"] = output.string();
   document["duration"] = seconds(clock.length());
+  document["loopStart"] = seconds(clock.loopStart());
 
   Json segmentList = Json::array();
   for (int i = 0; i < clock.segmentCount(); ++i) {

@@ -35,9 +35,11 @@ class ScriptTimeline {
   void addChapter(std::string name, int line, TimelineStamp at);
 
   /// The timeline of a render into `output` of `segments`, the ones numbered `numbers` (as in
-  /// the stamps), played as `clock` says: a JSON object with `output`, `duration` and the lists
-  /// `segments`, `chapters`, `instructions` (`"hidden": true` for those that ran while hidden),
-  /// `captions`, `keystrokes` and `clicks`, times in seconds of the output to the millisecond.
+  /// the stamps), played as `clock` says: a JSON object with `output`, `duration`, `loopStart`
+  /// (where in these times the file's first frame is; the part before it plays at the end) and
+  /// the lists `segments`, `chapters`, `instructions` (`"hidden": true` for those that ran while
+  /// hidden), `captions`, `keystrokes` and `clicks`, times in seconds of the output from its
+  /// beginning (before any loop offset) to the millisecond.
   std::string document(const std::filesystem::path& output, std::span<const RenderSegment> segments,
                        std::span<const int> numbers, const OutputClock& clock) const;
 

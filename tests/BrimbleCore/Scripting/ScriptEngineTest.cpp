@@ -1095,6 +1095,73 @@ stop
   }
 }
 
+TEST(ScriptEngine, ALoopOffsetStartsEveryOutputAtThatFrameWithTheFramesBeforeItAtTheEnd) {
+  // Red, blue and green recordings of a second each: 36 frames, 12 of each colour.
+  struct Case {
+    std::string offset;
+    std::vector<char> colours;  // of the GIF's frames, in order
+    std::vector<int> centiseconds;
+    double loopStart;
+  };
+  const std::vector<Case> cases = {
+      {"0", {'r', 'b', 'g'}, {100, 100, 100}, 0},
+      {"50%", {'b', 'g', 'r', 'b'}, {50, 100, 100, 50}, 1.5},
+      {"11", {'r', 'b', 'g', 'r'}, {8, 100, 100, 92}, 0.917},
+      {"40", {'r', 'b', 'g', 'r'}, {67, 100, 100, 33}, 0.333},
+  };
+  const auto colourOf = [](const Image& frame) {
+    const Pixel p = testing::pixelAt(frame, 32, 20);
+    return p.r > 180 ? 'r' : p.b > 180 ? 'b' : p.g > 180 ? 'g' : '?';
+  };
+  for (const Case& expected : cases) {
+    SCOPED_TRACE(expected.offset);
+    testing::LogCapture log;
+    EngineRig rig;
+    const std::filesystem::path gif = rig.directory / "loop.gif";
+    const std::filesystem::path frames = rig.directory / "frames";
+    ScriptEngine engine = rig.engine();
+    const ScriptOutcome outcome = engine.execute(fmt::format(
+        "set fps 12\nset transition 0\nset loop-offset {}\noutput \"{}\"\noutput \"{}/\"\n"
+        "record region 0 0 64 40 duration 1\nrecord region 0 0 64 40 duration 1\n"
+        "record region 0 0 64 40 duration 1\n",
+        expected.offset, gif.string(), frames.string()));
+    const auto decoded = testing::decodeGIFFile(gif);
+    ASSERT_TRUE(decoded);
+    std::vector<char> colours;
+    for (const Image& frame : decoded->frames) {
+      colours.push_back(colourOf(frame));
+    }
+    EXPECT_EQ(colours, expected.colours);
+    // Delays are whole centiseconds: each frame's share of 1/12 s is rounded where it falls.
+    ASSERT_EQ(decoded->delaysCentiseconds.size(), expected.centiseconds.size());
+    for (std::size_t i = 0; i < expected.centiseconds.size(); ++i) {
+      EXPECT_NEAR(decoded->delaysCentiseconds[i], expected.centiseconds[i], 1) << i;
+    }
+    EXPECT_EQ(totalCentiseconds(*decoded), 300);
+    // The frame folder starts at the same frame.
+    EXPECT_EQ(testing::entriesIn(frames), 36);
+    const auto first = decodeImage(readFileBytes(frames / "frame-00001.png"));
+    ASSERT_TRUE(first);
+    EXPECT_EQ(colourOf(*first), expected.colours.front());
+    // The timeline keeps the script's order and says where the file begins in it.
+    const auto timeline = nlohmann::json::parse(outcome.timeline);
+    EXPECT_EQ(timeline["loopStart"].get<double>(), expected.loopStart);
+    EXPECT_EQ(timeline["segments"][1]["start"].get<double>(), 1.0);
+    EXPECT_EQ(log.lines().size(), expected.offset == "40" ? 1u : 0u);
+    if (expected.offset == "40") {
+      EXPECT_THAT(log.lines(), Contains("Warning: loop-offset 40 is past the last frame (35); "
+                                        "the loop starts at frame 4"));
+    }
+  }
+
+  for (const std::string offset : {"150%", "-3", "half", "2.5"}) {
+    EXPECT_THAT(testing::errorText<ScriptError>([&] { validate("set loop-offset " + offset); }),
+                HasSubstr("Invalid value '" + offset +
+                          "' for setting 'loop-offset' (expected a frame number (0 or more) or "
+                          "a percentage such as 50%)"));
+  }
+}
+
 TEST(ScriptEngine, EnvReachesLaterShellCommandsAndRequireStopsBeforeAnythingOpens) {
   EngineRig rig;
   rig.run(R"(set fps 12

@@ -43,13 +43,14 @@ ScriptTargets::ScriptTargets(const ScriptServices& services, const ScriptOptions
                              ScriptContext& context, ScriptClock& clock)
     : services_(services), options_(options), context_(context), clock_(clock) {}
 
-void ScriptTargets::open(const OpenInstruction& open, int line) {
+void ScriptTargets::open(const OpenInstruction& open, int line,
+                         const std::vector<std::string>& environment) {
   const std::string app = context_.resolve(open.app, line);
   const TerminalLook look = scriptTerminalLook(context_);
   const auto pixels = scriptTerminalPixelSize(context_);
   const bool dressed = namesTerminal(app) && (!look.empty() || pixels);
-  const std::uint32_t id =
-      dressed ? services_.windows.openTerminal(look) : services_.windows.openApp(app);
+  const std::uint32_t id = dressed ? services_.windows.openTerminal(look, environment)
+                                   : services_.windows.openApp(app, environment);
   if (dressed && pixels) {
     // A terminal sizes in whole cells: the window manager rounds the pixels down to them.
     const auto opened = services_.windows.find(id);

@@ -37,8 +37,9 @@ class ScriptTargets {
   ScriptTargets(const ScriptTargets&) = delete;
   ScriptTargets& operator=(const ScriptTargets&) = delete;
 
-  /// Opens the application and makes its new window the target. Prints "     opened ...".
-  void open(const OpenInstruction& open, int line);
+  /// Opens the application, with `environment` ("NAME=value", what `env` set) added to its
+  /// own, and makes its new window the target. Prints "     opened ...".
+  void open(const OpenInstruction& open, int line, const std::vector<std::string>& environment);
   /// Brings the application to the front and, when it has a window, targets it.
   void focus(const FocusInstruction& focus, int line);
   /// Finds the window (by application, waiting up to 10 seconds for one that is still opening,

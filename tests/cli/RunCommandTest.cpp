@@ -279,6 +279,30 @@ TEST(BrimbleRun, TheTimelineGivesHiddenStepsNoTimeOfTheirOwnAndNoneOfTheirKeys) 
   EXPECT_EQ(typed, (std::vector<std::string>{"echo shown", "Enter"})) << document.dump(2);
 }
 
+TEST(BrimbleRun, EnvReachesTheShellOfATerminalTheScriptOpens) {
+  TempDirectory directory;
+  const fs::path plain = directory / "plain.txt";
+  const fs::path dressed = directory / "dressed.txt";
+  // One terminal as the system has it, one dressed by the script's settings; each shell writes
+  // what it sees of the variable into a file.
+  const fs::path script =
+      writeScript(directory,
+                  "set fps 12\nenv DEMO_GREETING \"hello from env\"\nopen \"Terminal\"\n"
+                  "capture-window app \"Terminal\" as $term\nrecord $term continue\n"
+                  "type \"echo \\\"\\$DEMO_GREETING\\\" > " +
+                      plain.string() +
+                      "\" enter\nwait 0.5\nstop\n"
+                      "set terminal-font-size 15\nopen \"Terminal\"\n"
+                      "type \"echo \\\"\\$DEMO_GREETING\\\" > " +
+                      dressed.string() + "\" enter\nwait 0.5\n");
+  const auto result = runCommand(brimbleWithStderr("run --headless -q -o " +
+                                                   shellQuote((directory / "out.gif").string()) +
+                                                   " " + shellQuote(script.string())));
+  ASSERT_EQ(result.exitCode, 0) << result.output;
+  EXPECT_EQ(testing::readFile(plain), "hello from env\n");
+  EXPECT_EQ(testing::readFile(dressed), "hello from env\n");
+}
+
 TEST(BrimbleRun, ElementTargetsAndDialogsOfANativeAppGoThroughTheAccessibilityBus) {
   TempDirectory directory;
   const fs::path name = directory / "name.txt";

@@ -1178,6 +1178,22 @@ record $t duration 1
   EXPECT_THAT(rig.processes.environments[0], IsEmpty());
   // The later `env` of a name replaces the earlier; text in it is the script's, expanded then.
   EXPECT_THAT(rig.processes.environments[1], ElementsAre("LANG=C.UTF-8", "GREETING=hi $who"));
+  // The programs `open` starts get it too, dressed terminals and others alike.
+  EngineRig opened;
+  opened.run(R"(set fps 12
+open "Terminal"
+env DEMO_USER "ada"
+open "Terminal"
+set terminal-font-size 14
+open "Terminal"
+capture-window app "Terminal" as $t
+record $t duration 1
+)");
+  ASSERT_EQ(opened.launcher.environments().size(), 3u);
+  EXPECT_THAT(opened.launcher.environments()[0], IsEmpty());
+  EXPECT_THAT(opened.launcher.environments()[1], ElementsAre("DEMO_USER=ada"));
+  EXPECT_THAT(opened.launcher.environments()[2], ElementsAre("DEMO_USER=ada"));
+  EXPECT_THAT(opened.launcher.launches()[2], HasSubstr("faceSize: 14"));
 
   // A script variable the command names is the command's, above an `env` of the same name.
   EngineRig named;

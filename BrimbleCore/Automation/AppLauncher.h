@@ -20,10 +20,16 @@ class AppLauncher {
 
   /// Whether `program` can be found on PATH.
   virtual bool isInstalled(const std::string& program) const = 0;
-  /// Starts `program` with `arguments` (after any it always gets), detached from us; returns
-  /// its process id. Throws std::system_error when it cannot be started.
-  virtual int launch(const std::string& program, const std::vector<std::string>& arguments) = 0;
-  int launch(const std::string& program) { return launch(program, {}); }
+  /// Starts `program` with `arguments` (after any it always gets), detached from us, with
+  /// `environment` ("NAME=value") added to what it would get otherwise and taking the place of
+  /// entries of the same names; returns its process id. Throws std::system_error when it cannot
+  /// be started.
+  virtual int launch(const std::string& program, const std::vector<std::string>& arguments,
+                     const std::vector<std::string>& environment) = 0;
+  int launch(const std::string& program, const std::vector<std::string>& arguments) {
+    return launch(program, arguments, {});
+  }
+  int launch(const std::string& program) { return launch(program, {}, {}); }
 };
 
 /// Starts programs the way a desktop launcher does: in a session of their own, with standard
@@ -42,7 +48,8 @@ class DetachedAppLauncher final : public AppLauncher {
 
   bool isInstalled(const std::string& program) const override;
   using AppLauncher::launch;
-  int launch(const std::string& program, const std::vector<std::string>& arguments) override;
+  int launch(const std::string& program, const std::vector<std::string>& arguments,
+             const std::vector<std::string>& environment) override;
 
  private:
   const std::vector<std::string> environment_;

@@ -140,7 +140,8 @@ void WindowManager::focus(std::uint32_t id) {
   }
 }
 
-std::uint32_t WindowManager::openApp(std::string_view name) {
+std::uint32_t WindowManager::openApp(std::string_view name,
+                                     const std::vector<std::string>& environment) {
   const std::string requested(name);
   const std::vector<std::string> programs = programsFor(name);
   const auto program = std::find_if(programs.begin(), programs.end(),
@@ -154,11 +155,12 @@ std::uint32_t WindowManager::openApp(std::string_view name) {
                                                           ? names + " is not installed"
                                                           : "none of " + names + " is installed");
   }
-  return openProgram(name, *program, {});
+  return openProgram(name, *program, {}, environment);
 }
 
 std::uint32_t WindowManager::openTerminal(const TerminalLook& look,
-                                          const std::filesystem::path& log) {
+                                          const std::filesystem::path& log,
+                                          const std::vector<std::string>& environment) {
   constexpr std::string_view kName = "Terminal";
   if (!launcher_.isInstalled("xterm")) {
     throw WindowManagerError::launchFailed(
@@ -170,11 +172,12 @@ std::uint32_t WindowManager::openTerminal(const TerminalLook& look,
     const auto command = std::find(arguments.begin(), arguments.end(), "-e");
     arguments.insert(command, {"-l", "-lf", log.string()});
   }
-  return openProgram(kName, "xterm", arguments);
+  return openProgram(kName, "xterm", arguments, environment);
 }
 
 std::uint32_t WindowManager::openProgram(std::string_view name, const std::string& program,
-                                         const std::vector<std::string>& arguments) {
+                                         const std::vector<std::string>& arguments,
+                                         const std::vector<std::string>& environment) {
   const std::string requested(name);
   std::set<std::uint32_t> before;
   try {
@@ -185,7 +188,7 @@ std::uint32_t WindowManager::openProgram(std::string_view name, const std::strin
     logLine("BrimbleCore: WindowManager: Failed to snapshot window IDs for " + requested);
   }
   try {
-    launcher_.launch(program, arguments);
+    launcher_.launch(program, arguments, environment);
   } catch (const std::system_error& error) {
     throw WindowManagerError::launchFailed(requested, error.what());
   }

@@ -66,13 +66,15 @@ class WindowManager {
   /// Starts the application and returns its new window, focused: the first window of the
   /// application that was not there before the launch (up to 10 seconds later), else its
   /// frontmost window. A program that hands the request to a running instance still counts,
-  /// since the window, not the process, is watched. Throws WindowManagerError.
-  std::uint32_t openApp(std::string_view name);
+  /// since the window, not the process, is watched. `environment` ("NAME=value") reaches the
+  /// program started (not a running instance it hands over to). Throws WindowManagerError.
+  std::uint32_t openApp(std::string_view name, const std::vector<std::string>& environment = {});
   /// Opens a terminal dressed as `look`, as `openApp("Terminal")` does: xterm, whose look can
   /// be set for one window, whatever terminal the system prefers. With a `log` file, the
   /// terminal appends to it everything its programs write to it. Throws WindowManagerError
   /// (launchFailed when xterm is not installed).
-  std::uint32_t openTerminal(const TerminalLook& look, const std::filesystem::path& log = {});
+  std::uint32_t openTerminal(const TerminalLook& look, const std::filesystem::path& log = {},
+                             const std::vector<std::string>& environment = {});
   /// Raises and focuses the application's window. Throws WindowManagerError.
   void focusApp(std::string_view name);
   /// Raises and focuses the window `id` and waits (briefly) until it has the focus; a window
@@ -119,7 +121,8 @@ class WindowManager {
   /// Starts `program` with `arguments` for the application `name` and returns its new window,
   /// as `openApp` says.
   std::uint32_t openProgram(std::string_view name, const std::string& program,
-                            const std::vector<std::string>& arguments);
+                            const std::vector<std::string>& arguments,
+                            const std::vector<std::string>& environment);
   void sleepFor(double seconds);
 
   WindowSystem& windowSystem_;

@@ -198,6 +198,20 @@ std::vector<double> inputTimes(const RecordedSegment& segment, bool pointerDrawn
   return times;
 }
 
+// The frame of `count` the output starts with; a frame number past the last is said to wrap.
+int startingFrame(const std::optional<LoopOffset>& offset, int count) {
+  if (!offset || count == 0) {
+    return 0;
+  }
+  const int first = offset->firstFrame(count);
+  if (offset->unit == LoopOffset::Unit::frame && offset->value >= count) {
+    logLine("Warning: loop-offset " + std::to_string(static_cast<long long>(offset->value)) +
+            " is past the last frame (" + std::to_string(count - 1) +
+            "); the loop starts at frame " + std::to_string(first));
+  }
+  return first;
+}
+
 Image cropped(const Image& image, int left, int top, int width, int height) {
   if (left == 0 && top == 0 && width == image.width() && height == image.height()) {
     return image;
@@ -254,6 +268,10 @@ FrameCompositor::FrameCompositor(std::span<const RenderSegment> segments,
     : segments_(segments), settings_(settings) {
   if (settings.fps <= 0) {
     throw EffectsError::invalidSetting("fps", settings.fps, "a positive number");
+  }
+  if (!(settings.playbackSpeed >= 0.25 && settings.playbackSpeed <= 4)) {
+    throw EffectsError::invalidSetting("playback-speed", settings.playbackSpeed,
+                                       "a factor from 0.25 to 4");
   }
   if (!(settings.idleThreshold >= 0)) {
     throw EffectsError::invalidSetting("idle-threshold", settings.idleThreshold,
@@ -369,10 +387,16 @@ FrameCompositor::FrameCompositor(std::span<const RenderSegment> segments,
       cards.outroLength = std::max(outro_->duration(), 0.0);
     }
   }
-  timeline_ = RenderTimeline::build(segments, clocks, cards, settings.fps, settings.transition);
+  timeline_ = RenderTimeline::build(segments, clocks, cards, settings.fps, settings.transition,
+                                    settings.playbackSpeed);
+  // A looping output may start at its most telling frame: the frames before it follow the last,
+  // in every output, and the clock keeps counting from the animation's own beginning.
+  const int firstFrame = startingFrame(settings.loopOffset, frameCount());
+  std::rotate(timeline_.begin(), timeline_.begin() + firstFrame, timeline_.end());
   outputClock_ =
       OutputClock(RenderTimeline::segmentStarts(segments, clocks, cards, settings.transition),
-                  clocks, static_cast<double>(timeline_.size()) / settings.fps);
+                  clocks, static_cast<double>(timeline_.size()) / settings.fps,
+                  settings.playbackSpeed, static_cast<double>(firstFrame) / settings.fps);
   // A repeated picture is shown as the frame that began its run.
   const auto picture = [&](int segment, int& frame) {
     if (segment >= 0 && frame >= 0 && effects_[static_cast<std::size_t>(segment)]) {

@@ -18,6 +18,20 @@ enum class IdleStrategy { fade, cut, ramp };
 /// "ramp", "fade", any case); no value for anything else.
 std::optional<IdleStrategy> idleStrategyFromArgument(std::string_view text);
 
+/// Where a looping output starts: at a frame of the composed animation (from 0), or a share of
+/// its length; the frames before it play after the last.
+struct LoopOffset {
+  enum class Unit { frame, percent };
+  Unit unit = Unit::frame;
+  double value = 0;
+
+  /// "12" (a frame) or "50%" (0% to 100%); no value for anything else.
+  static std::optional<LoopOffset> parse(std::string_view text);
+  /// The frame of `count` that comes first: a frame number past the last wraps around, as the
+  /// loop does, and 100% is the first frame again.
+  int firstFrame(int count) const;
+};
+
 /// A title card shown before or after the recording.
 struct TitleCard {
   std::string title;
@@ -36,8 +50,13 @@ struct RenderSettings {
   int maxWidth = 800;
   /// Number of plays; 0 = forever.
   int loopCount = 0;
+  /// Where the output starts; no value starts with the first frame.
+  std::optional<LoopOffset> loopOffset;
   /// Crossfade between segments, seconds; 0 is a cut.
   double transition = 0.3;
+  /// The output plays this many times as fast as it was recorded (cards and crossfades too):
+  /// 2 is half as long. Frame times are kept, so above 1 frames are skipped.
+  double playbackSpeed = 1;
   PaletteStrategy paletteStrategy = PaletteStrategy::automatic;
   /// Frames that repeat the frame before them only lengthen its delay.
   bool deduplicate = true;

@@ -144,10 +144,10 @@ std::vector<std::optional<double>> segmentStarts(std::span<const RenderSegment> 
 
 std::vector<TimelineFrame> build(std::span<const RenderSegment> segments,
                                  std::span<const SegmentClock> clocks, const TimelineCards& cards,
-                                 int fps, double transition) {
+                                 int fps, double transition, double speed) {
   std::vector<TimelineFrame> timeline;
   const ClipPlan plan = planClips(segments, clocks, cards, transition);
-  if (plan.clips.empty() || fps <= 0) {
+  if (plan.clips.empty() || fps <= 0 || !(speed > 0)) {
     return timeline;
   }
   const std::vector<Clip>& clips = plan.clips;
@@ -164,10 +164,10 @@ std::vector<TimelineFrame> build(std::span<const RenderSegment> segments,
     }
   };
   // Rounded, so that a length of exactly N frame times is N frames despite floating point.
-  const auto frames = static_cast<long>(std::llround(std::ceil(total * fps - 1e-6)));
+  const auto frames = static_cast<long>(std::llround(std::ceil(total / speed * fps - 1e-6)));
   std::size_t current = 0;
   for (long k = 0; k < frames; ++k) {
-    const double time = static_cast<double>(k) / fps;
+    const double time = static_cast<double>(k) * speed / fps;
     while (current + 1 < clips.size() && time >= starts[current] + clips[current].length - 1e-9) {
       ++current;
     }

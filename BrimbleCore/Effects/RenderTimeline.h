@@ -63,10 +63,11 @@ std::vector<TimelineFrame> build(std::span<const RenderSegment> segments, int fp
                                  double transition);
 
 /// As above, with each segment played by its clock in `clocks` (one per segment) and the
-/// title cards of `cards`.
+/// title cards of `cards`, the whole played `speed` times as fast: frame k shows the moment
+/// k * speed / fps, so that above 1 the moments between two output frames are skipped.
 std::vector<TimelineFrame> build(std::span<const RenderSegment> segments,
                                  std::span<const SegmentClock> clocks, const TimelineCards& cards,
-                                 int fps, double transition);
+                                 int fps, double transition, double speed = 1);
 
 /// Where each segment begins in the output that `build` makes of the same arguments (seconds
 /// from its first frame); no value for a segment that does not play.

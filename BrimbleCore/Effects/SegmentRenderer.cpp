@@ -97,7 +97,8 @@ EncodeSummary encodeFrom(const FrameCompositor& compositor, std::span<const Rend
   options.video.frameRate = settings.fps;
   ScratchFile sound;
   if (isVideo(format)) {
-    if (auto track = SegmentSound::compose(compositor, segments, settings.fps, sound.path)) {
+    if (auto track = SegmentSound::compose(compositor, segments, settings.fps, sound.path,
+                                           settings.playbackSpeed)) {
       options.video.audio = std::move(track);
     }
   }

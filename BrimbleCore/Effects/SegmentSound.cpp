@@ -10,7 +10,7 @@ namespace brimble::SegmentSound {
 
 std::optional<AudioTrack> compose(const FrameCompositor& compositor,
                                   std::span<const RenderSegment> segments, int fps,
-                                  const std::filesystem::path& file) {
+                                  const std::filesystem::path& file, double speed) {
   const RenderSegment* first = nullptr;
   for (const RenderSegment& segment : segments) {
     if (segment.sound && first == nullptr) {
@@ -34,6 +34,7 @@ std::optional<AudioTrack> compose(const FrameCompositor& compositor,
   }
   std::ofstream output(file, std::ios::binary | std::ios::trunc);
   std::vector<float> samples;
+  std::vector<float> recorded;
   std::int64_t written = 0;  // sample frames so far
   const auto& timeline = compositor.timeline();
   for (std::size_t k = 0; k < timeline.size(); ++k) {
@@ -50,14 +51,24 @@ std::optional<AudioTrack> compose(const FrameCompositor& compositor,
         segments[segment].sound->sampleRate == rate) {
       // Sample index in the file for the segment time the frame shows.
       const auto from = std::llround((frame.time - segments[segment].sound->start) * rate);
+      const auto taken = static_cast<std::int64_t>(
+          std::max<long long>(1, std::llround(static_cast<double>(count) * speed)));
+      recorded.assign(static_cast<std::size_t>(taken * channels), 0.0F);
       const std::int64_t skip = std::max<std::int64_t>(0, -from);
-      if (skip < static_cast<std::int64_t>(count)) {
+      if (skip < taken) {
         std::ifstream& input = inputs[segment];
         input.clear();
         input.seekg(static_cast<std::streamoff>((from + skip) * channels * 4));
-        input.read(
-            reinterpret_cast<char*>(samples.data() + skip * channels),
-            static_cast<std::streamsize>((static_cast<std::int64_t>(count) - skip) * channels * 4));
+        input.read(reinterpret_cast<char*>(recorded.data() + skip * channels),
+                   static_cast<std::streamsize>((taken - skip) * channels * 4));
+      }
+      // The frame's share of the recording, fitted to the frame's time by the nearest sample.
+      for (std::size_t i = 0; i < count; ++i) {
+        const auto source = static_cast<std::size_t>(std::min<std::int64_t>(
+            taken - 1, static_cast<std::int64_t>(i) * taken / static_cast<std::int64_t>(count)));
+        for (int c = 0; c < channels; ++c) {
+          samples[i * channels + c] = recorded[source * channels + c];
+        }
       }
     }
     output.write(reinterpret_cast<const char*>(samples.data()),

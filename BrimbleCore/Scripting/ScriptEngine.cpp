@@ -190,7 +190,7 @@ void ScriptEngine::dispatch(const ScriptInstruction& instruction, int line) {
   std::visit(
       Overloaded{
           [&](const SetInstruction& set) { setSetting(set, line); },
-          [&](const OpenInstruction& open) { targets_.open(open, line); },
+          [&](const OpenInstruction& open) { targets_.open(open, line, environment_); },
           [&](const FocusInstruction& focus) { targets_.focus(focus, line); },
           [&](const CaptureWindowInstruction& capture) { targets_.captureWindow(capture, line); },
           [&](const ResizeInstruction& resize) { this->resize(resize, line); },

@@ -43,6 +43,10 @@ RenderSettings scriptRenderSettings(const ScriptContext& context, bool preview) 
   }
   settings.loopCount = context.intSetting("loop-count", 0);
   settings.transition = context.doubleSetting("transition", 0.3);
+  settings.playbackSpeed = context.doubleSetting("playback-speed", 1);
+  if (const std::string* offset = context.usableSetting("loop-offset")) {
+    settings.loopOffset = LoopOffset::parse(*offset);
+  }
   if (const std::string* palette = context.usableSetting("palette-strategy")) {
     settings.paletteStrategy =
         paletteStrategyFromArgument(*palette).value_or(PaletteStrategy::automatic);

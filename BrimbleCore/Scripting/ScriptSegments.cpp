@@ -252,6 +252,7 @@ void ScriptSegments::startSegment(PendingSegment segment, int line) {
   segmentChromeTyping_ = false;
   segmentURL_ = targets_.browserURL();
   activeNumber_ = nextSegmentNumber_++;
+  startedByShow_ = false;
   // Captions placed before the recording start with it.
   segmentCaptions_ = std::move(pendingCaptions_);
   pendingCaptions_.clear();
@@ -287,6 +288,7 @@ void ScriptSegments::show(int line) {
     PendingSegment segment = std::move(*heldBack_);
     heldBack_.reset();
     startSegment(std::move(segment), line);
+    startedByShow_ = true;
   }
 }
 
@@ -331,8 +333,20 @@ void ScriptSegments::remain(int line) {
 }
 
 void ScriptSegments::endSegment() {
+  // A segment `show` started that ends before its first frame has had its time (`show` right
+  // before the end, `render` or `hide`) would only flash what the hidden steps left on screen.
+  const bool nothingShown =
+      startedByShow_ && segmentTime() < 1.0 / std::max(activeRequest_.fps, 1) - 1e-9;
   std::unique_ptr<SegmentRecorder> recorder = std::move(activeRecorder_);
   RenderSegment segment{recorder->stop()};
+  if (nothingShown) {
+    activeWindow_.reset();
+    segmentEffects_.clear();
+    segmentDemoEffects_.clear();
+    segmentCaptions_.clear();
+    options_.progress("     nothing followed 'show': its segment is left out");
+    return;
+  }
   segment.effects = std::move(segmentEffects_);
   segment.demoEvents = std::move(segmentDemoEffects_);
   segment.captions = std::move(segmentCaptions_);
@@ -405,7 +419,7 @@ TimelineStamp ScriptSegments::stamp() const {
   if (activeRecorder_) {
     return {activeNumber_, segmentTime()};
   }
-  return {nextSegmentNumber_, std::nullopt};
+  return {nextSegmentNumber_, std::nullopt, hidden_};
 }
 
 void ScriptSegments::showChromeTyping() {
@@ -503,9 +517,8 @@ ScriptOutcome ScriptSegments::renderInto(std::span<const SegmentRenderer::Render
     recorded += segment.duration;
   }
   OutputClock outputClock;
-  const std::vector<EncodeSummary> summaries =
-      SegmentRenderer::renderEach(segments_, settings, outputs, options_.renderProgress,
-                                  options_.abandon, &outputClock);
+  const std::vector<EncodeSummary> summaries = SegmentRenderer::renderEach(
+      segments_, settings, outputs, options_.renderProgress, options_.abandon, &outputClock);
   const double renderSeconds = clock_.secondsSince(started);
   profiler_.record(0, "render", renderSeconds);
   if (summaries.front().frames == 0) {

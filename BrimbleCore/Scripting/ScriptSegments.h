@@ -101,7 +101,8 @@ class ScriptSegments {
   /// Prints the running segment's remaining time, waits it out and ends the segment; without
   /// one, warns.
   void remain(int line);
-  /// Ends the running segment: one more segment to render, unless it captured no frames.
+  /// Ends the running segment: one more segment to render, unless it captured no frames or
+  /// `show` started it less than a frame's time ago.
   void endSegment();
   /// Stops a running segment and drops every segment: nothing of them is rendered.
   void discard();
@@ -206,6 +207,8 @@ class ScriptSegments {
   /// Between `hide` and `show`: the segment `show` starts, if one was recording or asked for.
   bool hidden_ = false;
   std::optional<PendingSegment> heldBack_;
+  /// The running segment is the one `show` started.
+  bool startedByShow_ = false;
 
   std::vector<RenderSegment> segments_;
   /// The number each of `segments_` started with.

@@ -7,6 +7,7 @@
 
 #include "BrimbleCore/Automation/TerminalTheme.h"
 #include "BrimbleCore/Effects/EffectColor.h"
+#include "BrimbleCore/Effects/RenderSettings.h"
 #include "BrimbleCore/Effects/WindowBar.h"
 #include "BrimbleCore/Scripting/ScriptNumber.h"
 #include "BrimbleCore/Support/Text.h"
@@ -48,6 +49,15 @@ bool isTerminalTheme(std::string_view text) {
   }
 }
 
+bool isLoopOffset(std::string_view text) {
+  return LoopOffset::parse(text).has_value();
+}
+
+bool isPlaybackSpeed(std::string_view text) {
+  const auto factor = doubleFromSettingText(text);
+  return factor && *factor >= 0.25 && *factor <= 4;
+}
+
 std::string themeNames() {
   std::string names;
   for (const std::string& name : TerminalTheme::names()) {
@@ -65,6 +75,21 @@ const std::vector<ScriptSettingInfo>& scriptSettingsTable() {
       {"max-width", "integer", "800", {}, "maximum output width in pixels", 16},
       {"loop-count", "integer", "0", {}, "0 loops forever, 1 plays once", 0},
       {"transition", "number", "0.3", {}, "crossfade between recorded segments, seconds", 0},
+      {.name = "playback-speed",
+       .type = "number",
+       .defaultValue = "1",
+       .allowedValues = {},
+       .meaning = "the output plays this many times as fast as it was recorded (2: half as long)",
+       .accepts = isPlaybackSpeed,
+       .expected = "a factor from 0.25 to 4"},
+      {.name = "loop-offset",
+       .type = "string",
+       .defaultValue = "0",
+       .allowedValues = {},
+       .meaning = "the frame a looping output starts with (from 0), or a share of its length "
+                  "(50%); the frames before it play at the end",
+       .accepts = isLoopOffset,
+       .expected = "a frame number (0 or more) or a percentage such as 50%"},
       {"show-cursor", "boolean", "true", {}, "show the system cursor"},
       {"cursor-smoothing", "boolean", "false", {}, "smooth cursor paths"},
       {"click-indicators", "boolean", "false", {}, "draw click overlays"},

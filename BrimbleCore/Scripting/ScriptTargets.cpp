@@ -50,7 +50,8 @@ ScriptTargets::ScriptTargets(const ScriptServices& services, const ScriptOptions
       clock_(clock),
       terminalText_(services.windows) {}
 
-void ScriptTargets::open(const OpenInstruction& open, int line) {
+void ScriptTargets::open(const OpenInstruction& open, int line,
+                         const std::vector<std::string>& environment) {
   const std::string app = context_.resolve(open.app, line);
   const TerminalLook look = scriptTerminalLook(context_);
   const auto pixels = scriptTerminalPixelSize(context_);
@@ -61,16 +62,16 @@ void ScriptTargets::open(const OpenInstruction& open, int line) {
   std::uint32_t id = 0;
   if (dressed || !log.empty()) {
     try {
-      id = services_.windows.openTerminal(look, log);
+      id = services_.windows.openTerminal(look, log, environment);
     } catch (const WindowManagerError& error) {
       if (dressed || error.code() != WindowManagerError::Code::launchFailed) {
         throw;
       }
       log.clear();
-      id = services_.windows.openApp(app);
+      id = services_.windows.openApp(app, environment);
     }
   } else {
-    id = services_.windows.openApp(app);
+    id = services_.windows.openApp(app, environment);
   }
   if (!log.empty()) {
     // xterm's own size when neither the look nor its window says. Followed before any resize,

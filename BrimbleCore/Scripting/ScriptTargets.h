@@ -38,10 +38,10 @@ class ScriptTargets {
   ScriptTargets(const ScriptTargets&) = delete;
   ScriptTargets& operator=(const ScriptTargets&) = delete;
 
-  /// Opens the application and makes its new window the target. Prints "     opened ...".
-  /// After `logTerminals`, a terminal is xterm (where it is installed) writing a log that
-  /// `terminalText` reads.
-  void open(const OpenInstruction& open, int line);
+  /// Opens the application, with `environment` ("NAME=value", what `env` set) added to its
+  /// own, and makes its new window the target. Prints "     opened ...". After `logTerminals`,
+  /// a terminal is xterm (where it is installed) writing a log that `terminalText` reads.
+  void open(const OpenInstruction& open, int line, const std::vector<std::string>& environment);
   /// Terminals opened from now on tell their text: the script waits for text in them.
   void logTerminals() noexcept { logTerminals_ = true; }
   /// The text of the terminals opened with a log.

@@ -93,6 +93,7 @@ std::string ScriptTimeline::document(const std::filesystem::path& output,
   Json document = Json::object();
   document["output"] = output.string();
   document["duration"] = seconds(clock.length());
+  document["loopStart"] = seconds(clock.loopStart());
 
   Json segmentList = Json::array();
   for (int i = 0; i < clock.segmentCount(); ++i) {
@@ -117,11 +118,18 @@ std::string ScriptTimeline::document(const std::filesystem::path& output,
   Json instructions = Json::array();
   for (const Instruction& instruction : instructions_) {
     const double start = at(instruction.start);
-    instructions.push_back({{"line", instruction.line},
-                            {"command", instruction.command},
-                            {"source", instruction.source},
-                            {"time", seconds(start)},
-                            {"end", seconds(std::max(start, at(instruction.end)))}});
+    // An instruction that ran while hidden shows nothing of its own: it is placed where the
+    // output goes on, and takes no time there.
+    const bool hidden = instruction.start.hidden && instruction.end.hidden;
+    Json entry = {{"line", instruction.line},
+                  {"command", instruction.command},
+                  {"source", instruction.source},
+                  {"time", seconds(start)},
+                  {"end", seconds(hidden ? start : std::max(start, at(instruction.end)))}};
+    if (hidden) {
+      entry["hidden"] = true;
+    }
+    instructions.push_back(std::move(entry));
   }
   document["instructions"] = std::move(instructions);
 

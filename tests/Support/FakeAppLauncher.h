@@ -13,7 +13,8 @@
 namespace brimble::testing {
 
 /// A launcher that knows which programs are "installed" and records each launch as
-/// "launch <program> <arguments...>", calling `onLaunch` (which may schedule the new window).
+/// "launch <program> <arguments...>" and the environment it was given, calling `onLaunch`
+/// (which may schedule the new window).
 class FakeAppLauncher final : public AppLauncher {
  public:
   explicit FakeAppLauncher(std::set<std::string> installed) : installed_(std::move(installed)) {}
@@ -22,12 +23,14 @@ class FakeAppLauncher final : public AppLauncher {
     return installed_.count(program) > 0;
   }
   using AppLauncher::launch;
-  int launch(const std::string& program, const std::vector<std::string>& arguments) override {
+  int launch(const std::string& program, const std::vector<std::string>& arguments,
+             const std::vector<std::string>& environment) override {
     std::string line = "launch " + program;
     for (const std::string& argument : arguments) {
       line += " " + argument;
     }
     launches_.push_back(line);
+    environments_.push_back(environment);
     if (failLaunch_) {
       throw std::system_error(ENOEXEC, std::generic_category(), "start " + program);
     }
@@ -39,6 +42,8 @@ class FakeAppLauncher final : public AppLauncher {
 
   void setFailLaunch(bool fail) { failLaunch_ = fail; }
   const std::vector<std::string>& launches() const { return launches_; }
+  /// The environment each launch was given, in the order of `launches`.
+  const std::vector<std::vector<std::string>>& environments() const { return environments_; }
 
   std::function<void()> onLaunch;
 
@@ -46,6 +51,7 @@ class FakeAppLauncher final : public AppLauncher {
   std::set<std::string> installed_;
   bool failLaunch_ = false;
   std::vector<std::string> launches_;
+  std::vector<std::vector<std::string>> environments_;
 };
 
 }  // namespace brimble::testing

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -10,6 +11,7 @@
 #include <numeric>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <fmt/format.h>
@@ -70,6 +72,10 @@ class FakeSegmentRecorder final : public SegmentRecorder {
     /// Runs once when asked whether it ended at or after `at`.
     std::optional<Clock::Duration> hookAt;
     std::function<void()> hook;
+    /// Takes its first frame the moment it starts, as a screen recorder does.
+    bool grabsAtStart = false;
+    /// Hears the keys this backend presses while it runs, as the desktop's event capture does.
+    const testing::FakeInputBackend* keys = nullptr;
   };
 
   FakeSegmentRecorder(const Clock& clock, Clock::TimePoint origin, RecorderLog& log,
@@ -113,6 +119,9 @@ class FakeSegmentRecorder final : public SegmentRecorder {
     segment.fps = request_.fps;
     segment.duration = seconds;
     segment.windowFrame = {0, 0, 64, 40};
+    if (behaviour_.keys != nullptr) {
+      segment.events = keysHeard();
+    }
     return segment;
   }
 
@@ -127,7 +136,31 @@ class FakeSegmentRecorder final : public SegmentRecorder {
     return std::chrono::duration<double>(length).count();
   }
   int framesFor(double seconds) const {
-    return static_cast<int>(std::lround(seconds * request_.fps));
+    const int frames = static_cast<int>(std::lround(seconds * request_.fps));
+    return behaviour_.grabsAtStart ? std::max(frames, 1) : frames;
+  }
+  // The backend's key lines ("<ms> key l down", from the rig's origin, as the backend counts)
+  // since this recorder started, as events timed from its start.
+  std::vector<InputEvent> keysHeard() const {
+    const long long from =
+        std::chrono::duration_cast<std::chrono::milliseconds>(start_ - origin_).count();
+    std::vector<InputEvent> events;
+    for (const std::string& line : behaviour_.keys->timedLines()) {
+      char key[32] = {};
+      char direction[8] = {};
+      long long at = 0;
+      if (std::sscanf(line.c_str(), "%lld key %31s %7s", &at, key, direction) != 3 || at < from) {
+        continue;
+      }
+      InputEvent event;
+      event.kind =
+          std::string(direction) == "down" ? InputEvent::Kind::keyDown : InputEvent::Kind::keyUp;
+      event.timestamp = static_cast<double>(at - from) / 1000;
+      event.key = std::string(key) == "return" ? "Return" : key;
+      event.synthetic = true;
+      events.push_back(event);
+    }
+    return events;
   }
 
   const Clock& clock_;
@@ -937,6 +970,217 @@ remain
   EXPECT_EQ(totalCentiseconds(*resumed), 100);
 }
 
+TEST(ScriptEngine, TheTimelinePlacesHiddenStepsWhereTheOutputGoesOnAndListsNothingOfThem) {
+  // Hidden before the first `record`, in the middle, and from a `show` right before the end,
+  // with recorders that take a frame as they start and hear the keys pressed while they run.
+  EngineRig rig;
+  rig.behaviour.grabsAtStart = true;
+  rig.behaviour.keys = &rig.backend;
+  const ScriptOutcome outcome = rig.run(R"(set fps 12
+set transition 0
+open "Terminal"
+capture-window app "Terminal" as $t
+hide
+record $t continue
+type "cd demo" enter
+wait 2
+show
+type "ls" enter
+wait 1
+hide
+chapter "Cleaned"
+type "rm x" enter
+wait 2
+show
+wait 1
+hide
+type "clear" enter
+show
+)");
+  const auto timeline = nlohmann::json::parse(outcome.timeline);
+  const auto gif = testing::decodeGIFFile(rig.directory / "out.gif");
+  ASSERT_TRUE(gif);
+  // Two segments, one after the other, and the file plays them and nothing else: the frame the
+  // last `show` took, with the hidden `clear` on it, is not in it.
+  const double duration = timeline["duration"].get<double>();
+  EXPECT_NEAR(totalCentiseconds(*gif) / 100.0, duration, 0.011);
+  const auto& segments = timeline["segments"];
+  ASSERT_EQ(segments.size(), 2u) << timeline.dump(2);
+  const double resumed = segments[1]["start"].get<double>();
+  const double last = segments[1]["end"].get<double>();
+  EXPECT_EQ(segments[0]["start"], 0);
+  EXPECT_EQ(segments[0]["end"].get<double>(), resumed);
+  EXPECT_DOUBLE_EQ(last - resumed, 1);
+  EXPECT_DOUBLE_EQ(segments[1]["recorded"].get<double>(), 1);
+  // The file ends with the last frame time begun.
+  EXPECT_NEAR(last, duration, 0.1);
+  for (const Image& frame : gif->frames) {
+    EXPECT_LT(testing::pixelAt(frame, 32, 20).g, 100) << "a frame of the third recording";
+  }
+  EXPECT_GT(testing::pixelAt(gif->frames.front(), 32, 20).r, 180);
+  EXPECT_GT(testing::pixelAt(gif->frames.back(), 32, 20).b, 180);
+
+  // What ran hidden is placed where the output goes on, takes no time there and says so; `hide`
+  // and `show` are where the output leaves off and goes on.
+  std::map<int, nlohmann::json> byLine;
+  for (const auto& instruction : timeline["instructions"]) {
+    byLine[instruction["line"].get<int>()] = instruction;
+  }
+  ASSERT_EQ(byLine.size(), 20u);
+  const auto placed = [&](int line) {
+    const nlohmann::json& entry = byLine[line];
+    return std::make_tuple(entry["time"].get<double>(), entry["end"].get<double>(),
+                           entry.value("hidden", false));
+  };
+  for (int line : {6, 7, 8}) {
+    EXPECT_EQ(placed(line), std::make_tuple(0.0, 0.0, true)) << line;
+  }
+  for (int line : {13, 14, 15}) {
+    EXPECT_EQ(placed(line), std::make_tuple(resumed, resumed, true)) << line;
+  }
+  for (int line : {19, 20}) {
+    EXPECT_EQ(placed(line), std::make_tuple(last, last, line == 19)) << line;
+  }
+  EXPECT_EQ(placed(5), std::make_tuple(0.0, 0.0, false));
+  EXPECT_EQ(placed(9), std::make_tuple(0.0, 0.0, false));
+  EXPECT_EQ(std::get<0>(placed(12)), resumed);
+  EXPECT_EQ(placed(16), std::make_tuple(resumed, resumed, false));
+  EXPECT_EQ(placed(17), std::make_tuple(resumed, last, false));
+  EXPECT_EQ(timeline["chapters"],
+            nlohmann::json::parse(
+                fmt::format(R"([{{"name": "Cleaned", "time": {}, "line": 13}}])", resumed)));
+  // Only the keys pressed while shown are listed.
+  std::vector<std::string> keys;
+  for (const auto& keystroke : timeline["keystrokes"]) {
+    keys.push_back(keystroke.value("text", keystroke.value("keys", "")));
+    EXPECT_LT(keystroke["time"].get<double>(), resumed);
+  }
+  EXPECT_THAT(keys, ElementsAre("ls", "Enter"));
+}
+
+TEST(ScriptEngine, PlaybackSpeedDividesEveryTimeOfTheOutputAndTheTimelineAgrees) {
+  // Four seconds recorded, a caption from 1 s to 3 s of them and a chapter at 2 s.
+  const auto script = [](double speed) {
+    return fmt::format(R"(set fps 12
+set transition 0
+set playback-speed {}
+record region 0 0 64 40 continue
+wait 1
+caption "Halfway" duration 2
+wait 1
+chapter "Two"
+wait 2
+stop
+)",
+                       speed);
+  };
+  for (const double speed : {2.0, 0.5}) {
+    SCOPED_TRACE(speed);
+    EngineRig rig;
+    const ScriptOutcome outcome = rig.run(script(speed));
+    const auto gif = testing::decodeGIFFile(rig.directory / "out.gif");
+    ASSERT_TRUE(gif);
+    EXPECT_EQ(totalCentiseconds(*gif), std::lround(400 / speed));
+    EXPECT_NEAR(outcome.summary.duration, 4 / speed, 0.01);
+    const auto timeline = nlohmann::json::parse(outcome.timeline);
+    EXPECT_DOUBLE_EQ(timeline["duration"].get<double>(), 4 / speed);
+    EXPECT_EQ(timeline["segments"],
+              nlohmann::json::parse(fmt::format(
+                  R"([{{"segment": 1, "start": 0, "end": {}, "recorded": 4}}])", 4 / speed)));
+    EXPECT_EQ(timeline["captions"][0]["start"].get<double>(), 1 / speed);
+    EXPECT_EQ(timeline["captions"][0]["end"].get<double>(), 3 / speed);
+    EXPECT_EQ(timeline["chapters"][0]["time"].get<double>(), 2 / speed);
+    EXPECT_EQ(timeline["instructions"][8]["source"], "wait 2");
+    EXPECT_EQ(timeline["instructions"][8]["time"].get<double>(), 2 / speed);
+    EXPECT_EQ(timeline["instructions"][8]["end"].get<double>(), 4 / speed);
+  }
+
+  // At 4 times the pace one output frame stands for four recorded ones: the others are
+  // dropped, so a folder of frames holds a quarter of them.
+  EngineRig fast;
+  const std::filesystem::path frames = fast.directory / "frames";
+  ScriptEngine engine = fast.engine();
+  const ScriptOutcome outcome = engine.execute(fmt::format(
+      "set fps 12\nset playback-speed 4\noutput \"{}/\"\nrecord region 0 0 64 40 duration 4\n",
+      frames.string()));
+  EXPECT_EQ(outcome.summary.frames, 12);
+  EXPECT_EQ(testing::entriesIn(frames), 12);
+
+  // Beyond what a viewer can follow, a factor is refused before the script runs.
+  for (const std::string factor : {"5", "0.2", "fast"}) {
+    EXPECT_THAT(testing::errorText<ScriptError>([&] { validate("set playback-speed " + factor); }),
+                HasSubstr("Invalid value '" + factor +
+                          "' for setting 'playback-speed' (expected a factor from 0.25 to 4)"));
+  }
+}
+
+TEST(ScriptEngine, ALoopOffsetStartsEveryOutputAtThatFrameWithTheFramesBeforeItAtTheEnd) {
+  // Red, blue and green recordings of a second each: 36 frames, 12 of each colour.
+  struct Case {
+    std::string offset;
+    std::vector<char> colours;  // of the GIF's frames, in order
+    std::vector<int> centiseconds;
+    double loopStart;
+  };
+  const std::vector<Case> cases = {
+      {"0", {'r', 'b', 'g'}, {100, 100, 100}, 0},
+      {"50%", {'b', 'g', 'r', 'b'}, {50, 100, 100, 50}, 1.5},
+      {"11", {'r', 'b', 'g', 'r'}, {8, 100, 100, 92}, 0.917},
+      {"40", {'r', 'b', 'g', 'r'}, {67, 100, 100, 33}, 0.333},
+  };
+  const auto colourOf = [](const Image& frame) {
+    const Pixel p = testing::pixelAt(frame, 32, 20);
+    return p.r > 180 ? 'r' : p.b > 180 ? 'b' : p.g > 180 ? 'g' : '?';
+  };
+  for (const Case& expected : cases) {
+    SCOPED_TRACE(expected.offset);
+    testing::LogCapture log;
+    EngineRig rig;
+    const std::filesystem::path gif = rig.directory / "loop.gif";
+    const std::filesystem::path frames = rig.directory / "frames";
+    ScriptEngine engine = rig.engine();
+    const ScriptOutcome outcome = engine.execute(fmt::format(
+        "set fps 12\nset transition 0\nset loop-offset {}\noutput \"{}\"\noutput \"{}/\"\n"
+        "record region 0 0 64 40 duration 1\nrecord region 0 0 64 40 duration 1\n"
+        "record region 0 0 64 40 duration 1\n",
+        expected.offset, gif.string(), frames.string()));
+    const auto decoded = testing::decodeGIFFile(gif);
+    ASSERT_TRUE(decoded);
+    std::vector<char> colours;
+    for (const Image& frame : decoded->frames) {
+      colours.push_back(colourOf(frame));
+    }
+    EXPECT_EQ(colours, expected.colours);
+    // Delays are whole centiseconds: each frame's share of 1/12 s is rounded where it falls.
+    ASSERT_EQ(decoded->delaysCentiseconds.size(), expected.centiseconds.size());
+    for (std::size_t i = 0; i < expected.centiseconds.size(); ++i) {
+      EXPECT_NEAR(decoded->delaysCentiseconds[i], expected.centiseconds[i], 1) << i;
+    }
+    EXPECT_EQ(totalCentiseconds(*decoded), 300);
+    // The frame folder starts at the same frame.
+    EXPECT_EQ(testing::entriesIn(frames), 36);
+    const auto first = decodeImage(readFileBytes(frames / "frame-00001.png"));
+    ASSERT_TRUE(first);
+    EXPECT_EQ(colourOf(*first), expected.colours.front());
+    // The timeline keeps the script's order and says where the file begins in it.
+    const auto timeline = nlohmann::json::parse(outcome.timeline);
+    EXPECT_EQ(timeline["loopStart"].get<double>(), expected.loopStart);
+    EXPECT_EQ(timeline["segments"][1]["start"].get<double>(), 1.0);
+    EXPECT_EQ(log.lines().size(), expected.offset == "40" ? 1u : 0u);
+    if (expected.offset == "40") {
+      EXPECT_THAT(log.lines(), Contains("Warning: loop-offset 40 is past the last frame (35); "
+                                        "the loop starts at frame 4"));
+    }
+  }
+
+  for (const std::string offset : {"150%", "-3", "half", "2.5"}) {
+    EXPECT_THAT(testing::errorText<ScriptError>([&] { validate("set loop-offset " + offset); }),
+                HasSubstr("Invalid value '" + offset +
+                          "' for setting 'loop-offset' (expected a frame number (0 or more) or "
+                          "a percentage such as 50%)"));
+  }
+}
+
 TEST(ScriptEngine, EnvReachesLaterShellCommandsAndRequireStopsBeforeAnythingOpens) {
   EngineRig rig;
   rig.run(R"(set fps 12
@@ -953,6 +1197,22 @@ record $t duration 1
   EXPECT_THAT(rig.processes.environments[0], IsEmpty());
   // The later `env` of a name replaces the earlier; text in it is the script's, expanded then.
   EXPECT_THAT(rig.processes.environments[1], ElementsAre("LANG=C.UTF-8", "GREETING=hi $who"));
+  // The programs `open` starts get it too, dressed terminals and others alike.
+  EngineRig opened;
+  opened.run(R"(set fps 12
+open "Terminal"
+env DEMO_USER "ada"
+open "Terminal"
+set terminal-font-size 14
+open "Terminal"
+capture-window app "Terminal" as $t
+record $t duration 1
+)");
+  ASSERT_EQ(opened.launcher.environments().size(), 3u);
+  EXPECT_THAT(opened.launcher.environments()[0], IsEmpty());
+  EXPECT_THAT(opened.launcher.environments()[1], ElementsAre("DEMO_USER=ada"));
+  EXPECT_THAT(opened.launcher.environments()[2], ElementsAre("DEMO_USER=ada"));
+  EXPECT_THAT(opened.launcher.launches()[2], HasSubstr("faceSize: 14"));
 
   // A script variable the command names is the command's, above an `env` of the same name.
   EngineRig named;

@@ -97,12 +97,12 @@ TEST(OutputClock, ASegmentWithoutFramesDoesNotPlay) {
 }
 
 TEST(OutputClock, APlaybackSpeedDividesTheOutputsTimesAndSkipsFramesAboveOne) {
-  constexpr Pixel kGrey{128, 128, 128};
+  constexpr Pixel grey{128, 128, 128};
   constexpr Pixel kRed{220, 30, 30};
   constexpr Pixel kBlue{30, 30, 220};
   constexpr Pixel kGreen{30, 200, 30};
   std::vector<RenderSegment> segments;
-  segments.push_back(switchingSegment(kGrey, kRed, 2.0, 4.0));
+  segments.push_back(switchingSegment(grey, kRed, 2.0, 4.0));
   segments.push_back(switchingSegment(kBlue, kGreen, 1.0, 2.0));
   RenderSettings settings;
   settings.fps = 10;
@@ -127,7 +127,7 @@ TEST(OutputClock, APlaybackSpeedDividesTheOutputsTimesAndSkipsFramesAboveOne) {
   // At four times the pace each output frame shows the moment of every fourth recorded one;
   // slower, frames are shown for longer.
   std::vector<RenderSegment> one;
-  one.push_back(switchingSegment(kGrey, kRed, 2.0, 4.0));
+  one.push_back(switchingSegment(grey, kRed, 2.0, 4.0));
   RenderSettings plain;
   plain.fps = 10;
   plain.playbackSpeed = 4;

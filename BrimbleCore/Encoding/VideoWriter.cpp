@@ -282,17 +282,33 @@ void VideoWriter::drain(AVCodecContext* codec, AVStream* stream, bool isVideo) {
     }
     check(received, isVideo ? "encoding a frame" : "encoding sound");
     if (isVideo) {
-      // x264 does not carry durations through; the last frame's sets the file's length.
+      // x264 does not carry durations through.
       const auto shown = durations_.find(packet_->pts);
       if (shown != durations_.end()) {
         packet_->duration = shown->second;
         durations_.erase(shown);
       }
+      if (!firstVideoDts_) {
+        firstVideoDts_ = packet_->dts;
+      }
+      if (heldVideo_) {
+        writePacket(*heldVideo_, codec, stream);
+      }
+      heldVideo_.reset(av_packet_clone(packet_.get()));
+      if (!heldVideo_) {
+        throw VideoError::writerStopped("holding a frame", AVERROR(ENOMEM));
+      }
+      av_packet_unref(packet_.get());
+      continue;
     }
-    packet_->stream_index = stream->index;
-    av_packet_rescale_ts(packet_.get(), codec->time_base, stream->time_base);
-    check(av_interleaved_write_frame(format_.get(), packet_.get()), "writing the file");
+    writePacket(*packet_, codec, stream);
   }
+}
+
+void VideoWriter::writePacket(AVPacket& packet, AVCodecContext* codec, AVStream* stream) {
+  packet.stream_index = stream->index;
+  av_packet_rescale_ts(&packet, codec->time_base, stream->time_base);
+  check(av_interleaved_write_frame(format_.get(), &packet), "writing the file");
 }
 
 void VideoWriter::writeAudioUntil(std::int64_t end, bool last) {
@@ -336,6 +352,13 @@ void VideoWriter::finish() {
     throw MuxError::noFramesAppended();
   }
   encodeVideo(nullptr);
+  if (heldVideo_) {
+    // The last frame is shown until the time the frames add up to (a final pause included).
+    const std::int64_t end = elapsedMs_ + std::min<std::int64_t>(0, firstVideoDts_.value_or(0));
+    heldVideo_->duration = std::max<std::int64_t>(1, end - heldVideo_->dts);
+    writePacket(*heldVideo_, video_.get(), videoStream_);
+    heldVideo_.reset();
+  }
   if (audio_) {
     writeAudioUntil(elapsedMs_, true);
     encodeAudio(nullptr);

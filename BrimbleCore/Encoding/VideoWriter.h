@@ -64,6 +64,7 @@ class VideoWriter final : public FrameOutput {
   void writeAudioUntil(std::int64_t end, bool last);
   /// Sends what `codec` has ready to the file.
   void drain(AVCodecContext* codec, AVStream* stream, bool isVideo);
+  void writePacket(AVPacket& packet, AVCodecContext* codec, AVStream* stream);
   void fillPicture(const Image& image);
 
   std::filesystem::path file_;
@@ -82,6 +83,14 @@ class VideoWriter final : public FrameOutput {
   AVFramePtr picture_;
   AVFramePtr sound_;
   AVPacketPtr packet_;
+  /// The video packet last in decoding order so far: the track ends where it does, so it is
+  /// written only once the next one comes, or at the end with the duration that makes the track
+  /// as long as the frames' times (x264 reorders frames, and the last one out is not the last
+  /// shown).
+  AVPacketPtr heldVideo_;
+  /// The first video packet's decoding time: below 0 by the frames the encoder holds back to
+  /// reorder, which the file's edit list takes off the track's length.
+  std::optional<std::int64_t> firstVideoDts_;
   SwsContextPtr scaler_;
   std::ifstream audioFile_;
   std::int64_t audioWritten_ = 0;  // samples encoded so far

@@ -96,6 +96,13 @@ TEST(VideoWriter, VariableDelaysAndAnOddSizeBecomeAFaststartH264FileThatMatchesI
     start += frames[i].delay;
   }
   EXPECT_NEAR(video.duration, start, 0.0011);
+  // A last frame held long (a demo's final pause) is shown for all of it, though the encoder
+  // puts another frame after it in decoding order.
+  std::vector<ProcessedFrame> paused = patternFrames(12, 64, 48, {1.0 / 30});
+  paused.back().delay = 1.5;
+  const auto held = directory / "held.mp4";
+  encodeMP4(paused, held);
+  EXPECT_NEAR(testing::probeStreams(held).front().duration, 11.0 / 30 + 1.5, 0.0011);
 
   const auto boxes = testing::topLevelBoxes(out);
   const auto moov = std::find(boxes.begin(), boxes.end(), "moov");

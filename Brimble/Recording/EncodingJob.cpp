@@ -23,11 +23,11 @@ namespace {
 /// The marks of a window recording drawn into its frames, each from the frame captured when it
 /// was finished; nothing for other recordings.
 RecordingOverlay marksOverlay(const FinishedRecording& recording) {
-  if (!recording.windowArea || recording.annotations.empty()) {
+  if (!recording.markedArea || recording.annotations.empty()) {
     return {};
   }
   const auto painter =
-      std::make_shared<const AnnotationPainter>(recording.annotations, *recording.windowArea);
+      std::make_shared<const AnnotationPainter>(recording.annotations, *recording.markedArea);
   const auto timeOf = [frameTimes = recording.frameTimes](int index) {
     return static_cast<std::size_t>(index) < frameTimes.size()
                ? frameTimes[static_cast<std::size_t>(index)]

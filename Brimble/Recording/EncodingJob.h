@@ -26,10 +26,9 @@ struct FinishedRecording {
   double seconds = 0;
   /// The recording time of each frame.
   std::vector<double> frameTimes;
-  /// What the frames of a window recording show, in screen coordinates; none for the other
-  /// modes. A window's own pixels never show the layer marks are drawn on, so with an area the
-  /// marks are drawn into the frames.
-  std::optional<ScreenRect> windowArea;
+  /// What the frames show, in screen coordinates, when the marks are to be drawn into them
+  /// (SessionRecorder::markedArea); none when the frames show them already.
+  std::optional<ScreenRect> markedArea;
   std::vector<Annotation> annotations;
 };
 

@@ -4,11 +4,17 @@
 
 #include <QApplication>
 #include <QClipboard>
+#include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDesktopServices>
 #include <QFile>
 #include <QFileDialog>
+#include <QGuiApplication>
 #include <QMimeData>
+#include <QTimer>
 #include <QUrl>
+
+#include "Brimble/Recording/ScreenCovering.h"
 
 namespace brimble {
 
@@ -24,7 +30,33 @@ void QtClipDelivery::copyToClipboard(const std::filesystem::path& file, OutputFo
   data->setData(QString::fromUtf8(mime.data(), static_cast<qsizetype>(mime.size())), bytes);
   data->setData("text/uri-list", url.toEncoded() + "\r\n");
   data->setData("x-special/gnome-copied-files", "copy\n" + url.toEncoded());
+  if (onWayland() && QGuiApplication::focusWindow() == nullptr) {
+    takeKeyboardFocus(QString("%1 copied to the clipboard")
+                          .arg(QString::fromUtf8(label(format).data(),
+                                                 static_cast<qsizetype>(label(format).size()))));
+  }
   QApplication::clipboard()->setMimeData(data, QClipboard::Clipboard);
+}
+
+void QtClipDelivery::takeKeyboardFocus(const QString& text) {
+  if (!note_) {
+    note_ = std::make_unique<QLabel>();
+    note_->setObjectName("brimble-copied-note");
+    note_->setWindowFlags(Qt::Window | Qt::FramelessWindowHint);
+    note_->setWindowTitle("Brimble");
+    note_->setMargin(16);
+    note_->setStyleSheet("background: #202124; color: white; font-size: 14pt;");
+  }
+  note_->setText(text);
+  note_->adjustSize();
+  note_->show();
+  note_->raise();
+  note_->activateWindow();
+  const QDeadlineTimer deadline(1000);
+  while (!note_->isActiveWindow() && !deadline.hasExpired()) {
+    QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+  }
+  QTimer::singleShot(1500, note_.get(), [note = note_.get()] { note->hide(); });
 }
 
 std::optional<std::filesystem::path> QtClipDelivery::chooseSaveLocation(

@@ -4,9 +4,12 @@
 #include <QDBusMessage>
 #include <QGuiApplication>
 #include <QScreen>
+#include <QTimer>
 #include <unistd.h>
 
+#include "Brimble/Recording/QtGeometry.h"
 #include "Brimble/Recording/RecordingState.h"
+#include "Brimble/Recording/ScreenCovering.h"
 #include "Brimble/Recording/ScreenSnapshot.h"
 #include "BrimbleCore/Automation/WindowSystem.h"
 #include "BrimbleCore/Support/Log.h"
@@ -14,14 +17,6 @@
 namespace brimble {
 
 namespace {
-
-QRect toQRect(const ScreenRect& rect) {
-  return {rect.x, rect.y, rect.width, rect.height};
-}
-
-ScreenRect toScreenRect(const QRect& rect) {
-  return {rect.x(), rect.y(), rect.width(), rect.height()};
-}
 
 /// Shows `window` on top with the keyboard focus.
 void present(QWidget& window) {
@@ -31,10 +26,22 @@ void present(QWidget& window) {
   window.setFocus();
 }
 
+/// Shows `window`, made to cover the desktop, on top with the keyboard focus.
+void presentCovering(QWidget& window) {
+  showCovering(window);
+  present(window);
+}
+
+constexpr const char* kShareExplanation =
+    "Your desktop will ask once to share the screen: choose the screen, then Share. Brimble "
+    "remembers the answer.";
+constexpr const char* kPickWindow =
+    "Pick the window to record in your desktop's dialog, then Share.";
+
 }  // namespace
 
 QtRecordingView::QtRecordingView(ScreenSource& screens, WindowSystem& windows)
-    : snapshot_(screens), windows_(windows) {}
+    : screens_(screens), snapshot_(screens), windows_(windows) {}
 
 QtRecordingView::~QtRecordingView() = default;
 
@@ -45,6 +52,14 @@ QRect QtRecordingView::desktop() const {
 
 void QtRecordingView::showRegionOverlay() {
   const QRect area = desktop();
+  if (screens_.asksBeforeSharing()) {
+    showMessage(kShareExplanation, MessageKind::information);
+  }
+  makePanel();
+  if (panelHost_) {
+    // Sized by the desktop by the time the panel is placed; invisible until then.
+    panelHost_->prepare();
+  }
   overlay_ = std::make_unique<RegionOverlay>(snapshot_.grab(area), area);
   overlay_->onRegionDrawn = [this](const QRect& region) {
     if (state_ != nullptr) {
@@ -64,10 +79,23 @@ void QtRecordingView::showRegionOverlay() {
       state_->cancelSelection();
     }
   };
-  present(*overlay_);
+  presentCovering(*overlay_);
 }
 
 void QtRecordingView::showWindowPicker() {
+  if (screens_.userPicksWindows()) {
+    // The desktop's own chooser picks it: a Wayland client cannot see the others' windows. A
+    // new id each time, so an earlier pick it may remember is not taken for this one.
+    announce(kPickWindow);
+    static std::uint32_t picks = 0;
+    const std::uint32_t id = 0xb1000000u + ++picks;
+    QTimer::singleShot(0, this, [this, id] {
+      if (state_ != nullptr && state_->phase() == RecordingPhase::selecting) {
+        state_->startWindow(id);
+      }
+    });
+    return;
+  }
   const QRect area = desktop();
   std::vector<WindowInfo> candidates;
   try {
@@ -91,10 +119,14 @@ void QtRecordingView::showWindowPicker() {
       state_->cancelSelection();
     }
   };
-  present(*picker_);
+  presentCovering(*picker_);
 }
 
 void QtRecordingView::hideSelection() {
+  if (panelHost_ && panel_ && panel_->parent() == overlay_.get()) {
+    panel_->hide();
+    panelHost_->adopt(*panel_);  // out before the overlay goes, which would delete it
+  }
   // Hidden at once (so the next grab no longer sees them), deleted once their events are done.
   for (QWidget* window :
        {static_cast<QWidget*>(overlay_.release()), static_cast<QWidget*>(picker_.release())}) {
@@ -105,7 +137,7 @@ void QtRecordingView::hideSelection() {
   }
 }
 
-void QtRecordingView::showPanel(PanelMode mode, const ScreenRect& region) {
+void QtRecordingView::makePanel() {
   if (!panel_) {
     panel_ = std::make_unique<ControlPanel>();
     panel_->onStart = [this] {
@@ -135,15 +167,44 @@ void QtRecordingView::showPanel(PanelMode mode, const ScreenRect& region) {
     panel_->onKey = [this](int key, bool shift) {
       return state_ != nullptr && state_->handleKey(key, shift);
     };
+    if (onWayland()) {
+      panelHost_ = std::make_unique<PanelHost>();
+      panelHost_->adopt(*panel_);
+    }
   }
+}
+
+void QtRecordingView::showPanel(PanelMode mode, const ScreenRect& region) {
+  makePanel();
   panel_->setMode(mode);
   panelRegion_ = toQRect(region);
   const bool fullScreen = state_ != nullptr && state_->captureMode() == CaptureMode::fullScreen;
-  const auto at = ControlPanel::placement(panelRegion_, panel_->sizeHint(), desktop());
+  QSize room = panel_->sizeHint();
+  if (panelHost_) {
+    // The panel may land up to the host's slack lower or further right than placed: the room
+    // it needs beside the region grows by as much.
+    panelHost_->prepare();
+    room += panelHost_->slack();
+  }
+  const auto at = ControlPanel::placement(panelRegion_, room, desktop());
   // A recording of the whole screen, or of a region that leaves no room beside it, would show
   // the panel: it stays hidden then, and the hotkey or the menu stops the recording.
   if ((mode == PanelMode::recording && fullScreen) || !at) {
-    panel_->hide();
+    dismissPanel();
+    return;
+  }
+  if (panelHost_ && overlay_) {
+    // Above the overlay only a part of it stays: a new window would open beneath it.
+    panelHost_->hide();
+    panel_->setParent(overlay_.get(), Qt::Widget);
+    panel_->adjustSize();
+    panel_->move(*at - overlay_->geometry().topLeft());
+    panel_->show();
+    return;
+  }
+  if (panelHost_) {
+    panelHost_->adopt(*panel_);
+    panelHost_->showPanelAt(*at);
     return;
   }
   panel_->move(*at);
@@ -169,7 +230,9 @@ void QtRecordingView::showPaused(bool paused) {
 }
 
 void QtRecordingView::dismissPanel() {
-  if (panel_) {
+  if (panelHost_) {
+    panelHost_->hide();
+  } else if (panel_) {
     panel_->hide();
   }
 }
@@ -197,8 +260,9 @@ void QtRecordingView::showAnnotationLayer(bool visible, bool drawing) {
   }
   // The panel keeps the keyboard, so A, Return and Space still reach the session.
   if (panel_ && panel_->isVisible()) {
-    panel_->raise();
-    panel_->activateWindow();
+    QWidget& window = *panel_->window();
+    window.raise();
+    window.activateWindow();
   }
 }
 

@@ -8,6 +8,7 @@
 
 #include "Brimble/Recording/AnnotationLayer.h"
 #include "Brimble/Recording/ControlPanel.h"
+#include "Brimble/Recording/PanelHost.h"
 #include "Brimble/Recording/RecordingView.h"
 #include "Brimble/Recording/RegionOverlay.h"
 #include "Brimble/Recording/ScreenSnapshot.h"
@@ -54,13 +55,19 @@ class QtRecordingView final : public QObject, public RecordingView {
 
  private:
   QRect desktop() const;
+  /// The panel (and its host on Wayland), made once.
+  void makePanel();
   void notify(const QString& text, MessageKind kind);
 
+  ScreenSource& screens_;
   ScreenSnapshot snapshot_;
   WindowSystem& windows_;
   RecordingState* state_ = nullptr;
   std::unique_ptr<RegionOverlay> overlay_;
   std::unique_ptr<WindowPicker> picker_;
+  /// Holds the panel on Wayland. Declared first so that it goes last: the panel, its child,
+  /// leaves it when deleted, rather than being deleted with it.
+  std::unique_ptr<PanelHost> panelHost_;
   std::unique_ptr<ControlPanel> panel_;
   std::unique_ptr<AnnotationLayer> annotations_;
   QRect panelRegion_;

@@ -450,8 +450,8 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
                                MessageKind::warning);
   }
   recording.frameTimes = recorder->frameTimes();
-  if (captureMode_ == CaptureMode::window) {
-    recording.windowArea = recorder->windowArea();
+  recording.markedArea = recorder->markedArea();
+  if (recording.markedArea) {
     recording.annotations = annotationStore_.annotations();
   }
   recorder.reset();

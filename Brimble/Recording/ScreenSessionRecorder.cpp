@@ -4,8 +4,8 @@
 
 namespace brimble {
 
-ScreenSessionRecorder::ScreenSessionRecorder(ScreenSource& source, Clock& clock)
-    : source_(source), clock_(clock), recorder_(source, clock) {}
+ScreenSessionRecorder::ScreenSessionRecorder(ScreenSource& source, Clock& clock, Marks marks)
+    : source_(source), clock_(clock), marks_(marks), recorder_(source, clock) {}
 
 void ScreenSessionRecorder::start(const RecordingTarget& target, int fps, bool showCursor) {
   startTime_ = clock_.now();
@@ -16,7 +16,7 @@ void ScreenSessionRecorder::start(const RecordingTarget& target, int fps, bool s
         throw ScreenCaptureError::windowNotFound(target.windowID);
       }
       recorder_.start(*window, fps, showCursor);
-      windowArea_ = window->frame;
+      markedArea_ = window->frame;
       return;
     }
     case CaptureMode::region:
@@ -31,13 +31,20 @@ void ScreenSessionRecorder::start(const RecordingTarget& target, int fps, bool s
           throw RecordingError::noDisplay();
         }
         recorder_.start(target.region, *holder, fps, showCursor);
+        if (marks_ == Marks::drawnIntoFrames) {
+          markedArea_ = target.region;
+        }
         return;
       }
       // Full screen is the display the pointer is on.
       const auto pointer = source_.pointerPosition();
       const ScreenRect at{pointer ? pointer->first : 0, pointer ? pointer->second : 0, 1, 1};
       const std::optional<ScreenDisplay> chosen = displayHolding(at, displays);
-      recorder_.start(chosen ? *chosen : displays.front(), fps, showCursor);
+      const ScreenDisplay& display = chosen ? *chosen : displays.front();
+      recorder_.start(display, fps, showCursor);
+      if (marks_ == Marks::drawnIntoFrames) {
+        markedArea_ = display.frame;
+      }
       return;
     }
   }

@@ -12,8 +12,12 @@ namespace brimble {
 /// only.
 class ScreenSessionRecorder final : public SessionRecorder {
  public:
-  /// `source` and `clock` must outlive the recorder.
-  ScreenSessionRecorder(ScreenSource& source, Clock& clock);
+  /// Where the screen shows marks to the user but they may not reach the frames.
+  enum class Marks { onScreen, drawnIntoFrames };
+
+  /// `source` and `clock` must outlive the recorder. Marks are drawn into a window's frames
+  /// whatever `marks` says.
+  ScreenSessionRecorder(ScreenSource& source, Clock& clock, Marks marks = Marks::onScreen);
 
   void start(const RecordingTarget& target, int fps, bool showCursor) override;
   void pause() override;
@@ -25,7 +29,7 @@ class ScreenSessionRecorder final : public SessionRecorder {
   Clock::TimePoint lastChangeTime() const override { return recorder_.lastChangeTime(); }
   std::int64_t lostFrameCount() const override { return recorder_.lostFrameCount(); }
   std::vector<double> frameTimes() const override;
-  std::optional<ScreenRect> windowArea() const override { return windowArea_; }
+  std::optional<ScreenRect> markedArea() const override { return markedArea_; }
 
  private:
   struct Pause {
@@ -37,11 +41,12 @@ class ScreenSessionRecorder final : public SessionRecorder {
 
   ScreenSource& source_;
   Clock& clock_;
+  Marks marks_;
   ScreenRecorder recorder_;
   Clock::TimePoint startTime_{};
   std::optional<double> pauseStart_;
   std::vector<Pause> pauses_;
-  std::optional<ScreenRect> windowArea_;
+  std::optional<ScreenRect> markedArea_;
 };
 
 }  // namespace brimble

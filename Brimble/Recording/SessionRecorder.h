@@ -39,10 +39,12 @@ class SessionRecorder {
   /// When each frame of the collected store was grabbed, in recording time (seconds, pauses
   /// excluded); complete once `stopAndCollectFrameStore` has returned.
   virtual std::vector<double> frameTimes() const = 0;
-  /// A window recording's window at the start, in screen coordinates, which every frame shows
-  /// (scaled to the frame's size); no value for a region or a display, whose frames are the
-  /// screen itself.
-  virtual std::optional<ScreenRect> windowArea() const = 0;
+  /// What every frame shows, in screen coordinates (scaled to the frame's size), when marks drawn
+  /// on the screen do not reach the frames by themselves, so they are drawn into them: a
+  /// window's own pixels never show the layer above it, and on Wayland the layer cannot stay
+  /// above the other windows. No value where the frames show the marks already (a region or a
+  /// display on X11).
+  virtual std::optional<ScreenRect> markedArea() const = 0;
 };
 
 }  // namespace brimble

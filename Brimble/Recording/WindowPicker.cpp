@@ -4,15 +4,9 @@
 #include <QMouseEvent>
 #include <QPainter>
 
+#include "Brimble/Recording/QtGeometry.h"
+
 namespace brimble {
-
-namespace {
-
-QRect toQRect(const ScreenRect& rect) {
-  return {rect.x, rect.y, rect.width, rect.height};
-}
-
-}  // namespace
 
 WindowPicker::WindowPicker(const QImage& background, const QRect& desktop,
                            std::vector<WindowInfo> windows)

@@ -164,6 +164,9 @@ class ScreenSource {
   /// asks the user (the first time; it may remember the choice). Callers tell the user which
   /// window to pick before they ask for one (`window`, or a stream of it).
   virtual bool userPicksWindows() const { return false; }
+  /// Whether the next use of the screen shows the desktop's share dialog (nothing is shared yet
+  /// and no earlier answer is remembered), so the caller can say what is coming first.
+  virtual bool asksBeforeSharing() const { return false; }
 
   /// Whether its streams tell where the pointer is and what it looks like
   /// (ScreenStream::pointer), so that frames can be taken without it and have it drawn later.

@@ -329,11 +329,6 @@ std::unique_ptr<Desktop> openDesktop(DesktopChoice choice) {
         return x11Desktop(*x11, nullptr);
       }
       throw DesktopError::noUserSession(kSessionMissing);
-    case DesktopChoice::userX11:
-      if (x11) {
-        return x11Desktop(*x11, nullptr);
-      }
-      throw DesktopError::noUserSession("$DISPLAY is not set");
     case DesktopChoice::script:
       if (x11 && !wayland) {
         return x11Desktop(*x11, nullptr);

@@ -28,10 +28,6 @@ enum class DesktopChoice {
   /// Wayland desktop every run would ask to share the screen, and what it recorded would depend
   /// on what else was open; demos stay deterministic.
   script,
-  /// The user's X11 display ($DISPLAY; on a Wayland desktop, its XWayland), or
-  /// DesktopError::noUserSession: the desktop app, whose windows, overlays and shortcuts are X11
-  /// ones.
-  userX11,
   /// The user's session when the environment names one, else the user's running session found
   /// on this machine (hosts start MCP servers with a bare environment), else Brimble's own.
   userFoundElseEmbedded,

@@ -31,7 +31,7 @@ struct FakeRecorderScript {
   /// Seconds of recording time between frames.
   double frameInterval = 0.5;
   /// What a window recording's frames show.
-  std::optional<ScreenRect> windowArea;
+  std::optional<ScreenRect> markedArea;
   bool diskCritical = false;
   std::int64_t lostFrames = 0;
   Clock::TimePoint lastChange{};
@@ -72,7 +72,7 @@ class FakeSessionRecorder final : public SessionRecorder {
     }
     return times;
   }
-  std::optional<ScreenRect> windowArea() const override { return script_.windowArea; }
+  std::optional<ScreenRect> markedArea() const override { return script_.markedArea; }
 
  private:
   FakeRecorderScript& script_;

@@ -58,6 +58,16 @@ std::vector<ScreenDisplay> WaylandScreenSource::displaysOf(const ScreenCastShare
   return displays;
 }
 
+bool WaylandScreenSource::asksBeforeSharing() const {
+  {
+    std::scoped_lock lock(shareMutex_);
+    if (share_ && !share_->ended) {
+      return false;
+    }
+  }
+  return tokenFile_.read().empty();
+}
+
 std::vector<ScreenDisplay> WaylandScreenSource::displays() {
   return displaysOf(*currentShare());
 }

@@ -85,6 +85,9 @@ class WaylandScreenSource final : public ScreenSource {
   bool followsPointer() const override;
   /// True: the portal's chooser picks the window.
   bool userPicksWindows() const override { return true; }
+  /// True while no session runs and no restore token is kept. A kept token the desktop no
+  /// longer honours still brings the dialog, unannounced.
+  bool asksBeforeSharing() const override;
 
  private:
   /// A window's session and the connection to its stream.

@@ -538,7 +538,7 @@ TEST(RecordingState, MarksAreStampedInRecordingTimeAndTheLayerGoesWithTheRecordi
   EXPECT_FALSE(session.state.isAnnotating());
 }
 
-TEST(RecordingState, AWindowRecordingGetsEachMarkDrawnInFromTheFrameItWasMadeAt) {
+TEST(RecordingState, MarksGoIntoFramesThatCannotShowThemFromTheFrameEachWasMadeAt) {
   const auto redAt = [](const Image& frame, int x, int y) {
     const auto pixel = frame.row(y).subspan(static_cast<std::size_t>(x) * 4, 4);
     return pixel[2] > 180 && pixel[1] < 110 && pixel[0] < 110;
@@ -547,7 +547,7 @@ TEST(RecordingState, AWindowRecordingGetsEachMarkDrawnInFromTheFrameItWasMadeAt)
   Session window;
   window.settings.countdownDelay = 0;
   // The fake's frames are 16x16: they show the window at half size.
-  window.recorder.windowArea = ScreenRect{200, 100, 32, 32};
+  window.recorder.markedArea = ScreenRect{200, 100, 32, 32};
   window.state.handleWindowTrigger();
   window.scheduler.runPosted();
   window.state.startWindow(7);
@@ -564,9 +564,20 @@ TEST(RecordingState, AWindowRecordingGetsEachMarkDrawnInFromTheFrameItWasMadeAt)
     EXPECT_FALSE(redAt(gif->frames[i], 8, 3)) << "frame " << i;
   }
 
-  // A region's frames are the screen, where the marks already are.
+  // A region's frames are the screen, where the marks already are, unless the recorder says they
+  // are not (Wayland).
+  Session onWayland;
+  onWayland.recorder.markedArea = ScreenRect{200, 100, 32, 32};
+  onWayland.recordRegion({200, 100, 32, 32});
+  onWayland.clock.advance(1200ms);
+  onWayland.state.addAnnotation(stroke);
+  onWayland.state.stopRecording();
+  onWayland.scheduler.runBackground();
+  ASSERT_TRUE(onWayland.delivery.delivered);
+  const auto marked = testing::decodeGIFFile(*onWayland.delivery.delivered);
+  ASSERT_TRUE(marked);
+  EXPECT_TRUE(redAt(marked->frames.back(), 8, 8));
   Session region;
-  region.recorder.windowArea = ScreenRect{200, 100, 32, 32};
   region.recordRegion({200, 100, 32, 32});
   region.clock.advance(1200ms);
   region.state.addAnnotation(stroke);

@@ -7,12 +7,14 @@
 
 #include <QApplication>
 #include <QTimer>
+#include <fmt/format.h>
 
 #include "Brimble/AppInstance.h"
 #include "Brimble/AppShell.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
 #include "BrimbleCore/Encoding/DiskFrameWriter.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
+#include "BrimbleCore/Support/Log.h"
 
 namespace {
 
@@ -96,6 +98,10 @@ int main(int argc, char** argv) {
     if (shell.mainWindow() != nullptr) {
       QObject::connect(&app, &QApplication::lastWindowClosed, &app, &QApplication::quit);
     }
+    const brimble::DesktopSession& session = desktop->session();
+    brimble::logLine(fmt::format("Brimble: ready on the {} session {} ({})",
+                                 brimble::serverName(session.server), session.name,
+                                 session.reason));
     if (toggle) {
       // Started by the shortcut itself: that press asks for a recording too.
       QTimer::singleShot(0, &app, [&shell] { shell.session().handleHotkeyTrigger(); });

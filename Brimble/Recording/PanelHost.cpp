@@ -80,7 +80,8 @@ void PanelHost::followPanel() {
   // Only where the pointer is taken: a widget mask would also stop the host from painting the
   // rest clear, and a Wayland surface keeps what was painted there before.
   if (QWindow* window = windowHandle()) {
-    window->setMask(panel_->isVisible() ? QRegion(panel_->geometry()) : QRegion(0, 0, 1, 1));
+    const bool shown = panel_->parent() == this && panel_->isVisible();
+    window->setMask(shown ? QRegion(panel_->geometry()) : QRegion(0, 0, 1, 1));
   }
 }
 

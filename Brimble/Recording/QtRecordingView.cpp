@@ -194,8 +194,7 @@ void QtRecordingView::showPanel(PanelMode mode, const ScreenRect& region) {
     return;
   }
   if (panelHost_ && overlay_) {
-    // Above the overlay only a part of it stays: a new window would open beneath it.
-    panelHost_->hide();
+    // Above the overlay only a part of it stays: a window of its own could open beneath it.
     panel_->setParent(overlay_.get(), Qt::Widget);
     panel_->adjustSize();
     panel_->move(*at - overlay_->geometry().topLeft());

@@ -1,6 +1,7 @@
 #include "tests/Support/WaylandSession.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -13,6 +14,7 @@
 
 #include "BrimbleCore/Platform/ATSPI/ATSPIWindowSystem.h"
 #include "BrimbleCore/Support/FileIO.h"
+#include "tests/Support/ChildProcess.h"
 #include "tests/Support/RunCommand.h"
 
 namespace brimble::testing {
@@ -239,6 +241,27 @@ bool WaylandSession::movePointer(int x, int y) {
                                         {.dieWithParent = true});
   const auto status = helper.waitFor(20s);
   return status && status->code == 0 && status->signal == 0;
+}
+
+bool WaylandSession::input(const std::vector<std::string>& actions) {
+  std::vector<std::string> arguments{BRIMBLE_SOURCE_DIR "/tests/Support/wayland-input.py"};
+  arguments.insert(arguments.end(), actions.begin(), actions.end());
+  Subprocess helper = Subprocess::spawn(arguments, {.dieWithParent = true});
+  const auto status = helper.waitFor(30s);
+  return status && status->code == 0 && status->signal == 0;
+}
+
+std::optional<std::string> WaylandSession::withKeyboard(const std::vector<std::string>& command) {
+  std::vector<std::string> arguments{BRIMBLE_SOURCE_DIR "/tests/Support/wayland-input.py", "--"};
+  arguments.insert(arguments.end(), command.begin(), command.end());
+  ChildProcess helper(arguments);
+  std::string output = helper.readRemainingOutput(20s);
+  const auto status = helper.wait(5s);
+  if (!status || *status != 0) {
+    std::fprintf(stderr, "%s failed: %s\n", command.front().c_str(), helper.errorOutput().c_str());
+    return std::nullopt;
+  }
+  return output;
 }
 
 void WaylandSession::killCompositor() {

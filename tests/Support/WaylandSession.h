@@ -67,6 +67,16 @@ class WaylandSession {
   /// is there. False when the helper failed.
   bool movePointer(int x, int y);
 
+  /// Acts as the user's mouse and keyboard, one action after another (tests/Support/
+  /// wayland-input.py: "drag:X1,Y1,X2,Y2", "click:X,Y", "key:Return", "sleep:0.5", ...). False
+  /// when the helper failed.
+  bool input(const std::vector<std::string>& actions);
+
+  /// Runs `command` while the session has a keyboard (the headless seat has one only while
+  /// input is being sent, and clipboard clients need one) and returns what it wrote; no value
+  /// when it failed.
+  std::optional<std::string> withKeyboard(const std::vector<std::string>& command);
+
   /// The compositor's process, for measuring what it costs.
   pid_t compositorPid() const noexcept { return compositor_.pid(); }
 

@@ -1,0 +1,233 @@
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
+#include "BrimbleCore/Platform/Wayland/WaylandScreenSource.h"
+#include "tests/Support/ChildProcess.h"
+#include "tests/Support/GifReader.h"
+#include "tests/Support/ImageFiles.h"
+#include "tests/Support/TempDirectory.h"
+#include "tests/Support/WaylandSession.h"
+
+extern char** environ;
+
+namespace brimble {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+/// The pixel at (`x`, `y`) of a bgra8 image, as 0xRRGGBB.
+unsigned rgbAt(const Image& image, int x, int y) {
+  const auto p = image.row(y).subspan(static_cast<std::size_t>(x) * 4, 4);
+  return (static_cast<unsigned>(p[2]) << 16) | (static_cast<unsigned>(p[1]) << 8) | p[0];
+}
+
+int red(unsigned rgb) {
+  return static_cast<int>(rgb >> 16) & 255;
+}
+int green(unsigned rgb) {
+  return static_cast<int>(rgb >> 8) & 255;
+}
+int blue(unsigned rgb) {
+  return static_cast<int>(rgb) & 255;
+}
+
+/// Where pixels that `matches` lie in `image`, as their bounding box; empty when none do.
+ScreenRect boxOf(const Image& image, const std::function<bool(unsigned)>& matches) {
+  int left = image.width();
+  int top = image.height();
+  int right = -1;
+  int bottom = -1;
+  for (int y = 0; y < image.height(); y += 2) {
+    for (int x = 0; x < image.width(); x += 2) {
+      if (matches(rgbAt(image, x, y))) {
+        left = std::min(left, x);
+        top = std::min(top, y);
+        right = std::max(right, x);
+        bottom = std::max(bottom, y);
+      }
+    }
+  }
+  return right < 0 ? ScreenRect{} : ScreenRect{left, top, right - left + 2, bottom - top + 2};
+}
+
+/// How many of every fourth pixel of `image` match.
+int countOf(const Image& image, const std::function<bool(unsigned)>& matches) {
+  int count = 0;
+  for (int y = 0; y < image.height(); y += 2) {
+    for (int x = 0; x < image.width(); x += 2) {
+      count += matches(rgbAt(image, x, y)) ? 1 : 0;
+    }
+  }
+  return count;
+}
+
+/// The control panel's dark grey, which nothing else on this desktop shows in a large patch
+/// (the desktop's own dark is blue; the main window is light, with thin dark text).
+bool panelGrey(unsigned rgb) {
+  return red(rgb) < 60 && std::abs(red(rgb) - green(rgb)) < 8 &&
+         std::abs(green(rgb) - blue(rgb)) < 8;
+}
+
+/// The desktop app in the headless GNOME session, with its settings, library and permission in
+/// a private folder, driven through mutter's remote-desktop API as a user's mouse and keyboard.
+class AppOnWayland : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    session_ = testing::WaylandSession::start();
+    if (!session_) {
+      GTEST_SKIP() << "mutter is not installed";
+    }
+    fs::create_directories(folder_ / "config" / "brimble");
+    std::ofstream(folder_ / "config" / "brimble" / "brimble.conf")
+        << "[General]\nshowCursor=false\nframeRate=24\ncountdownDelay=0\n"
+           "showPreviewAfterCapture=false\nfirstRunDone=true\n";
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+      const std::string line = *entry;
+      if (!line.starts_with("XDG_CONFIG_HOME=") && !line.starts_with("XDG_DATA_HOME=") &&
+          !line.starts_with("XDG_STATE_HOME=") && !line.starts_with("QT_QPA_PLATFORM=")) {
+        environment_.push_back(line);
+      }
+    }
+    environment_.push_back("XDG_CONFIG_HOME=" + (folder_ / "config").string());
+    environment_.push_back("XDG_DATA_HOME=" + (folder_ / "data").string());
+    environment_.push_back("XDG_STATE_HOME=" + (folder_ / "state").string());
+  }
+
+  void TearDown() override {
+    if (app_) {
+      app_->signal(SIGTERM);
+      app_->wait(5s);
+    }
+  }
+
+  /// Waits for `text` in what the app logged after the last line found this way.
+  bool logged(const std::string& text, std::chrono::seconds timeout = 20s) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+      log_ = app_->errorOutput();
+      if (const auto at = log_.find(text, seen_); at != std::string::npos) {
+        seen_ = at + text.size();
+        return true;
+      }
+      std::this_thread::sleep_for(20ms);
+    }
+    return false;
+  }
+
+  /// The screen now, seen with the permission the app was given (its restore token).
+  Image still() {
+    if (!screen_) {
+      screen_ = std::make_unique<wayland::WaylandScreenSource>(
+          std::make_shared<wayland::DesktopPortal>(),
+          wayland::WaylandScreenSource::Options{.tokenFile = folder_ / "state" / "brimble" /
+                                                             "screencast-token"});
+      stream_ = screen_->openStream(CaptureTarget::screenAreaOf({0, 0, 1280, 800}), false);
+    }
+    std::optional<Image> image = stream_->grab();
+    if (!image) {
+      ADD_FAILURE() << "no still of the screen";
+      return {};
+    }
+    return std::move(*image);
+  }
+
+  std::unique_ptr<testing::WaylandSession> session_;
+  testing::TempDirectory folder_;
+  std::vector<std::string> environment_;
+  std::optional<testing::ChildProcess> app_;
+  std::unique_ptr<wayland::WaylandScreenSource> screen_;
+  std::unique_ptr<ScreenStream> stream_;
+  std::string log_;
+  std::size_t seen_ = 0;
+};
+
+TEST_F(AppOnWayland, ToggleSelectRecordAndReturnPutTheGIFOfTheRegionOnTheClipboard) {
+  ASSERT_TRUE(session_->startColourWindow("colours", "Green", 300, 200, "#00c000"));
+  app_.emplace(std::vector<std::string>{BRIMBLE_APP_BINARY}, environment_);
+  // Up once it holds its name on the session bus: a second start hands over to it from then on.
+  ASSERT_TRUE(logged("Brimble: ready")) << app_->errorOutput();
+
+  // The shortcut's command reaches the running app, which explains the share dialog first.
+  session_->approveScreenCastAfter(1500ms);
+  testing::ChildProcess toggle({BRIMBLE_APP_BINARY, "--toggle"}, environment_);
+  EXPECT_EQ(toggle.wait(10s), 0) << toggle.errorOutput();
+  EXPECT_TRUE(logged("told the user: Your desktop will ask once to share the screen")) << log_;
+  ASSERT_TRUE(session_->waitForDialogHelper());
+
+  // The overlay dims a still of the screen: the window's green darkens under it.
+  ScreenRect window;
+  Image overlay;
+  const auto deadline = std::chrono::steady_clock::now() + 15s;
+  while (std::chrono::steady_clock::now() < deadline) {
+    overlay = still();
+    window = boxOf(overlay, [](unsigned rgb) {
+      return green(rgb) > 60 && green(rgb) < 140 && red(rgb) < 30 && blue(rgb) < 30;
+    });
+    if (!window.empty()) {
+      break;
+    }
+    std::this_thread::sleep_for(100ms);
+  }
+  ASSERT_FALSE(window.empty()) << "the overlay never dimmed the green window";
+  testing::keepArtifact(overlay, "app-wayland", "01-overlay.png");
+  EXPECT_NEAR(window.width, 300, 6);
+  EXPECT_NEAR(window.height, 200, 6);
+
+  // A region around the window, with room to spare on every side.
+  const ScreenRect region{std::max(0, window.x - 40), std::max(0, window.y - 40), 0, 0};
+  const int right = std::min(1280, window.x + window.width + 40);
+  const int bottom = std::min(800, window.y + window.height + 40);
+  ASSERT_TRUE(session_->input(
+      {fmt::format("drag:{},{},{},{}", region.x, region.y, right, bottom), "sleep:0.3"}));
+  testing::keepArtifact(still(), "app-wayland", "02-region-ready.png");
+  ASSERT_TRUE(session_->input({"key:space"}));
+  ASSERT_TRUE(logged("Brimble: recording started (region)")) << log_;
+  std::this_thread::sleep_for(1500ms);
+  const Image recording = still();
+  testing::keepArtifact(recording, "app-wayland", "03-recording.png");
+  // About 500x60 of it, a quarter of them counted.
+  EXPECT_GT(countOf(recording, panelGrey), 4000) << "the control panel is not on screen";
+
+  // The headless seat has a keyboard only while input is sent, and a Wayland clipboard is taken
+  // by the client with the keyboard's focus: the keyboard stays while the clip is encoded, as a
+  // user's would.
+  ASSERT_TRUE(session_->input({"key:Return", "sleep:4"}));
+  ASSERT_TRUE(logged("Brimble: GIF copied to clipboard (")) << log_;
+  const auto types = session_->withKeyboard({"wl-paste", "--list-types"});
+  ASSERT_TRUE(types);
+  EXPECT_NE(types->find("image/gif"), std::string::npos) << *types;
+  EXPECT_NE(types->find("text/uri-list"), std::string::npos) << *types;
+  const auto bytes = session_->withKeyboard({"wl-paste", "--type", "image/gif"});
+  ASSERT_TRUE(bytes);
+  const auto gif = testing::decodeGIF(std::vector<std::uint8_t>(bytes->begin(), bytes->end()));
+  ASSERT_TRUE(gif) << bytes->size() << " bytes";
+  EXPECT_EQ(gif->width, right - region.x);
+  EXPECT_EQ(gif->height, bottom - region.y);
+  ASSERT_GE(gif->frames.size(), 1u);
+  // The window as it was on screen, and never the panel, which took the keyboard beside it.
+  const int centreX = window.x - region.x + window.width / 2;
+  const int centreY = window.y - region.y + window.height / 2;
+  for (std::size_t i = 0; i < gif->frames.size(); ++i) {
+    const Image& frame = gif->frames[i];
+    const unsigned centre = rgbAt(frame, centreX, centreY);
+    EXPECT_TRUE(green(centre) > 150 && red(centre) < 60 && blue(centre) < 60)
+        << "frame " << i << " shows " << std::hex << centre << " at the window's centre";
+    EXPECT_LT(countOf(frame, panelGrey), 1000) << "frame " << i << " shows the panel";
+  }
+}
+
+}  // namespace
+}  // namespace brimble

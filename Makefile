@@ -82,6 +82,7 @@ bench-accessibility: bench-build
 # The desktop app: shortcut to overlay, Return to clipboard, idle CPU and memory.
 bench-app: bench-build
 	build-bench/bench/BrimbleAppBench 10
+	build-bench/bench/BrimbleAppWaylandBench 10
 
 # `brimble run` of examples/hello.brim: wall time against the script's timeline, GIF length.
 bench-script: build

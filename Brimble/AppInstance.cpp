@@ -19,8 +19,11 @@ bool AppInstance::forward(Request request) {
   if (!bus.isConnected() || !bus.interface()->isServiceRegistered(kAppId).value()) {
     return false;
   }
-  const QDBusMessage call = QDBusMessage::createMethodCall(
+  QDBusMessage call = QDBusMessage::createMethodCall(
       kAppId, kObjectPath, kAppId, request == Request::toggle ? "Toggle" : "Activate");
+  if (request == Request::toggle) {
+    call << qEnvironmentVariable("XDG_ACTIVATION_TOKEN");
+  }
   const QDBusMessage reply = bus.call(call, QDBus::Block, 5000);
   return reply.type() == QDBusMessage::ReplyMessage;
 }
@@ -38,7 +41,12 @@ bool AppInstance::claim() {
   return true;
 }
 
-void AppInstance::Toggle() {
+void AppInstance::Toggle(const QString& activationToken) {
+  // The desktop lets the window that opens take the keyboard when it comes with the token it
+  // gave the program its shortcut started; Qt uses one found in the environment.
+  if (!activationToken.isEmpty()) {
+    qputenv("XDG_ACTIVATION_TOKEN", activationToken.toUtf8());
+  }
   if (onToggle) {
     onToggle();
   }

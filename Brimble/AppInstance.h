@@ -34,7 +34,9 @@ class AppInstance final : public QObject {
   std::function<void()> onActivate;
 
  public slots:
-  Q_SCRIPTABLE void Toggle();
+  /// `activationToken`: what the desktop gave the command its shortcut ran
+  /// ($XDG_ACTIVATION_TOKEN), so the overlay may take the keyboard; empty when none.
+  Q_SCRIPTABLE void Toggle(const QString& activationToken);
   Q_SCRIPTABLE void Activate();
 };
 

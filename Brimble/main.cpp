@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -6,8 +7,10 @@
 #include <string_view>
 
 #include <QApplication>
+#include <QCoreApplication>
 #include <QTimer>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include "Brimble/AppInstance.h"
 #include "Brimble/AppShell.h"
@@ -51,6 +54,23 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
+  // A desktop shortcut runs this: handing the press over must not wait for a whole GUI start.
+  constexpr const char* kBecomeTheApp = "BRIMBLE_APP_TOGGLE_STARTS";
+  if (toggle && std::getenv(kBecomeTheApp) == nullptr) {
+    {
+      QCoreApplication messenger(argc, argv);
+      if (brimble::AppInstance::forward(brimble::AppInstance::Request::toggle)) {
+        return 0;
+      }
+    }
+    // None runs: this becomes the app, in a fresh process, since Qt takes one application
+    // object per process.
+    ::setenv(kBecomeTheApp, "1", 1);
+    ::execv("/proc/self/exe", argv);
+    std::fprintf(stderr, "brimble-app: cannot start itself: %s\n", std::strerror(errno));
+    return 1;
+  }
+  ::unsetenv(kBecomeTheApp);  // not for the programs the app starts
   // Opened before Qt, which would abort with its own message where there is no session.
   std::unique_ptr<brimble::Desktop> desktop;
   try {

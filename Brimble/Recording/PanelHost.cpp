@@ -35,11 +35,15 @@ void PanelHost::prepare() {
   followPanel();
   const QSize before = size();
   showMaximized();
+  if (sized_) {
+    return;  // the desktop gives it the size it gave before
+  }
   // Qt says maximized at once; the size comes with the desktop's answer.
   const QDeadlineTimer deadline(1000);
   while ((size() == before || !windowHandle()->isExposed()) && !deadline.hasExpired()) {
     QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
   }
+  sized_ = size() != before;
 }
 
 QSize PanelHost::slack() const {

@@ -37,6 +37,8 @@ class PanelHost final : public QWidget {
   void followPanel();
 
   QWidget* panel_ = nullptr;
+  /// Whether the desktop has maximized it once (and will again at the same size).
+  bool sized_ = false;
 };
 
 }  // namespace brimble

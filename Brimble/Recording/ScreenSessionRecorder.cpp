@@ -16,7 +16,11 @@ void ScreenSessionRecorder::start(const RecordingTarget& target, int fps, bool s
         throw ScreenCaptureError::windowNotFound(target.windowID);
       }
       recorder_.start(*window, fps, showCursor);
-      markedArea_ = window->frame;
+      // Where the desktop does not say where the window is (Wayland), marks made on the screen
+      // cannot be placed on it.
+      if (window->positionKnown) {
+        markedArea_ = window->frame;
+      }
       return;
     }
     case CaptureMode::region:

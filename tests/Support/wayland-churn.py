@@ -1,10 +1,11 @@
 #!/usr/bin/python3
 """A window that fills the screen of the tests' headless GNOME session and redraws a page of text
-sixty times a second, so that the compositor sends a new picture for every frame a 30 or 60 fps
-capture asks for, and JPEG has real text to compress.
+sixty times a second (or RATE times), so that the compositor sends a new picture for every frame
+a 30 or 60 fps capture asks for, and JPEG has real text to compress.
 
-usage: wayland-churn.py"""
+usage: wayland-churn.py [RATE]"""
 import os
+import sys
 import time
 
 import gi
@@ -31,6 +32,6 @@ def redraw():
     return True
 
 
-GLib.timeout_add(16, redraw)
+GLib.timeout_add(1000 // (int(sys.argv[1]) if len(sys.argv) > 1 else 60), redraw)
 window.show_all()
 Gtk.main()

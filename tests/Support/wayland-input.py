@@ -77,6 +77,7 @@ for action in arguments:
     elif verb == 'key':
         key(argument, True)
         key(argument, False)
+        print(action, flush=True)  # when it was sent, for whoever measures what follows
     elif verb == 'sleep':
         time.sleep(float(argument))
     else:

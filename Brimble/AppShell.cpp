@@ -296,7 +296,7 @@ void AppShell::installCommandLine() {
     const fs::path bin = homeFolder / ".local" / "bin";
     const fs::path link = CommandLineInstaller::install(binary, bin);
     CommandLineInstaller::installDesktopEntry(QCoreApplication::applicationFilePath().toStdString(),
-                                              dataHome, resource("brimble.desktop"),
+                                              dataHome, resource("org.brimble.Brimble.desktop"),
                                               resource("brimble.svg"));
     const char* path = std::getenv("PATH");
     std::string text = "Installed the brimble command as " + link.string() + ".";

@@ -19,6 +19,7 @@
 
 #include "Brimble/Recording/ScreenSessionRecorder.h"
 #include "Brimble/Settings/CommandLineInstaller.h"
+#include "Brimble/Settings/DesktopShortcutPanel.h"
 #include "BrimbleCore/Support/Log.h"
 
 namespace brimble {
@@ -225,6 +226,9 @@ void AppShell::registerHotkey() {
   try {
     hotkey_ = desktop_.makeGlobalHotkey(shortcut);
   } catch (const GlobalHotkeyError& error) {
+    if (error.code() == GlobalHotkeyError::Code::unavailable && offerDesktopShortcut()) {
+      return;  // the desktop's own shortcut reaches the app instead
+    }
     logLine(std::string("Brimble: ") + error.what());
     view_->showMessage(error.what(), MessageKind::warning);
     return;
@@ -238,6 +242,11 @@ void AppShell::registerHotkey() {
   connect(hotkeyNotifier_.get(), &QSocketNotifier::activated, this, drain);
   // Xlib may already hold events read along with a reply; the notifier only sees new bytes.
   scheduler_.post(drain);
+}
+
+bool AppShell::offerDesktopShortcut() {
+  return brimble::offerDesktopShortcut(
+      settings_, QCoreApplication::applicationFilePath().toStdString(), mainWindow_.get());
 }
 
 void AppShell::showLibrary() {

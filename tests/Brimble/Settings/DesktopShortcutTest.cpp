@@ -1,16 +1,14 @@
 #include "Brimble/Settings/DesktopShortcut.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include "BrimbleCore/Automation/GlobalHotkey.h"
-#include "BrimbleCore/Support/Subprocess.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Files.h"
+#include "tests/Support/KeyfileGSettings.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
@@ -18,100 +16,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct GSettingsRun {
-  int exitCode = -1;
-  std::string output;
-};
-
-/// Runs gsettings with `arguments` (shell words, quoted by the caller) as the user would.
-GSettingsRun runGSettings(const std::string& arguments) {
-  GSettingsRun run;
-  FILE* pipe = ::popen(("gsettings " + arguments + " 2>/dev/null").c_str(), "r");
-  if (pipe == nullptr) {
-    return run;
-  }
-  char buffer[4096];
-  while (const std::size_t got = std::fread(buffer, 1, sizeof buffer, pipe)) {
-    run.output.append(buffer, got);
-  }
-  const int status = ::pclose(pipe);
-  run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return run;
-}
-
-/// `text` as one shell word.
-std::string gsettingsWord(const std::string& text) {
-  std::string quoted = "'";
-  for (const char c : text) {
-    quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  }
-  return quoted + "'";
-}
-
-constexpr const char* kUsersKeybinding =
-    "/org/gnome/settings-daemon/plugins/media-keys/custom-keybindings/custom0/";
-
-/// GNOME's settings in a keyfile of a folder of the test's own, as `gsettings` reads and writes
-/// them; the real user's settings are never touched.
-class KeyfileGSettings {
- public:
-  KeyfileGSettings() {
-    ::setenv("GSETTINGS_BACKEND", "keyfile", 1);
-    ::setenv("XDG_CONFIG_HOME", folder_.path().c_str(), 1);
-  }
-  ~KeyfileGSettings() { ::unsetenv("GSETTINGS_BACKEND"); }
-
-  /// What `gsettings get` prints for `key` of `schema`, without the line feed.
-  std::string get(const std::string& schema, const std::string& key) const {
-    std::string output = runGSettings("get " + gsettingsWord(schema) + " " + key).output;
-    if (!output.empty() && output.back() == '\n') {
-      output.pop_back();
-    }
-    return output;
-  }
-  void set(const std::string& schema, const std::string& key, const std::string& value) const {
-    ASSERT_EQ(runGSettings("set " + gsettingsWord(schema) + " " + key + " " + gsettingsWord(value))
-                  .exitCode,
-              0);
-  }
-  std::string ours(const std::string& key) const {
-    return get(
-        std::string(DesktopShortcut::kKeybindingSchema) + ":" + DesktopShortcut::kKeybindingPath,
-        key);
-  }
-  std::string usersOwn(const std::string& key) const {
-    return get(std::string(DesktopShortcut::kKeybindingSchema) + ":" + kUsersKeybinding, key);
-  }
-  std::string list() const { return get(DesktopShortcut::kMediaKeysSchema, "custom-keybindings"); }
-
-  /// The user's own custom shortcut, as GNOME's Settings would have written it.
-  void addUsersOwn() const {
-    const std::string schema =
-        std::string(DesktopShortcut::kKeybindingSchema) + ":" + kUsersKeybinding;
-    set(schema, "name", "Terminal");
-    set(schema, "command", "gnome-terminal");
-    set(schema, "binding", "<Super>t");
-    set(DesktopShortcut::kMediaKeysSchema, "custom-keybindings",
-        std::string("['") + kUsersKeybinding + "']");
-  }
-
- private:
-  testing::TempDirectory folder_;
-};
-
-bool haveGSettingsSchema() {
-  if (!findProgram("gsettings")) {
-    return false;
-  }
-  const std::string schemas = runGSettings("list-schemas").output;
-  return schemas.find(std::string(DesktopShortcut::kMediaKeysSchema) + "\n") != std::string::npos;
-}
-
 TEST(DesktopShortcut, OnGNOMEOursJoinsTheUsersKeybindingsOnceIsUpdatedInPlaceAndGoesAlone) {
-  if (!haveGSettingsSchema()) {
+  if (!testing::KeyfileGSettings::available()) {
     GTEST_SKIP() << "no gsettings or GNOME's media-keys schema on this machine";
   }
-  KeyfileGSettings settings;
+  testing::KeyfileGSettings settings;
   settings.addUsersOwn();
   const DesktopShortcut shortcut("ubuntu:GNOME");
   ASSERT_EQ(shortcut.kind(), DesktopShortcut::Kind::gnome);
@@ -120,8 +29,8 @@ TEST(DesktopShortcut, OnGNOMEOursJoinsTheUsersKeybindingsOnceIsUpdatedInPlaceAnd
             DesktopShortcut::State::absent);
 
   shortcut.add("Ctrl+Shift+G", "/opt/brimble/brimble-app");
-  EXPECT_EQ(settings.list(), std::string("['") + kUsersKeybinding + "', '" +
-                                 DesktopShortcut::kKeybindingPath + "']");
+  EXPECT_EQ(settings.list(), std::string("['") + testing::KeyfileGSettings::kUsersKeybinding +
+                                 "', '" + DesktopShortcut::kKeybindingPath + "']");
   EXPECT_EQ(settings.ours("name"), "'Brimble'");
   EXPECT_EQ(settings.ours("command"), "'/opt/brimble/brimble-app --toggle'");
   EXPECT_EQ(settings.ours("binding"), "'<Control><Shift>g'");
@@ -132,15 +41,16 @@ TEST(DesktopShortcut, OnGNOMEOursJoinsTheUsersKeybindingsOnceIsUpdatedInPlaceAnd
   EXPECT_EQ(shortcut.state("Ctrl+Alt+R", "/home/u/My Apps/brimble-app"),
             DesktopShortcut::State::outdated);
   shortcut.add("Ctrl+Alt+R", "/home/u/My Apps/brimble-app");
-  EXPECT_EQ(settings.list(), std::string("['") + kUsersKeybinding + "', '" +
-                                 DesktopShortcut::kKeybindingPath + "']");
+  EXPECT_EQ(settings.list(), std::string("['") + testing::KeyfileGSettings::kUsersKeybinding +
+                                 "', '" + DesktopShortcut::kKeybindingPath + "']");
   EXPECT_EQ(settings.ours("binding"), "'<Control><Alt>r'");
   EXPECT_EQ(settings.ours("command"), "\"'/home/u/My Apps/brimble-app' --toggle\"");
   EXPECT_EQ(shortcut.state("Ctrl+Alt+R", "/home/u/My Apps/brimble-app"),
             DesktopShortcut::State::current);
 
   shortcut.remove();
-  EXPECT_EQ(settings.list(), std::string("['") + kUsersKeybinding + "']");
+  EXPECT_EQ(settings.list(),
+            std::string("['") + testing::KeyfileGSettings::kUsersKeybinding + "']");
   EXPECT_EQ(settings.ours("command"), "''");
   EXPECT_EQ(settings.usersOwn("name"), "'Terminal'");
   EXPECT_EQ(settings.usersOwn("command"), "'gnome-terminal'");
@@ -159,17 +69,18 @@ TEST(DesktopShortcut, OnGNOMEOursJoinsTheUsersKeybindingsOnceIsUpdatedInPlaceAnd
 }
 
 TEST(DesktopShortcut, ANonsenseShortcutChangesNothing) {
-  if (!haveGSettingsSchema()) {
+  if (!testing::KeyfileGSettings::available()) {
     GTEST_SKIP() << "no gsettings or GNOME's media-keys schema on this machine";
   }
-  KeyfileGSettings settings;
+  testing::KeyfileGSettings settings;
   settings.addUsersOwn();
   const DesktopShortcut shortcut("GNOME");
   EXPECT_EQ(testing::errorText<GlobalHotkeyError>(
                 [&] { shortcut.add("Ctrl+Shfit+G", "/opt/brimble/brimble-app"); }),
             "\"Ctrl+Shfit+G\" is not a shortcut: give modifiers and one key, such as "
             "Ctrl+Shift+G.");
-  EXPECT_EQ(settings.list(), std::string("['") + kUsersKeybinding + "']");
+  EXPECT_EQ(settings.list(),
+            std::string("['") + testing::KeyfileGSettings::kUsersKeybinding + "']");
   EXPECT_EQ(settings.ours("command"), "''");
 }
 

@@ -12,10 +12,6 @@
 
 namespace brimble::wayland {
 
-struct GMainLoopUnref {
-  void operator()(GMainLoop* loop) const noexcept { g_main_loop_unref(loop); }
-};
-
 /// A global shortcut bound through the desktop portal's GlobalShortcuts interface, which a
 /// Wayland desktop offers where it lets applications have shortcuts (KDE Plasma, GNOME 48 and
 /// later). The desktop owns the keys: the shortcut is asked for as the preferred trigger, and the
@@ -69,7 +65,7 @@ class PortalGlobalHotkey final : public GlobalHotkey {
   std::string session_;
   UniqueFd presses_;
   GMainContextPtr context_;
-  std::unique_ptr<GMainLoop, GMainLoopUnref> loop_;
+  GMainLoopPtr loop_;
   guint subscription_ = 0;
   std::thread listener_;
 };

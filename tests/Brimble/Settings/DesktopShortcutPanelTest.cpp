@@ -22,7 +22,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::KeyfileGSettings;
 
-constexpr const char* kApp = "/opt/brimble/brimble-app";
+constexpr const char* kShortcutApp = "/opt/brimble/brimble-app";
 
 /// The application object the widgets need, on Qt's offscreen platform (no display involved),
 /// for one test: made first and gone last, before the program's own exit.
@@ -40,7 +40,7 @@ class OffscreenApplication {
   std::unique_ptr<QApplication> application_;
 };
 
-void saveScreenshot(QWidget& widget, const std::string& name) {
+void keepShortcutScreenshot(QWidget& widget, const std::string& name) {
   const fs::path folder = fs::path(BRIMBLE_ARTIFACT_DIR) / "desktop-shortcut";
   fs::create_directories(folder);
   widget.grab().save(QString::fromStdString((folder / (name + ".png")).string()));
@@ -48,10 +48,10 @@ void saveScreenshot(QWidget& widget, const std::string& name) {
 
 /// Answers the next message box within 5 seconds as the user would, with the button titled
 /// `button`, and keeps what it said. The box's text stays empty when none appeared.
-class MessageBoxAnswer {
+class ShortcutMessageBoxAnswer {
  public:
   /// With a `screenshot` name, the box is kept as a picture of that name.
-  explicit MessageBoxAnswer(QString button, std::string screenshot = {})
+  explicit ShortcutMessageBoxAnswer(QString button, std::string screenshot = {})
       : button_(std::move(button)) {
     timer_.setInterval(20);
     QObject::connect(&timer_, &QTimer::timeout, [this, screenshot] {
@@ -64,7 +64,7 @@ class MessageBoxAnswer {
       }
       text_ = box->text();
       if (!screenshot.empty()) {
-        saveScreenshot(*box, screenshot);
+        keepShortcutScreenshot(*box, screenshot);
       }
       for (QAbstractButton* candidate : box->buttons()) {
         buttons_ << candidate->text();
@@ -100,8 +100,8 @@ TEST(DesktopShortcutOffer, AsksOnceAddsOnlyWhenTheUserSaysAddAndKeepsOursUpToDat
   const SettingsStore store(folder / "brimble.conf");
 
   {
-    const MessageBoxAnswer answer("Not now", "offer");
-    EXPECT_FALSE(offerDesktopShortcut(store, kApp, nullptr));
+    const ShortcutMessageBoxAnswer answer("Not now", "offer");
+    EXPECT_FALSE(offerDesktopShortcut(store, kShortcutApp, nullptr));
     EXPECT_EQ(answer.text(),
               "Add Ctrl+Shift+G as a keyboard shortcut of this desktop? It runs brimble-app "
               "--toggle.");
@@ -111,8 +111,8 @@ TEST(DesktopShortcutOffer, AsksOnceAddsOnlyWhenTheUserSaysAddAndKeepsOursUpToDat
   EXPECT_TRUE(store.load().desktopShortcutOffered);
   {
     // Asked once: the next start says nothing.
-    const MessageBoxAnswer answer("Add");
-    EXPECT_FALSE(offerDesktopShortcut(store, kApp, nullptr));
+    const ShortcutMessageBoxAnswer answer("Add");
+    EXPECT_FALSE(offerDesktopShortcut(store, kShortcutApp, nullptr));
     EXPECT_EQ(answer.text(), "");
   }
   EXPECT_EQ(settings.ours("command"), "''");
@@ -121,8 +121,8 @@ TEST(DesktopShortcutOffer, AsksOnceAddsOnlyWhenTheUserSaysAddAndKeepsOursUpToDat
   testing::TempDirectory otherFolder;
   const SettingsStore other(otherFolder / "brimble.conf");
   {
-    const MessageBoxAnswer answer("Add");
-    EXPECT_TRUE(offerDesktopShortcut(other, kApp, nullptr));
+    const ShortcutMessageBoxAnswer answer("Add");
+    EXPECT_TRUE(offerDesktopShortcut(other, kShortcutApp, nullptr));
     EXPECT_FALSE(answer.text().isEmpty());
   }
   EXPECT_EQ(settings.list(), std::string("['") + KeyfileGSettings::kUsersKeybinding + "', '" +
@@ -135,7 +135,7 @@ TEST(DesktopShortcutOffer, AsksOnceAddsOnlyWhenTheUserSaysAddAndKeepsOursUpToDat
   changed.hotkey = "Ctrl+Alt+R";
   other.save(changed);
   {
-    const MessageBoxAnswer answer("Not now");
+    const ShortcutMessageBoxAnswer answer("Not now");
     EXPECT_TRUE(offerDesktopShortcut(other, "/usr/bin/brimble-app", nullptr));
     EXPECT_EQ(answer.text(), "");
   }
@@ -150,14 +150,14 @@ TEST(DesktopShortcutOffer, WhereItCannotAddItItSaysHowOnce) {
   testing::TempDirectory folder;
   const SettingsStore store(folder / "brimble.conf");
   {
-    const MessageBoxAnswer answer("OK");
-    EXPECT_FALSE(offerDesktopShortcut(store, kApp, nullptr));
+    const ShortcutMessageBoxAnswer answer("OK");
+    EXPECT_FALSE(offerDesktopShortcut(store, kShortcutApp, nullptr));
     EXPECT_EQ(answer.text().toStdString(),
               "To record with Ctrl+Shift+G: " +
-                  DesktopShortcut("KDE").instructions("Ctrl+Shift+G", kApp));
+                  DesktopShortcut("KDE").instructions("Ctrl+Shift+G", kShortcutApp));
   }
-  const MessageBoxAnswer again("OK");
-  EXPECT_FALSE(offerDesktopShortcut(store, kApp, nullptr));
+  const ShortcutMessageBoxAnswer again("OK");
+  EXPECT_FALSE(offerDesktopShortcut(store, kShortcutApp, nullptr));
   EXPECT_EQ(again.text(), "");
 }
 
@@ -172,11 +172,11 @@ TEST(DesktopShortcutPanel, AddsAndRemovesOursAndElsewhereShowsHowByHand) {
   testing::TempDirectory folder;
   const SettingsStore store(folder / "brimble.conf");
 
-  DesktopShortcutPanel panel(store, kApp);
+  DesktopShortcutPanel panel(store, kShortcutApp);
   auto* button = panel.findChild<QPushButton*>("desktop-shortcut-button");
   ASSERT_NE(button, nullptr);
   EXPECT_EQ(button->text(), "Add to Desktop");
-  saveScreenshot(panel, "gnome-absent");
+  keepShortcutScreenshot(panel, "gnome-absent");
 
   button->click();
   EXPECT_EQ(settings.ours("binding"), "'<Control><Shift>g'");
@@ -184,7 +184,7 @@ TEST(DesktopShortcutPanel, AddsAndRemovesOursAndElsewhereShowsHowByHand) {
   EXPECT_EQ(button->toolTip(),
             "Ctrl+Shift+G runs /opt/brimble/brimble-app --toggle, a keyboard shortcut of this "
             "desktop.");
-  saveScreenshot(panel, "gnome-added");
+  keepShortcutScreenshot(panel, "gnome-added");
 
   // Changed behind its back (the keys in Settings): it offers to bring it up to date.
   AppSettings changed = store.load();
@@ -203,9 +203,10 @@ TEST(DesktopShortcutPanel, AddsAndRemovesOursAndElsewhereShowsHowByHand) {
   ::setenv("XDG_CURRENT_DESKTOP", "KDE", 1);
   panel.refresh();
   EXPECT_EQ(button->text(), "How to Add It to the Desktop…");
-  const MessageBoxAnswer how("OK", "kde-how");
+  const ShortcutMessageBoxAnswer how("OK", "kde-how");
   button->click();
-  EXPECT_EQ(how.text().toStdString(), DesktopShortcut("KDE").instructions("Ctrl+Alt+R", kApp));
+  EXPECT_EQ(how.text().toStdString(),
+            DesktopShortcut("KDE").instructions("Ctrl+Alt+R", kShortcutApp));
 }
 
 }  // namespace

@@ -58,7 +58,7 @@ class ShortcutPortalRig {
 };
 
 /// Every press that arrives within `timeout`, up to `expected`.
-int presses(GlobalHotkey& hotkey, int expected, std::chrono::milliseconds timeout = 5s) {
+int portalPresses(GlobalHotkey& hotkey, int expected, std::chrono::milliseconds timeout = 5s) {
   int total = 0;
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (total < expected && std::chrono::steady_clock::now() < deadline) {
@@ -87,9 +87,9 @@ TEST(PortalGlobalHotkey, RegistersTheAppThenBindsThePreferredTriggerAndCountsEac
 
     EXPECT_EQ(hotkey->takePresses(), 0);
     rig.press(3);
-    EXPECT_EQ(presses(*hotkey, 3), 3);
+    EXPECT_EQ(portalPresses(*hotkey, 3), 3);
     rig.press(1);
-    EXPECT_EQ(presses(*hotkey, 2, 1s), 1);
+    EXPECT_EQ(portalPresses(*hotkey, 2, 1s), 1);
     EXPECT_EQ(hotkey->takePresses(), 0);
   }
   // Gone with the hotkey, so the desktop stops sending presses to an app that no longer listens.

@@ -88,9 +88,24 @@ void DesktopShortcutPanel::clicked() {
   refresh();
 }
 
+namespace {
+
+/// A message box that goes when answered and leaves the caller running meanwhile: the app is
+/// starting, and `brimble-app --toggle` must reach it while the question waits.
+QMessageBox* openMessage(QMessageBox::Icon icon, const QString& text, QWidget* parent) {
+  auto* box = new QMessageBox(icon, "Brimble", text, QMessageBox::NoButton, parent);
+  box->setAttribute(Qt::WA_DeleteOnClose);
+  return box;
+}
+
+}  // namespace
+
 bool offerDesktopShortcut(const SettingsStore& store, const fs::path& app, QWidget* parent) {
   AppSettings settings = store.load();
   const DesktopShortcut shortcut = DesktopShortcut::ofThisSession();
+  const auto tell = [parent](const std::exception& error) {
+    openMessage(QMessageBox::Warning, QString::fromStdString(error.what()), parent)->open();
+  };
   try {
     switch (shortcut.state(settings.hotkey, app)) {
       case DesktopShortcut::State::current:
@@ -107,30 +122,43 @@ bool offerDesktopShortcut(const SettingsStore& store, const fs::path& app, QWidg
     }
     settings.desktopShortcutOffered = true;
     store.save(settings);
-    if (!shortcut.canAdd()) {
-      QMessageBox::information(parent, "Brimble",
-                               QString::fromStdString("To record with " + settings.hotkey + ": " +
-                                                      shortcut.instructions(settings.hotkey, app)));
-      return false;
-    }
-    QMessageBox question(QMessageBox::Question, "Brimble",
-                         QString("Add %1 as a keyboard shortcut of this desktop? It runs "
-                                 "brimble-app --toggle.")
-                             .arg(QString::fromStdString(settings.hotkey)),
-                         QMessageBox::NoButton, parent);
-    question.setObjectName("desktop-shortcut-offer");
-    QPushButton* add = question.addButton("Add", QMessageBox::AcceptRole);
-    question.addButton("Not now", QMessageBox::RejectRole);
-    question.exec();
-    if (question.clickedButton() != add) {
-      return false;
-    }
-    shortcut.add(settings.hotkey, app);
-    return true;
   } catch (const std::exception& error) {
-    QMessageBox::warning(parent, "Brimble", QString::fromStdString(error.what()));
+    tell(error);
     return false;
   }
+  if (!shortcut.canAdd()) {
+    QMessageBox* how =
+        openMessage(QMessageBox::Information,
+                    QString::fromStdString("To record with " + settings.hotkey + ": " +
+                                           shortcut.instructions(settings.hotkey, app)),
+                    parent);
+    how->setStandardButtons(QMessageBox::Ok);
+    // The command is to be copied into the desktop's settings.
+    how->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    how->open();
+    return false;
+  }
+  QMessageBox* question = openMessage(QMessageBox::Question,
+                                      QString("Add %1 as a keyboard shortcut of this desktop? It "
+                                              "runs brimble-app --toggle.")
+                                          .arg(QString::fromStdString(settings.hotkey)),
+                                      parent);
+  question->setObjectName("desktop-shortcut-offer");
+  QPushButton* add = question->addButton("Add", QMessageBox::AcceptRole);
+  question->addButton("Not now", QMessageBox::RejectRole);
+  QObject::connect(question, &QMessageBox::buttonClicked, question,
+                   [add, keys = settings.hotkey, app, tell](QAbstractButton* clicked) {
+                     if (clicked != add) {
+                       return;
+                     }
+                     try {
+                       DesktopShortcut::ofThisSession().add(keys, app);
+                     } catch (const std::exception& error) {
+                       tell(error);
+                     }
+                   });
+  question->open();
+  return false;
 }
 
 }  // namespace brimble

@@ -37,9 +37,10 @@ class DesktopShortcutPanel final : public QWidget {
 
 /// After the global shortcut turned out unavailable: asks the user once whether to add the
 /// desktop's own shortcut ("Add" / "Not now"), or, where Brimble cannot add it, says once how
-/// to by hand; the answer is kept in `store`. Ours already there is brought up to date (the keys
-/// or the app's place changed). Returns whether the desktop's shortcut now stands in for the
-/// global one. Problems are told in a message box.
+/// to by hand; that it was asked is kept in `store`. The question waits on its own: this returns
+/// at once, and "Add" adds it later. Ours already there is brought up to date (the keys or the
+/// app's place changed). Returns whether the desktop's shortcut stands in for the global one
+/// now. Problems are told in a message box.
 bool offerDesktopShortcut(const SettingsStore& store, const std::filesystem::path& app,
                           QWidget* parent);
 

@@ -55,6 +55,10 @@ PortalGlobalHotkey::PortalGlobalHotkey(std::shared_ptr<DesktopPortal> portal,
   }
 
   presses_ = UniqueFd(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC));
+  if (!presses_) {
+    portal_->closeSession(session_);
+    throw GlobalHotkeyError::unavailable("No event file descriptor for the shortcut's presses.");
+  }
   context_.reset(g_main_context_new());
   loop_.reset(g_main_loop_new(context_.get(), FALSE));
   // Subscribed with the listener's context as this thread's default, so the signal is handled on
@@ -101,7 +105,8 @@ PortalGlobalHotkey::PortalGlobalHotkey(std::shared_ptr<DesktopPortal> portal,
   } catch (const PortalError& error) {
     release();
     throw refused(error);
-  } catch (const GlobalHotkeyError&) {
+  } catch (...) {
+    // The listener must not outlive a hotkey that was never made.
     release();
     throw;
   }

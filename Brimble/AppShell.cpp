@@ -19,6 +19,7 @@
 
 #include "Brimble/Recording/ScreenSessionRecorder.h"
 #include "Brimble/Settings/CommandLineInstaller.h"
+#include "Brimble/Settings/DesktopShortcutPanel.h"
 #include "BrimbleCore/Support/Log.h"
 
 namespace brimble {
@@ -232,6 +233,9 @@ void AppShell::registerHotkey() {
   try {
     hotkey_ = desktop_.makeGlobalHotkey(shortcut);
   } catch (const GlobalHotkeyError& error) {
+    if (error.code() == GlobalHotkeyError::Code::unavailable && offerDesktopShortcut()) {
+      return;  // the desktop's own shortcut reaches the app instead
+    }
     logLine(std::string("Brimble: ") + error.what());
     view_->showMessage(error.what(), MessageKind::warning);
     return;
@@ -255,6 +259,11 @@ void AppShell::activate() {
     return;
   }
   showLibrary();
+}
+
+bool AppShell::offerDesktopShortcut() {
+  return brimble::offerDesktopShortcut(
+      settings_, QCoreApplication::applicationFilePath().toStdString(), mainWindow_.get());
 }
 
 void AppShell::showLibrary() {
@@ -313,7 +322,7 @@ void AppShell::installCommandLine() {
     const fs::path bin = homeFolder / ".local" / "bin";
     const fs::path link = CommandLineInstaller::install(binary, bin);
     CommandLineInstaller::installDesktopEntry(QCoreApplication::applicationFilePath().toStdString(),
-                                              dataHome, resource("brimble.desktop"),
+                                              dataHome, resource("org.brimble.Brimble.desktop"),
                                               resource("brimble.svg"));
     const char* path = std::getenv("PATH");
     std::string text = "Installed the brimble command as " + link.string() + ".";

@@ -45,6 +45,10 @@ class AppShell final : public QObject {
   /// Grabs the shortcut from the settings; on failure the user is told and the app runs on
   /// without it.
   void registerHotkey();
+  /// Where the desktop gives apps no global shortcut: asks once to add the desktop's own
+  /// shortcut running `brimble-app --toggle` (or says how), and keeps one the user added up to
+  /// date. Whether it now stands in for the global shortcut.
+  bool offerDesktopShortcut();
 
   /// What starting the app again shows: the main window, or the library where the tray holds
   /// the app.

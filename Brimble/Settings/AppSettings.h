@@ -44,6 +44,9 @@ struct AppSettings {
   bool showPreviewAfterCapture = false;
   /// The global shortcut in Qt's portable text ("Ctrl+Shift+G").
   std::string hotkey = "Ctrl+Shift+G";
+  /// Whether the user was asked to add the desktop's own shortcut for the app, where the
+  /// desktop gives apps no global shortcuts; asked once, whatever the answer.
+  bool desktopShortcutOffered = false;
 };
 
 /// What an encode uses once the preset has been applied.

@@ -45,9 +45,14 @@ class CommandLineInstaller {
   /// Whether `directory` is one of the PATH's entries.
   static bool isOnPath(const std::filesystem::path& directory, std::string_view path);
 
-  /// Writes `dataHome`/applications/brimble.desktop starting `appPath`, and the icon as
-  /// `dataHome`/icons/hicolor/scalable/apps/brimble.svg. `desktopEntry` is the packaged entry,
-  /// whose Exec line is pointed at `appPath`. Throws CommandLineInstallerError::writeFailed.
+  /// The app's id: the desktop entry's name, the portals' and the session bus's name for it.
+  static constexpr const char* kAppID = "org.brimble.Brimble";
+
+  /// Writes `dataHome`/applications/org.brimble.Brimble.desktop starting `appPath`, and the icon
+  /// as `dataHome`/icons/hicolor/scalable/apps/brimble.svg. `desktopEntry` is the packaged entry,
+  /// whose Exec line is pointed at `appPath`. An entry an earlier version wrote as brimble.desktop
+  /// is removed when it is exactly what that version wrote; any other file of that name is the
+  /// user's and stays. Throws CommandLineInstallerError::writeFailed.
   static void installDesktopEntry(const std::filesystem::path& appPath,
                                   const std::filesystem::path& dataHome,
                                   std::string_view desktopEntry, std::string_view iconSVG);

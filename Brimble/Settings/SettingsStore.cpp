@@ -101,6 +101,8 @@ AppSettings SettingsStore::load() const {
       readBool(store, "showPreviewAfterCapture", defaults.showPreviewAfterCapture);
   const QString hotkey = store.value("hotkey").toString().trimmed();
   settings.hotkey = hotkey.isEmpty() ? defaults.hotkey : hotkey.toStdString();
+  settings.desktopShortcutOffered =
+      readBool(store, "desktopShortcutOffered", defaults.desktopShortcutOffered);
   return settings;
 }
 
@@ -126,6 +128,7 @@ void SettingsStore::save(const AppSettings& settings) const {
   store.setValue("autoStartAfterRegionSelection", settings.autoStartAfterRegionSelection);
   store.setValue("showPreviewAfterCapture", settings.showPreviewAfterCapture);
   store.setValue("hotkey", QString::fromStdString(settings.hotkey));
+  store.setValue("desktopShortcutOffered", settings.desktopShortcutOffered);
   store.sync();
   if (store.status() != QSettings::NoError) {
     throw std::runtime_error("Couldn't write the settings file " + file_.string() + ".");

@@ -1,5 +1,6 @@
 #include "Brimble/Settings/SettingsWindow.h"
 
+#include <QCoreApplication>
 #include <QDialogButtonBox>
 #include <QFileDialog>
 #include <QFormLayout>
@@ -70,6 +71,8 @@ SettingsWindow::SettingsWindow(const SettingsStore& store) : store_(store) {
   preview_ = new QCheckBox("Open the preview after copying", this);
   hotkey_ = new QKeySequenceEdit(this);
   hotkey_->setAccessibleName("Global shortcut");
+  desktopShortcut_ =
+      new DesktopShortcutPanel(store, QCoreApplication::applicationFilePath().toStdString(), this);
 
   // The custom choices mean something only with the custom preset.
   const auto presetChanged = [this] {
@@ -85,6 +88,7 @@ SettingsWindow::SettingsWindow(const SettingsStore& store) : store_(store) {
   form->addRow("Stop when nothing changes for:", inactivity_);
   form->addRow("Countdown:", countdown_);
   form->addRow("Global shortcut:", hotkey_);
+  form->addRow("Desktop shortcut:", desktopShortcut_);
   form->addRow("Format:", format_);
   form->addRow("Frame rate:", frameRate_);
   form->addRow("Loop:", loopCount_);
@@ -130,6 +134,7 @@ void SettingsWindow::reload() {
   autoStart_->setChecked(s.autoStartAfterRegionSelection);
   preview_->setChecked(s.showPreviewAfterCapture);
   hotkey_->setKeySequence(QKeySequence(QString::fromStdString(s.hotkey)));
+  desktopShortcut_->refresh();
 }
 
 void SettingsWindow::save() {

@@ -9,6 +9,7 @@
 #include <QSpinBox>
 #include <QWidget>
 
+#include "Brimble/Settings/DesktopShortcutPanel.h"
 #include "Brimble/Settings/SettingsStore.h"
 
 namespace brimble {
@@ -49,6 +50,7 @@ class SettingsWindow final : public QWidget {
   QCheckBox* autoStart_;
   QCheckBox* preview_;
   QKeySequenceEdit* hotkey_;
+  DesktopShortcutPanel* desktopShortcut_;
 };
 
 }  // namespace brimble

@@ -1,5 +1,8 @@
 #include "BrimbleCore/Automation/GlobalHotkey.h"
 
+#include <cctype>
+#include <map>
+
 #include <fmt/format.h>
 
 namespace brimble {
@@ -28,6 +31,49 @@ KeyChord parseShortcut(const std::string& shortcut) {
     throw GlobalHotkeyError::invalidShortcut(shortcut);
   }
   return chord;
+}
+
+std::string keysymNameOf(const std::string& key) {
+  // Qt's and scripts' names for keys whose keysym is spelled differently.
+  static const std::map<std::string, std::string> kAliases = {
+      {"esc", "Escape"},
+      {"escape", "Escape"},
+      {"enter", "Return"},
+      {"return", "Return"},
+      {"del", "Delete"},
+      {"delete", "Delete"},
+      {"ins", "Insert"},
+      {"pgup", "Prior"},
+      {"pageup", "Prior"},
+      {"pgdown", "Next"},
+      {"pagedown", "Next"},
+      {"backspace", "BackSpace"},
+      {"forwarddelete", "Delete"},
+      {"+", "plus"},
+      {"-", "minus"},
+      {"=", "equal"},
+      {",", "comma"},
+      {".", "period"},
+      {"/", "slash"},
+      {";", "semicolon"},
+      {"'", "apostrophe"},
+      {"[", "bracketleft"},
+      {"]", "bracketright"},
+      {"\\", "backslash"},
+      {"`", "grave"},
+      {"space", "space"},
+  };
+  if (const auto alias = kAliases.find(key); alias != kAliases.end()) {
+    return alias->second;
+  }
+  // Letters and digits are their own keysyms in lower case; named keys are capitalised ("F9",
+  // "Home", "Print").
+  if (key.size() == 1) {
+    return key;
+  }
+  std::string name = key;
+  name[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(name[0])));
+  return name;
 }
 
 }  // namespace brimble

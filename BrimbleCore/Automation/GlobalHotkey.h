@@ -31,6 +31,10 @@ class GlobalHotkeyError : public std::runtime_error {
 /// GlobalHotkeyError::invalidShortcut.
 KeyChord parseShortcut(const std::string& shortcut);
 
+/// The XKB keysym name of a key as parseShortcut names it ("g", "F9", "Return", "slash"): how
+/// desktops spell the key of a shortcut they bind (the portal's triggers, GNOME's accelerators).
+std::string keysymNameOf(const std::string& key);
+
 /// One system-wide shortcut that reaches the application whichever window has the focus. The
 /// owner watches `eventFd()` for readability (a QSocketNotifier in the app) and then calls
 /// `takePresses()`. One thread at a time.

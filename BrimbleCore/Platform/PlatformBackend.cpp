@@ -13,6 +13,7 @@
 #include "BrimbleCore/Platform/ATSPI/ATSPIAccessibility.h"
 #include "BrimbleCore/Platform/ATSPI/ATSPIWindowSystem.h"
 #include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
+#include "BrimbleCore/Platform/Wayland/PortalGlobalHotkey.h"
 #include "BrimbleCore/Platform/Wayland/WaylandInputBackend.h"
 #include "BrimbleCore/Platform/Wayland/WaylandScreenSource.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
@@ -236,6 +237,17 @@ std::unique_ptr<Desktop> waylandDesktop(DesktopSession session,
   };
   backends.browsers = [environment] {
     return std::make_unique<ChromeBrowserLauncher>(environment);
+  };
+  // Only the portal can give a Wayland client a shortcut that works in other apps' windows; where
+  // it lacks the interface the hotkey says so, and the app offers the desktop's own shortcuts.
+  backends.globalHotkey = [connect](const std::string& shortcut) -> std::unique_ptr<GlobalHotkey> {
+    std::shared_ptr<wayland::DesktopPortal> connected;
+    try {
+      connected = connect();
+    } catch (const wayland::PortalError& error) {
+      throw GlobalHotkeyError::unavailable(error.what());
+    }
+    return std::make_unique<wayland::PortalGlobalHotkey>(std::move(connected), shortcut);
   };
   return std::make_unique<Desktop>(std::move(session), waylandTexts(), std::move(environment),
                                    std::move(backends));

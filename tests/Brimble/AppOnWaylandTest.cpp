@@ -93,7 +93,7 @@ class AppOnWayland : public ::testing::Test {
     fs::create_directories(folder_ / "config" / "brimble");
     std::ofstream(folder_ / "config" / "brimble" / "brimble.conf")
         << "[General]\nshowCursor=false\nframeRate=24\ncountdownDelay=0\n"
-           "showPreviewAfterCapture=false\nfirstRunDone=true\n";
+           "showPreviewAfterCapture=false\nfirstRunDone=true\ndesktopShortcutOffered=true\n";
     for (char** entry = environ; *entry != nullptr; ++entry) {
       const std::string line = *entry;
       if (!line.starts_with("XDG_CONFIG_HOME=") && !line.starts_with("XDG_DATA_HOME=") &&

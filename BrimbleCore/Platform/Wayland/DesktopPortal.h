@@ -84,6 +84,10 @@ class DesktopPortal {
   /// A token unique in this process, for "handle_token" and "session_handle_token".
   static std::string newToken();
 
+  /// The session-bus connection the portal knows this process by, for subscribing to the
+  /// portal's own signals. Owned by this portal.
+  GDBusConnection* connection() const noexcept { return bus_.get(); }
+
  private:
   GObjectPtr<GDBusConnection> bus_;
   std::string sender_;  // our unique name as the portal's request paths spell it

@@ -36,6 +36,11 @@ struct GMainContextUnref {
 };
 using GMainContextPtr = std::unique_ptr<GMainContext, GMainContextUnref>;
 
+struct GMainLoopUnref {
+  void operator()(GMainLoop* loop) const noexcept { g_main_loop_unref(loop); }
+};
+using GMainLoopPtr = std::unique_ptr<GMainLoop, GMainLoopUnref>;
+
 /// A main context of its own, made the calling thread's default while this lives: signals
 /// subscribed meanwhile are delivered there, and only where it is iterated.
 class PrivateMainContext {

@@ -54,9 +54,39 @@ TEST(CommandLineInstaller, DesktopEntryStartsThisAppAndTheIconGoesWhereMenusLook
                                             "[Desktop Entry]\nName=Brimble\nExec=brimble-app\n"
                                             "Icon=brimble\n",
                                             "<svg/>");
-  EXPECT_EQ(testing::readFile(folder / "applications" / "brimble.desktop"),
+  // Named by the app's id, which the desktop portal reads to know which app is asking.
+  EXPECT_EQ(testing::readFile(folder / "applications" / "org.brimble.Brimble.desktop"),
             "[Desktop Entry]\nName=Brimble\nExec=\"/opt/my apps/brimble-app\"\nIcon=brimble\n");
-  EXPECT_EQ(testing::readFile(folder / "icons" / "hicolor" / "scalable" / "apps" / "brimble.svg"), "<svg/>");
+  EXPECT_FALSE(fs::exists(folder / "applications" / "brimble.desktop"));
+  EXPECT_EQ(testing::readFile(folder / "icons" / "hicolor" / "scalable" / "apps" / "brimble.svg"),
+            "<svg/>");
+}
+
+TEST(CommandLineInstaller, TheEntryAnEarlierVersionWroteGoesButAUsersFileOfThatNameStays) {
+  const std::string packaged = "[Desktop Entry]\nName=Brimble\nExec=brimble-app\nIcon=brimble\n";
+  testing::TempDirectory folder;
+  const fs::path older = folder / "applications" / "brimble.desktop";
+  fs::create_directories(older.parent_path());
+
+  // What the installer wrote under the old name, for a copy of the app elsewhere.
+  testing::writeFile(older,
+                     "[Desktop Entry]\nName=Brimble\nExec=\"/home/u/old/brimble-app\"\n"
+                     "Icon=brimble\n");
+  CommandLineInstaller::installDesktopEntry("/opt/brimble/brimble-app", folder.path(), packaged,
+                                            "<svg/>");
+  EXPECT_FALSE(fs::exists(older));
+  EXPECT_TRUE(fs::exists(folder / "applications" / "org.brimble.Brimble.desktop"));
+
+  // Edited by the user, or their own entry for something else: theirs, left as it is.
+  for (const std::string users :
+       {"[Desktop Entry]\nName=Brimble (dev)\nExec=\"/home/u/old/brimble-app\"\nIcon=brimble\n",
+        "[Desktop Entry]\nName=Brimble\nExec=\"/home/u/bin/brimble-wrapper\"\nIcon=brimble\n",
+        "[Desktop Entry]\nName=Brimble\nExec=brimble-app --verbose\nIcon=brimble\n"}) {
+    testing::writeFile(older, users);
+    CommandLineInstaller::installDesktopEntry("/opt/brimble/brimble-app", folder.path(), packaged,
+                                              "<svg/>");
+    EXPECT_EQ(testing::readFile(older), users);
+  }
 }
 
 }  // namespace

@@ -85,10 +85,13 @@ bool panelGrey(unsigned rgb) {
 /// a private folder, driven through mutter's remote-desktop API as a user's mouse and keyboard.
 class AppOnWayland : public ::testing::Test {
  protected:
+  /// GNOME Shell where the portal's window chooser must list windows; bare mutter lists none.
+  virtual testing::WaylandSession::Options sessionOptions() const { return {}; }
+
   void SetUp() override {
-    session_ = testing::WaylandSession::start();
+    session_ = testing::WaylandSession::start(sessionOptions());
     if (!session_) {
-      GTEST_SKIP() << "mutter is not installed";
+      GTEST_SKIP() << "mutter (or GNOME Shell) is not installed";
     }
     fs::create_directories(folder_ / "config" / "brimble");
     std::ofstream(folder_ / "config" / "brimble" / "brimble.conf")
@@ -104,6 +107,17 @@ class AppOnWayland : public ::testing::Test {
     environment_.push_back("XDG_CONFIG_HOME=" + (folder_ / "config").string());
     environment_.push_back("XDG_DATA_HOME=" + (folder_ / "data").string());
     environment_.push_back("XDG_STATE_HOME=" + (folder_ / "state").string());
+    // Its buttons on the accessibility bus, pressed there as a screen reader's user would.
+    environment_.push_back("QT_LINUX_ACCESSIBILITY_ALWAYS_ON=1");
+  }
+
+  /// The GIF on the clipboard, read back by another client.
+  std::optional<testing::DecodedGIF> clipboardGIF() {
+    const auto bytes = session_->withKeyboard({"wl-paste", "--type", "image/gif"});
+    if (!bytes) {
+      return std::nullopt;
+    }
+    return testing::decodeGIF(std::vector<std::uint8_t>(bytes->begin(), bytes->end()));
   }
 
   void TearDown() override {
@@ -210,10 +224,8 @@ TEST_F(AppOnWayland, ToggleSelectRecordAndReturnPutTheGIFOfTheRegionOnTheClipboa
   ASSERT_TRUE(types);
   EXPECT_NE(types->find("image/gif"), std::string::npos) << *types;
   EXPECT_NE(types->find("text/uri-list"), std::string::npos) << *types;
-  const auto bytes = session_->withKeyboard({"wl-paste", "--type", "image/gif"});
-  ASSERT_TRUE(bytes);
-  const auto gif = testing::decodeGIF(std::vector<std::uint8_t>(bytes->begin(), bytes->end()));
-  ASSERT_TRUE(gif) << bytes->size() << " bytes";
+  const auto gif = clipboardGIF();
+  ASSERT_TRUE(gif);
   EXPECT_EQ(gif->width, right - region.x);
   EXPECT_EQ(gif->height, bottom - region.y);
   ASSERT_GE(gif->frames.size(), 1u);
@@ -226,6 +238,42 @@ TEST_F(AppOnWayland, ToggleSelectRecordAndReturnPutTheGIFOfTheRegionOnTheClipboa
     EXPECT_TRUE(green(centre) > 150 && red(centre) < 60 && blue(centre) < 60)
         << "frame " << i << " shows " << std::hex << centre << " at the window's centre";
     EXPECT_LT(countOf(frame, panelGrey), 1000) << "frame " << i << " shows the panel";
+  }
+}
+
+class AppOnWaylandShell : public AppOnWayland {
+ protected:
+  testing::WaylandSession::Options sessionOptions() const override { return {.shell = true}; }
+};
+
+TEST_F(AppOnWaylandShell, AWindowIsPickedInTheDesktopsChooserAndRecordedAlone) {
+  ASSERT_TRUE(session_->startColourWindow("colours", "Blue", 320, 240, "#0000c0"));
+  app_.emplace(std::vector<std::string>{BRIMBLE_APP_BINARY}, environment_);
+  ASSERT_TRUE(logged("Brimble: ready")) << app_->errorOutput();
+
+  // No window list of its own: the desktop's chooser asks, and the user picks Blue there.
+  session_->approveWindowAfter(500ms, "Blue");
+  testing::ChildProcess press(
+      {BRIMBLE_SOURCE_DIR "/tests/Support/atspi-press.py", std::to_string(app_->pid()), "Window"});
+  ASSERT_EQ(press.wait(30s), 0) << press.errorOutput();
+  ASSERT_TRUE(session_->waitForDialogHelper());
+  ASSERT_TRUE(logged("Brimble: recording started (window)")) << log_;
+  std::this_thread::sleep_for(1500ms);
+
+  // The shortcut's command stops it; a keyboard is there while the clip is encoded.
+  testing::ChildProcess keyboard({BRIMBLE_SOURCE_DIR "/tests/Support/wayland-input.py", "sleep:6"});
+  testing::ChildProcess toggle({BRIMBLE_APP_BINARY, "--toggle"}, environment_);
+  EXPECT_EQ(toggle.wait(10s), 0) << toggle.errorOutput();
+  ASSERT_TRUE(logged("Brimble: GIF copied to clipboard (")) << log_;
+  keyboard.wait(10s);
+  const auto gif = clipboardGIF();
+  ASSERT_TRUE(gif);
+  EXPECT_EQ(gif->width, 320);
+  EXPECT_EQ(gif->height, 240);
+  ASSERT_GE(gif->frames.size(), 1u);
+  // Only the window, whatever covered it or lay around it.
+  for (const Image& frame : gif->frames) {
+    EXPECT_EQ(countOf(frame, [](unsigned rgb) { return blue(rgb) < 150 || red(rgb) > 60; }), 0);
   }
 }
 

@@ -11,6 +11,7 @@
 #include <QHBoxLayout>
 #include <QPainter>
 #include <QPushButton>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -110,6 +111,10 @@ AppShell::AppShell(Desktop& desktop)
   } else {
     buildMainWindow();
   }
+  // Once the event loop runs: by then the shortcut is registered, or known not to be.
+  if (!settings_.load().firstRunCompleted) {
+    QTimer::singleShot(0, this, [this] { showWelcome(); });
+  }
 }
 
 AppShell::~AppShell() {
@@ -179,6 +184,7 @@ void AppShell::buildMenu() {
   menu_->addSeparator();
   menu_->addAction("Library…", this, [this] { showLibrary(); });
   menu_->addAction("Settings…", this, [this] { showSettings(); });
+  menu_->addAction("Welcome…", this, [this] { showWelcome(); });
   menu_->addAction("Install Command-Line Tool", this, [this] { installCommandLine(); });
   menu_->addSeparator();
   menu_->addAction("Quit Brimble", qApp, &QApplication::quit);
@@ -238,6 +244,30 @@ void AppShell::registerHotkey() {
   connect(hotkeyNotifier_.get(), &QSocketNotifier::activated, this, drain);
   // Xlib may already hold events read along with a reply; the notifier only sees new bytes.
   scheduler_.post(drain);
+}
+
+void AppShell::showWelcome() {
+  if (!welcome_) {
+    welcome_ = std::make_unique<FirstRunWindow>();
+    welcome_->onClosed = [this] {
+      AppSettings settings = settings_.load();
+      if (settings.firstRunCompleted) {
+        return;
+      }
+      settings.firstRunCompleted = true;
+      try {
+        settings_.save(settings);
+      } catch (const std::exception& error) {
+        // The welcome comes back next time; nothing else depends on it.
+        logLine(std::string("Brimble: ") + error.what());
+      }
+    };
+  }
+  welcome_->setShortcut(QString::fromStdString(settings_.load().hotkey), hotkey_ != nullptr,
+                        QApplication::applicationFilePath() + " --toggle");
+  welcome_->show();
+  welcome_->raise();
+  welcome_->activateWindow();
 }
 
 void AppShell::showLibrary() {

@@ -12,6 +12,7 @@
 
 #include "Brimble/Library/EditorWindow.h"
 #include "Brimble/Library/LibraryWindow.h"
+#include "Brimble/Onboarding/FirstRunWindow.h"
 #include "Brimble/Recording/QtClipDelivery.h"
 #include "Brimble/Recording/QtRecordingView.h"
 #include "Brimble/Recording/QtSessionScheduler.h"
@@ -48,12 +49,15 @@ class AppShell final : public QObject {
 
   void showLibrary();
   void showSettings();
+  /// The welcome window: the three steps, the shortcut, and what this desktop allows.
+  void showWelcome();
   void showEditor(const std::filesystem::path& file);
   /// Links `brimble` into ~/.local/bin and adds the app to the desktop's menus.
   void installCommandLine();
   EditorWindow* editor() const { return editor_.get(); }
   LibraryWindow* library() const { return library_.get(); }
   SettingsWindow* settingsWindow() const { return settingsWindow_.get(); }
+  FirstRunWindow* welcomeWindow() const { return welcome_.get(); }
 
   /// The folder encoded clips are kept in: $XDG_DATA_HOME/brimble/captures (with the library
   /// index beside it).
@@ -96,6 +100,7 @@ class AppShell final : public QObject {
   std::unique_ptr<LibraryWindow> library_;
   std::unique_ptr<SettingsWindow> settingsWindow_;
   std::unique_ptr<EditorWindow> editor_;
+  std::unique_ptr<FirstRunWindow> welcome_;
 };
 
 }  // namespace brimble

@@ -44,6 +44,8 @@ struct AppSettings {
   bool showPreviewAfterCapture = false;
   /// The global shortcut in Qt's portable text ("Ctrl+Shift+G").
   std::string hotkey = "Ctrl+Shift+G";
+  /// The welcome window has been closed once, so it no longer opens by itself.
+  bool firstRunCompleted = false;
 };
 
 /// What an encode uses once the preset has been applied.

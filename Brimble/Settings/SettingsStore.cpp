@@ -101,6 +101,9 @@ AppSettings SettingsStore::load() const {
       readBool(store, "showPreviewAfterCapture", defaults.showPreviewAfterCapture);
   const QString hotkey = store.value("hotkey").toString().trimmed();
   settings.hotkey = hotkey.isEmpty() ? defaults.hotkey : hotkey.toStdString();
+  // Settings written before the welcome existed belong to someone who already uses the app.
+  std::error_code error;
+  settings.firstRunCompleted = readBool(store, "firstRunCompleted", fs::exists(file_, error));
   return settings;
 }
 
@@ -126,6 +129,7 @@ void SettingsStore::save(const AppSettings& settings) const {
   store.setValue("autoStartAfterRegionSelection", settings.autoStartAfterRegionSelection);
   store.setValue("showPreviewAfterCapture", settings.showPreviewAfterCapture);
   store.setValue("hotkey", QString::fromStdString(settings.hotkey));
+  store.setValue("firstRunCompleted", settings.firstRunCompleted);
   store.sync();
   if (store.status() != QSettings::NoError) {
     throw std::runtime_error("Couldn't write the settings file " + file_.string() + ".");

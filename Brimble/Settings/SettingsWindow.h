@@ -7,6 +7,7 @@
 #include <QKeySequenceEdit>
 #include <QLineEdit>
 #include <QSpinBox>
+#include <QTabWidget>
 #include <QWidget>
 
 #include "Brimble/Settings/SettingsStore.h"
@@ -14,7 +15,8 @@
 namespace brimble {
 
 /// The preferences window over the settings store: recording limits and countdown, output
-/// format and quality, deliveries, and the global shortcut. Saving writes every key and tells
+/// format and quality, deliveries, and the global shortcut; and, on a tab of its own, the
+/// permissions this desktop gives. Saving writes every key and tells
 /// `onSaved`. Main thread only.
 class SettingsWindow final : public QWidget {
   Q_OBJECT
@@ -25,6 +27,8 @@ class SettingsWindow final : public QWidget {
 
   /// Shows what the store holds now.
   void reload();
+  /// Turns to the Permissions tab.
+  void showPermissions();
 
   std::function<void(const AppSettings&)> onSaved;
 
@@ -49,6 +53,8 @@ class SettingsWindow final : public QWidget {
   QCheckBox* autoStart_;
   QCheckBox* preview_;
   QKeySequenceEdit* hotkey_;
+  QTabWidget* tabs_;
+  QWidget* permissions_;
 };
 
 }  // namespace brimble

@@ -263,11 +263,22 @@ void AppShell::showWelcome() {
       }
     };
   }
-  welcome_->setShortcut(QString::fromStdString(settings_.load().hotkey), hotkey_ != nullptr,
-                        QApplication::applicationFilePath() + " --toggle");
+  updateWelcomeShortcut();
   welcome_->show();
   welcome_->raise();
   welcome_->activateWindow();
+}
+
+void AppShell::updateWelcomeShortcut() {
+  if (welcome_) {
+    // Quoted where a folder's name has a space, so the line can be pasted as it stands.
+    QString program = QApplication::applicationFilePath();
+    if (program.contains(' ')) {
+      program = '"' + program + '"';
+    }
+    welcome_->setShortcut(QString::fromStdString(settings_.load().hotkey), hotkey_ != nullptr,
+                          program + " --toggle");
+  }
 }
 
 void AppShell::showLibrary() {
@@ -342,7 +353,10 @@ void AppShell::installCommandLine() {
 void AppShell::showSettings() {
   if (!settingsWindow_) {
     settingsWindow_ = std::make_unique<SettingsWindow>(settings_);
-    settingsWindow_->onSaved = [this](const AppSettings&) { registerHotkey(); };
+    settingsWindow_->onSaved = [this](const AppSettings&) {
+      registerHotkey();
+      updateWelcomeShortcut();
+    };
   }
   settingsWindow_->reload();
   settingsWindow_->show();

@@ -75,6 +75,8 @@ class AppShell final : public QObject {
   void terminationRequested();
   void phaseChanged(RecordingPhase phase);
   void setStatus(const QString& text);
+  /// The welcome's shortcut text follows the settings and whether the shortcut was taken.
+  void updateWelcomeShortcut();
 
   Desktop& desktop_;
   SettingsStore settings_;

@@ -107,8 +107,9 @@ void FirstRunWindow::setShortcut(const QString& shortcut, bool global,
     return;
   }
   shortcut_->setText(
-      QString("This desktop does not let Brimble take %1 as a global shortcut. Add a keyboard "
-              "shortcut in the desktop's settings that runs:<br><code>%2</code>")
+      QString("Brimble could not take %1 as a global shortcut here. Choose another under "
+              "Settings, or add a keyboard shortcut in the desktop's settings that runs:<br>"
+              "<code>%2</code>")
           .arg(keys, toggleCommand.toHtmlEscaped()));
 }
 

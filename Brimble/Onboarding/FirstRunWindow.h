@@ -12,7 +12,7 @@
 namespace brimble {
 
 /// The window a new user meets ("Welcome to Brimble"): what Brimble does in three steps, the
-/// shortcut that starts it (or, where the desktop lets no app take a global shortcut, the
+/// shortcut that starts it (or, where the app could not take it as a global shortcut, the
 /// command a desktop shortcut should run), and the checklist of what this desktop allows. Shown
 /// on the first start and from the menu ("Welcome…"). Main thread only.
 class FirstRunWindow final : public QWidget {

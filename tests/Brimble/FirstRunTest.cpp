@@ -11,6 +11,7 @@
 
 #include "BrimbleCore/Platform/ATSPI/ATSPIAccessibility.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
+#include "BrimbleCore/Platform/X11/X11GlobalHotkey.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Platform/X11/X11WindowSystem.h"
 #include "tests/Support/AppEnvironment.h"
@@ -120,23 +121,25 @@ TEST_F(FirstRun, ANewUserIsWelcomedOnceWithTheChecklistThatSettingsShowsToo) {
   std::this_thread::sleep_for(300ms);
   keepWindow("Welcome to Brimble", "welcome.png");
 
-  // The Permissions tab of the settings holds the same list.
-  driver->press("role:push button/Settings");
-  ASSERT_TRUE(windowTitled("Settings — Brimble"));
-  driver->press("role:page tab/Permissions");
-  EXPECT_TRUE(shows(*driver, "role:push button/Check again"));
-  EXPECT_TRUE(shows(*driver, "text:What Brimble can use on this desktop"));
-  driver->press("role:push button/Check again");
-  EXPECT_TRUE(shows(*driver, "text:Brimble can record on this desktop."));
-  std::this_thread::sleep_for(300ms);
-  keepWindow("Settings — Brimble", "settings-permissions.png");
-
   ASSERT_TRUE(windows_.close(welcome->id));
   EXPECT_TRUE(testing::eventually([&] { return !anyWindowTitled("Welcome to Brimble"); }));
   const fs::path settings = folder_ / "config" / "brimble" / "brimble.conf";
   EXPECT_TRUE(testing::eventually([&] {
     return testing::readFile(settings).find("firstRunCompleted=true") != std::string::npos;
   }));
+
+  // The Permissions tab of the settings holds the same list.
+  driver->press("role:push button/Settings");
+  ASSERT_TRUE(windowTitled("Settings — Brimble"));
+  driver->press("role:page tab/Permissions");
+  EXPECT_TRUE(shows(*driver, "text:What Brimble can use on this desktop"));
+  EXPECT_TRUE(
+      shows(*driver, "text:the X11 display " + display_->displayName() + " can be captured"));
+  EXPECT_TRUE(shows(*driver, "text:To fix: choose Install Command-Line Tool"));
+  driver->press("role:push button/Check again");
+  EXPECT_TRUE(shows(*driver, "text:Brimble can record on this desktop."));
+  std::this_thread::sleep_for(300ms);
+  keepWindow("Settings — Brimble", "settings-permissions.png");
   stopApp();
 
   startApp();
@@ -144,6 +147,20 @@ TEST_F(FirstRun, ANewUserIsWelcomedOnceWithTheChecklistThatSettingsShowsToo) {
   // The welcome would open as soon as the event loop runs; give it well over that.
   std::this_thread::sleep_for(1500ms);
   EXPECT_FALSE(anyWindowTitled("Welcome to Brimble"));
+}
+
+TEST_F(FirstRun, WhereTheShortcutCannotBeTakenTheWelcomeSaysWhatADesktopShortcutShouldRun) {
+  // Another program holds the app's shortcut, as a desktop without global shortcuts would
+  // leave it without one.
+  const x11::X11GlobalHotkey taken("Ctrl+Shift+G", display_->displayName());
+  startApp();
+  ASSERT_TRUE(windowTitled("Welcome to Brimble")) << app_->errorOutput();
+  const auto driver = elements();
+  ASSERT_TRUE(driver);
+  EXPECT_TRUE(shows(*driver, "text:could not take Ctrl+Shift+G as a global shortcut"));
+  EXPECT_TRUE(shows(*driver, std::string("text:") + BRIMBLE_APP_BINARY + " --toggle"));
+  std::this_thread::sleep_for(300ms);
+  keepWindow("Welcome to Brimble", "welcome-without-shortcut.png");
 }
 
 }  // namespace

@@ -10,28 +10,28 @@
 namespace brimble {
 namespace {
 
-struct MainloopCloser {
+struct PulseMainloopCloser {
   void operator()(pa_mainloop* loop) const noexcept { pa_mainloop_free(loop); }
 };
 
-struct ContextCloser {
+struct PulseContextCloser {
   void operator()(pa_context* context) const noexcept {
     pa_context_disconnect(context);
     pa_context_unref(context);
   }
 };
 
-struct OperationCloser {
+struct PulseOperationCloser {
   void operator()(pa_operation* operation) const noexcept { pa_operation_unref(operation); }
 };
 
-struct Query {
+struct ServerInfoQuery {
   bool answered = false;
   std::string server;
 };
 
 void onServerInfo(pa_context*, const pa_server_info* info, void* data) {
-  auto* query = static_cast<Query*>(data);
+  auto* query = static_cast<ServerInfoQuery*>(data);
   query->answered = true;
   if (info != nullptr) {
     query->server = std::string(info->server_name != nullptr ? info->server_name : "?") + " " +
@@ -42,11 +42,11 @@ void onServerInfo(pa_context*, const pa_server_info* info, void* data) {
 }  // namespace
 
 SoundServerAnswer probeSoundServer(std::chrono::milliseconds timeout) {
-  const std::unique_ptr<pa_mainloop, MainloopCloser> loop(pa_mainloop_new());
+  const std::unique_ptr<pa_mainloop, PulseMainloopCloser> loop(pa_mainloop_new());
   if (!loop) {
     return {std::nullopt, "the sound library could not start"};
   }
-  const std::unique_ptr<pa_context, ContextCloser> context(
+  const std::unique_ptr<pa_context, PulseContextCloser> context(
       pa_context_new(pa_mainloop_get_api(loop.get()), "Brimble"));
   // A check must not start a server of its own: it asks what the session already has.
   if (!context || pa_context_connect(context.get(), nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) < 0) {
@@ -54,8 +54,8 @@ SoundServerAnswer probeSoundServer(std::chrono::milliseconds timeout) {
                                   : "the sound library could not start"};
   }
   const auto deadline = std::chrono::steady_clock::now() + timeout;
-  std::unique_ptr<pa_operation, OperationCloser> operation;
-  Query query;
+  std::unique_ptr<pa_operation, PulseOperationCloser> operation;
+  ServerInfoQuery query;
   while (std::chrono::steady_clock::now() < deadline && !query.answered) {
     const pa_context_state_t state = pa_context_get_state(context.get());
     if (!PA_CONTEXT_IS_GOOD(state)) {

@@ -1,11 +1,8 @@
 #include "BrimbleCore/Platform/CapabilityProbe.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <optional>
 #include <string>
-
-#include <unistd.h>
 
 #include "BrimbleCore/Capture/SoundServerProbe.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
@@ -13,6 +10,7 @@
 #include "BrimbleCore/Platform/Wayland/RestoreTokenFile.h"
 #include "BrimbleCore/Platform/Wayland/SessionBusProbe.h"
 #include "BrimbleCore/Platform/X11/DisplayProbe.h"
+#include "BrimbleCore/Support/Subprocess.h"
 
 namespace brimble::platform {
 namespace {
@@ -196,19 +194,8 @@ CapabilityCheck soundCheck(std::chrono::milliseconds timeout) {
 
 CapabilityCheck commandLineCheck() {
   constexpr const char* title = "Command line on PATH";
-  const char* path = std::getenv("PATH");
-  std::string folders = path != nullptr ? path : "";
-  std::size_t start = 0;
-  while (start <= folders.size()) {
-    const std::size_t end = std::min(folders.find(':', start), folders.size());
-    // An empty entry is the current folder, as the shell reads it.
-    const fs::path folder = end > start ? fs::path(folders.substr(start, end - start)) : ".";
-    const fs::path program = folder / "brimble";
-    std::error_code error;
-    if (fs::is_regular_file(program, error) && ::access(program.c_str(), X_OK) == 0) {
-      return ok(capability::commandLine, title, "brimble is " + program.string(), false);
-    }
-    start = end + 1;
+  if (const auto program = findProgram("brimble")) {
+    return ok(capability::commandLine, title, "brimble is " + program->string(), false);
   }
   return missing(capability::commandLine, title, "no folder of $PATH holds brimble",
                  "choose Install Command-Line Tool in brimble-app's menu (a link in "

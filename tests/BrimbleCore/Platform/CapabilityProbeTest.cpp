@@ -118,6 +118,12 @@ TEST(CapabilityProbe, WithoutASessionBusTheAccessibilityBusIsMissingAndSaysWhatT
   check = checkOf(platform::checkCapabilities(), capability::accessibility);
   EXPECT_EQ(check.status, CapabilityStatus::missing);
   EXPECT_THAT(check.detail, HasSubstr("does not answer"));
+
+  // An address no bus could have.
+  ::setenv("DBUS_SESSION_BUS_ADDRESS", "nonsense", 1);
+  check = checkOf(platform::checkCapabilities(), capability::accessibility);
+  EXPECT_EQ(check.status, CapabilityStatus::missing);
+  EXPECT_THAT(check.detail, HasSubstr("does not answer"));
 }
 
 TEST(CapabilityProbe, ABusThatAcceptsButNeverAnswersCostsTheTimeoutAndNoMore) {

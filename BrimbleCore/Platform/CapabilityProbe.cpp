@@ -1,8 +1,11 @@
 #include "BrimbleCore/Platform/CapabilityProbe.h"
 
 #include <filesystem>
+#include <future>
+#include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "BrimbleCore/Capture/SoundServerProbe.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
@@ -67,10 +70,34 @@ CapabilityCheck displayCheck(const std::optional<DesktopSession>& session) {
 struct X11Findings {
   std::string name;
   x11::DisplayOffer offer;
+  /// Why nothing was found: the server took longer than the timeout.
+  std::string stuck;
 };
+
+/// Asks the display on a thread of its own: Xlib waits without end for a server that accepts
+/// the connection but never answers it, and a checklist must come back. A probe that does not
+/// finish in time is left to finish (or not) by itself; it touches nothing of ours.
+X11Findings probeX11(const std::string& name, std::chrono::milliseconds timeout) {
+  auto answer = std::make_shared<std::promise<x11::DisplayOffer>>();
+  std::future<x11::DisplayOffer> offer = answer->get_future();
+  std::thread([answer, name] { answer->set_value(x11::probeDisplay(name)); }).detach();
+  if (offer.wait_for(timeout) != std::future_status::ready) {
+    return {name,
+            {},
+            "the X11 display " + name + " does not answer within " +
+                std::to_string(timeout.count()) + " ms"};
+  }
+  return {name, offer.get(), {}};
+}
 
 CapabilityCheck x11ScreenCheck(const X11Findings& x11) {
   constexpr const char* title = "Screen capture";
+  if (!x11.stuck.empty()) {
+    return missing(capability::screenCapture, title, x11.stuck,
+                   "restart the X server of " + x11.name +
+                       ", or record in Brimble's own display with --headless",
+                   true);
+  }
   if (!x11.offer.reachable) {
     return missing(capability::screenCapture, title,
                    "the X11 display " + x11.name + " does not accept a connection",
@@ -94,6 +121,10 @@ CapabilityCheck x11ScreenCheck(const X11Findings& x11) {
 
 CapabilityCheck x11InputCheck(const X11Findings& x11) {
   constexpr const char* title = "Input for scripts and assistants";
+  if (!x11.stuck.empty()) {
+    return missing(capability::input, title, x11.stuck, "restart the X server of " + x11.name,
+                   false);
+  }
   if (!x11.offer.reachable) {
     return missing(capability::input, title,
                    "the X11 display " + x11.name + " does not accept a connection",
@@ -218,7 +249,7 @@ std::vector<CapabilityCheck> checkCapabilities(const CheckOptions& options) {
     checks.push_back(
         missing(capability::input, "Input for scripts and assistants", none, fix, false));
   } else if (session->server == DesktopSession::Server::x11) {
-    const X11Findings x11{session->name, x11::probeDisplay(session->name)};
+    const X11Findings x11 = probeX11(session->name, options.quickAnswer);
     checks.push_back(x11ScreenCheck(x11));
     checks.push_back(rememberedPermissionCheck(session));
     checks.push_back(x11InputCheck(x11));

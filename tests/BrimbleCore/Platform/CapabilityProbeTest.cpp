@@ -126,18 +126,39 @@ TEST(CapabilityProbe, WithoutASessionBusTheAccessibilityBusIsMissingAndSaysWhatT
   EXPECT_THAT(check.detail, HasSubstr("does not answer"));
 }
 
+/// A socket that takes connections into its queue and never answers one: a server that hangs.
+/// Removed with it.
+class SilentSocket {
+ public:
+  explicit SilentSocket(fs::path path)
+      : path_(std::move(path)), fd_(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path_.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
+    listening_ = ::bind(fd_.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
+                 ::listen(fd_.get(), 8) == 0;
+  }
+  SilentSocket(const SilentSocket&) = delete;
+  SilentSocket& operator=(const SilentSocket&) = delete;
+  ~SilentSocket() {
+    std::error_code error;
+    fs::remove(path_, error);
+  }
+  bool listening() const noexcept { return listening_; }
+
+ private:
+  fs::path path_;
+  UniqueFd fd_;
+  bool listening_ = false;
+};
+
 TEST(CapabilityProbe, ABusThatAcceptsButNeverAnswersCostsTheTimeoutAndNoMore) {
   forgetWayland();
   ::unsetenv("DISPLAY");
   const testing::TempDirectory runtime;
-  const fs::path socketPath = runtime / "bus";
-  const UniqueFd listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  socketPath.string().copy(address.sun_path, sizeof(address.sun_path) - 1);
-  ASSERT_EQ(::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-  ASSERT_EQ(::listen(listener.get(), 8), 0);  // connections queue up; none is ever answered
-  ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + socketPath.string()).c_str(), 1);
+  const SilentSocket bus(runtime / "bus");
+  ASSERT_TRUE(bus.listening());
+  ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + (runtime / "bus").string()).c_str(), 1);
 
   const auto start = std::chrono::steady_clock::now();
   const std::vector<CapabilityCheck> checks =
@@ -146,6 +167,30 @@ TEST(CapabilityProbe, ABusThatAcceptsButNeverAnswersCostsTheTimeoutAndNoMore) {
   const CapabilityCheck check = checkOf(checks, capability::accessibility);
   EXPECT_EQ(check.status, CapabilityStatus::missing);
   EXPECT_THAT(check.detail, HasSubstr("no answer within 300 ms"));
+  EXPECT_LT(took, 5s);
+}
+
+TEST(CapabilityProbe, AnXServerThatNeverAnswersCostsTheTimeoutAndNoMore) {
+  forgetWayland();
+  // A display number nobody uses, its socket where X clients look for it.
+  int number = 4700;
+  while (fs::exists("/tmp/.X11-unix/X" + std::to_string(number))) {
+    ++number;
+  }
+  fs::create_directories("/tmp/.X11-unix");
+  const SilentSocket server("/tmp/.X11-unix/X" + std::to_string(number));
+  ASSERT_TRUE(server.listening());
+  ::setenv("DISPLAY", (":" + std::to_string(number)).c_str(), 1);
+
+  const auto start = std::chrono::steady_clock::now();
+  const std::vector<CapabilityCheck> checks =
+      platform::checkCapabilities({.quickAnswer = 300ms, .serviceStart = 300ms});
+  const auto took = std::chrono::steady_clock::now() - start;
+  const CapabilityCheck screen = checkOf(checks, capability::screenCapture);
+  EXPECT_EQ(screen.status, CapabilityStatus::missing);
+  EXPECT_THAT(screen.detail, HasSubstr("does not answer within 300 ms"));
+  EXPECT_EQ(checkOf(checks, capability::input).status, CapabilityStatus::missing);
+  expectFixesWhereMissing(checks);
   EXPECT_LT(took, 5s);
 }
 

@@ -60,12 +60,21 @@ CapabilityChecklist::CapabilityChecklist(Probe probe, QWidget* parent)
   rows_->setColumnStretch(1, 1);
   column->addLayout(rows_);
   column->addStretch(1);
-  refresh();
 }
 
 CapabilityChecklist::~CapabilityChecklist() {
   if (worker_.joinable()) {
     worker_.join();
+  }
+}
+
+void CapabilityChecklist::showEvent(QShowEvent* event) {
+  QWidget::showEvent(event);
+  // Looked at when first seen, not when made: a settings window opened for another tab wakes
+  // no portal or accessibility bus.
+  if (!looked_) {
+    looked_ = true;
+    refresh();
   }
 }
 

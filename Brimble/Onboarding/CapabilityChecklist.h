@@ -33,7 +33,8 @@ class CapabilityChecklist final : public QWidget {
   /// Waits for a check in progress: it is bounded by its timeouts.
   ~CapabilityChecklist() override;
 
-  /// Looks again; does nothing while a look is under way.
+  /// Looks again; does nothing while a look is under way. The first look is when the list is
+  /// first shown.
   void refresh();
   bool checking() const noexcept { return checking_; }
   /// What the last look found; empty before the first one has answered.
@@ -43,6 +44,9 @@ class CapabilityChecklist final : public QWidget {
   /// A look has finished and the rows show it.
   void checked();
 
+ protected:
+  void showEvent(QShowEvent* event) override;
+
  private:
   void showChecks(std::vector<CapabilityCheck> checks);
   void clearRows();
@@ -50,6 +54,7 @@ class CapabilityChecklist final : public QWidget {
   Probe probe_;
   std::vector<CapabilityCheck> checks_;
   bool checking_ = false;
+  bool looked_ = false;
   QLabel* summary_;
   QGridLayout* rows_;
   std::thread worker_;

@@ -29,6 +29,9 @@ inline constexpr const char* input = "input";
 inline constexpr const char* accessibility = "accessibility";
 inline constexpr const char* soundServer = "sound-server";
 inline constexpr const char* commandLine = "command-line";
+inline constexpr const char* temporarySpace = "temporary-space";
+inline constexpr const char* chromium = "chromium";
+inline constexpr const char* tesseract = "tesseract";
 }  // namespace capability
 
 /// One capability of this machine as Brimble sees it: whether it is there, what was found, and

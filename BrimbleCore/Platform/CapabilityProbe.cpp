@@ -1,5 +1,6 @@
 #include "BrimbleCore/Platform/CapabilityProbe.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <future>
 #include <memory>
@@ -7,12 +8,14 @@
 #include <string>
 #include <thread>
 
+#include "BrimbleCore/Automation/ChromeLauncher.h"
 #include "BrimbleCore/Capture/SoundServerProbe.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
 #include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
 #include "BrimbleCore/Platform/Wayland/RestoreTokenFile.h"
 #include "BrimbleCore/Platform/Wayland/SessionBusProbe.h"
 #include "BrimbleCore/Platform/X11/DisplayProbe.h"
+#include "BrimbleCore/Support/FileIO.h"
 #include "BrimbleCore/Support/Subprocess.h"
 
 namespace brimble::platform {
@@ -25,6 +28,10 @@ constexpr unsigned kMonitorSource = 1;
 constexpr unsigned kWindowSource = 2;
 constexpr unsigned kKeyboardDevice = 1;
 constexpr unsigned kPointerDevice = 2;
+
+// Below this, a long recording's frames may not fit where they are kept until the encode: five
+// minutes at 24 fps come to about 700 MB of JPEG frames.
+constexpr std::uintmax_t kEnoughTemporarySpace = 1'000'000'000;
 
 constexpr const char* kPortalFix =
     "install xdg-desktop-portal and the desktop's backend (Debian: xdg-desktop-portal-gnome, or "
@@ -234,6 +241,58 @@ CapabilityCheck commandLineCheck() {
                  false);
 }
 
+CapabilityCheck chromiumCheck() {
+  constexpr const char* title = "Chromium for page targets";
+  const std::string browser = ChromeLauncher::findBrowser();
+  if (browser.empty()) {
+    return missing(capability::chromium, title, "no Chromium or Google Chrome on $PATH",
+                   "install chromium (Debian: chromium) for scripts that drive web pages", false);
+  }
+  return ok(capability::chromium, title,
+            browser + " is " + findProgram(browser).value_or(browser).string(), false);
+}
+
+CapabilityCheck tesseractCheck() {
+  constexpr const char* title = "Tesseract for reading windows";
+  if (const auto program = findProgram("tesseract")) {
+    return ok(capability::tesseract, title, "tesseract is " + program->string(), false);
+  }
+  return missing(capability::tesseract, title, "no tesseract on $PATH",
+                 "install tesseract-ocr and tesseract-ocr-eng (Debian), which wait-for-text needs "
+                 "for windows other than terminals",
+                 false);
+}
+
+/// "640 MB", "66.7 GB".
+std::string spaceText(std::uintmax_t bytes) {
+  if (bytes < 1'000'000'000) {
+    return std::to_string(bytes / 1'000'000) + " MB";
+  }
+  const std::uintmax_t tenths = bytes / 100'000'000;
+  return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " GB";
+}
+
+CapabilityCheck temporarySpaceCheck() {
+  constexpr const char* title = "Free temporary space";
+  const fs::path folder = temporaryDirectory();
+  std::error_code error;
+  const fs::space_info space = fs::space(folder, error);
+  if (error) {
+    return missing(capability::temporarySpace, title,
+                   folder.string() + " cannot be used (" + error.message() + ")",
+                   "point $TMPDIR at a folder you can write to", false);
+  }
+  if (space.available < kEnoughTemporarySpace) {
+    return missing(capability::temporarySpace, title,
+                   "only " + spaceText(space.available) + " free in " + folder.string() +
+                       ", where recordings keep their frames",
+                   "free space in " + folder.string() + ", or point $TMPDIR at a folder with more",
+                   false);
+  }
+  return ok(capability::temporarySpace, title,
+            spaceText(space.available) + " free in " + folder.string(), false);
+}
+
 }  // namespace
 
 std::vector<CapabilityCheck> checkCapabilities(const CheckOptions& options) {
@@ -261,11 +320,15 @@ std::vector<CapabilityCheck> checkCapabilities(const CheckOptions& options) {
         bus.portalInterface(wayland::DesktopPortal::kRemoteDesktop, "AvailableDeviceTypes")));
   }
   checks.push_back(accessibilityCheck(bus));
+  if (options.scriptTools) {
+    checks.push_back(chromiumCheck());
+    checks.push_back(tesseractCheck());
+    // Further checks of what scripts and assistants use go here, each its own function: the
+    // fonts of title cards, the MCP hosts Brimble is registered with.
+  }
   checks.push_back(soundCheck(options.quickAnswer));
   checks.push_back(commandLineCheck());
-  // Further checks go here, each its own function: Chromium for page targets, Tesseract for
-  // waiting on text, the fonts of title cards, the MCP hosts Brimble is registered with, and
-  // free space in the temporary folder for frames.
+  checks.push_back(temporarySpaceCheck());
   return checks;
 }
 

@@ -111,7 +111,7 @@ TEST_F(FirstRun, ANewUserIsWelcomedOnceWithTheChecklistThatSettingsShowsToo) {
   EXPECT_TRUE(shows(*driver, "text:Ctrl+Shift+G"));
   for (const char* title : {"Display server", "Screen capture", "Remembered permission",
                             "Input for scripts and assistants", "Accessibility bus", "Sound server",
-                            "Command line on PATH"}) {
+                            "Command line on PATH", "Free temporary space"}) {
     EXPECT_TRUE(shows(*driver, std::string("text:") + title)) << title;
   }
   EXPECT_TRUE(

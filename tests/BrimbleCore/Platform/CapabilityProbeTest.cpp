@@ -214,6 +214,48 @@ TEST(CapabilityProbe, TheCommandLineCountsOnlyWhereAFolderOfPathHoldsARunnableBr
   EXPECT_THAT(check.detail, HasSubstr((folder / "bin" / "brimble").string()));
 }
 
+TEST(CapabilityProbe, ScriptToolsAreLookedForOnlyWhenAskedAndCountOnlyOnPath) {
+  const testing::TempDirectory folder;
+  fs::create_directories(folder / "bin");
+  ::setenv("PATH", (folder / "bin").c_str(), 1);
+  EXPECT_EQ(findCheck(platform::checkCapabilities(), capability::chromium), nullptr);
+  EXPECT_EQ(findCheck(platform::checkCapabilities(), capability::tesseract), nullptr);
+
+  const platform::CheckOptions withTools{.scriptTools = true};
+  std::vector<CapabilityCheck> checks = platform::checkCapabilities(withTools);
+  EXPECT_EQ(checkOf(checks, capability::chromium).status, CapabilityStatus::missing);
+  EXPECT_THAT(checkOf(checks, capability::chromium).fix, HasSubstr("Debian: chromium"));
+  EXPECT_EQ(checkOf(checks, capability::tesseract).status, CapabilityStatus::missing);
+  EXPECT_THAT(checkOf(checks, capability::tesseract).fix, HasSubstr("tesseract-ocr"));
+  EXPECT_FALSE(checkOf(checks, capability::chromium).requiredForMainJobs);
+  EXPECT_FALSE(checkOf(checks, capability::tesseract).requiredForMainJobs);
+
+  for (const char* program : {"chromium", "tesseract"}) {
+    std::ofstream(folder / "bin" / program) << "#!/bin/sh\n";
+    fs::permissions(folder / "bin" / program, fs::perms::owner_exec, fs::perm_options::add);
+  }
+  checks = platform::checkCapabilities(withTools);
+  EXPECT_EQ(checkOf(checks, capability::chromium).status, CapabilityStatus::ok);
+  EXPECT_THAT(checkOf(checks, capability::chromium).detail,
+              HasSubstr((folder / "bin" / "chromium").string()));
+  EXPECT_EQ(checkOf(checks, capability::tesseract).status, CapabilityStatus::ok);
+  expectFixesWhereMissing(checks);
+}
+
+TEST(CapabilityProbe, FreeSpaceIsLookedAtWhereRecordingsKeepTheirFrames) {
+  const testing::TempDirectory folder;
+  ::setenv("TMPDIR", folder.path().c_str(), 1);
+  CapabilityCheck check = checkOf(platform::checkCapabilities(), capability::temporarySpace);
+  EXPECT_EQ(check.status, CapabilityStatus::ok) << check.detail;
+  EXPECT_THAT(check.detail, HasSubstr("B free in " + folder.path().string()));
+
+  ::setenv("TMPDIR", (folder / "gone").c_str(), 1);
+  check = checkOf(platform::checkCapabilities(), capability::temporarySpace);
+  EXPECT_EQ(check.status, CapabilityStatus::missing);
+  EXPECT_THAT(check.detail, HasSubstr((folder / "gone").string()));
+  EXPECT_THAT(check.fix, HasSubstr("$TMPDIR"));
+}
+
 TEST(CapabilityProbe, TheSoundServerCountsOnlyWhenOneAnswers) {
   const testing::TempDirectory folder;
   ::setenv("PULSE_SERVER", ("unix:" + (folder / "native").string()).c_str(), 1);

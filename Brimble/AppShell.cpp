@@ -262,6 +262,9 @@ void AppShell::showWelcome() {
         logLine(std::string("Brimble: ") + error.what());
       }
     };
+  } else if (!welcome_->isVisible()) {
+    // Opened again from the menu, perhaps after something was installed: look again.
+    welcome_->checklist().refresh();
   }
   updateWelcomeShortcut();
   welcome_->show();

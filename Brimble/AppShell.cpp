@@ -11,6 +11,7 @@
 #include <QHBoxLayout>
 #include <QPainter>
 #include <QPushButton>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -118,6 +119,10 @@ AppShell::AppShell(Desktop& desktop)
   } else {
     buildMainWindow();
   }
+  // Once the event loop runs: by then the shortcut is registered, or known not to be.
+  if (!settings_.load().firstRunCompleted) {
+    QTimer::singleShot(0, this, [this] { showWelcome(); });
+  }
 }
 
 AppShell::~AppShell() {
@@ -187,6 +192,7 @@ void AppShell::buildMenu() {
   menu_->addSeparator();
   menu_->addAction("Library…", this, [this] { showLibrary(); });
   menu_->addAction("Settings…", this, [this] { showSettings(); });
+  menu_->addAction("Welcome…", this, [this] { showWelcome(); });
   menu_->addAction("Install Command-Line Tool", this, [this] { installCommandLine(); });
   menu_->addSeparator();
   menu_->addAction("Quit Brimble", qApp, &QApplication::quit);
@@ -233,8 +239,14 @@ void AppShell::registerHotkey() {
   try {
     hotkey_ = desktop_.makeGlobalHotkey(shortcut);
   } catch (const GlobalHotkeyError& error) {
-    if (error.code() == GlobalHotkeyError::Code::unavailable && offerDesktopShortcut()) {
-      return;  // the desktop's own shortcut reaches the app instead
+    if (error.code() == GlobalHotkeyError::Code::unavailable) {
+      setStatus(
+          "This desktop gives apps no global shortcut: use these buttons, or a keyboard "
+          "shortcut of the desktop that runs brimble-app --toggle.");
+      // A new user's welcome says why and offers the desktop's own shortcut itself.
+      if (!settings_.load().firstRunCompleted || offerDesktopShortcut()) {
+        return;  // the desktop's own shortcut reaches the app instead
+      }
     }
     logLine(std::string("Brimble: ") + error.what());
     view_->showMessage(error.what(), MessageKind::warning);
@@ -264,6 +276,50 @@ void AppShell::activate() {
 bool AppShell::offerDesktopShortcut() {
   return brimble::offerDesktopShortcut(
       settings_, QCoreApplication::applicationFilePath().toStdString(), mainWindow_.get());
+}
+
+void AppShell::showWelcome() {
+  if (!welcome_) {
+    welcome_ = std::make_unique<FirstRunWindow>();
+    welcome_->onClosed = [this] {
+      AppSettings settings = settings_.load();
+      if (settings.firstRunCompleted) {
+        return;
+      }
+      settings.firstRunCompleted = true;
+      try {
+        settings_.save(settings);
+      } catch (const std::exception& error) {
+        // The welcome comes back next time; nothing else depends on it.
+        logLine(std::string("Brimble: ") + error.what());
+      }
+    };
+    if (!hotkey_) {
+      // The desktop's own shortcut, added from where the user reads why it is needed.
+      welcome_->shortcutActions()->addWidget(new DesktopShortcutPanel(
+          settings_, QCoreApplication::applicationFilePath().toStdString(), welcome_.get()));
+      welcome_->shortcutActions()->addStretch();
+    }
+  } else if (!welcome_->isVisible()) {
+    // Opened again from the menu, perhaps after something was installed: look again.
+    welcome_->checklist().refresh();
+  }
+  updateWelcomeShortcut();
+  welcome_->show();
+  welcome_->raise();
+  welcome_->activateWindow();
+}
+
+void AppShell::updateWelcomeShortcut() {
+  if (welcome_) {
+    // Quoted where a folder's name has a space, so the line can be pasted as it stands.
+    QString program = QApplication::applicationFilePath();
+    if (program.contains(' ')) {
+      program = '"' + program + '"';
+    }
+    welcome_->setShortcut(QString::fromStdString(settings_.load().hotkey), hotkey_ != nullptr,
+                          program + " --toggle");
+  }
 }
 
 void AppShell::showLibrary() {
@@ -338,7 +394,10 @@ void AppShell::installCommandLine() {
 void AppShell::showSettings() {
   if (!settingsWindow_) {
     settingsWindow_ = std::make_unique<SettingsWindow>(settings_);
-    settingsWindow_->onSaved = [this](const AppSettings&) { registerHotkey(); };
+    settingsWindow_->onSaved = [this](const AppSettings&) {
+      registerHotkey();
+      updateWelcomeShortcut();
+    };
   }
   settingsWindow_->reload();
   settingsWindow_->show();

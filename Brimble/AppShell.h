@@ -12,6 +12,7 @@
 
 #include "Brimble/Library/EditorWindow.h"
 #include "Brimble/Library/LibraryWindow.h"
+#include "Brimble/Onboarding/FirstRunWindow.h"
 #include "Brimble/Recording/QtClipDelivery.h"
 #include "Brimble/Recording/QtRecordingView.h"
 #include "Brimble/Recording/QtSessionScheduler.h"
@@ -55,12 +56,15 @@ class AppShell final : public QObject {
   void activate();
   void showLibrary();
   void showSettings();
+  /// The welcome window: the three steps, the shortcut, and what this desktop allows.
+  void showWelcome();
   void showEditor(const std::filesystem::path& file);
   /// Links `brimble` into ~/.local/bin and adds the app to the desktop's menus.
   void installCommandLine();
   EditorWindow* editor() const { return editor_.get(); }
   LibraryWindow* library() const { return library_.get(); }
   SettingsWindow* settingsWindow() const { return settingsWindow_.get(); }
+  FirstRunWindow* welcomeWindow() const { return welcome_.get(); }
 
   /// The folder encoded clips are kept in: $XDG_DATA_HOME/brimble/captures (with the library
   /// index beside it).
@@ -78,6 +82,8 @@ class AppShell final : public QObject {
   void terminationRequested();
   void phaseChanged(RecordingPhase phase);
   void setStatus(const QString& text);
+  /// The welcome's shortcut text follows the settings and whether the shortcut was taken.
+  void updateWelcomeShortcut();
 
   Desktop& desktop_;
   SettingsStore settings_;
@@ -103,6 +109,7 @@ class AppShell final : public QObject {
   std::unique_ptr<LibraryWindow> library_;
   std::unique_ptr<SettingsWindow> settingsWindow_;
   std::unique_ptr<EditorWindow> editor_;
+  std::unique_ptr<FirstRunWindow> welcome_;
 };
 
 }  // namespace brimble

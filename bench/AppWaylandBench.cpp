@@ -85,7 +85,7 @@ int main(int argc, char** argv) {
   fs::create_directories(home / "config" / "brimble");
   std::ofstream(home / "config" / "brimble" / "brimble.conf")
       << "[General]\ncountdownDelay=0\nshowCursor=true\nframeRate=24\n"
-         "showPreviewAfterCapture=false\nfirstRunDone=true\ndesktopShortcutOffered=true\n";
+         "showPreviewAfterCapture=false\ndesktopShortcutOffered=true\n";
   std::vector<std::string> environment;
   for (char** entry = environ; *entry != nullptr; ++entry) {
     const std::string line = *entry;

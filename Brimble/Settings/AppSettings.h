@@ -47,6 +47,8 @@ struct AppSettings {
   /// Whether the user was asked to add the desktop's own shortcut for the app, where the
   /// desktop gives apps no global shortcuts; asked once, whatever the answer.
   bool desktopShortcutOffered = false;
+  /// The welcome window has been closed once, so it no longer opens by itself.
+  bool firstRunCompleted = false;
 };
 
 /// What an encode uses once the preset has been applied.

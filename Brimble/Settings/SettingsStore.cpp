@@ -103,6 +103,9 @@ AppSettings SettingsStore::load() const {
   settings.hotkey = hotkey.isEmpty() ? defaults.hotkey : hotkey.toStdString();
   settings.desktopShortcutOffered =
       readBool(store, "desktopShortcutOffered", defaults.desktopShortcutOffered);
+  // Settings written before the welcome existed belong to someone who already uses the app.
+  std::error_code error;
+  settings.firstRunCompleted = readBool(store, "firstRunCompleted", fs::exists(file_, error));
   return settings;
 }
 
@@ -129,6 +132,7 @@ void SettingsStore::save(const AppSettings& settings) const {
   store.setValue("showPreviewAfterCapture", settings.showPreviewAfterCapture);
   store.setValue("hotkey", QString::fromStdString(settings.hotkey));
   store.setValue("desktopShortcutOffered", settings.desktopShortcutOffered);
+  store.setValue("firstRunCompleted", settings.firstRunCompleted);
   store.sync();
   if (store.status() != QSettings::NoError) {
     throw std::runtime_error("Couldn't write the settings file " + file_.string() + ".");

@@ -9,6 +9,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "Brimble/Settings/PermissionsPage.h"
+
 namespace brimble {
 
 namespace {
@@ -108,8 +110,14 @@ SettingsWindow::SettingsWindow(const SettingsStore& store) : store_(store) {
   auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel, this);
   connect(buttons, &QDialogButtonBox::accepted, this, &SettingsWindow::save);
   connect(buttons, &QDialogButtonBox::rejected, this, &QWidget::close);
+  auto* general = new QWidget(this);
+  general->setLayout(form);
+  permissions_ = new PermissionsPage(CapabilityChecklist::desktopProbe(), this);
+  tabs_ = new QTabWidget(this);
+  tabs_->addTab(general, "General");
+  tabs_->addTab(permissions_, "Permissions");
   auto* column = new QVBoxLayout(this);
-  column->addLayout(form);
+  column->addWidget(tabs_);
   column->addWidget(buttons);
   reload();
   presetChanged();
@@ -135,6 +143,10 @@ void SettingsWindow::reload() {
   preview_->setChecked(s.showPreviewAfterCapture);
   hotkey_->setKeySequence(QKeySequence(QString::fromStdString(s.hotkey)));
   desktopShortcut_->refresh();
+}
+
+void SettingsWindow::showPermissions() {
+  tabs_->setCurrentWidget(permissions_);
 }
 
 void SettingsWindow::save() {

@@ -7,6 +7,7 @@
 #include <QKeySequenceEdit>
 #include <QLineEdit>
 #include <QSpinBox>
+#include <QTabWidget>
 #include <QWidget>
 
 #include "Brimble/Settings/DesktopShortcutPanel.h"
@@ -15,7 +16,8 @@
 namespace brimble {
 
 /// The preferences window over the settings store: recording limits and countdown, output
-/// format and quality, deliveries, and the global shortcut. Saving writes every key and tells
+/// format and quality, deliveries, and the global shortcut; and, on a tab of its own, the
+/// permissions this desktop gives. Saving writes every key and tells
 /// `onSaved`. Main thread only.
 class SettingsWindow final : public QWidget {
   Q_OBJECT
@@ -26,6 +28,8 @@ class SettingsWindow final : public QWidget {
 
   /// Shows what the store holds now.
   void reload();
+  /// Turns to the Permissions tab.
+  void showPermissions();
 
   std::function<void(const AppSettings&)> onSaved;
 
@@ -51,6 +55,8 @@ class SettingsWindow final : public QWidget {
   QCheckBox* preview_;
   QKeySequenceEdit* hotkey_;
   DesktopShortcutPanel* desktopShortcut_;
+  QTabWidget* tabs_;
+  QWidget* permissions_;
 };
 
 }  // namespace brimble

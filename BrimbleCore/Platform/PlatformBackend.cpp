@@ -215,7 +215,7 @@ std::unique_ptr<Desktop> waylandDesktop(DesktopSession session,
   backends.screen = [connect, state] {
     return std::make_unique<wayland::WaylandScreenSource>(
         connect(), wayland::WaylandScreenSource::Options{
-                       .tokenFile = state / "screencast-token",
+                       .tokenFile = screenCastTokenFile(),
                        .windowTokenFile = state / "screencast-window-token"});
   };
   backends.input = [connect, state] {
@@ -316,6 +316,20 @@ const PlatformTexts& waylandTexts() {
 
 const PlatformTexts& texts() {
   return waylandSessionFromEnvironment() ? waylandTexts() : x11Texts();
+}
+
+std::optional<DesktopSession> userSession() {
+  if (auto wayland = waylandSessionFromEnvironment()) {
+    return wayland;
+  }
+  if (const auto display = environmentVariable("DISPLAY")) {
+    return DesktopSession{*display, false, "$DISPLAY names it", DesktopSession::Server::x11};
+  }
+  return std::nullopt;
+}
+
+std::filesystem::path screenCastTokenFile() {
+  return stateDirectory() / "screencast-token";
 }
 
 std::unique_ptr<EmbeddedDisplay> startEmbeddedDisplay() {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
+#include <optional>
 
 #include "BrimbleCore/Platform/Desktop.h"
 #include "BrimbleCore/Platform/EmbeddedDisplay.h"
@@ -40,6 +42,14 @@ std::unique_ptr<Desktop> openDesktop(DesktopChoice choice);
 /// How the platform of the session the environment names words what it cannot do; known before
 /// any desktop is opened.
 const PlatformTexts& texts();
+
+/// The session DesktopChoice::user would open, found without connecting to it; no value where
+/// the environment names none (`texts().sessionMissing` says what is missing then).
+std::optional<DesktopSession> userSession();
+
+/// Where the Wayland screen's restore token is kept between runs: its presence means the
+/// desktop's sharing dialog was answered once and will not be shown again.
+std::filesystem::path screenCastTokenFile();
 
 /// Starts Brimble's own display, for `brimble display start`. Throws as openDesktop does.
 std::unique_ptr<EmbeddedDisplay> startEmbeddedDisplay();

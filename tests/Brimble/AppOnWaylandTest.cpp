@@ -96,7 +96,7 @@ class AppOnWayland : public ::testing::Test {
     fs::create_directories(folder_ / "config" / "brimble");
     std::ofstream(folder_ / "config" / "brimble" / "brimble.conf")
         << "[General]\nshowCursor=false\nframeRate=24\ncountdownDelay=0\n"
-           "showPreviewAfterCapture=false\nfirstRunDone=true\ndesktopShortcutOffered=true\n";
+           "showPreviewAfterCapture=false\ndesktopShortcutOffered=true\n";
     for (char** entry = environ; *entry != nullptr; ++entry) {
       const std::string line = *entry;
       if (!line.starts_with("XDG_CONFIG_HOME=") && !line.starts_with("XDG_DATA_HOME=") &&
@@ -239,6 +239,20 @@ TEST_F(AppOnWayland, ToggleSelectRecordAndReturnPutTheGIFOfTheRegionOnTheClipboa
         << "frame " << i << " shows " << std::hex << centre << " at the window's centre";
     EXPECT_LT(countOf(frame, panelGrey), 1000) << "frame " << i << " shows the panel";
   }
+}
+
+TEST_F(AppOnWayland, ANewUserIsWelcomedWithWhatThisDesktopAllows) {
+  fs::remove(folder_ / "config" / "brimble" / "brimble.conf");
+  app_.emplace(std::vector<std::string>{BRIMBLE_APP_BINARY}, environment_);
+  ASSERT_TRUE(logged("Brimble: ready")) << app_->errorOutput();
+  testing::ChildProcess welcome({BRIMBLE_SOURCE_DIR "/tests/Support/atspi-window.py",
+                                 std::to_string(app_->pid()), "Welcome to Brimble"});
+  EXPECT_EQ(welcome.wait(30s), 0) << welcome.errorOutput();
+  // Seen as the user sees it, with a share of the screen of the test's own.
+  session_->approveScreenCastAfter(1500ms);
+  const Image screen = still();
+  ASSERT_TRUE(session_->waitForDialogHelper());
+  testing::keepArtifact(screen, "app-wayland", "00-welcome.png");
 }
 
 class AppOnWaylandShell : public AppOnWayland {

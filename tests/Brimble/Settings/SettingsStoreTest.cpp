@@ -98,5 +98,20 @@ TEST(SettingsStore, PresetsDecideDiffingDedupAndBudgetUnlessCustom) {
   EXPECT_EQ(effectiveEncoding(settings).maxFileSizeKB, 321);
 }
 
+TEST(SettingsStore, TheWelcomeIsDueOnlyWithoutSettingsAndOnceClosedStaysDone) {
+  testing::TempDirectory folder;
+  const SettingsStore fresh(folder / "fresh.conf");
+  EXPECT_FALSE(fresh.load().firstRunCompleted) << "a new user is welcomed";
+  AppSettings settings = fresh.load();
+  settings.firstRunCompleted = true;
+  fresh.save(settings);
+  EXPECT_NE(testing::readFile(fresh.file()).find("firstRunCompleted=true\n"), std::string::npos);
+  EXPECT_TRUE(fresh.load().firstRunCompleted);
+
+  // Someone who already chose settings, before the welcome existed, is not shown it.
+  std::ofstream(folder / "earlier.conf") << "[General]\nframeRate=30\n";
+  EXPECT_TRUE(SettingsStore(folder / "earlier.conf").load().firstRunCompleted);
+}
+
 }  // namespace
 }  // namespace brimble

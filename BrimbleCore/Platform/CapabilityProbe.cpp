@@ -1,0 +1,335 @@
+#include "BrimbleCore/Platform/CapabilityProbe.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "BrimbleCore/Automation/ChromeLauncher.h"
+#include "BrimbleCore/Capture/SoundServerProbe.h"
+#include "BrimbleCore/Platform/PlatformBackend.h"
+#include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
+#include "BrimbleCore/Platform/Wayland/RestoreTokenFile.h"
+#include "BrimbleCore/Platform/Wayland/SessionBusProbe.h"
+#include "BrimbleCore/Platform/X11/DisplayProbe.h"
+#include "BrimbleCore/Support/FileIO.h"
+#include "BrimbleCore/Support/Subprocess.h"
+
+namespace brimble::platform {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The portal's bits for what ScreenCast shares and what RemoteDesktop drives.
+constexpr unsigned kMonitorSource = 1;
+constexpr unsigned kWindowSource = 2;
+constexpr unsigned kKeyboardDevice = 1;
+constexpr unsigned kPointerDevice = 2;
+
+// Below this, a long recording's frames may not fit where they are kept until the encode: five
+// minutes at 24 fps come to about 700 MB of JPEG frames.
+constexpr std::uintmax_t kEnoughTemporarySpace = 1'000'000'000;
+
+constexpr const char* kPortalFix =
+    "install xdg-desktop-portal and the desktop's backend (Debian: xdg-desktop-portal-gnome, or "
+    "xdg-desktop-portal-kde on KDE)";
+
+CapabilityCheck ok(const char* id, const char* title, std::string detail, bool required) {
+  return {id, title, CapabilityStatus::ok, std::move(detail), {}, required};
+}
+
+CapabilityCheck missing(const char* id, const char* title, std::string detail, std::string fix,
+                        bool required) {
+  return {id, title, CapabilityStatus::missing, std::move(detail), std::move(fix), required};
+}
+
+CapabilityCheck notNeeded(const char* id, const char* title, std::string detail, bool required) {
+  return {id, title, CapabilityStatus::notNeeded, std::move(detail), {}, required};
+}
+
+std::string serverLabel(const DesktopSession& session) {
+  return std::string(session.server == DesktopSession::Server::wayland ? "Wayland" : "X11") + " (" +
+         session.name + ")";
+}
+
+std::string listOf(const std::vector<std::string>& items) {
+  std::string text;
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    text += (i == 0 ? "" : i + 1 == items.size() ? " and " : ", ") + items[i];
+  }
+  return text;
+}
+
+CapabilityCheck displayCheck(const std::optional<DesktopSession>& session) {
+  constexpr const char* title = "Display server";
+  if (!session) {
+    return missing(capability::display, title, texts().sessionMissing,
+                   "run Brimble inside a desktop session (Wayland or X11); scripts and assistants "
+                   "can use Brimble's own display (--headless)",
+                   true);
+  }
+  return ok(capability::display, title, serverLabel(*session) + ": " + session->reason, true);
+}
+
+struct X11Findings {
+  std::string name;
+  x11::DisplayOffer offer;
+  /// Why nothing was found: the server took longer than the timeout.
+  std::string stuck;
+};
+
+/// Asks the display on a thread of its own: Xlib waits without end for a server that accepts
+/// the connection but never answers it, and a checklist must come back. A probe that does not
+/// finish in time is left to finish (or not) by itself; it touches nothing of ours.
+X11Findings probeX11(const std::string& name, std::chrono::milliseconds timeout) {
+  auto answer = std::make_shared<std::promise<x11::DisplayOffer>>();
+  std::future<x11::DisplayOffer> offer = answer->get_future();
+  std::thread([answer, name] { answer->set_value(x11::probeDisplay(name)); }).detach();
+  if (offer.wait_for(timeout) != std::future_status::ready) {
+    return {name,
+            {},
+            "the X11 display " + name + " does not answer within " +
+                std::to_string(timeout.count()) + " ms"};
+  }
+  return {name, offer.get(), {}};
+}
+
+CapabilityCheck x11ScreenCheck(const X11Findings& x11) {
+  constexpr const char* title = "Screen capture";
+  if (!x11.stuck.empty()) {
+    return missing(capability::screenCapture, title, x11.stuck,
+                   "restart the X server of " + x11.name +
+                       ", or record in Brimble's own display with --headless",
+                   true);
+  }
+  if (!x11.offer.reachable) {
+    return missing(capability::screenCapture, title,
+                   "the X11 display " + x11.name + " does not accept a connection",
+                   "run Brimble inside the X11 session ($DISPLAY names it, with its "
+                   "$XAUTHORITY), or record in Brimble's own display with --headless",
+                   true);
+  }
+  if (!x11.offer.captures) {
+    return missing(capability::screenCapture, title,
+                   "the X11 display " + x11.name + " answers but gives no pixels back",
+                   "use an X server that lets its clients read the screen (Xorg, Xvfb), or "
+                   "record in Brimble's own display with --headless",
+                   true);
+  }
+  return ok(capability::screenCapture, title,
+            "the X11 display " + x11.name + " can be captured (" +
+                std::to_string(x11.offer.size.width) + "x" + std::to_string(x11.offer.size.height) +
+                ")",
+            true);
+}
+
+CapabilityCheck x11InputCheck(const X11Findings& x11) {
+  constexpr const char* title = "Input for scripts and assistants";
+  if (!x11.stuck.empty()) {
+    return missing(capability::input, title, x11.stuck, "restart the X server of " + x11.name,
+                   false);
+  }
+  if (!x11.offer.reachable) {
+    return missing(capability::input, title,
+                   "the X11 display " + x11.name + " does not accept a connection",
+                   "run Brimble inside the X11 session ($DISPLAY names it)", false);
+  }
+  if (!x11.offer.xtest) {
+    return missing(
+        capability::input, title, "the X11 display " + x11.name + " has no XTest extension",
+        "use an X server with the XTest extension (Debian: xserver-xorg-core or xvfb)", false);
+  }
+  return ok(capability::input, title,
+            "keys and clicks go in through the XTest extension of " + x11.name, false);
+}
+
+CapabilityCheck portalScreenCheck(const wayland::SessionBusProbe::PortalInterface& screenCast) {
+  constexpr const char* title = "Screen capture";
+  if (screenCast.version == 0) {
+    return missing(capability::screenCapture, title, screenCast.problem, kPortalFix, true);
+  }
+  std::vector<std::string> shares;
+  if ((screenCast.types & kMonitorSource) != 0) {
+    shares.emplace_back("screens");
+  }
+  if ((screenCast.types & kWindowSource) != 0) {
+    shares.emplace_back("windows");
+  }
+  return ok(capability::screenCapture, title,
+            "the desktop portal's ScreenCast (version " + std::to_string(screenCast.version) + ")" +
+                (shares.empty() ? std::string() : " shares " + listOf(shares)),
+            true);
+}
+
+CapabilityCheck portalInputCheck(const wayland::SessionBusProbe::PortalInterface& remote) {
+  constexpr const char* title = "Input for scripts and assistants";
+  if (remote.version == 0) {
+    return missing(capability::input, title, remote.problem, kPortalFix, false);
+  }
+  std::vector<std::string> drives;
+  if ((remote.types & kKeyboardDevice) != 0) {
+    drives.emplace_back("the keyboard");
+  }
+  if ((remote.types & kPointerDevice) != 0) {
+    drives.emplace_back("the pointer");
+  }
+  return ok(capability::input, title,
+            "the desktop portal's RemoteDesktop (version " + std::to_string(remote.version) + ")" +
+                (drives.empty() ? std::string() : " drives " + listOf(drives)),
+            false);
+}
+
+CapabilityCheck rememberedPermissionCheck(const std::optional<DesktopSession>& session) {
+  constexpr const char* title = "Remembered permission";
+  if (!session) {
+    return notNeeded(capability::rememberedPermission, title, "no desktop session to share", false);
+  }
+  if (session->server == DesktopSession::Server::x11) {
+    return notNeeded(capability::rememberedPermission, title,
+                     "X11 lets its clients capture the screen without asking", false);
+  }
+  const fs::path file = screenCastTokenFile();
+  if (wayland::RestoreTokenFile(file, "the screen-sharing permission").read().empty()) {
+    return missing(capability::rememberedPermission, title,
+                   "the desktop has not been asked yet (nothing kept in " + file.string() + ")",
+                   "record once and choose the screen in the desktop's sharing dialog: the "
+                   "choice is remembered from then on",
+                   false);
+  }
+  return ok(capability::rememberedPermission, title,
+            "the desktop's answer is kept in " + file.string() + ", so it does not ask again",
+            false);
+}
+
+CapabilityCheck accessibilityCheck(wayland::SessionBusProbe& bus) {
+  constexpr const char* title = "Accessibility bus";
+  const wayland::SessionBusProbe::AccessibilityBus answer = bus.accessibilityBus();
+  if (!answer.answers) {
+    return missing(capability::accessibility, title, answer.detail,
+                   "install at-spi2-core (Debian: at-spi2-core) and run Brimble in a desktop "
+                   "session with a session bus",
+                   false);
+  }
+  return ok(capability::accessibility, title, "AT-SPI answers, so scripts can find elements",
+            false);
+}
+
+CapabilityCheck soundCheck(std::chrono::milliseconds timeout) {
+  constexpr const char* title = "Sound server";
+  const SoundServerAnswer answer = probeSoundServer(timeout);
+  if (!answer.server) {
+    return missing(capability::soundServer, title,
+                   "no PulseAudio or PipeWire server answers (" + answer.problem + ")",
+                   "install PipeWire's PulseAudio service (Debian: pipewire-pulse and wireplumber) "
+                   "or pulseaudio; until then MP4s are recorded without sound",
+                   false);
+  }
+  return ok(capability::soundServer, title, *answer.server + " answers, for MP4 sound", false);
+}
+
+CapabilityCheck commandLineCheck() {
+  constexpr const char* title = "Command line on PATH";
+  if (const auto program = findProgram("brimble")) {
+    return ok(capability::commandLine, title, "brimble is " + program->string(), false);
+  }
+  return missing(capability::commandLine, title, "no folder of $PATH holds brimble",
+                 "choose Install Command-Line Tool in brimble-app's menu (a link in "
+                 "~/.local/bin), and have ~/.local/bin on $PATH",
+                 false);
+}
+
+CapabilityCheck chromiumCheck() {
+  constexpr const char* title = "Chromium for page targets";
+  const std::string browser = ChromeLauncher::findBrowser();
+  if (browser.empty()) {
+    return missing(capability::chromium, title, "no Chromium or Google Chrome on $PATH",
+                   "install chromium (Debian: chromium) for scripts that drive web pages", false);
+  }
+  return ok(capability::chromium, title,
+            browser + " is " + findProgram(browser).value_or(browser).string(), false);
+}
+
+CapabilityCheck tesseractCheck() {
+  constexpr const char* title = "Tesseract for reading windows";
+  if (const auto program = findProgram("tesseract")) {
+    return ok(capability::tesseract, title, "tesseract is " + program->string(), false);
+  }
+  return missing(capability::tesseract, title, "no tesseract on $PATH",
+                 "install tesseract-ocr and tesseract-ocr-eng (Debian), which wait-for-text needs "
+                 "for windows other than terminals",
+                 false);
+}
+
+/// "640 MB", "66.7 GB".
+std::string spaceText(std::uintmax_t bytes) {
+  if (bytes < 1'000'000'000) {
+    return std::to_string(bytes / 1'000'000) + " MB";
+  }
+  const std::uintmax_t tenths = bytes / 100'000'000;
+  return std::to_string(tenths / 10) + "." + std::to_string(tenths % 10) + " GB";
+}
+
+CapabilityCheck temporarySpaceCheck() {
+  constexpr const char* title = "Free temporary space";
+  const fs::path folder = temporaryDirectory();
+  std::error_code error;
+  const fs::space_info space = fs::space(folder, error);
+  if (error) {
+    return missing(capability::temporarySpace, title,
+                   folder.string() + " cannot be used (" + error.message() + ")",
+                   "point $TMPDIR at a folder you can write to", false);
+  }
+  if (space.available < kEnoughTemporarySpace) {
+    return missing(capability::temporarySpace, title,
+                   "only " + spaceText(space.available) + " free in " + folder.string() +
+                       ", where recordings keep their frames",
+                   "free space in " + folder.string() + ", or point $TMPDIR at a folder with more",
+                   false);
+  }
+  return ok(capability::temporarySpace, title,
+            spaceText(space.available) + " free in " + folder.string(), false);
+}
+
+}  // namespace
+
+std::vector<CapabilityCheck> checkCapabilities(const CheckOptions& options) {
+  const std::optional<DesktopSession> session = userSession();
+  std::vector<CapabilityCheck> checks{displayCheck(session)};
+  wayland::SessionBusProbe bus(options.serviceStart);
+  if (!session) {
+    const std::string none = "no desktop session (" + texts().sessionMissing + ")";
+    const std::string fix = "run Brimble inside a desktop session (Wayland or X11)";
+    checks.push_back(missing(capability::screenCapture, "Screen capture", none,
+                             fix + ", or record in Brimble's own display with --headless", true));
+    checks.push_back(rememberedPermissionCheck(session));
+    checks.push_back(
+        missing(capability::input, "Input for scripts and assistants", none, fix, false));
+  } else if (session->server == DesktopSession::Server::x11) {
+    const X11Findings x11 = probeX11(session->name, options.quickAnswer);
+    checks.push_back(x11ScreenCheck(x11));
+    checks.push_back(rememberedPermissionCheck(session));
+    checks.push_back(x11InputCheck(x11));
+  } else {
+    checks.push_back(portalScreenCheck(
+        bus.portalInterface(wayland::DesktopPortal::kScreenCast, "AvailableSourceTypes")));
+    checks.push_back(rememberedPermissionCheck(session));
+    checks.push_back(portalInputCheck(
+        bus.portalInterface(wayland::DesktopPortal::kRemoteDesktop, "AvailableDeviceTypes")));
+  }
+  checks.push_back(accessibilityCheck(bus));
+  if (options.scriptTools) {
+    checks.push_back(chromiumCheck());
+    checks.push_back(tesseractCheck());
+    // Further checks of what scripts and assistants use go here, each its own function: the
+    // fonts of title cards, the MCP hosts Brimble is registered with.
+  }
+  checks.push_back(soundCheck(options.quickAnswer));
+  checks.push_back(commandLineCheck());
+  checks.push_back(temporarySpaceCheck());
+  return checks;
+}
+
+}  // namespace brimble::platform

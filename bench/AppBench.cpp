@@ -26,6 +26,7 @@
 #include "BrimbleCore/Platform/X11/X11InputBackend.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Platform/X11/X11WindowSystem.h"
+#include "bench/BenchClock.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/X11Clipboard.h"
 
@@ -34,21 +35,14 @@ extern char** environ;
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
+using brimble::bench::Clock;
+using brimble::bench::median;
+using brimble::bench::millisecondsSince;
 namespace fs = std::filesystem;
-
-double millisecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
 
 [[noreturn]] void fail(const std::string& what) {
   fmt::print(stderr, "BrimbleAppBench: {}\n", what);
   std::exit(1);
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 /// The pixels of a small area of the screen, to see when something is drawn over it.

@@ -19,6 +19,7 @@
 
 #include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
 #include "BrimbleCore/Platform/Wayland/WaylandScreenSource.h"
+#include "bench/BenchClock.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/TempDirectory.h"
 #include "tests/Support/WaylandSession.h"
@@ -28,21 +29,14 @@ extern char** environ;
 namespace {
 
 using namespace std::chrono_literals;
-using Clock = std::chrono::steady_clock;
+using brimble::bench::Clock;
+using brimble::bench::median;
+using brimble::bench::millisecondsSince;
 namespace fs = std::filesystem;
-
-double millisecondsSince(Clock::time_point start) {
-  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
 
 [[noreturn]] void fail(const std::string& what) {
   fmt::print(stderr, "BrimbleAppWaylandBench: {}\n", what);
   std::exit(1);
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 /// The mean brightness of what `stream` shows now: the overlay dims the window's light face.

@@ -1,5 +1,6 @@
 #include "Brimble/Onboarding/CapabilityChecklist.h"
 
+#include <QScrollArea>
 #include <QVBoxLayout>
 
 #include "BrimbleCore/Platform/CapabilityProbe.h"
@@ -146,6 +147,18 @@ void CapabilityChecklist::showChecks(std::vector<CapabilityCheck> checks) {
   summary_->setText(ready ? "Brimble can record on this desktop."
                           : "Brimble cannot record on this desktop yet: see what is marked ✖.");
   emit checked();
+}
+
+QWidget* CapabilityChecklist::scrolling(QWidget* parent) {
+  auto* scroll = new QScrollArea(parent);
+  scroll->setWidget(this);
+  scroll->setWidgetResizable(true);
+  scroll->setFrameShape(QFrame::NoFrame);
+  scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+  // On the page's own background, not the scroll area's (a grey box on a tab).
+  scroll->viewport()->setAutoFillBackground(false);
+  setAutoFillBackground(false);
+  return scroll;
 }
 
 }  // namespace brimble

@@ -40,6 +40,10 @@ class CapabilityChecklist final : public QWidget {
   /// What the last look found; empty before the first one has answered.
   const std::vector<CapabilityCheck>& checks() const noexcept { return checks_; }
 
+  /// The list in a frameless area that scrolls when it grows (more checks, long fixes) rather
+  /// than push its window off the screen, on `parent`'s own background.
+  QWidget* scrolling(QWidget* parent);
+
  signals:
   /// A look has finished and the rows show it.
   void checked();

@@ -3,7 +3,6 @@
 #include <QCloseEvent>
 #include <QFrame>
 #include <QPushButton>
-#include <QScrollArea>
 #include <QVBoxLayout>
 
 namespace brimble {
@@ -59,17 +58,7 @@ FirstRunWindow::FirstRunWindow(CapabilityChecklist::Probe probe) {
   column->addWidget(separator(this));
   column->addWidget(heading("What this desktop allows", this));
   checklist_ = new CapabilityChecklist(std::move(probe));
-  // The list may grow (more checks, long fixes): it scrolls rather than push the window off
-  // the screen.
-  auto* scroll = new QScrollArea(this);
-  scroll->setWidget(checklist_);
-  scroll->setWidgetResizable(true);
-  scroll->setFrameShape(QFrame::NoFrame);
-  scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-  // On the page's own background, not the scroll area's (a grey box on a tab).
-  scroll->viewport()->setAutoFillBackground(false);
-  checklist_->setAutoFillBackground(false);
-  column->addWidget(scroll, 1);
+  column->addWidget(checklist_->scrolling(this), 1);
 
   auto* buttons = new QHBoxLayout;
   auto* again = new QPushButton("Check again", this);

@@ -2,7 +2,6 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QScrollArea>
 #include <QVBoxLayout>
 
 namespace brimble {
@@ -16,15 +15,7 @@ PermissionsPage::PermissionsPage(CapabilityChecklist::Probe probe, QWidget* pare
   intro->setWordWrap(true);
   column->addWidget(intro);
   checklist_ = new CapabilityChecklist(std::move(probe));
-  auto* scroll = new QScrollArea(this);
-  scroll->setWidget(checklist_);
-  scroll->setWidgetResizable(true);
-  scroll->setFrameShape(QFrame::NoFrame);
-  scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-  // On the page's own background, not the scroll area's (a grey box on a tab).
-  scroll->viewport()->setAutoFillBackground(false);
-  checklist_->setAutoFillBackground(false);
-  column->addWidget(scroll, 1);
+  column->addWidget(checklist_->scrolling(this), 1);
   auto* buttons = new QHBoxLayout;
   again_ = new QPushButton("Check again", this);
   // Disabled while a look is under way, so one press is one look.

@@ -19,14 +19,13 @@
 #include "BrimbleCore/Platform/X11/X11InputBackend.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Platform/X11/X11WindowSystem.h"
+#include "tests/Support/AppEnvironment.h"
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/GifReader.h"
 #include "tests/Support/ImageFiles.h"
 #include "tests/Support/TempDirectory.h"
 #include "tests/Support/X11Clipboard.h"
 #include "tests/Support/X11Helpers.h"
-
-extern char** environ;
 
 namespace brimble {
 namespace {
@@ -45,21 +44,8 @@ class App : public ::testing::Test {
         << "[General]\nshowCursor=false\nframeRate=24\ndefaultSaveLocation="
         << folder_.path().string() << "\n"
         << settings();
-    std::vector<std::string> environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-      const std::string line = *entry;
-      if (!line.starts_with("XDG_") && !line.starts_with("BRIMBLE_HISTORY_FILE=") &&
-          !line.starts_with("TMPDIR=")) {
-        environment.push_back(line);
-      }
-    }
-    environment.push_back("XDG_CONFIG_HOME=" + (folder_ / "config").string());
-    environment.push_back("XDG_DATA_HOME=" + (folder_ / "data").string());
-    environment.push_back("XDG_RUNTIME_DIR=" + folder_.path().string());
-    environment.push_back("QT_QPA_PLATFORM=xcb");
-    fs::create_directories(folder_ / "tmp");
-    environment.push_back("TMPDIR=" + (folder_ / "tmp").string());
-    app_.emplace(std::vector<std::string>{BRIMBLE_APP_BINARY}, environment);
+    app_.emplace(std::vector<std::string>{BRIMBLE_APP_BINARY},
+                 testing::privateAppEnvironment(folder_.path()));
     ASSERT_TRUE(windowTitled("Brimble")) << app_->errorOutput();
   }
 

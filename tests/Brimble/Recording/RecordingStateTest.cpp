@@ -566,27 +566,20 @@ TEST(RecordingState, MarksGoIntoFramesThatCannotShowThemFromTheFrameEachWasMadeA
 
   // A region's frames are the screen, where the marks already are, unless the recorder says they
   // are not (Wayland).
-  Session onWayland;
-  onWayland.recorder.markedArea = ScreenRect{200, 100, 32, 32};
-  onWayland.recordRegion({200, 100, 32, 32});
-  onWayland.clock.advance(1200ms);
-  onWayland.state.addAnnotation(stroke);
-  onWayland.state.stopRecording();
-  onWayland.scheduler.runBackground();
-  ASSERT_TRUE(onWayland.delivery.delivered);
-  const auto marked = testing::decodeGIFFile(*onWayland.delivery.delivered);
-  ASSERT_TRUE(marked);
-  EXPECT_TRUE(redAt(marked->frames.back(), 8, 8));
-  Session region;
-  region.recordRegion({200, 100, 32, 32});
-  region.clock.advance(1200ms);
-  region.state.addAnnotation(stroke);
-  region.state.stopRecording();
-  region.scheduler.runBackground();
-  ASSERT_TRUE(region.delivery.delivered);
-  const auto plain = testing::decodeGIFFile(*region.delivery.delivered);
-  ASSERT_TRUE(plain);
-  EXPECT_FALSE(redAt(plain->frames.back(), 8, 8));
+  for (const std::optional<ScreenRect> marked :
+       {std::optional<ScreenRect>{}, std::optional<ScreenRect>{{200, 100, 32, 32}}}) {
+    Session region;
+    region.recorder.markedArea = marked;
+    region.recordRegion({200, 100, 32, 32});
+    region.clock.advance(1200ms);
+    region.state.addAnnotation(stroke);
+    region.state.stopRecording();
+    region.scheduler.runBackground();
+    ASSERT_TRUE(region.delivery.delivered);
+    const auto clip = testing::decodeGIFFile(*region.delivery.delivered);
+    ASSERT_TRUE(clip);
+    EXPECT_EQ(redAt(clip->frames.back(), 8, 8), marked.has_value());
+  }
 }
 
 TEST(RecordingState, AnAppendSessionGetsTheSegmentInsteadOfADeliveryOrHearsItWasCancelled) {

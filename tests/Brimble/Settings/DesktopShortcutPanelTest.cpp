@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <QApplication>
@@ -108,17 +109,26 @@ class ShortcutMessageBoxAnswer {
   QStringList buttons_;
 };
 
-TEST(DesktopShortcutOffer, AsksOnceAddsOnlyWhenTheUserSaysAddAndKeepsOursUpToDate) {
-  if (!KeyfileGSettings::available()) {
-    GTEST_SKIP() << "no gsettings or GNOME's media-keys schema on this machine";
+/// GNOME's settings in a private keyfile, holding a keybinding of the user's own, and the app's
+/// settings in a folder of the test's.
+class OnGNOME : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!KeyfileGSettings::available()) {
+      GTEST_SKIP() << "no gsettings or GNOME's media-keys schema on this machine";
+    }
+    gnome.emplace();
+    gnome->addUsersOwn();
+    ::setenv("XDG_CURRENT_DESKTOP", "GNOME", 1);
   }
-  const OffscreenApplication qt;
-  KeyfileGSettings settings;
-  settings.addUsersOwn();
-  ::setenv("XDG_CURRENT_DESKTOP", "GNOME", 1);
-  testing::TempDirectory folder;
-  const SettingsStore store(folder / "brimble.conf");
 
+  const OffscreenApplication qt;
+  std::optional<KeyfileGSettings> gnome;
+  testing::TempDirectory folder;
+  const SettingsStore store{folder / "brimble.conf"};
+};
+
+TEST_F(OnGNOME, AnOfferAsksOnceAddsOnlyWhenTheUserSaysAddAndKeepsOursUpToDate) {
   {
     ShortcutMessageBoxAnswer answer("Not now", "offer");
     // The app starts on while the question waits.
@@ -129,12 +139,12 @@ TEST(DesktopShortcutOffer, AsksOnceAddsOnlyWhenTheUserSaysAddAndKeepsOursUpToDat
               "--toggle.");
     EXPECT_EQ(answer.buttons(), QStringList({"Add", "Not now"}));
   }
-  EXPECT_EQ(settings.list(), std::string("['") + KeyfileGSettings::kUsersKeybinding + "']");
+  EXPECT_EQ(gnome->list(), std::string("['") + KeyfileGSettings::kUsersKeybinding + "']");
   EXPECT_TRUE(store.load().desktopShortcutOffered);
   // Asked once: the next start says nothing.
   EXPECT_FALSE(offerDesktopShortcut(store, kShortcutApp, nullptr));
   EXPECT_FALSE(shortcutMessageBoxShown());
-  EXPECT_EQ(settings.ours("command"), "''");
+  EXPECT_EQ(gnome->ours("command"), "''");
 
   // Another user of this machine's settings, who says Add.
   testing::TempDirectory otherFolder;
@@ -144,10 +154,10 @@ TEST(DesktopShortcutOffer, AsksOnceAddsOnlyWhenTheUserSaysAddAndKeepsOursUpToDat
     EXPECT_FALSE(offerDesktopShortcut(other, kShortcutApp, nullptr));
     ASSERT_TRUE(answer.wait());
   }
-  EXPECT_EQ(settings.list(), std::string("['") + KeyfileGSettings::kUsersKeybinding + "', '" +
-                                 DesktopShortcut::kKeybindingPath + "']");
-  EXPECT_EQ(settings.ours("binding"), "'<Control><Shift>g'");
-  EXPECT_EQ(settings.ours("command"), "'/opt/brimble/brimble-app --toggle'");
+  EXPECT_EQ(gnome->list(), std::string("['") + KeyfileGSettings::kUsersKeybinding + "', '" +
+                               DesktopShortcut::kKeybindingPath + "']");
+  EXPECT_EQ(gnome->ours("binding"), "'<Control><Shift>g'");
+  EXPECT_EQ(gnome->ours("command"), "'/opt/brimble/brimble-app --toggle'");
   // From now on it stands in for the global shortcut.
   EXPECT_TRUE(offerDesktopShortcut(other, kShortcutApp, nullptr));
   EXPECT_FALSE(shortcutMessageBoxShown());
@@ -158,9 +168,9 @@ TEST(DesktopShortcutOffer, AsksOnceAddsOnlyWhenTheUserSaysAddAndKeepsOursUpToDat
   other.save(changed);
   EXPECT_TRUE(offerDesktopShortcut(other, "/usr/bin/brimble-app", nullptr));
   EXPECT_FALSE(shortcutMessageBoxShown());
-  EXPECT_EQ(settings.ours("binding"), "'<Control><Alt>r'");
-  EXPECT_EQ(settings.ours("command"), "'/usr/bin/brimble-app --toggle'");
-  EXPECT_EQ(settings.usersOwn("binding"), "'<Super>t'");
+  EXPECT_EQ(gnome->ours("binding"), "'<Control><Alt>r'");
+  EXPECT_EQ(gnome->ours("command"), "'/usr/bin/brimble-app --toggle'");
+  EXPECT_EQ(gnome->usersOwn("binding"), "'<Super>t'");
 }
 
 TEST(DesktopShortcutOffer, WhereItCannotAddItItSaysHowOnce) {
@@ -180,17 +190,7 @@ TEST(DesktopShortcutOffer, WhereItCannotAddItItSaysHowOnce) {
   EXPECT_FALSE(shortcutMessageBoxShown());
 }
 
-TEST(DesktopShortcutPanel, AddsAndRemovesOursAndElsewhereShowsHowByHand) {
-  if (!KeyfileGSettings::available()) {
-    GTEST_SKIP() << "no gsettings or GNOME's media-keys schema on this machine";
-  }
-  const OffscreenApplication qt;
-  KeyfileGSettings settings;
-  settings.addUsersOwn();
-  ::setenv("XDG_CURRENT_DESKTOP", "GNOME", 1);
-  testing::TempDirectory folder;
-  const SettingsStore store(folder / "brimble.conf");
-
+TEST_F(OnGNOME, ThePanelAddsAndRemovesOursAndElsewhereShowsHowByHand) {
   DesktopShortcutPanel panel(store, kShortcutApp);
   auto* button = panel.findChild<QPushButton*>("desktop-shortcut-button");
   ASSERT_NE(button, nullptr);
@@ -198,7 +198,7 @@ TEST(DesktopShortcutPanel, AddsAndRemovesOursAndElsewhereShowsHowByHand) {
   keepShortcutScreenshot(panel, "gnome-absent");
 
   button->click();
-  EXPECT_EQ(settings.ours("binding"), "'<Control><Shift>g'");
+  EXPECT_EQ(gnome->ours("binding"), "'<Control><Shift>g'");
   EXPECT_EQ(button->text(), "Remove from Desktop");
   EXPECT_EQ(button->toolTip(),
             "Ctrl+Shift+G runs /opt/brimble/brimble-app --toggle, a keyboard shortcut of this "
@@ -212,11 +212,11 @@ TEST(DesktopShortcutPanel, AddsAndRemovesOursAndElsewhereShowsHowByHand) {
   panel.refresh();
   EXPECT_EQ(button->text(), "Update on Desktop");
   button->click();
-  EXPECT_EQ(settings.ours("binding"), "'<Control><Alt>r'");
+  EXPECT_EQ(gnome->ours("binding"), "'<Control><Alt>r'");
   EXPECT_EQ(button->text(), "Remove from Desktop");
 
   button->click();
-  EXPECT_EQ(settings.list(), std::string("['") + KeyfileGSettings::kUsersKeybinding + "']");
+  EXPECT_EQ(gnome->list(), std::string("['") + KeyfileGSettings::kUsersKeybinding + "']");
   EXPECT_EQ(button->text(), "Add to Desktop");
 
   ::setenv("XDG_CURRENT_DESKTOP", "KDE", 1);

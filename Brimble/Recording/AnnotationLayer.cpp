@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPathStroker>
@@ -27,9 +28,11 @@ AnnotationLayer::AnnotationLayer(const QRect& desktop)
       origin_(desktop.topLeft()) {
   setObjectName("brimble-annotation-layer");
   setWindowTitle("Annotations");
-  setAttribute(Qt::WA_ShowWithoutActivating);
-  // Outside the marks a Wayland surface must be clear: there is no X shape to cut it away.
-  setAttribute(Qt::WA_TranslucentBackground, onWayland());
+  setAttribute(Qt::WA_ShowWithoutActivating, !onWayland());
+  if (onWayland()) {
+    setWindowFlag(Qt::WindowDoesNotAcceptFocus, false);
+    setFocusPolicy(Qt::StrongFocus);
+  }
   setGeometry(desktop);
   reshape();
 }
@@ -91,6 +94,10 @@ void AnnotationLayer::reshape() {
   if (current_) {
     all.addPath(stroker.createStroke(pathOf(*current_)));
   }
+  if (!background_.isNull()) {
+    update();  // opaque, over the still: nothing to cut away
+    return;
+  }
   QRegion shape(all.translated(-origin_).toFillPolygon().toPolygon(), Qt::WindingFill);
   // An empty shape would mean "no shape": the whole window. One pixel in the corner stands in.
   setMask(shape.isEmpty() ? QRegion(0, 0, 1, 1) : shape);
@@ -102,9 +109,34 @@ void AnnotationLayer::paintEvent(QPaintEvent*) {
   painter.setRenderHint(QPainter::Antialiasing);
   painter.translate(-origin_);
   painter.setPen(QPen(kMarkColor, kPenWidth, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+  if (!background_.isNull()) {
+    painter.drawImage(origin_, background_);
+    for (const Annotation& mark : marks_) {
+      painter.drawPath(pathOf(mark));
+    }
+    if (current_) {
+      painter.drawPath(pathOf(*current_));
+    }
+    return;
+  }
   painter.fillRect(QRect(origin_, size()), kMarkColor);
   for (const Annotation& mark : marks_) {
     painter.drawPath(pathOf(mark));
+  }
+}
+
+void AnnotationLayer::setBackground(const QImage& still) {
+  background_ = still;
+  if (!background_.isNull()) {
+    clearMask();
+  }
+  update();
+}
+
+void AnnotationLayer::keyPressEvent(QKeyEvent* event) {
+  const bool shift = (event->modifiers() & Qt::ShiftModifier) != 0;
+  if (!onKey || !onKey(event->key(), shift)) {
+    QWidget::keyPressEvent(event);
   }
 }
 

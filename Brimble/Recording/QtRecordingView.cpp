@@ -252,6 +252,25 @@ void QtRecordingView::showAnnotationLayer(bool visible, bool drawing) {
         state_->addAnnotation(mark);
       }
     };
+    annotations_->onKey = [this](int key, bool shift) {
+      return state_ != nullptr && state_->handleKey(key, shift);
+    };
+  }
+  if (onWayland()) {
+    // Over a still while drawing, gone otherwise: the marks are drawn into the frames, and the
+    // screen shows live again. The still is taken first, so it holds the screen, not the layer.
+    if (!drawing) {
+      annotations_->releaseMouse();
+      annotations_->hide();
+    } else {
+      annotations_->setBackground(snapshot_.grab(desktop()));
+      annotations_->setDrawing(true);
+      present(*annotations_);
+    }
+    if (panel_) {
+      panel_->setDrawingLook(drawing);
+    }
+    return;
   }
   annotations_->setDrawing(drawing);
   if (panel_) {

@@ -215,6 +215,15 @@ TEST_F(AppOnWayland, ToggleSelectRecordAndReturnPutTheGIFOfTheRegionOnTheClipboa
   // About 500x60 of it, a quarter of them counted.
   EXPECT_GT(countOf(recording, panelGrey), 4000) << "the control panel is not on screen";
 
+  // A drawn across the top of the region, over a still while drawing; A again gives the screen
+  // back, and the mark stays in the frames from then on.
+  const int markY = region.y + 15;
+  ASSERT_TRUE(session_->input(
+      {"key:a", "sleep:0.8",
+       fmt::format("drag:{},{},{},{}", region.x + 20, markY, right - 20, markY), "sleep:0.5"}));
+  testing::keepArtifact(still(), "app-wayland", "04-drawing.png");
+  ASSERT_TRUE(session_->input({"key:a", "sleep:1"}));
+
   // The headless seat has a keyboard only while input is sent, and a Wayland clipboard is taken
   // by the client with the keyboard's focus: the keyboard stays while the clip is encoded, as a
   // user's would.
@@ -232,6 +241,15 @@ TEST_F(AppOnWayland, ToggleSelectRecordAndReturnPutTheGIFOfTheRegionOnTheClipboa
   // The window as it was on screen, and never the panel, which took the keyboard beside it.
   const int centreX = window.x - region.x + window.width / 2;
   const int centreY = window.y - region.y + window.height / 2;
+  const auto markRed = [](unsigned rgb) {
+    return red(rgb) > 180 && green(rgb) < 100 && blue(rgb) < 100;
+  };
+  const Image& last = gif->frames.back();
+  int marked = 0;
+  for (int x = 0; x < last.width(); ++x) {
+    marked += markRed(rgbAt(last, x, markY - region.y)) ? 1 : 0;
+  }
+  EXPECT_GT(marked, (right - region.x) / 2) << "the mark is not in the last frame";
   for (std::size_t i = 0; i < gif->frames.size(); ++i) {
     const Image& frame = gif->frames[i];
     const unsigned centre = rgbAt(frame, centreX, centreY);

@@ -13,8 +13,10 @@
 #include <QMimeData>
 #include <QTimer>
 #include <QUrl>
+#include <fmt/format.h>
 
 #include "Brimble/Recording/ScreenCovering.h"
+#include "BrimbleCore/Support/Log.h"
 
 namespace brimble {
 
@@ -56,6 +58,9 @@ void QtClipDelivery::takeKeyboardFocus(const QString& text) {
   while (!note_->isActiveWindow() && !deadline.hasExpired()) {
     QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
   }
+  logLine(fmt::format("Brimble: the copied note {} the keyboard after {} ms",
+                      note_->isActiveWindow() ? "took" : "did not get",
+                      1000 - deadline.remainingTime()));
   QTimer::singleShot(1500, note_.get(), [note = note_.get()] { note->hide(); });
 }
 

@@ -53,20 +53,6 @@ double brightness(brimble::ScreenStream& stream) {
   return sum / static_cast<double>(bytes.size() / 4);
 }
 
-/// Waits until the app has written `text` to its log; false after `timeout`.
-bool waitForLog(brimble::testing::ChildProcess& app, const std::string& text,
-                std::chrono::milliseconds timeout, std::size_t& seen) {
-  for (const auto deadline = Clock::now() + timeout; Clock::now() < deadline;) {
-    const std::string log = app.errorOutput();
-    if (const auto at = log.find(text, seen); at != std::string::npos) {
-      seen = at + text.size();
-      return true;
-    }
-    std::this_thread::sleep_for(2ms);
-  }
-  return false;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -94,8 +80,7 @@ int main(int argc, char** argv) {
 
   session->startApplication({BRIMBLE_SOURCE_DIR "/tests/Support/wayland-churn.py", "10"});
   brimble::testing::ChildProcess app({BRIMBLE_APP_BINARY}, environment);
-  std::size_t seen = 0;
-  if (!waitForLog(app, "Brimble: ready", 20s, seen)) {
+  if (!app.waitForError("Brimble: ready", 20s)) {
     fail("the app did not start:\n" + app.errorOutput());
   }
   const auto toggle = [&] {
@@ -169,7 +154,7 @@ int main(int argc, char** argv) {
   }
   std::this_thread::sleep_for(200ms);
   session->input({"drag:80,80,880,580", "sleep:0.3", "key:space"});
-  if (!waitForLog(app, "Brimble: recording started (region)", 10s, seen)) {
+  if (!app.waitForError("Brimble: recording started (region)", 10s)) {
     fail("the recording did not start:\n" + app.errorOutput());
   }
   std::this_thread::sleep_for(10s);
@@ -180,7 +165,7 @@ int main(int argc, char** argv) {
     fail("Return was not sent");
   }
   const auto stopped = Clock::now();
-  if (!waitForLog(app, "Brimble: GIF copied to clipboard (", 60s, seen)) {
+  if (!app.waitForError("Brimble: GIF copied to clipboard (", 60s)) {
     fail("no GIF reached the clipboard:\n" + app.errorOutput());
   }
   const double copied = millisecondsSince(stopped);

@@ -78,16 +78,9 @@ class App : public ::testing::Test {
 
   /// Waits for `text` in what the app logged after the last line found this way.
   bool logged(const std::string& text, std::chrono::seconds timeout = 20s) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-      log_ = app_->errorOutput();  // everything the app wrote so far
-      if (const auto at = log_.find(text, seen_); at != std::string::npos) {
-        seen_ = at + text.size();
-        return true;
-      }
-      std::this_thread::sleep_for(20ms);
-    }
-    return false;
+    const bool found = app_->waitForError(text, timeout);
+    log_ = app_->errorOutput();  // for the failure's message
+    return found;
   }
 
   /// Keeps a screenshot of the whole screen as a test artefact.
@@ -133,7 +126,6 @@ class App : public ::testing::Test {
   InputSimulator input_{backend_, steadyClock()};
   std::optional<testing::ChildProcess> app_;
   std::string log_;
-  std::size_t seen_ = 0;
 };
 
 std::string percentDecoded(const std::string& text) {

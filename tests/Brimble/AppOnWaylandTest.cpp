@@ -129,16 +129,9 @@ class AppOnWayland : public ::testing::Test {
 
   /// Waits for `text` in what the app logged after the last line found this way.
   bool logged(const std::string& text, std::chrono::seconds timeout = 20s) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-      log_ = app_->errorOutput();
-      if (const auto at = log_.find(text, seen_); at != std::string::npos) {
-        seen_ = at + text.size();
-        return true;
-      }
-      std::this_thread::sleep_for(20ms);
-    }
-    return false;
+    const bool found = app_->waitForError(text, timeout);
+    log_ = app_->errorOutput();  // for the failure's message
+    return found;
   }
 
   /// The screen now, seen with the permission the app was given (its restore token).
@@ -165,7 +158,6 @@ class AppOnWayland : public ::testing::Test {
   std::unique_ptr<wayland::WaylandScreenSource> screen_;
   std::unique_ptr<ScreenStream> stream_;
   std::string log_;
-  std::size_t seen_ = 0;
 };
 
 TEST_F(AppOnWayland, ToggleSelectRecordAndReturnPutTheGIFOfTheRegionOnTheClipboard) {
@@ -293,7 +285,10 @@ TEST_F(AppOnWaylandShell, AWindowIsPickedInTheDesktopsChooserAndRecordedAlone) {
   std::this_thread::sleep_for(1500ms);
 
   // The shortcut's command stops it; a keyboard is there while the clip is encoded.
-  testing::ChildProcess keyboard({BRIMBLE_SOURCE_DIR "/tests/Support/wayland-input.py", "sleep:6"});
+  testing::ChildProcess keyboard(
+      {BRIMBLE_SOURCE_DIR "/tests/Support/wayland-input.py", "key:Shift_L", "sleep:6"});
+  // Up before the stop: a clip ready before the seat has a keyboard could not be offered.
+  ASSERT_EQ(keyboard.readLine(10s), "key:Shift_L");
   testing::ChildProcess toggle({BRIMBLE_APP_BINARY, "--toggle"}, environment_);
   EXPECT_EQ(toggle.wait(10s), 0) << toggle.errorOutput();
   ASSERT_TRUE(logged("Brimble: GIF copied to clipboard (")) << log_;

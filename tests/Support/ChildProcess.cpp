@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <string>
+#include <thread>
 #include <utility>
 
 #include <poll.h>
@@ -87,6 +89,18 @@ std::string ChildProcess::errorOutput() {
     pump(std::chrono::milliseconds(0));
   } while (process_.errorOutput() && outputBuffer_.size() + errorBuffer_.size() != before);
   return errorBuffer_;
+}
+
+bool ChildProcess::waitForError(const std::string& text, std::chrono::milliseconds timeout) {
+  const auto deadline = MonotonicClock::now() + timeout;
+  do {
+    if (const auto at = errorOutput().find(text, errorSeen_); at != std::string::npos) {
+      errorSeen_ = at + text.size();
+      return true;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  } while (left(deadline).count() > 0);
+  return false;
 }
 
 std::optional<int> ChildProcess::wait(std::chrono::milliseconds timeout) {

@@ -36,6 +36,9 @@ class ChildProcess {
   std::string readRemainingOutput(std::chrono::milliseconds timeout);
   /// What the child wrote to standard error so far (collects what is pending first).
   std::string errorOutput();
+  /// Waits for `text` on standard error after where the last text found this way ended (a log
+  /// line the child writes on its way); false when `timeout` passes first.
+  bool waitForError(const std::string& text, std::chrono::milliseconds timeout);
 
   /// Sends `signal` to the child.
   void signal(int signal) { process_.signal(signal); }
@@ -51,6 +54,7 @@ class ChildProcess {
   Subprocess process_;
   std::string outputBuffer_;
   std::string errorBuffer_;
+  std::size_t errorSeen_ = 0;
 };
 
 }  // namespace brimble::testing

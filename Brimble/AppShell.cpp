@@ -22,6 +22,7 @@
 #include "Brimble/Settings/CommandLineInstaller.h"
 #include "Brimble/Settings/DesktopShortcutPanel.h"
 #include "BrimbleCore/Support/Log.h"
+#include "BrimbleCore/Support/UserFolders.h"
 
 namespace brimble {
 
@@ -367,19 +368,14 @@ void AppShell::installCommandLine() {
     QFile file(QString(":/brimble/") + name);
     return file.open(QIODevice::ReadOnly) ? file.readAll().toStdString() : std::string();
   };
-  const char* home = std::getenv("HOME");
-  const fs::path homeFolder = home != nullptr ? home : "";
-  const char* data = std::getenv("XDG_DATA_HOME");
-  const fs::path dataHome =
-      data != nullptr && *data == '/' ? fs::path(data) : homeFolder / ".local" / "share";
   try {
     const fs::path binary =
         CommandLineInstaller::findBinary(QCoreApplication::applicationDirPath().toStdString());
-    const fs::path bin = homeFolder / ".local" / "bin";
+    const fs::path bin = userFolders::home() / ".local" / "bin";
     const fs::path link = CommandLineInstaller::install(binary, bin);
-    CommandLineInstaller::installDesktopEntry(QCoreApplication::applicationFilePath().toStdString(),
-                                              dataHome, resource("org.brimble.Brimble.desktop"),
-                                              resource("brimble.svg"));
+    CommandLineInstaller::installDesktopEntry(
+        QCoreApplication::applicationFilePath().toStdString(), userFolders::dataHome(),
+        resource("org.brimble.Brimble.desktop"), resource("brimble.svg"));
     const char* path = std::getenv("PATH");
     std::string text = "Installed the brimble command as " + link.string() + ".";
     if (!CommandLineInstaller::isOnPath(bin, path != nullptr ? path : "")) {

@@ -7,6 +7,8 @@
 #include <QtCore/QSettings>
 #include <QtCore/QString>
 
+#include "BrimbleCore/Support/UserFolders.h"
+
 namespace brimble {
 
 namespace fs = std::filesystem;
@@ -15,11 +17,6 @@ namespace {
 
 constexpr std::array kFrameRates = {12, 24, 30, 60};
 constexpr std::array kCountdownDelays = {0, 3, 5, 10};
-
-fs::path homeFolder() {
-  const char* home = std::getenv("HOME");
-  return fs::path(home != nullptr ? home : "");
-}
 
 double readSeconds(const QSettings& store, const char* key, double fallback, double max) {
   bool ok = false;
@@ -62,10 +59,7 @@ bool readBool(const QSettings& store, const char* key, bool fallback) {
 SettingsStore::SettingsStore() : file_(defaultPath()) {}
 
 fs::path SettingsStore::defaultPath() {
-  if (const char* config = std::getenv("XDG_CONFIG_HOME"); config != nullptr && *config == '/') {
-    return fs::path(config) / "brimble" / "brimble.conf";
-  }
-  return homeFolder() / ".config" / "brimble" / "brimble.conf";
+  return userFolders::config() / "brimble.conf";
 }
 
 AppSettings SettingsStore::load() const {
@@ -86,7 +80,7 @@ AppSettings SettingsStore::load() const {
   settings.showCursor = readBool(store, "showCursor", defaults.showCursor);
   const QString saveLocation = store.value("defaultSaveLocation").toString();
   settings.defaultSaveLocation = saveLocation.startsWith('/') ? fs::path(saveLocation.toStdString())
-                                                              : homeFolder() / "Pictures";
+                                                              : userFolders::home() / "Pictures";
   settings.qualityPreset =
       qualityPresetFromRawValue(store.value("qualityPreset").toString().toStdString())
           .value_or(defaults.qualityPreset);

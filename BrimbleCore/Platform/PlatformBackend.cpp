@@ -22,6 +22,7 @@
 #include "BrimbleCore/Platform/X11/X11InputBackend.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Platform/X11/X11WindowSystem.h"
+#include "BrimbleCore/Support/UserFolders.h"
 
 namespace brimble::platform {
 namespace {
@@ -45,16 +46,6 @@ fs::path runtimeDirectory() {
     return *runtime;
   }
   return "/run/user/" + std::to_string(::getuid());
-}
-
-/// Where Brimble keeps what it must remember between runs (the portal's restore tokens):
-/// $XDG_STATE_HOME/brimble, else ~/.local/state/brimble.
-fs::path stateDirectory() {
-  if (const auto state = environmentVariable("XDG_STATE_HOME"); state && state->front() == '/') {
-    return fs::path(*state) / "brimble";
-  }
-  const auto home = environmentVariable("HOME");
-  return fs::path(home.value_or("/tmp")) / ".local" / "state" / "brimble";
 }
 
 bool ownedSocket(const fs::path& path) {
@@ -202,7 +193,7 @@ std::unique_ptr<Desktop> x11Desktop(DesktopSession session,
 /// of others, so segments are recorded without it.
 std::unique_ptr<Desktop> waylandDesktop(DesktopSession session,
                                         std::vector<std::string> environment = {}) {
-  const fs::path state = stateDirectory();
+  const fs::path state = userFolders::state();
   // Connected on first use: a command that only lists windows needs no portal.
   auto portal = std::make_shared<std::shared_ptr<wayland::DesktopPortal>>();
   const auto connect = [portal] {
@@ -329,7 +320,7 @@ std::optional<DesktopSession> userSession() {
 }
 
 std::filesystem::path screenCastTokenFile() {
-  return stateDirectory() / "screencast-token";
+  return userFolders::state() / "screencast-token";
 }
 
 std::unique_ptr<EmbeddedDisplay> startEmbeddedDisplay() {

@@ -14,6 +14,7 @@
 
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Log.h"
+#include "BrimbleCore/Support/UserFolders.h"
 
 namespace brimble {
 
@@ -23,11 +24,7 @@ fs::path CaptureHistory::defaultPath() {
   if (const char* file = std::getenv("BRIMBLE_HISTORY_FILE"); file != nullptr && *file != '\0') {
     return file;
   }
-  if (const char* data = std::getenv("XDG_DATA_HOME"); data != nullptr && *data == '/') {
-    return fs::path(data) / "brimble" / "history.json";
-  }
-  const char* home = std::getenv("HOME");
-  return fs::path(home != nullptr ? home : "") / ".local/share/brimble/history.json";
+  return userFolders::data() / "history.json";
 }
 
 namespace {

@@ -14,6 +14,7 @@
 #include "cli/CaptureCommands.h"
 #include "cli/Command.h"
 #include "cli/DisplayCommand.h"
+#include "cli/DoctorCommands.h"
 #include "cli/EncodeCommand.h"
 #include "cli/InputCommand.h"
 #include "cli/Interrupts.h"
@@ -90,6 +91,8 @@ int main(int argc, char** argv) {
       addWindowsCommand(app),
       addWindowCommand(app),
       addInputCommand(app, interrupts),
+      addDoctorCommand(app),
+      addReportCommand(app),
   };
 
   try {

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "BrimbleCore/Capture/ScreenRecorder.h"
+#include "BrimbleCore/Diagnostics/Doctor.h"
 #include "BrimbleCore/MCP/BrimbleMCPServer.h"
 #include "BrimbleCore/MCP/MCPStandardStreams.h"
 #include "BrimbleCore/MCP/MCPTransport.h"
@@ -24,6 +25,7 @@ int runMCPServer(bool headless) {
                                               : platform::DesktopChoice::userFoundElseEmbedded);
       },
       platform::texts());
+  desktop.setChecklist([headless] { return examineMachine(headless).checks; });
   BrimbleMCPServer server(transport, desktop, BRIMBLE_VERSION);
   server.start([&streams] { streams.endInput(); });
   return kExitSuccess;
@@ -35,8 +37,9 @@ Command addMCPServerCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "mcp-server", "Serve the Model Context Protocol on standard input and output (for AI tools)");
   auto headless = std::make_shared<bool>(false);
-  command->add_flag("--headless", *headless,
-                    "Record and drive Brimble's own embedded display instead of the desktop session");
+  command->add_flag(
+      "--headless", *headless,
+      "Record and drive Brimble's own embedded display instead of the desktop session");
   // Hosts may pass other arguments through the shim; none change the server.
   command->allow_extras();
   return {command, [headless] { return runMCPServer(*headless); }};

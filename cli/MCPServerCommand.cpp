@@ -25,7 +25,11 @@ int runMCPServer(bool headless) {
                                               : platform::DesktopChoice::userFoundElseEmbedded);
       },
       platform::texts());
-  desktop.setChecklist([headless] { return examineMachine(headless).checks; });
+  // Where the server records in its own display, the user's desktop is not needed.
+  desktop.setChecklist([&desktop, headless] {
+    const auto session = desktop.session();
+    return examineMachine(headless || (session && session->embedded)).checks;
+  });
   BrimbleMCPServer server(transport, desktop, BRIMBLE_VERSION);
   server.start([&streams] { streams.endInput(); });
   return kExitSuccess;

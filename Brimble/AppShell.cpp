@@ -18,6 +18,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include "Brimble/Diagnostics/ReportProblemWindow.h"
 #include "Brimble/Recording/ScreenSessionRecorder.h"
 #include "Brimble/Settings/CommandLineInstaller.h"
 #include "Brimble/Settings/DesktopShortcutPanel.h"
@@ -193,8 +194,10 @@ void AppShell::buildMenu() {
   menu_->addSeparator();
   menu_->addAction("Library…", this, [this] { showLibrary(); });
   menu_->addAction("Settings…", this, [this] { showSettings(); });
-  menu_->addAction("Welcome…", this, [this] { showWelcome(); });
   menu_->addAction("Install Command-Line Tool", this, [this] { installCommandLine(); });
+  QMenu* help = menu_->addMenu("Help");
+  help->addAction("Welcome…", this, [this] { showWelcome(); });
+  help->addAction("Report a Problem…", this, [this] { showReportProblem(); });
   menu_->addSeparator();
   menu_->addAction("Quit Brimble", qApp, &QApplication::quit);
 }
@@ -277,6 +280,14 @@ void AppShell::activate() {
 bool AppShell::offerDesktopShortcut() {
   return brimble::offerDesktopShortcut(
       settings_, QCoreApplication::applicationFilePath().toStdString(), mainWindow_.get());
+}
+
+void AppShell::showReportProblem() {
+  // Made afresh each time, so it shows the logs and checks of now.
+  reportProblem_ = std::make_unique<ReportProblemWindow>();
+  reportProblem_->show();
+  reportProblem_->raise();
+  reportProblem_->activateWindow();
 }
 
 void AppShell::showWelcome() {

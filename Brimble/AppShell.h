@@ -10,6 +10,7 @@
 #include <QSystemTrayIcon>
 #include <QWidget>
 
+#include "Brimble/Diagnostics/ReportProblemWindow.h"
 #include "Brimble/Library/EditorWindow.h"
 #include "Brimble/Library/LibraryWindow.h"
 #include "Brimble/Onboarding/FirstRunWindow.h"
@@ -58,6 +59,8 @@ class AppShell final : public QObject {
   void showSettings();
   /// The welcome window: the three steps, the shortcut, and what this desktop allows.
   void showWelcome();
+  /// Help → Report a Problem: the report, to read and save.
+  void showReportProblem();
   void showEditor(const std::filesystem::path& file);
   /// Links `brimble` into ~/.local/bin and adds the app to the desktop's menus.
   void installCommandLine();
@@ -110,6 +113,7 @@ class AppShell final : public QObject {
   std::unique_ptr<SettingsWindow> settingsWindow_;
   std::unique_ptr<EditorWindow> editor_;
   std::unique_ptr<FirstRunWindow> welcome_;
+  std::unique_ptr<ReportProblemWindow> reportProblem_;
 };
 
 }  // namespace brimble

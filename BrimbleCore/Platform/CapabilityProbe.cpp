@@ -1,6 +1,7 @@
 #include "BrimbleCore/Platform/CapabilityProbe.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <memory>
@@ -75,7 +76,12 @@ CapabilityCheck displayCheck(const std::optional<DesktopSession>& session) {
                    "can use Brimble's own display (--headless)",
                    true);
   }
-  return ok(capability::display, title, serverLabel(*session) + ": " + session->reason, true);
+  // Which desktop, where it says: fixes and behaviour differ between GNOME and KDE.
+  const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
+  const std::string on = desktop != nullptr && *desktop != '\0' && !session->embedded
+                             ? std::string(" on ") + desktop
+                             : std::string();
+  return ok(capability::display, title, serverLabel(*session) + on + ": " + session->reason, true);
 }
 
 struct X11Findings {

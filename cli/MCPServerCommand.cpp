@@ -9,6 +9,7 @@
 #include "BrimbleCore/MCP/MCPStandardStreams.h"
 #include "BrimbleCore/MCP/MCPTransport.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
+#include "cli/UsageCounting.h"
 
 namespace brimble::cli {
 namespace {
@@ -25,6 +26,11 @@ int runMCPServer(bool headless) {
       },
       platform::texts());
   BrimbleMCPServer server(transport, desktop, BRIMBLE_VERSION);
+  server.server().setToolCallObserver(
+      [statistics = UsageStatistics::forUser()](const std::string& tool, const JSONValue& result,
+                                                bool failed) {
+        statistics.record(toolCallUsage(tool, result, failed));
+      });
   server.start([&streams] { streams.endInput(); });
   return kExitSuccess;
 }
@@ -35,8 +41,9 @@ Command addMCPServerCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand(
       "mcp-server", "Serve the Model Context Protocol on standard input and output (for AI tools)");
   auto headless = std::make_shared<bool>(false);
-  command->add_flag("--headless", *headless,
-                    "Record and drive Brimble's own embedded display instead of the desktop session");
+  command->add_flag(
+      "--headless", *headless,
+      "Record and drive Brimble's own embedded display instead of the desktop session");
   // Hosts may pass other arguments through the shim; none change the server.
   command->allow_extras();
   return {command, [headless] { return runMCPServer(*headless); }};

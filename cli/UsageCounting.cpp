@@ -63,7 +63,7 @@ UsageEvent toolCallUsage(const std::string& tool, const JSONValue& result, bool 
     event.failure = "mcp " + tool;
     return event;
   }
-  if (tool == "start_recording") {
+  if (tool == "start_recording" || tool == "record_region") {
     event.recordings = 1;
   }
   const std::string* path = result["path"].stringValue();

@@ -15,7 +15,7 @@ UpdateNotifier::UpdateNotifier(std::string feed, std::string currentVersion,
                                UpdateSchedule schedule, QObject* parent)
     : QObject(parent),
       schedule_(std::move(schedule)),
-      check_(std::move(feed), std::move(currentVersion), this) {}
+      check_(std::move(feed), std::move(currentVersion)) {}
 
 bool UpdateNotifier::checkAtStart(bool enabled) {
   const auto now = std::chrono::system_clock::now();

@@ -7,7 +7,7 @@ namespace brimble {
 
 UpdatesPage::UpdatesPage(const SettingsStore& store, std::string feed, std::string currentVersion,
                          QWidget* parent)
-    : QWidget(parent), store_(store), check_(feed, std::move(currentVersion), this) {
+    : QWidget(parent), store_(store), check_(feed, std::move(currentVersion)) {
   enabled_ = new QCheckBox("Check for updates", this);
   auto* note = new QLabel(
       QString("At most once a day, when Brimble starts, it reads %1 and tells you of a newer "

@@ -66,9 +66,11 @@ Command addUpdateCheckCommand(CLI::App& app) {
       "update-check",
       "Say whether a newer Brimble is out, from the release feed (only reads it; downloads and "
       "installs nothing)");
-  command->add_option("--feed", options->feed,
-                      "The feed's address (else $BRIMBLE_UPDATE_FEED, else " +
-                          std::string(BRIMBLE_UPDATE_FEED_URL) + ")");
+  command
+      ->add_option("--feed", options->feed,
+                   "The feed's address (else $BRIMBLE_UPDATE_FEED, else " +
+                       std::string(BRIMBLE_UPDATE_FEED_URL) + ")")
+      ->type_name("URL");
   command->add_flag("--json", options->json, "Print the result as JSON");
   return {command, [options] { return runUpdateCheck(*options); }};
 }

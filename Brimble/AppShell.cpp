@@ -22,8 +22,10 @@
 #include "Brimble/Recording/ScreenSessionRecorder.h"
 #include "Brimble/Settings/CommandLineInstaller.h"
 #include "Brimble/Settings/DesktopShortcutPanel.h"
+#include "BrimbleCore/Diagnostics/UsageStatistics.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/UserFolders.h"
+#include "BrimbleCore/Updates/UpdateCheck.h"
 
 namespace brimble {
 
@@ -93,6 +95,15 @@ AppShell::AppShell(Desktop& desktop)
   view_->onStatus = [this](const QString& text) { setStatus(text); };
   delivery_.onPreview = [this](const fs::path& file) { showEditor(file); };
   state_->onStateChange = [this](RecordingPhase phase) { phaseChanged(phase); };
+  state_->onClipEncoded = [](const EncodedClip& clip) {
+    UsageEvent event{.runs = 0, .recordings = 1, .renders = {}, .failure = {}};
+    if (clip.failure) {
+      event.failure = "app recording";
+    } else {
+      event.renders.emplace_back(rawValue(clip.format));
+    }
+    UsageStatistics::forUser().record(event);
+  };
   state_->onEncodingProgress = [this](double progress, int pass) {
     const QString text = pass > 1
                              ? QString("Encoding GIF… %1% (pass %2, to fit the size limit)")
@@ -125,6 +136,10 @@ AppShell::AppShell(Desktop& desktop)
   if (!settings_.load().firstRunCompleted) {
     QTimer::singleShot(0, this, [this] { showWelcome(); });
   }
+  updates_ = std::make_unique<UpdateNotifier>(
+      updateFeedAddress(std::nullopt, BRIMBLE_UPDATE_FEED_URL), BRIMBLE_VERSION,
+      UpdateSchedule(UpdateSchedule::defaultPath()));
+  updates_->checkAtStart(settings_.load().checkForUpdates);
 }
 
 AppShell::~AppShell() {

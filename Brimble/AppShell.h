@@ -20,6 +20,7 @@
 #include "Brimble/Recording/RecordingState.h"
 #include "Brimble/Settings/SettingsStore.h"
 #include "Brimble/Settings/SettingsWindow.h"
+#include "Brimble/Settings/UpdateNotifier.h"
 #include "BrimbleCore/Automation/GlobalHotkey.h"
 #include "BrimbleCore/Platform/Desktop.h"
 #include "BrimbleCore/Support/CaptureHistory.h"
@@ -114,6 +115,7 @@ class AppShell final : public QObject {
   std::unique_ptr<EditorWindow> editor_;
   std::unique_ptr<FirstRunWindow> welcome_;
   std::unique_ptr<ReportProblemWindow> reportProblem_;
+  std::unique_ptr<UpdateNotifier> updates_;
 };
 
 }  // namespace brimble

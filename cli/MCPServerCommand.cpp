@@ -10,6 +10,7 @@
 #include "BrimbleCore/MCP/MCPStandardStreams.h"
 #include "BrimbleCore/MCP/MCPTransport.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
+#include "cli/UsageCounting.h"
 
 namespace brimble::cli {
 namespace {
@@ -31,6 +32,11 @@ int runMCPServer(bool headless) {
     return examineMachine(headless || (session && session->embedded)).checks;
   });
   BrimbleMCPServer server(transport, desktop, BRIMBLE_VERSION);
+  server.server().setToolCallObserver(
+      [statistics = UsageStatistics::forUser()](const std::string& tool, const JSONValue& result,
+                                                bool failed) {
+        statistics.record(toolCallUsage(tool, result, failed));
+      });
   server.start([&streams] { streams.endInput(); });
   return kExitSuccess;
 }

@@ -23,6 +23,9 @@
 #include "cli/ProcessCommand.h"
 #include "cli/ReferenceCommands.h"
 #include "cli/RunCommand.h"
+#include "cli/StatsCommand.h"
+#include "cli/UpdateCheckCommand.h"
+#include "cli/UsageCounting.h"
 #include "cli/UsageErrors.h"
 #include "cli/ValidateCommand.h"
 #include "cli/WindowCommands.h"
@@ -93,6 +96,8 @@ int main(int argc, char** argv) {
       addInputCommand(app, interrupts),
       addDoctorCommand(app),
       addReportCommand(app),
+      addStatsCommand(app),
+      addUpdateCheckCommand(app),
   };
 
   try {
@@ -109,17 +114,18 @@ int main(int argc, char** argv) {
 
   for (const Command& command : commands) {
     if (command.app->parsed()) {
+      const std::string& name = command.app->get_name();
       try {
-        return flushedOutput(command.run());
+        return flushedOutput(countedCommand(name, command.run()));
       } catch (const brimble::OutputPathError& error) {
-        fmt::print(stderr, "brimble {}: {}\n", command.app->get_name(), error.what());
-        return error.exitCode();
+        fmt::print(stderr, "brimble {}: {}\n", name, error.what());
+        return countedCommand(name, error.exitCode());
       } catch (const std::exception& error) {
         if (isBrokenPipe(error)) {
-          return kExitOutputClosed;
+          return countedCommand(name, kExitOutputClosed);
         }
-        fmt::print(stderr, "brimble {}: {}\n", command.app->get_name(), error.what());
-        return kExitFailure;
+        fmt::print(stderr, "brimble {}: {}\n", name, error.what());
+        return countedCommand(name, kExitFailure);
       }
     }
   }

@@ -1,8 +1,6 @@
 #include "cli/DoctorCommands.h"
 
-#include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -38,15 +36,6 @@ struct ReportOptions {
   bool show = false;
   bool yes = false;
 };
-
-std::string defaultReportName() {
-  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-  std::tm local{};
-  ::localtime_r(&now, &local);
-  char name[64];
-  std::strftime(name, sizeof name, "brimble-report-%Y%m%d-%H%M%S.tar.gz", &local);
-  return name;
-}
 
 // Only a person at a terminal is asked; a script that names the file has already chosen.
 bool confirmed(const std::string& output) {

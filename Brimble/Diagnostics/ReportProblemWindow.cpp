@@ -1,7 +1,5 @@
 #include "Brimble/Diagnostics/ReportProblemWindow.h"
 
-#include <chrono>
-#include <ctime>
 #include <memory>
 #include <thread>
 
@@ -105,15 +103,10 @@ void ReportProblemWindow::showReport(ProblemReport report) {
 }
 
 void ReportProblemWindow::chooseAndSave() {
-  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-  std::tm local{};
-  ::localtime_r(&now, &local);
-  char name[64];
-  std::strftime(name, sizeof name, "brimble-report-%Y%m%d-%H%M%S.tar.gz", &local);
   // The report never replaces a file, so the dialog need not ask about one.
   const QString chosen = QFileDialog::getSaveFileName(
-      this, "Save Report", QDir::home().filePath(name), "Archives (*.tar.gz)", nullptr,
-      QFileDialog::DontConfirmOverwrite);
+      this, "Save Report", QDir::home().filePath(QString::fromStdString(defaultReportName())),
+      "Archives (*.tar.gz)", nullptr, QFileDialog::DontConfirmOverwrite);
   if (!chosen.isEmpty()) {
     saveTo(chosen.toStdString());
   }

@@ -103,6 +103,15 @@ ProblemReportError ProblemReportError::cannotWrite(const fs::path& output,
   return {Code::cannotWrite, "cannot write " + output.string() + ": " + reason};
 }
 
+std::string defaultReportName() {
+  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  std::tm local{};
+  ::localtime_r(&now, &local);
+  char name[64];
+  std::strftime(name, sizeof name, "brimble-report-%Y%m%d-%H%M%S.tar.gz", &local);
+  return name;
+}
+
 std::string shortenHome(std::string_view text, const fs::path& home) {
   std::string prefix = home.lexically_normal().string();
   while (prefix.size() > 1 && prefix.back() == '/') {

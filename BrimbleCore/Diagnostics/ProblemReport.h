@@ -70,6 +70,9 @@ class ProblemReport {
   std::vector<File> files_;
 };
 
+/// "brimble-report-20261126-181500.tar.gz", from the local time now.
+std::string defaultReportName();
+
 /// `text` with every path under `home` written from `~` ("/home/ann/x" becomes "~/x"); a path
 /// that merely starts with the same letters ("/home/anna") is left alone.
 std::string shortenHome(std::string_view text, const std::filesystem::path& home);

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <memory>
+#include <thread>
 
 #include <QApplication>
 
@@ -22,5 +25,16 @@ class OffscreenApplication {
   char* argv_[2] = {name_, nullptr};
   std::unique_ptr<QApplication> application_;
 };
+
+/// Runs the event loop until `done` or `timeout`; whether `done` came true.
+inline bool processEventsUntil(const std::function<bool()>& done,
+                               std::chrono::milliseconds timeout = std::chrono::seconds(15)) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  while (!done() && std::chrono::steady_clock::now() < deadline) {
+    QApplication::processEvents(QEventLoop::AllEvents, 20);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return done();
+}
 
 }  // namespace brimble::testing

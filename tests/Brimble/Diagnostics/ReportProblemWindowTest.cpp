@@ -22,17 +22,6 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 using ::testing::HasSubstr;
 
-/// Runs the event loop until `done` or five seconds pass.
-template <typename Done>
-bool processEventsUntil(Done done) {
-  const auto deadline = std::chrono::steady_clock::now() + 5s;
-  while (!done() && std::chrono::steady_clock::now() < deadline) {
-    QApplication::processEvents(QEventLoop::AllEvents, 20);
-    std::this_thread::sleep_for(5ms);
-  }
-  return done();
-}
-
 TEST(ReportProblemWindow, ShowsEachFileBeforeSavingAndSavesOneArchiveThatNeverReplacesAFile) {
   const testing::OffscreenApplication qt;
   const testing::TempDirectory home;
@@ -44,7 +33,7 @@ TEST(ReportProblemWindow, ShowsEachFileBeforeSavingAndSavesOneArchiveThatNeverRe
         {"ok         Display server\n", "{}", home / "state", home.path(), "1.2.3"});
   });
   window.show();
-  ASSERT_TRUE(processEventsUntil([&] { return window.report().has_value(); }));
+  ASSERT_TRUE(testing::processEventsUntil([&] { return window.report().has_value(); }));
 
   ASSERT_EQ(window.fileList().count(), 4);
   EXPECT_EQ(window.fileList().item(3)->text().toStdString(), "logs/brimble-app.log");
@@ -75,7 +64,7 @@ TEST(ReportProblemWindow, AWindowClosedWhileTheReportIsGatheredIsNotTouchedAfter
   window.reset();
   // The gathering thread answers into the event loop after the window is gone.
   const auto until = std::chrono::steady_clock::now() + 500ms;
-  processEventsUntil([&] { return std::chrono::steady_clock::now() > until; });
+  testing::processEventsUntil([&] { return std::chrono::steady_clock::now() > until; });
 }
 
 }  // namespace

@@ -20,6 +20,7 @@
 #include "BrimbleCore/Diagnostics/UsageStatistics.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/LocalHTTPServer.h"
+#include "tests/Support/OffscreenApplication.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
@@ -27,30 +28,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
-
-/// Qt's offscreen platform for the widgets of one test.
-class OffscreenPages {
- public:
-  OffscreenPages() {
-    ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    application_ = std::make_unique<QApplication>(argc_, argv_);
-  }
-
- private:
-  int argc_ = 1;
-  char name_[16] = "BrimbleAppTests";
-  char* argv_[2] = {name_, nullptr};
-  std::unique_ptr<QApplication> application_;
-};
-
-// Runs the event loop until `done` or 15 s.
-bool processEventsUntil(const std::function<bool()>& done) {
-  const auto deadline = std::chrono::steady_clock::now() + 15s;
-  while (!done() && std::chrono::steady_clock::now() < deadline) {
-    QApplication::processEvents(QEventLoop::AllEvents, 20);
-  }
-  return done();
-}
 
 void keepScreenshot(QWidget& widget, const std::string& name) {
   const fs::path folder = fs::path(BRIMBLE_ARTIFACT_DIR) / "updates";
@@ -82,7 +59,7 @@ TEST(UpdateSchedule, DueOnceADayAndEachReleaseToldOfOnce) {
 }
 
 TEST(UpdateNotifier, AtStartTellsOfANewerReleaseOnceADayOnlyWhenSwitchedOn) {
-  OffscreenPages qt;
+  const testing::OffscreenApplication qt;
   testing::TempDirectory folder;
   testing::writeFile(folder / "feed.json", kNewer);
   testing::LocalHTTPServer server(folder.path());
@@ -94,7 +71,7 @@ TEST(UpdateNotifier, AtStartTellsOfANewerReleaseOnceADayOnlyWhenSwitchedOn) {
 
   UpdateNotifier first(server.url("feed.json"), "1.0.0", UpdateSchedule(scheduleFile));
   ASSERT_TRUE(first.checkAtStart(true));
-  ASSERT_TRUE(processEventsUntil([&] { return first.notice() != nullptr; }));
+  ASSERT_TRUE(testing::processEventsUntil([&] { return first.notice() != nullptr; }));
   EXPECT_TRUE(first.notice()->isVisible());
   EXPECT_FALSE(first.notice()->isModal());
   const auto* text = first.notice()->findChild<QLabel*>();
@@ -112,13 +89,13 @@ TEST(UpdateNotifier, AtStartTellsOfANewerReleaseOnceADayOnlyWhenSwitchedOn) {
   testing::writeFile(scheduleFile, R"({"lastCheck": 0, "announced": "1.1.0"})");
   UpdateNotifier nextDay(server.url("feed.json"), "1.0.0", UpdateSchedule(scheduleFile));
   ASSERT_TRUE(nextDay.checkAtStart(true));
-  ASSERT_TRUE(processEventsUntil([&] { return !nextDay.checking(); }));
+  ASSERT_TRUE(testing::processEventsUntil([&] { return !nextDay.checking(); }));
   QApplication::processEvents();
   EXPECT_EQ(nextDay.notice(), nullptr);
 }
 
 TEST(SettingsPages, StatisticsShowTheCountsAndTheSwitchAndResetActAtOnce) {
-  OffscreenPages qt;
+  const testing::OffscreenApplication qt;
   testing::TempDirectory folder;
   const UsageStatistics statistics(folder.path());
   statistics.record({.runs = 2, .recordings = 1, .renders = {"gif", "gif", "mp4"}, .failure = {}});
@@ -151,7 +128,7 @@ TEST(SettingsPages, StatisticsShowTheCountsAndTheSwitchAndResetActAtOnce) {
 }
 
 TEST(SettingsPages, UpdatesStoresTheOptInAtOnceAndCheckNowShowsWhatItFound) {
-  OffscreenPages qt;
+  const testing::OffscreenApplication qt;
   testing::TempDirectory folder;
   testing::writeFile(folder / "feed.json", kNewer);
   testing::LocalHTTPServer server(folder.path());
@@ -167,7 +144,7 @@ TEST(SettingsPages, UpdatesStoresTheOptInAtOnceAndCheckNowShowsWhatItFound) {
 
   page.checkNow()->click();
   EXPECT_FALSE(page.checkNow()->isEnabled());
-  ASSERT_TRUE(processEventsUntil([&] { return page.checkNow()->isEnabled(); }));
+  ASSERT_TRUE(testing::processEventsUntil([&] { return page.checkNow()->isEnabled(); }));
   EXPECT_TRUE(page.result()->text().startsWith(
       "Brimble 1.1.0 is available (you have 1.0.0), released 2026-11-20:"))
       << page.result()->text().toStdString();
@@ -176,7 +153,7 @@ TEST(SettingsPages, UpdatesStoresTheOptInAtOnceAndCheckNowShowsWhatItFound) {
   UpdatesPage unreachable(store, testing::closedPortURL(), "1.0.0");
   EXPECT_TRUE(unreachable.checkForUpdates()->isChecked());
   unreachable.checkNow()->click();
-  ASSERT_TRUE(processEventsUntil([&] { return unreachable.checkNow()->isEnabled(); }));
+  ASSERT_TRUE(testing::processEventsUntil([&] { return unreachable.checkNow()->isEnabled(); }));
   EXPECT_TRUE(unreachable.result()->text().startsWith("Cannot reach the release feed"))
       << unreachable.result()->text().toStdString();
 }

@@ -91,6 +91,11 @@ class MCPServerProcess {
     return messages;
   }
   testing::ChildProcess& process() { return process_; }
+  /// Ends the input, as a host does when it is done, and expects a clean exit.
+  void finish() {
+    process_.closeInput();
+    EXPECT_EQ(process_.wait(20s), 0) << process_.errorOutput();
+  }
 
  private:
   testing::ChildProcess process_;
@@ -163,8 +168,7 @@ TEST(BrimbleMCPProtocol, ReportsProgressOnlyWhenAskedAndKeepsStdoutForTheProtoco
   const std::vector<json> withoutToken = server.untilReply(2, 60s);
   ASSERT_EQ(withoutToken.size(), 1u) << withoutToken.front().dump();
   EXPECT_EQ(withoutToken.back()["id"], 2);
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
 }
 
 TEST(BrimbleMCPProtocol, CancelledScriptsRunningOrWaitingLeaveNoFileNoChildAndNoReply) {
@@ -200,8 +204,7 @@ TEST(BrimbleMCPProtocol, CancelledScriptsRunningOrWaitingLeaveNoFileNoChildAndNo
   EXPECT_FALSE(fs::exists(queuedOutput));
   EXPECT_FALSE(processRuns("sleep 47.25"));
   EXPECT_EQ(frameFiles(tmp.path()), std::vector<std::string>{});
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
 }
 
 /// The text of the reply to a tools/call, and whether it is an error.
@@ -227,8 +230,7 @@ TEST(BrimbleMCPScripts, AFailingLineKeepsWhatWasRecordedAndTheErrorSaysWhere) {
   const auto gif = testing::decodeGIFFile(kept);
   ASSERT_TRUE(gif) << text;
   EXPECT_GE(gif->frames.size(), 1u);
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
 }
 
 TEST(BrimbleMCPProtocol, WithoutADisplayToCaptureToolsSayHowToGetOne) {
@@ -264,8 +266,7 @@ TEST(BrimbleMCPProtocol, WithoutADisplayToCaptureToolsSayHowToGetOne) {
                 "Not granted — required for recording. No X11 display could be captured (run in "
                 "an X11 session or with --headless)."),
             std::string::npos);
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
 }
 
 TEST(BrimbleMCPProtocol, HeadlessRecordsInTheEmbeddedDisplayEvenWithADisplaySet) {
@@ -277,41 +278,37 @@ TEST(BrimbleMCPProtocol, HeadlessRecordsInTheEmbeddedDisplayEvenWithADisplaySet)
   EXPECT_EQ(status["display"]["embedded"], true);
   EXPECT_EQ(status["display"]["reason"], "--headless was given");
   EXPECT_EQ(status["permissions"]["screen_recording"], true);
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
 }
 
-TEST(BrimbleMCPProtocol, SIGTERMDuringARecordingStopsItAndDeletesItsFrames) {
-  testing::TempDirectory tmp;
-  MCPServerProcess server(tmp.path());
-  server.callTool(1, "record_region", {{"x", 0}, {"y", 0}, {"width", 320}, {"height", 200}});
-  ASSERT_FALSE(toolReply(server.next(30s)).second);
-  std::this_thread::sleep_for(300ms);
-  EXPECT_EQ(frameFiles(tmp.path()).size(), 1u);
-  server.process().signal(SIGTERM);
-  EXPECT_EQ(server.process().wait(20s), 0);
-  EXPECT_EQ(frameFiles(tmp.path()), std::vector<std::string>{});
-}
-
-TEST(BrimbleMCPProtocol, TheEndOfInputDuringARecordingStopsItAndDeletesItsFrames) {
-  testing::TempDirectory tmp;
-  MCPServerProcess server(tmp.path());
-  // A bare environment: no $DISPLAY, so the embedded display records.
-  server.callTool(1, "record_region", {{"x", 0}, {"y", 0}, {"width", 320}, {"height", 200}});
-  const json started = server.next(30s);
-  ASSERT_FALSE(started["result"].value("isError", false)) << started.dump();
-  std::this_thread::sleep_for(500ms);
-  EXPECT_EQ(frameFiles(tmp.path()).size(), 1u);
-  server.callTool(2, "brimble_status", json::object());
-  const json status =
-      json::parse(server.next(10s)["result"]["content"][0]["text"].get<std::string>());
-  EXPECT_EQ(status["display"]["embedded"], true);
-  const auto closed = std::chrono::steady_clock::now();
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
-  EXPECT_LT(std::chrono::steady_clock::now() - closed, 5s);
-  EXPECT_EQ(frameFiles(tmp.path()), std::vector<std::string>{});
-  EXPECT_NE(server.process().errorOutput().find("EOF on stdin, shutting down"), std::string::npos);
+TEST(BrimbleMCPProtocol, SIGTERMOrTheEndOfInputDuringARecordingStopsItAndDeletesItsFrames) {
+  for (const bool bySignal : {true, false}) {
+    SCOPED_TRACE(bySignal ? "SIGTERM" : "end of input");
+    testing::TempDirectory tmp;
+    MCPServerProcess server(tmp.path());
+    // A bare environment: no $DISPLAY, so the embedded display records.
+    server.callTool(1, "record_region", {{"x", 0}, {"y", 0}, {"width", 320}, {"height", 200}});
+    ASSERT_FALSE(toolReply(server.next(30s)).second);
+    std::this_thread::sleep_for(500ms);
+    EXPECT_EQ(frameFiles(tmp.path()).size(), 1u);
+    server.callTool(2, "brimble_status", json::object());
+    const json status =
+        json::parse(server.next(10s)["result"]["content"][0]["text"].get<std::string>());
+    EXPECT_EQ(status["display"]["embedded"], true);
+    const auto ended = std::chrono::steady_clock::now();
+    if (bySignal) {
+      server.process().signal(SIGTERM);
+    } else {
+      server.process().closeInput();
+    }
+    EXPECT_EQ(server.process().wait(20s), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - ended, 5s);
+    EXPECT_EQ(frameFiles(tmp.path()), std::vector<std::string>{});
+    if (!bySignal) {
+      EXPECT_NE(server.process().errorOutput().find("EOF on stdin, shutting down"),
+                std::string::npos);
+    }
+  }
 }
 
 // Runs alone: while it lasts, every server started without $DISPLAY would find this session.
@@ -341,8 +338,7 @@ TEST(BrimbleMCPUserSession, WithoutDISPLAYTheServerFindsTheUsersRunningXSession)
                   {"backend", "x11"},
                   {"embedded", false},
                   {"reason", "$DISPLAY was not set; found the user's running X session"}}));
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
 }
 
 // A host that starts the server with nothing of the session but its runtime folder: the server
@@ -409,8 +405,7 @@ TEST(BrimbleMCPWayland, WithOnlyTheRuntimeFolderTheServerFindsTheUsersWaylandDes
   const auto typed = toolReply(server.next(60s));
   EXPECT_FALSE(typed.second) << typed.first;
   EXPECT_EQ(form.entryWhen("Grüße ✓"), "Grüße ✓");
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0) << server.process().errorOutput();
+  server.finish();
 }
 
 // An assistant records one application's window on a GNOME Shell desktop, whose portal lists the
@@ -453,8 +448,7 @@ TEST(BrimbleMCPWayland, StartRecordingAnAppRecordsTheWindowTheUserPicks) {
   EXPECT_EQ(decoded->height, 300);
   // The window's own pixels; the pointer, drawn in by the render, may cover a few.
   EXPECT_GT(testing::shareNear(decoded->frames.front(), {0xc8, 0x10, 0x6e, 0xff}, 12), 0.95);
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0) << server.process().errorOutput();
+  server.finish();
 }
 
 // A display that does not exist: the tools below must answer before they would touch one.
@@ -468,7 +462,7 @@ void writeTestGIF(const fs::path& file, int frames) {
   ASSERT_EQ(result.exitCode, 0) << result.output;
 }
 
-TEST(BrimbleMCPOutputs, ProcessGifNeverReplacesAPipeALinksTargetOrAFileThatIsNoOutput) {
+TEST(BrimbleMCPOutputs, ProcessGifWritesBesideTheInputAndNeverReplacesAPipeALinkOrANonOutput) {
   testing::TempDirectory tmp;
   const fs::path input = tmp / "in.gif";
   writeTestGIF(input, 4);
@@ -500,31 +494,22 @@ TEST(BrimbleMCPOutputs, ProcessGifNeverReplacesAPipeALinksTargetOrAFileThatIsNoO
   EXPECT_EQ(toolReply(server.next(20s)).first, "cannot write " + (tmp / "no" / "x.gif").string() +
                                                    ": the folder " + (tmp / "no").string() +
                                                    " does not exist");
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
-  EXPECT_TRUE(fs::is_fifo(fifo));
-  EXPECT_TRUE(fs::is_symlink(link));
-  EXPECT_EQ(testing::readFile(victim), "the user's notes\n");
-  EXPECT_EQ(testing::readFile(dotfile), "alias ll='ls -l'\n");
-}
-
-TEST(BrimbleMCPOutputs, ProcessGifWithoutAnOutputWritesBesideTheInputAndKeepsIt) {
-  testing::TempDirectory tmp;
-  const fs::path input = tmp / "clip.gif";
-  writeTestGIF(input, 6);
+  // Without an output, the result goes beside the input, which stays as it was.
   const std::string original = testing::readFile(input);
-  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, kNoDisplay);
-  server.callTool(1, "process_gif", {{"input", input.string()}, {"speed", 2}});
+  server.callTool(5, "process_gif", {{"input", input.string()}, {"speed", 2}});
   const auto [text, isError] = toolReply(server.next(60s));
   ASSERT_FALSE(isError) << text;
-  const fs::path written = tmp / "clip.processed.gif";
+  const fs::path written = tmp / "in.processed.gif";
   EXPECT_EQ(json::parse(text)["path"], written.string());
   EXPECT_EQ(testing::readFile(input), original);
   const auto decoded = testing::decodeGIFFile(written);
   ASSERT_TRUE(decoded);
   EXPECT_EQ(decoded->width, 32);
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
+  EXPECT_TRUE(fs::is_fifo(fifo));
+  EXPECT_TRUE(fs::is_symlink(link));
+  EXPECT_EQ(testing::readFile(victim), "the user's notes\n");
+  EXPECT_EQ(testing::readFile(dotfile), "alias ll='ls -l'\n");
 }
 
 TEST(BrimbleMCPOutputs, CaptureStillTakesTheSameRuleAndARegionAtTheScreensEdge) {
@@ -554,8 +539,7 @@ TEST(BrimbleMCPOutputs, CaptureStillTakesTheSameRuleAndARegionAtTheScreensEdge) 
             std::make_pair(std::string("region requires numbers x, y (0 is the screen's edge) and "
                                        "w, h greater than 0"),
                            true));
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
   EXPECT_TRUE(fs::is_fifo(fifo));
 }
 
@@ -571,11 +555,10 @@ TEST(BrimbleMCPStatus, ReportsTheBuildsVersionEverywhereAndNoMadeUpAddress) {
   EXPECT_EQ(status["cli_version"], version);
   EXPECT_FALSE(status.contains("install_url")) << status.dump();
   EXPECT_EQ(status.dump().find("http"), std::string::npos) << status.dump();
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
 }
 
-TEST(BrimbleMCPArguments, AWrongTypeIsAnErrorNotADefault) {
+TEST(BrimbleMCPArguments, AWrongTypeOrAnUnboundedTextIsAnErrorNotADefault) {
   testing::TempDirectory tmp;
   MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, kNoDisplay);
   struct Case {
@@ -602,28 +585,21 @@ TEST(BrimbleMCPArguments, AWrongTypeIsAnErrorNotADefault) {
     EXPECT_EQ(toolReply(server.next(20s)), std::make_pair(each.expected, true)) << each.tool;
     ++id;
   }
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
-}
-
-TEST(BrimbleMCPArguments, TypeTextRefusesAnUnboundedTextAtOnce) {
-  testing::TempDirectory tmp;
-  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, kNoDisplay);
-  // Characters, not bytes: 10000 two-byte characters are within the bound.
+  // A text without bound is refused at once, in characters, not bytes: 10000 two-byte
+  // characters are within the bound.
   std::string accented;
   for (int i = 0; i < 10000; ++i) {
     accented += "\xC3\xA9";
   }
-  server.callTool(1, "type_text", {{"text", accented}, {"delay", "0"}});
+  server.callTool(id++, "type_text", {{"text", accented}, {"delay", "0"}});
   EXPECT_EQ(toolReply(server.next(20s)),
             std::make_pair(std::string("'delay' must be a number (got a string)"), true));
-  server.callTool(2, "type_text", {{"text", std::string(5'000'000, 'y')}});
+  server.callTool(id, "type_text", {{"text", std::string(5'000'000, 'y')}});
   EXPECT_EQ(toolReply(server.next(20s)),
             std::make_pair(std::string("text is too long: 5000000 characters, at most 10000 per "
                                        "call (split it across calls)"),
                            true));
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
 }
 
 TEST(BrimbleMCPProtocol, AnswersPingWhileALongToolRuns) {
@@ -636,8 +612,7 @@ TEST(BrimbleMCPProtocol, AnswersPingWhileALongToolRuns) {
   EXPECT_EQ(server.next(20s), json::parse(R"({"jsonrpc":"2.0","id":2,"result":{}})"));
   EXPECT_LT(std::chrono::steady_clock::now() - sent, 2s);
   EXPECT_EQ(server.next(20s)["id"], 1);
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
 }
 
 TEST(BrimbleMCPScripts, ValidateQuotesLinesOnlyOfAFileThatIsAScript) {
@@ -672,8 +647,7 @@ TEST(BrimbleMCPScripts, ValidateQuotesLinesOnlyOfAFileThatIsAScript) {
   const json checked = json::parse(toolReply(server.next(20s)).first);
   EXPECT_EQ(checked["valid"], false);
   EXPECT_NE(checked["error"].get<std::string>().find("bogus"), std::string::npos) << checked;
-  server.process().closeInput();
-  EXPECT_EQ(server.process().wait(20s), 0);
+  server.finish();
 }
 
 }  // namespace

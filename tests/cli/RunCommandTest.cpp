@@ -228,57 +228,6 @@ TEST(BrimbleRun, HiddenSetupStepsLeaveNoFramesAndOneRenderGoesToEveryOutput) {
   EXPECT_GT(testing::psnr(firstPNG, decoded->frames.front()), 28);
 }
 
-TEST(BrimbleRun, TheTimelineGivesHiddenStepsNoTimeOfTheirOwnAndNoneOfTheirKeys) {
-  TempDirectory directory;
-  const fs::path shown = directory / "shown.png";
-  const fs::path script =
-      writeScript(directory,
-                  "set fps 12\nset transition 0\nset max-width 1200\nset include-title-bar false\n"
-                  "open \"Terminal\"\ncapture-window app \"Terminal\" as $term\n"
-                  "hide\nrecord $term continue\ntype \"cd /tmp\" enter\nwait 1\nshow\n"
-                  "type \"echo shown\" enter\nwait 1\nscreenshot \"" +
-                      shown.string() +
-                      "\"\n"
-                      "hide\ntype \"clear\" enter\nwait 0.5\nshow\n");
-  const fs::path gif = directory / "out.gif";
-  const fs::path timeline = directory / "out.json";
-  const auto result = runCommand(
-      brimbleWithStderr("run --headless -q -o " + shellQuote(gif.string()) + " --timeline " +
-                        shellQuote(timeline.string()) + " " + shellQuote(script.string())));
-  ASSERT_EQ(result.exitCode, 0) << result.output;
-  const auto decoded = testing::decodeGIFFile(gif);
-  ASSERT_TRUE(decoded);
-  const double plays =
-      std::accumulate(decoded->delaysCentiseconds.begin(), decoded->delaysCentiseconds.end(), 0) /
-      100.0;
-  const nlohmann::json document = nlohmann::json::parse(testing::readFile(timeline));
-  // One segment, from the first `show` to the second `hide`: the `show` at the end has nothing
-  // after it, so the cleared screen it found is not shown.
-  ASSERT_EQ(document["segments"].size(), 1u) << document.dump(2);
-  const double end = document["segments"][0]["end"].get<double>();
-  EXPECT_NEAR(document["duration"].get<double>(), plays, 0.03) << document.dump(2);
-  EXPECT_NEAR(end, plays, 1.0 / 12 + 0.03);
-  EXPECT_GT(testing::psnr(decoded->frames.back(), *decodeImage(readFileBytes(shown))), 28);
-
-  ASSERT_EQ(document["instructions"].size(), 18u);
-  const auto entry = [&](int line) { return document["instructions"][line - 1]; };
-  for (int line : {8, 9, 10, 14, 15, 16, 17, 18}) {
-    SCOPED_TRACE(line);
-    const bool hidden = line == 8 || line == 9 || line == 10 || line == 16 || line == 17;
-    EXPECT_EQ(entry(line).value("hidden", false), hidden) << entry(line).dump();
-    if (hidden) {
-      EXPECT_EQ(entry(line)["time"], entry(line)["end"]);
-      EXPECT_EQ(entry(line)["time"].get<double>(), line < 12 ? 0.0 : end);
-    }
-  }
-  // The keys typed while hidden are in no badge and no list.
-  std::vector<std::string> typed;
-  for (const auto& keystroke : document["keystrokes"]) {
-    typed.push_back(keystroke.value("text", keystroke.value("keys", "")));
-  }
-  EXPECT_EQ(typed, (std::vector<std::string>{"echo shown", "Enter"})) << document.dump(2);
-}
-
 TEST(BrimbleRun, EnvReachesTheShellOfATerminalTheScriptOpens) {
   TempDirectory directory;
   const fs::path plain = directory / "plain.txt";

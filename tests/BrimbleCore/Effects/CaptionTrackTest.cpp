@@ -12,27 +12,13 @@
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "tests/Support/ImageFiles.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/RenderSegments.h"
 #include "tests/Support/TextRecognition.h"
 
 namespace brimble {
 namespace {
 
 using testing::Pixel;
-
-// `seconds` of `image` at 10 fps, recorded from the window at screen (0, 0).
-RenderSegment stillSegment(const Image& image, double seconds) {
-  auto store = std::make_unique<InMemoryFrameStore>();
-  const int count = static_cast<int>(seconds * 10);
-  for (int i = 0; i < count; ++i) {
-    store->frames.push_back(encodePNG(image));
-  }
-  RenderSegment segment;
-  segment.frames = std::move(store);
-  segment.fps = 10;
-  segment.duration = seconds;
-  segment.windowFrame = {0, 0, image.width(), image.height()};
-  return segment;
-}
 
 Caption captionAt(double time, std::string text,
                   Caption::Position position = Caption::Position::bottom,
@@ -43,13 +29,6 @@ Caption captionAt(double time, std::string text,
   caption.position = position;
   caption.duration = duration;
   return caption;
-}
-
-RenderSettings captionSettings() {
-  RenderSettings settings;
-  settings.fps = 10;
-  settings.transition = 0;
-  return settings;
 }
 
 // The bounding box of the pixels of `image` that differ from `background` by more than 40.
@@ -130,9 +109,9 @@ TEST(CaptionTrack, CaptionsReadOnLightAndDarkPicturesAndWrapWithinTheFrame) {
   for (const auto& [background, name] :
        {std::pair<Pixel, const char*>{kWhite, "white"}, {kBlack, "black"}}) {
     std::vector<RenderSegment> segments;
-    segments.push_back(stillSegment(testing::solidImage(480, 270, background), 3));
+    segments.push_back(testing::stillSegment(testing::solidImage(480, 270, background), 30));
     segments[0].captions = {captionAt(0.5, "Deploy finished in three seconds")};
-    const FrameCompositor compositor(segments, captionSettings());
+    const FrameCompositor compositor(segments, testing::tenFPSNoFade());
     EXPECT_EQ(changedBox(*compositor.frame(2), background).right, -1)
         << name << ": nothing before the caption";
     const Image frame = *compositor.frame(15);
@@ -152,9 +131,9 @@ TEST(CaptionTrack, CaptionsReadOnLightAndDarkPicturesAndWrapWithinTheFrame) {
   const std::string text =
       "Brimble records the terminal, trims the pauses and writes a small GIF for the README";
   std::vector<RenderSegment> segments;
-  segments.push_back(stillSegment(testing::solidImage(320, 240, kWhite), 2));
+  segments.push_back(testing::stillSegment(testing::solidImage(320, 240, kWhite), 20));
   segments[0].captions = {captionAt(0, text, Caption::Position::top)};
-  const FrameCompositor compositor(segments, captionSettings());
+  const FrameCompositor compositor(segments, testing::tenFPSNoFade());
   const Image frame = *compositor.frame(10);
   testing::keepArtifact(frame, "captions", "wrapped-top.png");
   const Box box = changedBox(frame, kWhite);
@@ -171,9 +150,9 @@ TEST(CaptionTrack, CaptionsInAnyScriptFindAFont) {
   const CaptionTrack track(captions, 2);
   EXPECT_EQ(track.missingGlyphs(), 0);
   std::vector<RenderSegment> segments;
-  segments.push_back(stillSegment(testing::solidImage(480, 270, {40, 90, 160}), 2));
+  segments.push_back(testing::stillSegment(testing::solidImage(480, 270, {40, 90, 160}), 20));
   segments[0].captions = captions;
-  const FrameCompositor compositor(segments, captionSettings());
+  const FrameCompositor compositor(segments, testing::tenFPSNoFade());
   testing::keepArtifact(*compositor.frame(5), "captions", "scripts.png");
   testing::keepArtifact(*compositor.frame(15), "captions", "scripts-rtl.png");
   // A character no font has is counted, so that the render can say so.
@@ -182,11 +161,7 @@ TEST(CaptionTrack, CaptionsInAnyScriptFindAFont) {
 }
 
 InputEvent pressAt(double time, const std::string& key) {
-  InputEvent event;
-  event.kind = InputEvent::Kind::keyDown;
-  event.timestamp = time;
-  event.key = key;
-  return event;
+  return testing::inputEvent(InputEvent::Kind::keyDown, time, key);
 }
 
 TEST(KeystrokeBadges, TypedTextBecomesACaptionOfItsBurstWhenAskedFor) {
@@ -214,9 +189,9 @@ TEST(KeystrokeBadges, TypedTextBecomesACaptionOfItsBurstWhenAskedFor) {
   }
   constexpr Pixel kLight{235, 235, 235};
   std::vector<RenderSegment> segments;
-  segments.push_back(stillSegment(testing::solidImage(480, 270, kLight), 6));
+  segments.push_back(testing::stillSegment(testing::solidImage(480, 270, kLight), 60));
   segments[0].events = events;
-  RenderSettings settings = captionSettings();
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.keystrokeText = true;
   const FrameCompositor compositor(segments, settings);
   // The text grows as it is typed, and Backspace takes a character back.
@@ -233,10 +208,10 @@ TEST(KeystrokeBadges, TypedTextBecomesACaptionOfItsBurstWhenAskedFor) {
 TEST(KeystrokeBadges, ABadgeStandsAboveACaptionAtTheBottom) {
   constexpr Pixel kLight{235, 235, 235};
   std::vector<RenderSegment> segments;
-  segments.push_back(stillSegment(testing::solidImage(480, 270, kLight), 3));
+  segments.push_back(testing::stillSegment(testing::solidImage(480, 270, kLight), 30));
   segments[0].events = {pressAt(1.0, "Return")};
   segments[0].captions = {captionAt(0, "Press Enter to run it")};
-  RenderSettings settings = captionSettings();
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.keystrokeBadges = true;
   const FrameCompositor compositor(segments, settings);
   const Image alone = *compositor.frame(5);

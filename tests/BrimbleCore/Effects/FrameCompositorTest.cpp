@@ -13,44 +13,18 @@
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "tests/Support/ErrorText.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/RenderSegments.h"
 
 namespace brimble {
 namespace {
 
+using testing::inputEvent;
 using testing::Pixel;
 
+// The recorded window's place on the screen, which the pointer's positions are counted from.
+constexpr ScreenPoint kWindowAt{100, 50};
+
 constexpr Pixel kGrey{128, 128, 128};
-
-// `count` frames of `image`, 10 fps, recorded from the window at screen (100, 50).
-RenderSegment segmentOf(const Image& image, int count = 10) {
-  auto store = std::make_unique<InMemoryFrameStore>();
-  for (int i = 0; i < count; ++i) {
-    store->frames.push_back(encodePNG(image));
-  }
-  RenderSegment segment;
-  segment.frames = std::move(store);
-  segment.fps = 10;
-  segment.windowFrame = {100, 50, image.width(), image.height()};
-  return segment;
-}
-
-InputEvent event(InputEvent::Kind kind, double time, ScreenPoint position = {}, int button = 0,
-                 const std::string& key = {}) {
-  InputEvent result;
-  result.kind = kind;
-  result.timestamp = time;
-  result.position = position;
-  result.button = button;
-  result.key = key;
-  return result;
-}
-
-RenderSettings tenFPS() {
-  RenderSettings settings;
-  settings.fps = 10;
-  settings.transition = 0;
-  return settings;
-}
 
 double luminance(Pixel p) {
   return 0.2126 * p.r + 0.7152 * p.g + 0.0722 * p.b;
@@ -79,12 +53,12 @@ std::pair<double, double> centroid(const Image& image, const std::function<bool(
 
 TEST(FrameCompositor, ClickRipplesAreCentredOnTheClickAndRightClicksLookDifferent) {
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(testing::solidImage(200, 120, kGrey), 20));
+  segments.push_back(testing::stillSegment(testing::solidImage(200, 120, kGrey), 20, kWindowAt));
   // Screen (160, 110) is frame pixel (60, 60).
-  segments[0].events = {event(InputEvent::Kind::mouseDown, 0.2, {160, 110}, 1),
-                        event(InputEvent::Kind::mouseUp, 0.25, {160, 110}, 1),
-                        event(InputEvent::Kind::mouseDown, 1.2, {230, 90}, 3)};
-  RenderSettings settings = tenFPS();
+  segments[0].events = {inputEvent(InputEvent::Kind::mouseDown, 0.2, {}, {160, 110}, 1),
+                        inputEvent(InputEvent::Kind::mouseUp, 0.25, {}, {160, 110}, 1),
+                        inputEvent(InputEvent::Kind::mouseDown, 1.2, {}, {230, 90}, 3)};
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.clickIndicators = true;
   const FrameCompositor compositor(segments, settings);
   const auto blue = [](Pixel p) { return p.b > p.r + 40; };
@@ -109,7 +83,8 @@ TEST(FrameCompositor, ClickRipplesAreCentredOnTheClickAndRightClicksLookDifferen
 
 TEST(FrameCompositor, SpotlightDimsOutsideItsRectangleFadingInAndOut) {
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(testing::solidImage(200, 120, {200, 200, 200}), 30));
+  segments.push_back(
+      testing::stillSegment(testing::solidImage(200, 120, {200, 200, 200}), 30, kWindowAt));
   EffectAnnotation light;
   light.startTime = 0.2;
   light.duration = 1.2;
@@ -122,7 +97,7 @@ TEST(FrameCompositor, SpotlightDimsOutsideItsRectangleFadingInAndOut) {
   shift.duration = 1.5;
   shift.rect = {110, 60, 20, 20};
   segments[0].effects.push_back(shift);
-  const FrameCompositor compositor(segments, tenFPS());
+  const FrameCompositor compositor(segments, testing::tenFPSNoFade());
   const auto ratio = [&](int frame, int x, int y) {
     return luminance(testing::pixelAt(*compositor.frame(frame), x, y)) / luminance({200, 200, 200});
   };
@@ -156,11 +131,11 @@ TEST(FrameCompositor, CroppingTheTitleBarRemovesExactlyTheFrameExtent) {
     return x < 1 || x >= 199 || y >= 149 ? Pixel{0, 0, 0} : Pixel{30, 200, 30};
   });
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(decorated));
+  segments.push_back(testing::stillSegment(decorated, 10, kWindowAt));
   segments[0].scaleFactor = 0.5;
   segments[0].windowFrame = {100, 50, 400, 300};  // screen pixels, twice the frames'
   segments[0].frameExtents = {2, 2, 24, 2};
-  RenderSettings settings = tenFPS();
+  RenderSettings settings = testing::tenFPSNoFade();
   const auto redRows = [](const Image& image) {
     int rows = 0;
     for (int y = 0; y < image.height(); ++y) {
@@ -193,8 +168,8 @@ TEST(FrameCompositor, CroppingTheTitleBarRemovesExactlyTheFrameExtent) {
 
 TEST(FrameCompositor, TitleCardsShowTheirColoursAndTextAndAddTheirTime) {
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(testing::solidImage(320, 180, kGrey), 20));
-  RenderSettings settings = tenFPS();
+  segments.push_back(testing::stillSegment(testing::solidImage(320, 180, kGrey), 20, kWindowAt));
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.intro = TitleCard{"Grüße, Привет, Γειά σου", "Ünïcödé subtitle", 1.5};
   settings.outro = TitleCard{"Thanks", "", std::nullopt};
   settings.introBackground = "#204080";
@@ -248,9 +223,11 @@ TEST(TitleCardPainter, TitlesInAnyScriptAndEmojiFindAFont) {
 
 TEST(FrameCompositor, CrossfadeMiddleFrameLiesBetweenItsSources) {
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(testing::solidImage(100, 60, {220, 20, 40})));
-  segments.push_back(segmentOf(testing::solidImage(100, 60, {20, 200, 240})));
-  RenderSettings settings = tenFPS();
+  segments.push_back(
+      testing::stillSegment(testing::solidImage(100, 60, {220, 20, 40}), 10, kWindowAt));
+  segments.push_back(
+      testing::stillSegment(testing::solidImage(100, 60, {20, 200, 240}), 10, kWindowAt));
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.transition = 0.4;
   const FrameCompositor compositor(segments, settings);
   EXPECT_EQ(compositor.frameCount(), 16);
@@ -263,8 +240,9 @@ TEST(FrameCompositor, CrossfadeMiddleFrameLiesBetweenItsSources) {
 
 TEST(FrameCompositor, BackgroundFramesTheWindowWithPaddingRoundedCornersAndAShadow) {
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(testing::solidImage(300, 200, {20, 20, 200})));
-  RenderSettings settings = tenFPS();
+  segments.push_back(
+      testing::stillSegment(testing::solidImage(300, 200, {20, 20, 200}), 10, kWindowAt));
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.background = "#f0e0d0";
   settings.maxWidth = 800;
   const FrameCompositor compositor(segments, settings);
@@ -291,19 +269,20 @@ TEST(FrameCompositor, BackgroundFramesTheWindowWithPaddingRoundedCornersAndAShad
 
 TEST(FrameCompositor, KeystrokeBadgesShowChordsAndSpecialKeysButNotTyping) {
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(testing::solidImage(400, 240, {235, 235, 235}), 40));
+  segments.push_back(
+      testing::stillSegment(testing::solidImage(400, 240, {235, 235, 235}), 40, kWindowAt));
   segments[0].events = {
-      event(InputEvent::Kind::keyDown, 0.2, {}, 0, "Control_L"),
-      event(InputEvent::Kind::keyDown, 0.25, {}, 0, "Shift_L"),
-      event(InputEvent::Kind::keyDown, 0.3, {}, 0, "t"),
-      event(InputEvent::Kind::keyUp, 0.35, {}, 0, "t"),
-      event(InputEvent::Kind::keyUp, 0.4, {}, 0, "Shift_L"),
-      event(InputEvent::Kind::keyUp, 0.4, {}, 0, "Control_L"),
-      event(InputEvent::Kind::keyDown, 2.0, {}, 0, "H"),
-      event(InputEvent::Kind::keyDown, 2.1, {}, 0, "i"),
-      event(InputEvent::Kind::keyDown, 3.0, {}, 0, "Return"),
+      inputEvent(InputEvent::Kind::keyDown, 0.2, "Control_L"),
+      inputEvent(InputEvent::Kind::keyDown, 0.25, "Shift_L"),
+      inputEvent(InputEvent::Kind::keyDown, 0.3, "t"),
+      inputEvent(InputEvent::Kind::keyUp, 0.35, "t"),
+      inputEvent(InputEvent::Kind::keyUp, 0.4, "Shift_L"),
+      inputEvent(InputEvent::Kind::keyUp, 0.4, "Control_L"),
+      inputEvent(InputEvent::Kind::keyDown, 2.0, "H"),
+      inputEvent(InputEvent::Kind::keyDown, 2.1, "i"),
+      inputEvent(InputEvent::Kind::keyDown, 3.0, "Return"),
   };
-  RenderSettings settings = tenFPS();
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.keystrokeBadges = true;
   const FrameCompositor compositor(segments, settings);
   const auto badgeArea = [&](int frame) {
@@ -342,7 +321,7 @@ TEST(FrameCompositor, KeystrokeBadgesShowChordsAndSpecialKeysButNotTyping) {
 
 TEST(FrameCompositor, SmoothedPointerGlidesAndMeetsEveryClickAtItsTime) {
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(testing::solidImage(300, 200, kGrey), 30));
+  segments.push_back(testing::stillSegment(testing::solidImage(300, 200, kGrey), 30, kWindowAt));
   RenderSegment& segment = segments[0];
   segment.framesShowCursor = false;
   // The pointer jumps from (120, 70) to (300, 200) at 1.0 s and is clicked there at 1.05 s,
@@ -355,8 +334,8 @@ TEST(FrameCompositor, SmoothedPointerGlidesAndMeetsEveryClickAtItsTime) {
     }
     segment.pointerTrack.push_back({time, at, -1});
   }
-  segment.events = {event(InputEvent::Kind::mouseDown, 1.05, {300, 200}, 1),
-                    event(InputEvent::Kind::mouseDown, 2.0, {310, 190}, 1)};
+  segment.events = {inputEvent(InputEvent::Kind::mouseDown, 1.05, {}, {300, 200}, 1),
+                    inputEvent(InputEvent::Kind::mouseDown, 2.0, {}, {310, 190}, 1)};
   const CursorTrack smooth(segment, true);
   for (const auto& [time, x, y] : {std::tuple{1.05, 300.0, 200.0}, {2.0, 310.0, 190.0}}) {
     const auto at = smooth.positionAt(time);
@@ -377,7 +356,7 @@ TEST(FrameCompositor, SmoothedPointerGlidesAndMeetsEveryClickAtItsTime) {
   EXPECT_LT(largest, 60);
 
   // Drawn: the arrow's tip sits at the pointer, frame pixel (20, 20) at first.
-  RenderSettings settings = tenFPS();
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.cursorSmoothing = true;
   const FrameCompositor drawn(segments, settings);
   const Image frame = *drawn.frame(0);
@@ -433,7 +412,8 @@ TEST(FrameCompositor, ZoomEasesIntoTheElementHoldsAndEasesBack) {
 
 TEST(FrameCompositor, BrowserSegmentsShowTheAddressBarAndTypeANavigation) {
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(testing::solidImage(400, 240, {250, 250, 250}), 20));
+  segments.push_back(
+      testing::stillSegment(testing::solidImage(400, 240, {250, 250, 250}), 20, kWindowAt));
   segments[0].isBrowserContent = true;
   segments[0].chromeURL = "https://start.example/";
   segments[0].chromeTyping = true;
@@ -449,7 +429,7 @@ TEST(FrameCompositor, BrowserSegmentsShowTheAddressBarAndTypeANavigation) {
   EXPECT_EQ(chrome.addressAt(0.99), std::make_pair(std::string("docs.example"), true));
   EXPECT_EQ(chrome.addressAt(1.4), std::make_pair(std::string("docs.example/ünïcode"), false));
 
-  const FrameCompositor compositor(segments, tenFPS());
+  const FrameCompositor compositor(segments, testing::tenFPSNoFade());
   const SegmentLayout& placed = compositor.layout().segments[0];
   EXPECT_EQ(compositor.canvasSize().height, 240 + static_cast<int>(placed.addressBarHeight));
   // Dark address text shows in the bar, and more of it once typed.
@@ -469,7 +449,8 @@ TEST(FrameCompositor, BrowserSegmentsShowTheAddressBarAndTypeANavigation) {
 
 TEST(FrameCompositor, HighlightTintsTheElementAndLeavesTheRestAlone) {
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(testing::solidImage(200, 120, {40, 40, 40}), 20));
+  segments.push_back(
+      testing::stillSegment(testing::solidImage(200, 120, {40, 40, 40}), 20, kWindowAt));
   DemoEvent highlight;
   highlight.kind = DemoEvent::Kind::highlight;
   highlight.time = 0.2;
@@ -477,7 +458,7 @@ TEST(FrameCompositor, HighlightTintsTheElementAndLeavesTheRestAlone) {
   highlight.rect = {150, 90, 40, 20};
   highlight.style = "box";
   segments[0].demoEvents = {highlight};
-  const FrameCompositor compositor(segments, tenFPS());
+  const FrameCompositor compositor(segments, testing::tenFPSNoFade());
   const Image frame = *compositor.frame(7);
   const Pixel inside = testing::pixelAt(frame, 70, 50);
   EXPECT_GT(inside.r, inside.b + 30);
@@ -504,8 +485,8 @@ TEST(FrameCompositor, AFrameReportedAsARepeatLooksExactlyLikeTheOneBefore) {
     const ScreenPoint at = i < 10 || i > 20 ? ScreenPoint{20, 20} : ScreenPoint{20 + 5 * i, 40};
     segment.pointerTrack.push_back({i / 10.0, at, -1});
   }
-  segment.events = {event(InputEvent::Kind::mouseDown, 1.5, {120, 40}, 1),
-                    event(InputEvent::Kind::keyDown, 2.2, {}, 0, "Escape")};
+  segment.events = {inputEvent(InputEvent::Kind::mouseDown, 1.5, {}, {120, 40}, 1),
+                    inputEvent(InputEvent::Kind::keyDown, 2.2, "Escape")};
   EffectAnnotation light;
   light.startTime = 2.5;
   light.duration = 1;
@@ -518,7 +499,7 @@ TEST(FrameCompositor, AFrameReportedAsARepeatLooksExactlyLikeTheOneBefore) {
   zoom.scale = 1.5;
   zoom.rect = {60, 40, 20, 20};
   segment.demoEvents = {zoom};
-  RenderSettings settings = tenFPS();
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.cursorSmoothing = true;
   settings.clickIndicators = true;
   settings.keystrokeBadges = true;
@@ -537,16 +518,16 @@ TEST(FrameCompositor, AFrameReportedAsARepeatLooksExactlyLikeTheOneBefore) {
 
 TEST(FrameCompositor, BrokenFramesAndOddInputRenderWhatCanBeShown) {
   std::vector<RenderSegment> segments;
-  segments.push_back(segmentOf(testing::solidImage(100, 60, kGrey), 6));
+  segments.push_back(testing::stillSegment(testing::solidImage(100, 60, kGrey), 6, kWindowAt));
   // Frames 2 and 3 are not images at all.
   auto& blobs = dynamic_cast<InMemoryFrameStore&>(*segments[0].frames).frames;
   blobs[2] = {1, 2, 3};
   blobs[3] = {};
   segments[0].scaleFactor = 0;  // unknown
   segments[0].windowFrame = {};
-  segments[0].events = {event(InputEvent::Kind::keyDown, -1, {}, 0, "Control_L"),
-                        event(InputEvent::Kind::keyDown, 0.1, {}, 0, ""),
-                        event(InputEvent::Kind::mouseDown, 0.2, {-5000, 99999}, 7)};
+  segments[0].events = {inputEvent(InputEvent::Kind::keyDown, -1, "Control_L"),
+                        inputEvent(InputEvent::Kind::keyDown, 0.1, ""),
+                        inputEvent(InputEvent::Kind::mouseDown, 0.2, {}, {-5000, 99999}, 7)};
   EffectAnnotation empty;
   empty.duration = -3;
   segments[0].effects = {empty};
@@ -556,7 +537,7 @@ TEST(FrameCompositor, BrokenFramesAndOddInputRenderWhatCanBeShown) {
   zoom.rect = {0, 0, 0, 0};
   segments[0].demoEvents = {zoom, DemoEvent{DemoEvent::Kind::navigate, 0, -1, {}, 1, "", ""}};
   segments.push_back(RenderSegment{});  // nothing recorded
-  RenderSettings settings = tenFPS();
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.clickIndicators = true;
   settings.keystrokeBadges = true;
   settings.transition = -2;
@@ -586,13 +567,13 @@ TEST(KeystrokeBadges, SpecialKeysHaveShortLabelsAndTypingHasNone) {
     EXPECT_EQ(KeystrokeBadges::specialKeyLabel(key), label) << key;
   }
   const std::vector<InputEvent> events = {
-      event(InputEvent::Kind::keyDown, 0, {}, 0, "Shift_L"),
-      event(InputEvent::Kind::keyDown, 0.1, {}, 0, "A"),    // typing a capital
-      event(InputEvent::Kind::keyDown, 0.2, {}, 0, "Tab"),  // Shift+Tab
-      event(InputEvent::Kind::keyUp, 0.3, {}, 0, "Shift_L"),
-      event(InputEvent::Kind::keyDown, 0.5, {}, 0, "Alt_L"),
-      event(InputEvent::Kind::keyDown, 0.6, {}, 0, "comma"),   // Alt+,
-      event(InputEvent::Kind::keyDown, 0.65, {}, 0, "space"),  // Alt+Space
+      inputEvent(InputEvent::Kind::keyDown, 0, "Shift_L"),
+      inputEvent(InputEvent::Kind::keyDown, 0.1, "A"),    // typing a capital
+      inputEvent(InputEvent::Kind::keyDown, 0.2, "Tab"),  // Shift+Tab
+      inputEvent(InputEvent::Kind::keyUp, 0.3, "Shift_L"),
+      inputEvent(InputEvent::Kind::keyDown, 0.5, "Alt_L"),
+      inputEvent(InputEvent::Kind::keyDown, 0.6, "comma"),   // Alt+,
+      inputEvent(InputEvent::Kind::keyDown, 0.65, "space"),  // Alt+Space
   };
   const KeystrokeBadges badges(events);
   ASSERT_EQ(badges.badges().size(), 3u);

@@ -12,6 +12,7 @@
 #include "tests/Support/ImageFiles.h"
 #include "tests/Support/Images.h"
 #include "tests/Support/LogCapture.h"
+#include "tests/Support/RenderSegments.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
@@ -29,22 +30,7 @@ RenderSegment windowSegment(int width, int height, int count = 3) {
     const bool mark = std::abs(x - width / 2) < 10 && std::abs(y - height / 2) < 10;
     return mark ? Pixel{230, 230, 230} : kWindow;
   });
-  auto store = std::make_unique<InMemoryFrameStore>();
-  for (int i = 0; i < count; ++i) {
-    store->frames.push_back(encodePNG(image));
-  }
-  RenderSegment segment;
-  segment.frames = std::move(store);
-  segment.fps = 10;
-  segment.windowFrame = {0, 0, width, height};
-  return segment;
-}
-
-RenderSettings lookSettings() {
-  RenderSettings settings;
-  settings.fps = 10;
-  settings.transition = 0;
-  return settings;
+  return testing::stillSegment(image, count);
 }
 
 // The first frame the compositor makes of a 400 x 200 window with `settings`, also written as
@@ -100,7 +86,7 @@ bool isGreen(Pixel p) {
 }
 
 TEST(WindowLook, AColorfulBarTakesTheWindowsColourWithItsButtonsLeftOrRight) {
-  RenderSettings settings = lookSettings();
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.windowBar = WindowBarStyle::colorful;
   settings.windowBarSize = 40;
   const Image left = windowLook(settings, "colorful");
@@ -134,7 +120,7 @@ TEST(WindowLook, AColorfulBarTakesTheWindowsColourWithItsButtonsLeftOrRight) {
 }
 
 TEST(WindowLook, RingsAreHollowAndATitleBarShowsItsTitle) {
-  RenderSettings settings = lookSettings();
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.windowBar = WindowBarStyle::rings;
   settings.windowBarSize = 40;
   const Image rings = windowLook(settings, "rings");
@@ -165,7 +151,7 @@ TEST(WindowLook, RingsAreHollowAndATitleBarShowsItsTitle) {
 }
 
 TEST(WindowLook, AMarginIsFilledWithItsColourOrPictureAroundRoundedCorners) {
-  RenderSettings settings = lookSettings();
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.margin = 30;
   settings.marginFill = "#674eff";
   settings.borderRadius = 16;
@@ -206,7 +192,7 @@ TEST(WindowLook, AMarginIsFilledWithItsColourOrPictureAroundRoundedCorners) {
 }
 
 TEST(WindowLook, ABorderRadiusRoundsAWindowWithoutAMarginAndItsBar) {
-  RenderSettings settings = lookSettings();
+  RenderSettings settings = testing::tenFPSNoFade();
   settings.borderRadius = 20;
   const Image rounded = windowLook(settings, "radius");
   ASSERT_EQ(rounded.width(), 400);

@@ -8,43 +8,30 @@
 #include "BrimbleCore/Effects/FrameCompositor.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "tests/Support/Images.h"
+#include "tests/Support/RenderSegments.h"
 
 namespace brimble {
 namespace {
 
-InputEvent inputAt(InputEvent::Kind kind, double time, const std::string& key = {},
-                   ScreenPoint position = {}, int button = 0) {
-  InputEvent event;
-  event.kind = kind;
-  event.timestamp = time;
-  event.key = key;
-  event.position = position;
-  event.button = button;
-  return event;
-}
+using testing::inputEvent;
 
 TEST(ScriptTimeline, KeystrokesAndClicksAreListedAtTheTimesTheOutputShowsThem) {
   // Eight seconds of a still window: the six before the first key are idle, and `cut` leaves
   // half a second of them (a quarter on each side of the cut).
-  auto store = std::make_unique<InMemoryFrameStore>();
-  const auto picture = encodePNG(testing::solidImage(160, 100, {200, 200, 200}));
-  store->frames.assign(80, picture);
-  std::vector<RenderSegment> segments(1);
-  segments[0].frames = std::move(store);
-  segments[0].fps = 10;
-  segments[0].duration = 8;
-  segments[0].windowFrame = {100, 50, 160, 100};
+  std::vector<RenderSegment> segments;
+  segments.push_back(
+      testing::stillSegment(testing::solidImage(160, 100, {200, 200, 200}), 80, {100, 50}));
   using K = InputEvent::Kind;
   segments[0].events = {
-      inputAt(K::keyDown, 6.0, "l"),
-      inputAt(K::keyDown, 6.1, "s"),
-      inputAt(K::keyDown, 6.2, "Return"),
-      inputAt(K::keyDown, 7.0, "Control_L"),
-      inputAt(K::keyDown, 7.05, "c"),
-      inputAt(K::keyUp, 7.1, "Control_L"),
-      inputAt(K::mouseDown, 7.5, {}, {140, 90}, 1),
-      inputAt(K::mouseUp, 7.55, {}, {140, 90}, 1),
-      inputAt(K::mouseDown, 7.8, {}, {150, 95}, 3),
+      inputEvent(K::keyDown, 6.0, "l"),
+      inputEvent(K::keyDown, 6.1, "s"),
+      inputEvent(K::keyDown, 6.2, "Return"),
+      inputEvent(K::keyDown, 7.0, "Control_L"),
+      inputEvent(K::keyDown, 7.05, "c"),
+      inputEvent(K::keyUp, 7.1, "Control_L"),
+      inputEvent(K::mouseDown, 7.5, {}, {140, 90}, 1),
+      inputEvent(K::mouseUp, 7.55, {}, {140, 90}, 1),
+      inputEvent(K::mouseDown, 7.8, {}, {150, 95}, 3),
   };
   segments[0].captions = {Caption{6.0, 1.0, "Listing files", Caption::Position::bottom}};
   RenderSettings settings;

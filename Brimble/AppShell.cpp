@@ -124,6 +124,7 @@ AppShell::AppShell(Desktop& desktop)
   if (!settings_.load().firstRunCompleted) {
     QTimer::singleShot(0, this, [this] { showWelcome(); });
   }
+  crashNotice_ = CrashNotice::showIfUnseen(CrashReports());
 }
 
 AppShell::~AppShell() {

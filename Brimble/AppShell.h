@@ -12,6 +12,7 @@
 
 #include "Brimble/Library/EditorWindow.h"
 #include "Brimble/Library/LibraryWindow.h"
+#include "Brimble/Diagnostics/CrashNotice.h"
 #include "Brimble/Onboarding/FirstRunWindow.h"
 #include "Brimble/Recording/QtClipDelivery.h"
 #include "Brimble/Recording/QtRecordingView.h"
@@ -110,6 +111,7 @@ class AppShell final : public QObject {
   std::unique_ptr<SettingsWindow> settingsWindow_;
   std::unique_ptr<EditorWindow> editor_;
   std::unique_ptr<FirstRunWindow> welcome_;
+  std::unique_ptr<CrashNotice> crashNotice_;
 };
 
 }  // namespace brimble

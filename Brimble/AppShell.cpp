@@ -124,7 +124,8 @@ AppShell::AppShell(Desktop& desktop)
   if (!settings_.load().firstRunCompleted) {
     QTimer::singleShot(0, this, [this] { showWelcome(); });
   }
-  crashNotice_ = CrashNotice::showIfUnseen(CrashReports());
+  // After the welcome window, so it is not hidden behind it.
+  QTimer::singleShot(0, this, [this] { crashNotice_ = CrashNotice::showIfUnseen(CrashReports()); });
 }
 
 AppShell::~AppShell() {

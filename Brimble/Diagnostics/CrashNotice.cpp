@@ -56,7 +56,10 @@ CrashNotice::CrashNotice(const CrashReports& reports, const std::vector<CrashRep
   dismissButton_->setDefault(true);
   connect(openFolderButton_, &QPushButton::clicked, this,
           [this] { openFolder_(reports_.folder()); });
-  connect(dismissButton_, &QPushButton::clicked, this, [this] { close(); });
+  connect(dismissButton_, &QPushButton::clicked, this, [this] {
+    dismiss();
+    close();
+  });
 
   auto* buttons = new QHBoxLayout;
   buttons->addStretch();
@@ -73,7 +76,11 @@ QString CrashNotice::message() const {
 }
 
 void CrashNotice::closeEvent(QCloseEvent* event) {
-  dismiss();
+  // The user closing the window dismisses it; the app quitting (Qt closes every window then)
+  // does not, so the notice comes back at the next start.
+  if (event->spontaneous()) {
+    dismiss();
+  }
   QWidget::closeEvent(event);
 }
 

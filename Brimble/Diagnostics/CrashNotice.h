@@ -15,7 +15,8 @@ namespace brimble {
 
 /// A small window, not modal, that tells the user at the app's start that Brimble quit
 /// unexpectedly since they last looked, and where the report is. Dismissing it (or closing it)
-/// marks the reports seen, so it is not shown for them again. Main thread only.
+/// marks the reports seen, so it is not shown for them again; the app quitting does not. Main
+/// thread only.
 class CrashNotice : public QWidget {
   Q_OBJECT
 

@@ -70,6 +70,9 @@ TEST(CrashNotice, SaysHowOftenSinceWhenAndWhereAndDismissingMarksTheReportsSeen)
   notice->openFolderButton()->click();
   EXPECT_EQ(opened, folder.path());
   EXPECT_EQ(reports.unseen().size(), 2u);  // opening the folder is not dismissing
+  notice->close();                         // nor is the app closing its windows as it quits
+  EXPECT_EQ(reports.unseen().size(), 2u);
+  notice->show();
 
   notice->dismissButton()->click();
   EXPECT_FALSE(notice->isVisible());

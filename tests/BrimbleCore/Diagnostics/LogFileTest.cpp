@@ -136,6 +136,32 @@ TEST(BrimbleLog, StandardErrorIsUnchangedAndTheLogHasEachLineStampedWithThePid) 
   EXPECT_TRUE(verbose.starts_with("[Brimble MCP] Server starting")) << verbose;
 }
 
+TEST(BrimbleLog, VerboseShowsTheSessionAndEachLinesCommandButTheLogNeverHoldsTypedText) {
+  const testing::TempDirectory home;
+  testing::writeFile(home / "typing.brim", "wait 0.1\ntype \"hunter2-typed\"\n");
+  const auto run = [&home](const std::string& options) {
+    return testing::runCommand("env -i HOME=" + shellQuote(home.path().string()) +
+                               " XDG_STATE_HOME=" + shellQuote((home / "state").string()) +
+                               " PATH=/usr/bin:/bin " + shellQuote(BRIMBLE_BINARY) + options +
+                               " run --headless -q " + shellQuote((home / "typing.brim").string()) +
+                               " 2>&1");
+  };
+  const std::string plain = run("").output;
+  EXPECT_EQ(plain.find("Line 2: type"), std::string::npos) << plain;
+  const std::string verbose = run(" --verbose").output;
+  EXPECT_NE(verbose.find("Using the x11 session :"), std::string::npos) << verbose;
+  EXPECT_NE(verbose.find("--headless was given\n"), std::string::npos) << verbose;
+  EXPECT_NE(verbose.find("Line 1: wait\nLine 2: type\n"), std::string::npos) << verbose;
+
+  const std::string log = testing::readFile(home / "state/brimble/logs/brimble.log");
+  EXPECT_EQ(log.find("hunter2"), std::string::npos) << log;
+  // Both runs' lines are in the log, verbose or not.
+  const std::regex typed(R"(\[\d+\] Line 2: type\n)");
+  EXPECT_EQ(
+      std::distance(std::sregex_iterator(log.begin(), log.end(), typed), std::sregex_iterator()), 2)
+      << log;
+}
+
 TEST(BrimbleLog, AStateFolderThatCannotBeWrittenCostsOneLineAndNothingElse) {
   const testing::TempDirectory home;
   testing::writeFile(home / "state", "a file where the folder should be");

@@ -18,11 +18,14 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include "Brimble/Diagnostics/ReportProblemWindow.h"
 #include "Brimble/Recording/ScreenSessionRecorder.h"
 #include "Brimble/Settings/CommandLineInstaller.h"
 #include "Brimble/Settings/DesktopShortcutPanel.h"
+#include "BrimbleCore/Diagnostics/UsageStatistics.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/UserFolders.h"
+#include "BrimbleCore/Updates/UpdateCheck.h"
 
 namespace brimble {
 
@@ -92,6 +95,15 @@ AppShell::AppShell(Desktop& desktop)
   view_->onStatus = [this](const QString& text) { setStatus(text); };
   delivery_.onPreview = [this](const fs::path& file) { showEditor(file); };
   state_->onStateChange = [this](RecordingPhase phase) { phaseChanged(phase); };
+  state_->onClipEncoded = [](const EncodedClip& clip) {
+    UsageEvent event{.runs = 0, .recordings = 1, .renders = {}, .failure = {}};
+    if (clip.failure) {
+      event.failure = "app recording";
+    } else {
+      event.renders.emplace_back(rawValue(clip.format));
+    }
+    UsageStatistics::forUser().record(event);
+  };
   state_->onEncodingProgress = [this](double progress, int pass) {
     const QString text = pass > 1
                              ? QString("Encoding GIF… %1% (pass %2, to fit the size limit)")
@@ -124,6 +136,10 @@ AppShell::AppShell(Desktop& desktop)
   if (!settings_.load().firstRunCompleted) {
     QTimer::singleShot(0, this, [this] { showWelcome(); });
   }
+  updates_ = std::make_unique<UpdateNotifier>(
+      updateFeedAddress(std::nullopt, BRIMBLE_UPDATE_FEED_URL), BRIMBLE_VERSION,
+      UpdateSchedule(UpdateSchedule::defaultPath()));
+  updates_->checkAtStart(settings_.load().checkForUpdates);
   // After the welcome window, so it is not hidden behind it.
   QTimer::singleShot(0, this, [this] { crashNotice_ = CrashNotice::showIfUnseen(CrashReports()); });
 }
@@ -195,8 +211,10 @@ void AppShell::buildMenu() {
   menu_->addSeparator();
   menu_->addAction("Library…", this, [this] { showLibrary(); });
   menu_->addAction("Settings…", this, [this] { showSettings(); });
-  menu_->addAction("Welcome…", this, [this] { showWelcome(); });
   menu_->addAction("Install Command-Line Tool", this, [this] { installCommandLine(); });
+  QMenu* help = menu_->addMenu("Help");
+  help->addAction("Welcome…", this, [this] { showWelcome(); });
+  help->addAction("Report a Problem…", this, [this] { showReportProblem(); });
   menu_->addSeparator();
   menu_->addAction("Quit Brimble", qApp, &QApplication::quit);
 }
@@ -279,6 +297,14 @@ void AppShell::activate() {
 bool AppShell::offerDesktopShortcut() {
   return brimble::offerDesktopShortcut(
       settings_, QCoreApplication::applicationFilePath().toStdString(), mainWindow_.get());
+}
+
+void AppShell::showReportProblem() {
+  // Made afresh each time, so it shows the logs and checks of now.
+  reportProblem_ = std::make_unique<ReportProblemWindow>();
+  reportProblem_->show();
+  reportProblem_->raise();
+  reportProblem_->activateWindow();
 }
 
 void AppShell::showWelcome() {

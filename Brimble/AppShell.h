@@ -10,9 +10,10 @@
 #include <QSystemTrayIcon>
 #include <QWidget>
 
+#include "Brimble/Diagnostics/CrashNotice.h"
+#include "Brimble/Diagnostics/ReportProblemWindow.h"
 #include "Brimble/Library/EditorWindow.h"
 #include "Brimble/Library/LibraryWindow.h"
-#include "Brimble/Diagnostics/CrashNotice.h"
 #include "Brimble/Onboarding/FirstRunWindow.h"
 #include "Brimble/Recording/QtClipDelivery.h"
 #include "Brimble/Recording/QtRecordingView.h"
@@ -20,6 +21,7 @@
 #include "Brimble/Recording/RecordingState.h"
 #include "Brimble/Settings/SettingsStore.h"
 #include "Brimble/Settings/SettingsWindow.h"
+#include "Brimble/Settings/UpdateNotifier.h"
 #include "BrimbleCore/Automation/GlobalHotkey.h"
 #include "BrimbleCore/Platform/Desktop.h"
 #include "BrimbleCore/Support/CaptureHistory.h"
@@ -59,6 +61,8 @@ class AppShell final : public QObject {
   void showSettings();
   /// The welcome window: the three steps, the shortcut, and what this desktop allows.
   void showWelcome();
+  /// Help → Report a Problem: the report, to read and save.
+  void showReportProblem();
   void showEditor(const std::filesystem::path& file);
   /// Links `brimble` into ~/.local/bin and adds the app to the desktop's menus.
   void installCommandLine();
@@ -111,6 +115,8 @@ class AppShell final : public QObject {
   std::unique_ptr<SettingsWindow> settingsWindow_;
   std::unique_ptr<EditorWindow> editor_;
   std::unique_ptr<FirstRunWindow> welcome_;
+  std::unique_ptr<ReportProblemWindow> reportProblem_;
+  std::unique_ptr<UpdateNotifier> updates_;
   std::unique_ptr<CrashNotice> crashNotice_;
 };
 

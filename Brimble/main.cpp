@@ -88,6 +88,7 @@ int main(int argc, char** argv) {
   ::setenv("QT_QPA_PLATFORM", wayland ? "wayland" : "xcb", 0);
   QApplication app(argc, argv);
   QApplication::setApplicationName("brimble");
+  QApplication::setApplicationVersion(BRIMBLE_VERSION);
   QApplication::setApplicationDisplayName("Brimble");
   QApplication::setDesktopFileName(brimble::AppInstance::kAppId);
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "cli/OptionChecks.h"
+#include "cli/UsageCounting.h"
 
 namespace brimble::cli {
 
@@ -34,6 +35,8 @@ void printSummary(const std::filesystem::path& output, const EncodeSummary& summ
 
 void printSummary(const std::filesystem::path& output, const EncodeSummary& summary,
                   double encodeSeconds) {
+  // Every command summarizes each output it encoded here, so this is where renders are counted.
+  noteEncodedOutput(output);
   // How long the clip plays is what a reader of this line wants to know; how long the encode
   // took is worth a glance too, but must not pass for it.
   fmt::print("{}: {} bytes, {} frames, {}x{}, plays {:.2f} s (encoded in {:.2f} s)\n",

@@ -16,6 +16,7 @@
 #include "cli/CaptureCommands.h"
 #include "cli/Command.h"
 #include "cli/DisplayCommand.h"
+#include "cli/DoctorCommands.h"
 #include "cli/EncodeCommand.h"
 #include "cli/InputCommand.h"
 #include "cli/Interrupts.h"
@@ -24,6 +25,9 @@
 #include "cli/ProcessCommand.h"
 #include "cli/ReferenceCommands.h"
 #include "cli/RunCommand.h"
+#include "cli/StatsCommand.h"
+#include "cli/UpdateCheckCommand.h"
+#include "cli/UsageCounting.h"
 #include "cli/UsageErrors.h"
 #include "cli/ValidateCommand.h"
 #include "cli/WindowCommands.h"
@@ -96,6 +100,10 @@ int main(int argc, char** argv) {
       addWindowsCommand(app),
       addWindowCommand(app),
       addInputCommand(app, interrupts),
+      addDoctorCommand(app),
+      addReportCommand(app),
+      addStatsCommand(app),
+      addUpdateCheckCommand(app),
   };
 
   try {
@@ -113,17 +121,18 @@ int main(int argc, char** argv) {
 
   for (const Command& command : commands) {
     if (command.app->parsed()) {
+      const std::string& name = command.app->get_name();
       try {
-        return flushedOutput(command.run());
+        return flushedOutput(countedCommand(name, command.run()));
       } catch (const brimble::OutputPathError& error) {
-        fmt::print(stderr, "brimble {}: {}\n", command.app->get_name(), error.what());
-        return error.exitCode();
+        fmt::print(stderr, "brimble {}: {}\n", name, error.what());
+        return countedCommand(name, error.exitCode());
       } catch (const std::exception& error) {
         if (isBrokenPipe(error)) {
-          return kExitOutputClosed;
+          return countedCommand(name, kExitOutputClosed);
         }
-        fmt::print(stderr, "brimble {}: {}\n", command.app->get_name(), error.what());
-        return kExitFailure;
+        fmt::print(stderr, "brimble {}: {}\n", name, error.what());
+        return countedCommand(name, kExitFailure);
       }
     }
   }

@@ -8,8 +8,10 @@ packages=(
   g++ make cmake ninja-build ccache pkg-config clang-14 libclang-rt-14-dev
   # libraries
   libgif-dev libturbojpeg0-dev libpng-dev zlib1g-dev libwebp-dev nlohmann-json3-dev libcli11-dev libfmt-dev
+  # update checks: the release feed over HTTP(S)
+  libcurl4-openssl-dev
   # effects: drawing and text, and OCR that finds a command's output on recorded frames
-  libcairo2-dev libpango1.0-dev tesseract-ocr tesseract-ocr-eng
+  libcairo2-dev libpango1.0-dev libfontconfig-dev tesseract-ocr tesseract-ocr-eng
   # title cards in any script, and emoji: fallback Chinese and Japanese, Korean, colour emoji
   fonts-droid-fallback fonts-nanum fonts-noto-color-emoji
   # X11: capture, input and windows, and the embedded display

@@ -475,6 +475,9 @@ void RecordingState::stopAndDeliver(Delivery delivery) {
 }
 
 void RecordingState::encodingFinished(Delivery delivery, const EncodedClip& clip) {
+  if (onClipEncoded) {
+    onClipEncoded(clip);
+  }
   if (clip.failure) {
     handover_.reportFailure(delivery, clip.format, *clip.failure);
   } else {

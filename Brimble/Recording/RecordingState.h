@@ -64,6 +64,8 @@ class RecordingState {
 
   /// Called with every new phase; the shell drives the status item with it.
   std::function<void(RecordingPhase)> onStateChange;
+  /// Called when an encode has ended, with the clip or why there is none.
+  std::function<void(const EncodedClip&)> onClipEncoded;
   /// Called as an encode advances, with the progress of its pass (0 to 1) and the pass number.
   std::function<void(double progress, int pass)> onEncodingProgress;
 

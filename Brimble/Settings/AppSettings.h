@@ -49,6 +49,9 @@ struct AppSettings {
   bool desktopShortcutOffered = false;
   /// The welcome window has been closed once, so it no longer opens by itself.
   bool firstRunCompleted = false;
+  /// Read the release feed at most once a day at start and tell of a newer release. Off until
+  /// the user turns it on: nothing reaches the network unasked.
+  bool checkForUpdates = false;
 };
 
 /// What an encode uses once the preset has been applied.

@@ -100,6 +100,7 @@ AppSettings SettingsStore::load() const {
   // Settings written before the welcome existed belong to someone who already uses the app.
   std::error_code error;
   settings.firstRunCompleted = readBool(store, "firstRunCompleted", fs::exists(file_, error));
+  settings.checkForUpdates = readBool(store, "checkForUpdates", defaults.checkForUpdates);
   return settings;
 }
 
@@ -127,6 +128,7 @@ void SettingsStore::save(const AppSettings& settings) const {
   store.setValue("hotkey", QString::fromStdString(settings.hotkey));
   store.setValue("desktopShortcutOffered", settings.desktopShortcutOffered);
   store.setValue("firstRunCompleted", settings.firstRunCompleted);
+  store.setValue("checkForUpdates", settings.checkForUpdates);
   store.sync();
   if (store.status() != QSettings::NoError) {
     throw std::runtime_error("Couldn't write the settings file " + file_.string() + ".");

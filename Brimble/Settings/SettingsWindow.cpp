@@ -10,6 +10,9 @@
 #include <QVBoxLayout>
 
 #include "Brimble/Settings/PermissionsPage.h"
+#include "Brimble/Settings/StatisticsPage.h"
+#include "Brimble/Settings/UpdatesPage.h"
+#include "BrimbleCore/Updates/UpdateCheck.h"
 
 namespace brimble {
 
@@ -116,6 +119,10 @@ SettingsWindow::SettingsWindow(const SettingsStore& store) : store_(store) {
   tabs_ = new QTabWidget(this);
   tabs_->addTab(general, "General");
   tabs_->addTab(permissions_, "Permissions");
+  tabs_->addTab(new StatisticsPage(UsageStatistics::forUser(), this), "Statistics");
+  updates_ = new UpdatesPage(store, updateFeedAddress(std::nullopt, BRIMBLE_UPDATE_FEED_URL),
+                             BRIMBLE_VERSION, this);
+  tabs_->addTab(updates_, "Updates");
   auto* column = new QVBoxLayout(this);
   column->addWidget(tabs_);
   column->addWidget(buttons);
@@ -143,6 +150,7 @@ void SettingsWindow::reload() {
   preview_->setChecked(s.showPreviewAfterCapture);
   hotkey_->setKeySequence(QKeySequence(QString::fromStdString(s.hotkey)));
   desktopShortcut_->refresh();
+  updates_->reload();
 }
 
 void SettingsWindow::showPermissions() {

@@ -12,13 +12,14 @@
 
 #include "Brimble/Settings/DesktopShortcutPanel.h"
 #include "Brimble/Settings/SettingsStore.h"
+#include "Brimble/Settings/UpdatesPage.h"
 
 namespace brimble {
 
 /// The preferences window over the settings store: recording limits and countdown, output
 /// format and quality, deliveries, and the global shortcut; and, on a tab of its own, the
-/// permissions this desktop gives. Saving writes every key and tells
-/// `onSaved`. Main thread only.
+/// permissions this desktop gives, the usage counts and the update check. Saving writes every key
+/// and tells `onSaved`. Main thread only.
 class SettingsWindow final : public QWidget {
   Q_OBJECT
 
@@ -57,6 +58,7 @@ class SettingsWindow final : public QWidget {
   DesktopShortcutPanel* desktopShortcut_;
   QTabWidget* tabs_;
   QWidget* permissions_;
+  UpdatesPage* updates_;
 };
 
 }  // namespace brimble

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "BrimbleCore/Platform/CapabilityCheck.h"
 #include "BrimbleCore/Platform/Desktop.h"
 #include "BrimbleCore/Platform/PlatformTexts.h"
 
@@ -19,6 +20,8 @@ namespace brimble {
 class MCPDesktop {
  public:
   using Opener = std::function<std::unique_ptr<Desktop>()>;
+  /// The machine's capability checks, as `brimble doctor` makes them.
+  using Checklist = std::function<std::vector<CapabilityCheck>()>;
 
   /// The desktop application, when installed.
   struct AppInfo {
@@ -38,6 +41,12 @@ class MCPDesktop {
   /// The session in use; no value while none was needed yet.
   std::optional<DesktopSession> session() const;
   const PlatformTexts& texts() const noexcept { return texts_; }
+  /// Where `checklist` gets its checks; none are given until this is called.
+  void setChecklist(Checklist checklist) { checklist_ = std::move(checklist); }
+  /// The capability checks of this machine (a few seconds at most); empty without a source.
+  std::vector<CapabilityCheck> checklist() const {
+    return checklist_ ? checklist_() : std::vector<CapabilityCheck>{};
+  }
   /// brimble-app on PATH, and what its --version says.
   AppInfo desktopApp() const;
 
@@ -56,6 +65,7 @@ class MCPDesktop {
 
  private:
   Opener open_;
+  Checklist checklist_;
   PlatformTexts texts_;
   bool failed_ = false;
   std::unique_ptr<Desktop> desktop_;

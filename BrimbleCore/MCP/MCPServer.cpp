@@ -345,10 +345,16 @@ JSONValue MCPServer::callTool(const JSONValue& params, const MCPRequest& request
     });
   }
   JSONValue content;
+  JSONValue structured;
+  bool failed = true;
   // Tool failures are results the assistant reads, not protocol errors.
   try {
     MCPToolResult result = (*handler)(arguments);
     content = textContent(resultText(result.value), false);
+    if (toolCallObserver_) {
+      structured = result.value;
+    }
+    failed = false;
     // The JSON text stays first and unchanged, so hosts that show only the first item lose
     // nothing.
     JSONValue::Array& items = *(*content.objectValue())["content"].arrayValue();
@@ -370,6 +376,10 @@ JSONValue MCPServer::callTool(const JSONValue& params, const MCPRequest& request
     runningID_.reset();
   }
   call_.reset();
+  if (toolCallObserver_) {
+    // A call the client cancelled was stopped, not failed.
+    toolCallObserver_(*name, structured, failed && !cancelled);
+  }
   return content;
 }
 

@@ -100,6 +100,13 @@ class MCPServer {
   /// return (the streams' endInput), so that leaving for a closed output never waits for input.
   void run(std::function<void()> interruptInput = {});
 
+  /// Told of each tool call once it has ended, before its reply is sent: the tool's name, its
+  /// structured result (null when it failed) and whether it failed. Runs on the serving thread;
+  /// set it before `run`.
+  using ToolCallObserver =
+      std::function<void(const std::string& tool, const JSONValue& result, bool failed)>;
+  void setToolCallObserver(ToolCallObserver observer) { toolCallObserver_ = std::move(observer); }
+
   /// The tool call being served; outside one, a context that is never stopped. Serving thread.
   MCPCallContext& currentCall() noexcept { return call_ ? *call_ : idleCall_; }
 
@@ -146,6 +153,7 @@ class MCPServer {
 
   MCPCallContext idleCall_;
   std::unique_ptr<MCPCallContext> call_;  // serving thread only
+  ToolCallObserver toolCallObserver_;     // set before serving
 
   mutable std::mutex queueMutex_;  // guards the fields below
   std::condition_variable queueChanged_;

@@ -218,6 +218,10 @@ void registerInfoTools(const ToolEnvironment& environment) {
           result.emplace("backend", serverName(session->server));
           result.emplace("backend_reason", session->reason);
         }
+        // The checks `brimble doctor` makes, each missing one with the one thing to do.
+        if (const auto checks = desktop.checklist(); !checks.empty()) {
+          result.emplace("checks", JSONValue::decode(checklistJson(checks)["checks"].dump()));
+        }
         return result;
       });
   environment.server.registerTool(

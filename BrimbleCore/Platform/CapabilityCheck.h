@@ -32,6 +32,9 @@ inline constexpr const char* commandLine = "command-line";
 inline constexpr const char* temporarySpace = "temporary-space";
 inline constexpr const char* chromium = "chromium";
 inline constexpr const char* tesseract = "tesseract";
+inline constexpr const char* ownDisplay = "own-display";
+inline constexpr const char* fonts = "fonts";
+inline constexpr const char* mcpHosts = "mcp-hosts";
 }  // namespace capability
 
 /// One capability of this machine as Brimble sees it: whether it is there, what was found, and

@@ -1,15 +1,20 @@
 #include "BrimbleCore/Platform/CapabilityProbe.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <future>
 #include <memory>
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
+
+#include <fontconfig/fontconfig.h>
 
 #include "BrimbleCore/Automation/ChromeLauncher.h"
 #include "BrimbleCore/Capture/SoundServerProbe.h"
+#include "BrimbleCore/MCP/MCPInstaller.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
 #include "BrimbleCore/Platform/Wayland/DesktopPortal.h"
 #include "BrimbleCore/Platform/Wayland/RestoreTokenFile.h"
@@ -71,7 +76,12 @@ CapabilityCheck displayCheck(const std::optional<DesktopSession>& session) {
                    "can use Brimble's own display (--headless)",
                    true);
   }
-  return ok(capability::display, title, serverLabel(*session) + ": " + session->reason, true);
+  // Which desktop, where it says: fixes and behaviour differ between GNOME and KDE.
+  const char* desktop = std::getenv("XDG_CURRENT_DESKTOP");
+  const std::string on = desktop != nullptr && *desktop != '\0' && !session->embedded
+                             ? std::string(" on ") + desktop
+                             : std::string();
+  return ok(capability::display, title, serverLabel(*session) + on + ": " + session->reason, true);
 }
 
 struct X11Findings {
@@ -263,6 +273,103 @@ CapabilityCheck tesseractCheck() {
                  false);
 }
 
+CapabilityCheck ownDisplayCheck() {
+  constexpr const char* title = "Brimble's own display";
+  std::vector<std::string> absent;
+  std::vector<std::string> packages;
+  for (const auto& [program, package] :
+       {std::pair{"Xvfb", "xvfb"}, std::pair{"openbox", "openbox"}, std::pair{"xterm", "xterm"}}) {
+    if (!findProgram(program)) {
+      absent.emplace_back(program);
+      packages.emplace_back(package);
+    }
+  }
+  if (!absent.empty()) {
+    return missing(
+        capability::ownDisplay, title, "no " + listOf(absent) + " on $PATH",
+        "install " + listOf(packages) + " (Debian), which brimble run and --headless record in",
+        true);
+  }
+  return ok(capability::ownDisplay, title,
+            "Xvfb, openbox and xterm are there for brimble run and --headless", true);
+}
+
+using FontPattern = std::unique_ptr<FcPattern, decltype(&FcPatternDestroy)>;
+
+/// The font fontconfig gives for `pattern` ("Sans", "monospace"), as its family name, and
+/// whether it draws in colour; no value when the machine has no font at all.
+struct FontMatch {
+  std::string family;
+  bool colour = false;
+};
+std::optional<FontMatch> matchFont(const char* pattern) {
+  FontPattern wanted(FcNameParse(reinterpret_cast<const FcChar8*>(pattern)), FcPatternDestroy);
+  if (!wanted) {
+    return std::nullopt;
+  }
+  FcConfigSubstitute(nullptr, wanted.get(), FcMatchPattern);
+  FcDefaultSubstitute(wanted.get());
+  FcResult result = FcResultNoMatch;
+  FontPattern found(FcFontMatch(nullptr, wanted.get(), &result), FcPatternDestroy);
+  FcChar8* family = nullptr;
+  if (!found || FcPatternGetString(found.get(), FC_FAMILY, 0, &family) != FcResultMatch) {
+    return std::nullopt;
+  }
+  FcBool colour = FcFalse;
+  FcPatternGetBool(found.get(), FC_COLOR, 0, &colour);
+  return FontMatch{reinterpret_cast<const char*>(family), colour == FcTrue};
+}
+
+CapabilityCheck fontsCheck() {
+  constexpr const char* title = "Fonts";
+  const auto sans = matchFont("Sans");
+  const auto mono = matchFont("monospace");
+  if (!sans || !mono) {
+    return missing(capability::fonts, title, "fontconfig finds no font",
+                   "install fonts-dejavu-core (Debian) for cards, captions and terminals", true);
+  }
+  std::string detail = "cards in " + sans->family + ", terminals in " + mono->family;
+  const auto emoji = matchFont("emoji");
+  if (!emoji || !emoji->colour) {
+    return missing(capability::fonts, title, detail + "; no colour emoji font",
+                   "install fonts-noto-color-emoji (Debian) for emoji in cards and captions",
+                   false);
+  }
+  return ok(capability::fonts, title, detail + ", emoji in " + emoji->family, false);
+}
+
+CapabilityCheck mcpHostsCheck() {
+  constexpr const char* title = "AI tools (MCP)";
+  std::vector<std::string> registered;
+  std::vector<std::string> detected;
+  try {
+    const MCPInstaller installer(MCPInstaller::userHomeDirectory(), "");
+    for (const MCPClientStatus& status : installer.detectClients()) {
+      const std::string name(status.client.displayName());
+      if (status.registered) {
+        registered.push_back(name);
+      } else if (status.detected) {
+        detected.push_back(name);
+      }
+    }
+  } catch (const std::exception& error) {
+    return missing(capability::mcpHosts, title, error.what(), "set $HOME to your home folder",
+                   false);
+  }
+  if (!registered.empty()) {
+    return ok(capability::mcpHosts, title, "Brimble is registered with " + listOf(registered),
+              false);
+  }
+  if (detected.empty()) {
+    return notNeeded(capability::mcpHosts, title, "no AI tool that Brimble can register with",
+                     false);
+  }
+  return missing(
+      capability::mcpHosts, title,
+      listOf(detected) + (detected.size() == 1 ? " is" : " are") + " here without Brimble",
+      "brimble mcp-install", false);
+}
+
 /// "640 MB", "66.7 GB".
 std::string spaceText(std::uintmax_t bytes) {
   if (bytes < 1'000'000'000) {
@@ -321,10 +428,11 @@ std::vector<CapabilityCheck> checkCapabilities(const CheckOptions& options) {
   }
   checks.push_back(accessibilityCheck(bus));
   if (options.scriptTools) {
+    checks.push_back(ownDisplayCheck());
     checks.push_back(chromiumCheck());
     checks.push_back(tesseractCheck());
-    // Further checks of what scripts and assistants use go here, each its own function: the
-    // fonts of title cards, the MCP hosts Brimble is registered with.
+    checks.push_back(fontsCheck());
+    checks.push_back(mcpHostsCheck());
   }
   checks.push_back(soundCheck(options.quickAnswer));
   checks.push_back(commandLineCheck());

@@ -17,14 +17,16 @@ struct CheckOptions {
   /// How long a service the session bus starts on demand (the desktop portal, the
   /// accessibility bus) may take to come up and answer.
   std::chrono::milliseconds serviceStart{5000};
-  /// Also what only scripts and assistants use (Chromium for pages, Tesseract for reading
-  /// windows), which a desktop's recording by hand does without.
+  /// Also what only scripts and assistants use (Brimble's own display, Chromium for pages,
+  /// Tesseract for reading windows, the fonts of cards, the AI tools Brimble is registered
+  /// with), which a desktop's recording by hand does without.
   bool scriptTools = false;
 };
 
 /// One check per capability, in the order they are shown: the display server, screen capture,
-/// the remembered permission, input, the accessibility bus, (with `scriptTools`) Chromium and
-/// Tesseract, the sound server, the command line, and free temporary space.
+/// the remembered permission, input, the accessibility bus, (with `scriptTools`) Brimble's own
+/// display, Chromium, Tesseract, fonts and the MCP hosts, the sound server, the command line,
+/// and free temporary space.
 /// Each is bounded by the options' timeouts, so a missing or stuck service costs seconds at
 /// most.
 std::vector<CapabilityCheck> checkCapabilities(const CheckOptions& options = {});

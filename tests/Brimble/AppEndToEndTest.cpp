@@ -14,6 +14,7 @@
 #include <nlohmann/json.hpp>
 
 #include "BrimbleCore/Automation/InputSimulator.h"
+#include "BrimbleCore/Diagnostics/UsageStatistics.h"
 #include "BrimbleCore/Encoding/ImageCodec.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
 #include "BrimbleCore/Platform/X11/X11InputBackend.h"
@@ -232,6 +233,9 @@ TEST_F(App, HotkeyRegionCountdownRecordReturnPutsTheGIFOnTheClipboardAndInTheLib
   EXPECT_EQ(index["entries"][0]["fileSize"], bytes->size());
   EXPECT_EQ(fs::file_size(file), bytes->size());
   EXPECT_EQ(index["entries"][0]["path"], file.string());
+  const UsageCounts counts = UsageStatistics(folder_ / "state" / "brimble").counts();
+  EXPECT_EQ(counts.recordings, 1u);
+  EXPECT_EQ(counts.formats, (std::map<std::string, std::uint64_t>{{"gif", 1}}));
   const auto gnome =
       testing::readClipboard(display_->displayName(), "x-special/gnome-copied-files");
   ASSERT_TRUE(gnome);

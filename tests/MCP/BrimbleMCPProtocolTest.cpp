@@ -3,6 +3,7 @@
 // environment. Each server runs with exactly the environment given here, so it records in its
 // own embedded display.
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -242,8 +243,19 @@ TEST(BrimbleMCPProtocol, WithoutADisplayToCaptureToolsSayHowToGetOne) {
   server.callTool(2, "record_region", {{"x", 0}, {"y", 0}, {"width", 10}, {"height", 10}});
   EXPECT_EQ(toolReply(server.next(20s)), std::make_pair(text, true));
   server.callTool(3, "check_permissions", json::object());
-  EXPECT_EQ(json::parse(toolReply(server.next(20s)).first),
+  json permissions = json::parse(toolReply(server.next(20s)).first);
+  // The same checks as brimble doctor's, each missing one with its fix.
+  const json checks = permissions["checks"];
+  permissions.erase("checks");
+  EXPECT_EQ(permissions,
             json({{"screen_recording", false}, {"accessibility", false}, {"note", text}}));
+  ASSERT_TRUE(checks.is_array());
+  const auto screen = std::find_if(checks.begin(), checks.end(), [](const json& check) {
+    return check["id"] == "screen-capture";
+  });
+  ASSERT_NE(screen, checks.end());
+  EXPECT_EQ((*screen)["status"], "missing");
+  EXPECT_NE((*screen)["fix"].get<std::string>().find("--headless"), std::string::npos);
   server.send({{"jsonrpc", "2.0"},
                {"id", 4},
                {"method", "resources/read"},

@@ -1,38 +1,22 @@
 #include "Brimble/Diagnostics/CrashNotice.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include <QApplication>
 #include <QDateTime>
 #include <QPushButton>
 #include <gtest/gtest.h>
 
 #include "tests/Support/Files.h"
+#include "tests/Support/OffscreenApplication.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// Qt's offscreen platform, for the widgets of one test.
-class NoticeApplication {
- public:
-  NoticeApplication() {
-    ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    application_ = std::make_unique<QApplication>(argc_, argv_);
-  }
-
- private:
-  int argc_ = 1;
-  char name_[16] = "BrimbleAppTests";
-  char* argv_[2] = {name_, nullptr};
-  std::unique_ptr<QApplication> application_;
-};
 
 void writeNoticeReport(const fs::path& file, const std::string& time) {
   testing::writeFile(file,
@@ -44,7 +28,7 @@ void writeNoticeReport(const fs::path& file, const std::string& time) {
 }
 
 TEST(CrashNotice, SaysHowOftenSinceWhenAndWhereAndDismissingMarksTheReportsSeen) {
-  const NoticeApplication application;
+  const testing::OffscreenApplication application;
   const testing::TempDirectory folder;
   const CrashReports reports(folder.path());
   EXPECT_FALSE(CrashNotice::showIfUnseen(reports));

@@ -15,6 +15,7 @@
 
 #include "Brimble/Settings/DesktopShortcut.h"
 #include "tests/Support/KeyfileGSettings.h"
+#include "tests/Support/OffscreenApplication.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
@@ -22,24 +23,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::KeyfileGSettings;
+using testing::OffscreenApplication;
 
 constexpr const char* kShortcutApp = "/opt/brimble/brimble-app";
-
-/// The application object the widgets need, on Qt's offscreen platform (no display involved),
-/// for one test: made first and gone last, before the program's own exit.
-class OffscreenApplication {
- public:
-  OffscreenApplication() {
-    ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
-    application_ = std::make_unique<QApplication>(argc_, argv_);
-  }
-
- private:
-  int argc_ = 1;
-  char name_[16] = "BrimbleAppTests";
-  char* argv_[2] = {name_, nullptr};
-  std::unique_ptr<QApplication> application_;
-};
 
 void keepShortcutScreenshot(QWidget& widget, const std::string& name) {
   const fs::path folder = fs::path(BRIMBLE_ARTIFACT_DIR) / "desktop-shortcut";

@@ -12,6 +12,7 @@
 #include <sys/un.h>
 
 #include "BrimbleCore/Capture/PrivateSoundServer.h"
+#include "BrimbleCore/MCP/MCPInstaller.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
 #include "BrimbleCore/Platform/Wayland/RestoreTokenFile.h"
 #include "BrimbleCore/Platform/X11/HeadlessDisplay.h"
@@ -240,6 +241,43 @@ TEST(CapabilityProbe, ScriptToolsAreLookedForOnlyWhenAskedAndCountOnlyOnPath) {
               HasSubstr((folder / "bin" / "chromium").string()));
   EXPECT_EQ(checkOf(checks, capability::tesseract).status, CapabilityStatus::ok);
   expectFixesWhereMissing(checks);
+}
+
+TEST(CapabilityProbe, FontsCountWhereFontconfigFindsThemAndEmojiOnlyInColour) {
+  // fontconfig reads its configuration once, at the first question: this test's process
+  // answers from a configuration that knows only the DejaVu fonts, which draw no emoji.
+  const testing::TempDirectory folder;
+  std::ofstream(folder / "fonts.conf")
+      << "<?xml version=\"1.0\"?><fontconfig><dir>/usr/share/fonts/truetype/dejavu</dir>"
+      << "<include ignore_missing=\"yes\">/etc/fonts/conf.d</include>"
+      << "<cachedir>" << (folder / "cache").string() << "</cachedir></fontconfig>\n";
+  ::setenv("FONTCONFIG_FILE", (folder / "fonts.conf").c_str(), 1);
+  const CapabilityCheck fonts =
+      checkOf(platform::checkCapabilities({.scriptTools = true}), capability::fonts);
+  EXPECT_EQ(fonts.status, CapabilityStatus::missing);
+  EXPECT_THAT(fonts.detail, HasSubstr("cards in DejaVu Sans, terminals in DejaVu Sans Mono"));
+  EXPECT_THAT(fonts.fix, HasSubstr("fonts-noto-color-emoji"));
+  // Titles still have a font, so nothing a main job needs is missing.
+  EXPECT_FALSE(fonts.requiredForMainJobs);
+}
+
+TEST(CapabilityProbe, AnAIToolInTheHomeFolderCountsOnceBrimbleIsRegisteredWithIt) {
+  const testing::TempDirectory home;
+  ::setenv("HOME", home.path().c_str(), 1);
+  const platform::CheckOptions withTools{.scriptTools = true};
+  EXPECT_EQ(checkOf(platform::checkCapabilities(withTools), capability::mcpHosts).status,
+            CapabilityStatus::notNeeded);
+
+  fs::create_directories(home / ".cursor");
+  CapabilityCheck hosts = checkOf(platform::checkCapabilities(withTools), capability::mcpHosts);
+  EXPECT_EQ(hosts.status, CapabilityStatus::missing);
+  EXPECT_EQ(hosts.detail, "Cursor is here without Brimble");
+  EXPECT_EQ(hosts.fix, "brimble mcp-install");
+
+  MCPInstaller(home.path(), "1").install({MCPClient(MCPClient::Kind::cursor)}, std::nullopt);
+  hosts = checkOf(platform::checkCapabilities(withTools), capability::mcpHosts);
+  EXPECT_EQ(hosts.status, CapabilityStatus::ok);
+  EXPECT_EQ(hosts.detail, "Brimble is registered with Cursor");
 }
 
 TEST(CapabilityProbe, FreeSpaceIsLookedAtWhereRecordingsKeepTheirFrames) {

@@ -140,6 +140,8 @@ AppShell::AppShell(Desktop& desktop)
       updateFeedAddress(std::nullopt, BRIMBLE_UPDATE_FEED_URL), BRIMBLE_VERSION,
       UpdateSchedule(UpdateSchedule::defaultPath()));
   updates_->checkAtStart(settings_.load().checkForUpdates);
+  // After the welcome window, so it is not hidden behind it.
+  QTimer::singleShot(0, this, [this] { crashNotice_ = CrashNotice::showIfUnseen(CrashReports()); });
 }
 
 AppShell::~AppShell() {

@@ -10,6 +10,7 @@
 #include <QSystemTrayIcon>
 #include <QWidget>
 
+#include "Brimble/Diagnostics/CrashNotice.h"
 #include "Brimble/Diagnostics/ReportProblemWindow.h"
 #include "Brimble/Library/EditorWindow.h"
 #include "Brimble/Library/LibraryWindow.h"
@@ -116,6 +117,7 @@ class AppShell final : public QObject {
   std::unique_ptr<FirstRunWindow> welcome_;
   std::unique_ptr<ReportProblemWindow> reportProblem_;
   std::unique_ptr<UpdateNotifier> updates_;
+  std::unique_ptr<CrashNotice> crashNotice_;
 };
 
 }  // namespace brimble

@@ -15,6 +15,7 @@
 #include "Brimble/AppInstance.h"
 #include "Brimble/AppShell.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
+#include "BrimbleCore/Diagnostics/ProgramDiagnostics.h"
 #include "BrimbleCore/Encoding/DiskFrameWriter.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
 #include "BrimbleCore/Support/Log.h"
@@ -36,6 +37,7 @@ constexpr const char* kUsage =
 }  // namespace
 
 int main(int argc, char** argv) {
+  brimble::startDiagnostics("brimble-app", BRIMBLE_VERSION, argc, argv);
   bool toggle = false;
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument = argv[i];

@@ -9,7 +9,9 @@
 #include <fmt/format.h>
 #include <signal.h>
 
+#include "BrimbleCore/Diagnostics/ProgramDiagnostics.h"
 #include "BrimbleCore/Encoding/OutputPath.h"
+#include "BrimbleCore/Support/Log.h"
 #include "cli/BrowserCommands.h"
 #include "cli/CaptureCommands.h"
 #include "cli/Command.h"
@@ -69,12 +71,16 @@ int flushedOutput(int exitCode) {
 
 int main(int argc, char** argv) {
   using namespace brimble::cli;
+  brimble::startDiagnostics("brimble", BRIMBLE_VERSION, argc, argv);
   survivePipeReadersLeaving();
   Interrupts interrupts;  // watches Ctrl-C for the commands that ask it to
 
   CLI::App app{"Brimble turns screen activity into animated GIFs, WebP and APNG.", "brimble"};
   app.set_version_flag("--version", std::string("brimble ") + BRIMBLE_VERSION);
   app.require_subcommand(1);
+  bool verbose = false;
+  app.add_flag("--verbose", verbose,
+               "Say more of what is happening on standard error (the log always has it)");
 
   const std::vector<Command> commands = {
       addEncodeCommand(app, interrupts),
@@ -111,6 +117,7 @@ int main(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return reportUsageError(app, error);
   }
+  brimble::setVerboseLogging(verbose);
 
   for (const Command& command : commands) {
     if (command.app->parsed()) {

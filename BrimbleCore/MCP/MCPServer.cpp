@@ -1,6 +1,7 @@
 #include "BrimbleCore/MCP/MCPServer.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <exception>
 #include <thread>
@@ -16,6 +17,23 @@ namespace brimble {
 namespace {
 
 constexpr std::string_view kProtocolVersion = "2024-11-05";
+
+// Each request's method and how long it took, in the log (and on standard error with
+// --verbose); never its parameters, which may be typed text.
+class RequestTimer {
+ public:
+  explicit RequestTimer(const std::string& method) : method_(method) {}
+  RequestTimer(const RequestTimer&) = delete;
+  RequestTimer& operator=(const RequestTimer&) = delete;
+  ~RequestTimer() {
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - started_;
+    logVerbose("[Brimble MCP] " + method_ + " took " + std::to_string(took.count()) + " s");
+  }
+
+ private:
+  const std::string& method_;
+  std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+};
 
 JSONValue textContent(std::string text, bool isError) {
   JSONValue::Object result{{"content", JSONValue::Array{JSONValue::Object{
@@ -221,6 +239,7 @@ void MCPServer::sendProgress(const JSONValue& token, std::chrono::steady_clock::
 
 void MCPServer::handle(const MCPRequest& request) {
   const std::string& method = request.method;
+  const RequestTimer timer(method);
   if (method == "notifications/initialized") {
     transport_.log("Client initialized");
     return;

@@ -22,6 +22,7 @@
 #include "BrimbleCore/Platform/X11/X11InputBackend.h"
 #include "BrimbleCore/Platform/X11/X11ScreenSource.h"
 #include "BrimbleCore/Platform/X11/X11WindowSystem.h"
+#include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/UserFolders.h"
 
 namespace brimble::platform {
@@ -327,7 +328,9 @@ std::unique_ptr<EmbeddedDisplay> startEmbeddedDisplay() {
   return x11::HeadlessDisplay::start();
 }
 
-std::unique_ptr<Desktop> openDesktop(DesktopChoice choice) {
+namespace {
+
+std::unique_ptr<Desktop> chooseDesktop(DesktopChoice choice) {
   if (choice == DesktopChoice::embedded) {
     return embeddedDesktop("--headless was given");
   }
@@ -402,6 +405,16 @@ std::unique_ptr<Desktop> openDesktop(DesktopChoice choice) {
       break;
   }
   return embeddedDesktop("--headless was given");
+}
+
+}  // namespace
+
+std::unique_ptr<Desktop> openDesktop(DesktopChoice choice) {
+  std::unique_ptr<Desktop> desktop = chooseDesktop(choice);
+  const DesktopSession& session = desktop->session();
+  logVerbose(std::string("Using the ") + serverName(session.server) + " session " + session.name +
+             ": " + session.reason);
+  return desktop;
 }
 
 }  // namespace brimble::platform

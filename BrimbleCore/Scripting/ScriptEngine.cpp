@@ -165,6 +165,8 @@ void ScriptEngine::executeInstruction(const LocatedInstruction& located) {
     if (const auto unavailable = unavailableOnThisPlatform(located.instruction)) {
       throw ScriptError::runtimeError(located.line, *unavailable);
     }
+    // The command's name only: its arguments may be typed text.
+    logVerbose(fmt::format("Line {}: {}", located.line, commandName(located.instruction)));
     dispatch(located.instruction, located.line);
     if (ScriptCommandTable::shared().traitsOf(located.instruction).action) {
       autoPace();

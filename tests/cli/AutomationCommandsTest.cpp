@@ -275,6 +275,12 @@ TEST(BrimbleDisplay, EmbeddedDisplaysAndBrowsersLeaveNothingInHomeOrTheTemporary
           "; " + testing::brimbleCommand("display -- true")) +
       " 2>&1");
   EXPECT_THAT(result.output, ::testing::HasSubstr("css:button"));
+  // Brimble's log is kept on purpose; its folders go only if nothing else is in them.
+  std::filesystem::remove_all(home / ".local/state/brimble/logs");
+  for (const char* folder : {".local/state/brimble", ".local/state", ".local"}) {
+    std::error_code notEmpty;
+    std::filesystem::remove(home / folder, notEmpty);
+  }
   for (const auto& folder : {home.path(), temporary.path()}) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
       ADD_FAILURE() << "left behind: " << entry.path();

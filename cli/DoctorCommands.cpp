@@ -22,11 +22,20 @@ struct DoctorOptions {
 };
 
 int runDoctor(const DoctorOptions& options) {
-  const DoctorReport report = examineMachine(options.headless);
+  const CrashReports crashes;
+  const DoctorReport report = examineMachine(options.headless, crashes);
   if (options.json) {
     fmt::print("{}\n", report.json().dump(2));
   } else {
     fmt::print("{}", report.text());
+  }
+  // Shown now, so the app's next start need not say it again.
+  if (report.newCrashes > 0) {
+    try {
+      crashes.markSeen();
+    } catch (const std::exception&) {
+      // They are shown again next time; nothing else depends on it.
+    }
   }
   return report.ready() ? kExitSuccess : kExitFailure;
 }

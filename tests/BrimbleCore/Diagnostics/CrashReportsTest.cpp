@@ -22,6 +22,7 @@
 #include "tests/Support/ChildProcess.h"
 #include "tests/Support/Files.h"
 #include "tests/Support/LogCapture.h"
+#include "tests/Support/RunCommand.h"
 #include "tests/Support/TempDirectory.h"
 
 namespace brimble {
@@ -97,9 +98,20 @@ TEST(CrashReports, ASegfaultingServerLeavesTwoReportsInOneBucketAndDiesOfTheSign
     EXPECT_TRUE(frame.starts_with("brimble::")) << frame;
   }
 
+  // brimble doctor tells of them, and once told they are no longer new.
   EXPECT_EQ(reports.unseen().size(), 2u);
-  reports.markSeen();
+  const std::string doctor = "HOME=" + testing::shellQuote(home.path()) +
+                             " XDG_STATE_HOME=" + testing::shellQuote((home / "state").string()) +
+                             " " + testing::brimbleCommand("doctor --headless");
+  std::string told = testing::runCommand(doctor).output;
+  EXPECT_NE(told.find("Crash reports: 2 of 1 kind, 2 new since last shown:\n  2x brimble, "
+                      "SIGSEGV in brimble::"),
+            std::string::npos)
+      << told;
+  EXPECT_NE(told.find(listed[1].path.string()), std::string::npos) << told;
   EXPECT_TRUE(reports.unseen().empty());
+  told = testing::runCommand(doctor).output;
+  EXPECT_NE(told.find("Crash reports: 2 of 1 kind:\n"), std::string::npos) << told;
 }
 
 [[gnu::noinline]] void dereferenceNullForTheReport() {

@@ -39,7 +39,7 @@ nlohmann::json readRecord(const fs::path& file) {
 
 void writeRecord(const fs::path& file, const nlohmann::json& record) noexcept {
   try {
-    fs::create_directories(file.parent_path());
+    userFolders::createPrivate(file.parent_path());
     writeFileAtomically(file, record.dump() + "\n", 0600);
   } catch (const std::exception& error) {
     logLine(fmt::format("Brimble: cannot remember the update check: {}", error.what()));

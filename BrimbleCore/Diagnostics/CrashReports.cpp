@@ -118,8 +118,7 @@ std::optional<CrashReport> CrashReports::read(const fs::path& path) {
       } else if (text.starts_with("    ") && report.topFrames.size() < kSignatureFrames) {
         std::string function = functionOf(text.substr(4));
         // A function and the inlined code it was in can come out under one name.
-        if (isOurs(function) &&
-            (report.topFrames.empty() || report.topFrames.back() != function)) {
+        if (isOurs(function) && (report.topFrames.empty() || report.topFrames.back() != function)) {
           report.topFrames.push_back(std::move(function));
         }
       }
@@ -236,8 +235,7 @@ void CrashReports::markSeen() const {
   for (const fs::path& path : reportFiles()) {
     names += path.filename().string() + '\n';
   }
-  std::error_code error;
-  fs::create_directories(folder_, error);
+  userFolders::createPrivate(folder_);
   writeFileAtomically(folder_ / kSeenMarker, names, 0600);
 }
 

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "BrimbleCore/Support/SystemError.h"
+#include "BrimbleCore/Support/UserFolders.h"
 
 namespace brimble {
 namespace {
@@ -83,10 +84,10 @@ void LogFile::append(std::string_view line) {
 }
 
 void LogFile::openFiles() {
-  std::error_code error;
-  std::filesystem::create_directories(folder_, error);
-  if (error) {
-    throw systemError(error.value(), "create the log folder", folder_);
+  try {
+    userFolders::createPrivate(folder_);
+  } catch (const std::system_error& error) {
+    throw systemError(error.code().value(), "create the log folder", folder_);
   }
   const std::filesystem::path lockPath = folder_ / ("." + name_ + ".lock");
   UniqueFd lock(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));

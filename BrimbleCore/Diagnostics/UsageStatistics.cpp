@@ -196,7 +196,7 @@ void UsageStatistics::setEnabled(bool on) const {
     }
     return;
   }
-  fs::create_directories(folder_);
+  userFolders::createPrivate(folder_);
   writeFileAtomically(offSwitch(folder_),
                       "Brimble counts nothing while this file exists (brimble stats --on).\n",
                       0644);
@@ -218,7 +218,7 @@ void UsageStatistics::record(const UsageEvent& event) const noexcept {
     if (!enabled()) {
       return;
     }
-    fs::create_directories(folder_);
+    userFolders::createPrivate(folder_);
     const CountsLock lock(folder_);
     // Switched off while this process waited for the lock: the switch wins.
     if (!enabled()) {

@@ -1,8 +1,11 @@
 #include "BrimbleCore/Support/UserFolders.h"
 
+#include <cerrno>
 #include <cstdlib>
+#include <system_error>
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace brimble::userFolders {
@@ -46,6 +49,17 @@ fs::path dataHome() {
 
 fs::path config() {
   return baseFolder("XDG_CONFIG_HOME", ".config") / "brimble";
+}
+
+void createPrivate(const fs::path& folder) {
+  std::error_code ignored;
+  if (folder.empty() || fs::is_directory(folder, ignored)) {
+    return;
+  }
+  createPrivate(folder.parent_path());
+  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+    throw std::system_error(errno, std::generic_category(), "cannot create " + folder.string());
+  }
 }
 
 }  // namespace brimble::userFolders

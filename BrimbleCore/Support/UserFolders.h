@@ -22,4 +22,9 @@ std::filesystem::path dataHome();
 /// $XDG_CONFIG_HOME/brimble, else ~/.config/brimble: settings.
 std::filesystem::path config();
 
+/// Creates `folder` and its missing parents, each for the user alone (0700), as the base
+/// directory rules ask: what Brimble keeps there (restore tokens, logs, crash reports) is the
+/// user's business. Existing folders keep their mode. Throws std::system_error naming the folder.
+void createPrivate(const std::filesystem::path& folder);
+
 }  // namespace brimble::userFolders

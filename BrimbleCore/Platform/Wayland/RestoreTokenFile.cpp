@@ -12,6 +12,7 @@
 
 #include "BrimbleCore/Support/AtomicFile.h"
 #include "BrimbleCore/Support/Log.h"
+#include "BrimbleCore/Support/UserFolders.h"
 
 namespace brimble::wayland {
 namespace {
@@ -19,17 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kLongestToken = 512;
-
-/// Creates `folder` and its missing parents, each for the user alone.
-void createPrivateFolder(const fs::path& folder) {
-  if (folder.empty() || fs::is_directory(folder)) {
-    return;
-  }
-  createPrivateFolder(folder.parent_path());
-  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
-    throw std::system_error(errno, std::generic_category(), "cannot create " + folder.string());
-  }
-}
 
 }  // namespace
 
@@ -64,7 +54,7 @@ void RestoreTokenFile::store(const std::string& token, const std::string& subjec
     return;
   }
   try {
-    createPrivateFolder(path_.parent_path());
+    userFolders::createPrivate(path_.parent_path());
     writeFileAtomically(path_, token + "\n" + (subject.empty() ? "" : subject + "\n"), 0600);
   } catch (const std::exception& error) {
     logLine("BrimbleCore: could not keep " + what_ + " for next time (" + error.what() + ")");

@@ -113,6 +113,12 @@ TEST(BrimbleLog, StandardErrorIsUnchangedAndTheLogHasEachLineStampedWithThePid) 
   EXPECT_EQ(result.exitCode, 0);
   EXPECT_EQ(result.output, expected);
 
+  // What a user's programs log is theirs alone, from the first folder made.
+  for (const char* folder : {"state", "state/brimble", "state/brimble/logs"}) {
+    EXPECT_EQ(std::filesystem::status(home / folder).permissions() & std::filesystem::perms::all,
+              std::filesystem::perms::owner_all)
+        << folder;
+  }
   const std::vector<std::string> lines = logLinesOf(home / "state/brimble/logs/brimble.log");
   ASSERT_EQ(lines.size(), 2u);
   const std::regex stamp(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z \[\d+\] )");

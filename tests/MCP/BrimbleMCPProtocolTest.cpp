@@ -236,7 +236,13 @@ TEST(BrimbleMCPScripts, AFailingLineKeepsWhatWasRecordedAndTheErrorSaysWhere) {
 TEST(BrimbleMCPProtocol, WithoutADisplayToCaptureToolsSayHowToGetOne) {
   testing::TempDirectory tmp;
   // A display that does not exist, and not --headless: nothing can be captured.
-  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, {"DISPLAY=:59999"});
+  std::vector<std::string> environment{"DISPLAY=:59999"};
+  // check_permissions reads the fonts: under the sanitizers, the suppression of fontconfig's
+  // caches must reach the server too.
+  if (const char* leaks = std::getenv("LSAN_OPTIONS")) {
+    environment.push_back(std::string("LSAN_OPTIONS=") + leaks);
+  }
+  MCPServerProcess server(tmp.path(), {BRIMBLE_BINARY, "mcp-server"}, environment);
   const std::string text =
       "Screen Recording permission is required. No X11 display could be captured: run inside an "
       "X11 session or start the server with --headless.";

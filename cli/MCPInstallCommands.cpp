@@ -13,6 +13,7 @@
 
 #include "BrimbleCore/MCP/MCPClient.h"
 #include "BrimbleCore/MCP/MCPInstaller.h"
+#include "BrimbleCore/Support/Text.h"
 #include "cli/OptionChecks.h"
 
 namespace brimble::cli {
@@ -44,13 +45,11 @@ void addClientArguments(CLI::App* command, std::vector<std::string>& names, cons
 }
 
 std::string knownHosts() {
-  std::string text;
-  const auto all = MCPClient::all();
-  for (std::size_t i = 0; i < all.size(); ++i) {
-    text += i == 0 ? "" : (i + 1 == all.size() ? " and " : ", ");
-    text += all[i].displayName();
+  std::vector<std::string> names;
+  for (const MCPClient client : MCPClient::all()) {
+    names.emplace_back(client.displayName());
   }
-  return text;
+  return listedInWords(names);
 }
 
 int printResults(const std::vector<MCPInstallResult>& results) {

@@ -3,7 +3,7 @@
 #include <ctime>
 
 #include "BrimbleCore/Platform/CapabilityProbe.h"
-#include "BrimbleCore/Support/UserFolders.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble {
 
@@ -68,11 +68,7 @@ std::string DoctorReport::text() const {
     }
   }
   if (!absent.empty()) {
-    std::string names;
-    for (std::size_t i = 0; i < absent.size(); ++i) {
-      names += (i == 0 ? "" : i + 1 == absent.size() ? " and " : ", ") + absent[i];
-    }
-    text += "\nNot ready: " + names + (absent.size() == 1 ? " is" : " are") +
+    text += "\nNot ready: " + listedInWords(absent) + (absent.size() == 1 ? " is" : " are") +
             " missing; the fixes are above.\n";
     if (onlyTheDesktop) {
       text +=

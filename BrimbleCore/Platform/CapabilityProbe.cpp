@@ -22,6 +22,7 @@
 #include "BrimbleCore/Platform/X11/DisplayProbe.h"
 #include "BrimbleCore/Support/FileIO.h"
 #include "BrimbleCore/Support/Subprocess.h"
+#include "BrimbleCore/Support/Text.h"
 
 namespace brimble::platform {
 namespace {
@@ -58,14 +59,6 @@ CapabilityCheck notNeeded(const char* id, const char* title, std::string detail,
 std::string serverLabel(const DesktopSession& session) {
   return std::string(session.server == DesktopSession::Server::wayland ? "Wayland" : "X11") + " (" +
          session.name + ")";
-}
-
-std::string listOf(const std::vector<std::string>& items) {
-  std::string text;
-  for (std::size_t i = 0; i < items.size(); ++i) {
-    text += (i == 0 ? "" : i + 1 == items.size() ? " and " : ", ") + items[i];
-  }
-  return text;
 }
 
 CapabilityCheck displayCheck(const std::optional<DesktopSession>& session) {
@@ -170,7 +163,7 @@ CapabilityCheck portalScreenCheck(const wayland::SessionBusProbe::PortalInterfac
   }
   return ok(capability::screenCapture, title,
             "the desktop portal's ScreenCast (version " + std::to_string(screenCast.version) + ")" +
-                (shares.empty() ? std::string() : " shares " + listOf(shares)),
+                (shares.empty() ? std::string() : " shares " + listedInWords(shares)),
             true);
 }
 
@@ -188,7 +181,7 @@ CapabilityCheck portalInputCheck(const wayland::SessionBusProbe::PortalInterface
   }
   return ok(capability::input, title,
             "the desktop portal's RemoteDesktop (version " + std::to_string(remote.version) + ")" +
-                (drives.empty() ? std::string() : " drives " + listOf(drives)),
+                (drives.empty() ? std::string() : " drives " + listedInWords(drives)),
             false);
 }
 
@@ -285,10 +278,10 @@ CapabilityCheck ownDisplayCheck() {
     }
   }
   if (!absent.empty()) {
-    return missing(
-        capability::ownDisplay, title, "no " + listOf(absent) + " on $PATH",
-        "install " + listOf(packages) + " (Debian), which brimble run and --headless record in",
-        true);
+    return missing(capability::ownDisplay, title, "no " + listedInWords(absent) + " on $PATH",
+                   "install " + listedInWords(packages) +
+                       " (Debian), which brimble run and --headless record in",
+                   true);
   }
   return ok(capability::ownDisplay, title,
             "Xvfb, openbox and xterm are there for brimble run and --headless", true);
@@ -357,8 +350,8 @@ CapabilityCheck mcpHostsCheck() {
                    false);
   }
   if (!registered.empty()) {
-    return ok(capability::mcpHosts, title, "Brimble is registered with " + listOf(registered),
-              false);
+    return ok(capability::mcpHosts, title,
+              "Brimble is registered with " + listedInWords(registered), false);
   }
   if (detected.empty()) {
     return notNeeded(capability::mcpHosts, title, "no AI tool that Brimble can register with",
@@ -366,7 +359,7 @@ CapabilityCheck mcpHostsCheck() {
   }
   return missing(
       capability::mcpHosts, title,
-      listOf(detected) + (detected.size() == 1 ? " is" : " are") + " here without Brimble",
+      listedInWords(detected) + (detected.size() == 1 ? " is" : " are") + " here without Brimble",
       "brimble mcp-install", false);
 }
 

@@ -85,4 +85,12 @@ bool isValidUTF8(std::string_view bytes) noexcept {
   return true;
 }
 
+std::string listedInWords(const std::vector<std::string>& items) {
+  std::string text;
+  for (std::size_t i = 0; i < items.size(); ++i) {
+    text += (i == 0 ? "" : i + 1 == items.size() ? " and " : ", ") + items[i];
+  }
+  return text;
+}
+
 }  // namespace brimble

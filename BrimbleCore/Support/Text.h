@@ -38,4 +38,7 @@ inline bool isBlank(char c) noexcept {
 /// Whether `bytes` is well-formed UTF-8 throughout.
 bool isValidUTF8(std::string_view bytes) noexcept;
 
+/// The items as a sentence lists them: "a", "a and b", "a, b and c".
+std::string listedInWords(const std::vector<std::string>& items);
+
 }  // namespace brimble

@@ -13,8 +13,13 @@ CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBRIMBLE_UNITY_BUILD=ON
 deps:
 	@scripts/install-deps.sh
 
+# The build directory holds everything once `make build` or `make test` has run; `make demo`
+# alone configures it for the command line only, and the next full build widens it.
+FULL_BUILD := -DBRIMBLE_BUILD_TESTS=ON -DBRIMBLE_BUILD_APP=ON
 configure: deps
-	@test -f $(BUILD)/build.ninja || cmake -S . -B $(BUILD) $(CMAKE_GEN) -DBRIMBLE_WERROR=ON
+	@grep -qs 'BRIMBLE_BUILD_APP:BOOL=ON' $(BUILD)/CMakeCache.txt \
+	  && grep -qs 'BRIMBLE_BUILD_TESTS:BOOL=ON' $(BUILD)/CMakeCache.txt && test -f $(BUILD)/build.ninja \
+	  || cmake -S . -B $(BUILD) $(CMAKE_GEN) -DBRIMBLE_WERROR=ON $(FULL_BUILD)
 
 build: configure
 	cmake --build $(BUILD) -j $(JOBS)
@@ -46,8 +51,13 @@ sanitize: deps
 	  LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp \
 	  ctest --test-dir build-asan $(CTEST_FLAGS) $(SANITIZE_EXCLUDE)
 
-# The example script in an embedded display, whatever $$DISPLAY says.
-demo: build
+# The example script in an embedded display, whatever $$DISPLAY says. It needs only the command
+# line: its packages, and the one target, so a newcomer's first GIF comes in minutes.
+demo:
+	@scripts/install-deps.sh demo
+	@test -f $(BUILD)/build.ninja || cmake -S . -B $(BUILD) $(CMAKE_GEN) -DBRIMBLE_WERROR=ON \
+	  -DBRIMBLE_BUILD_TESTS=OFF -DBRIMBLE_BUILD_APP=OFF
+	cmake --build $(BUILD) -j $(JOBS) --target brimble
 	$(BUILD)/cli/brimble run --headless examples/hello.brim
 
 bench-build: deps

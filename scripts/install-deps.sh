@@ -1,38 +1,51 @@
 #!/usr/bin/env bash
-# Installs the Debian packages Brimble needs to build, test and run, and nothing else.
+# Installs the Debian packages Brimble needs to build, test and run, and nothing else: with `demo`,
+# only what the command line needs to build and to run a script in its own display.
 # Idempotent: when everything is present it changes nothing and never touches the network.
 set -euo pipefail
 
-packages=(
+# What `make demo` needs: to build the `brimble` command and run a script in Brimble's own display.
+command_line=(
   # toolchain
-  g++ make cmake ninja-build ccache pkg-config clang-14 libclang-rt-14-dev
+  g++ make cmake ninja-build pkg-config
   # libraries
   libgif-dev libturbojpeg0-dev libpng-dev zlib1g-dev libwebp-dev nlohmann-json3-dev libcli11-dev libfmt-dev
   # update checks: the release feed over HTTP(S)
   libcurl4-openssl-dev
-  # effects: drawing and text, and OCR that finds a command's output on recorded frames
-  libcairo2-dev libpango1.0-dev libfontconfig-dev tesseract-ocr tesseract-ocr-eng
-  # title cards in any script, and emoji: fallback Chinese and Japanese, Korean, colour emoji
-  fonts-droid-fallback fonts-nanum fonts-noto-color-emoji
+  # effects: drawing and text
+  libcairo2-dev libpango1.0-dev libfontconfig-dev
   # X11: capture, input and windows, and the embedded display
   libx11-dev libxext-dev libxtst-dev libxfixes-dev libxcomposite-dev libxrandr-dev libxi-dev
-  libxres-dev xvfb openbox dbus-daemon xterm x11-utils
-  # the browser driver: Chromium over the DevTools protocol, Boost.Beast, fonts for pages
-  chromium libboost-dev fonts-dejavu-core fonts-liberation
+  libxres-dev xvfb openbox dbus-daemon xterm x11-utils fonts-dejavu-core
+  # the browser driver's transport (Boost.Beast), element targets over AT-SPI, video and sound
+  libboost-dev libatspi2.0-dev libavcodec-dev libavformat-dev libavutil-dev libswscale-dev
+  libswresample-dev libpulse-dev
+  # Wayland desktops: the portals over GDBus, frames over PipeWire
+  libpipewire-0.3-dev libglib2.0-dev
+)
+
+# What the rest needs: the desktop app, the tests and benchmarks, and what scripts may start.
+everything_else=(
+  # a compiler cache for rebuilds, and clang for the fuzzers
+  ccache clang-14 libclang-rt-14-dev
+  # OCR that finds a command's output on recorded frames
+  tesseract-ocr tesseract-ocr-eng
+  # title cards in any script, and emoji: fallback Chinese and Japanese, Korean, colour emoji
+  fonts-droid-fallback fonts-nanum fonts-noto-color-emoji
+  # pages in the browser: Chromium over the DevTools protocol, and fonts for pages
+  chromium fonts-liberation
   # the example scripts: a git repository in a terminal
   git
-  # element targets in native applications: AT-SPI, and GTK dialogs and widgets to test against,
-  # with an independent reader of the bus (python3-gi's AT-SPI bindings)
-  libatspi2.0-dev at-spi2-core zenity gtk-3-examples gir1.2-atspi-2.0
-  # video and sound: H.264/AAC in MP4, the desktop's sound server, and a private one for tests
-  libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libswresample-dev libpulse-dev
+  # element targets in native applications: the AT-SPI bus, and GTK dialogs and widgets to test
+  # against, with an independent reader of the bus (python3-gi's AT-SPI bindings)
+  at-spi2-core zenity gtk-3-examples gir1.2-atspi-2.0
+  # the desktop's sound server, and a private one for tests
   pulseaudio pulseaudio-utils
-  # Wayland desktops: the screen-cast and remote-desktop portals over GDBus, frames over PipeWire;
-  # a headless GNOME session (mutter, the GNOME portals) and D-Bus bindings for its tests;
-  # GNOME Shell for the tests that share one window: the portal's window chooser lists the
-  # windows the shell tells it of, and bare mutter tells none
-  libpipewire-0.3-dev libglib2.0-dev mutter pipewire pipewire-bin wireplumber xdg-desktop-portal
-  xdg-desktop-portal-gnome python3-dbus python3-gi gir1.2-gtk-3.0 gnome-shell
+  # a headless GNOME session (mutter, PipeWire, the GNOME portals) and D-Bus bindings for its
+  # tests; GNOME Shell for the tests that share one window: the portal's window chooser lists
+  # the windows the shell tells it of, and bare mutter tells none
+  mutter pipewire pipewire-bin wireplumber xdg-desktop-portal xdg-desktop-portal-gnome
+  python3-dbus python3-gi gir1.2-gtk-3.0 gnome-shell
   # the desktop application (and a Qt test application for element targets), as an X11 or a
   # Wayland client; wl-clipboard reads its clipboard back in the Wayland tests
   qt6-base-dev qt6-qpa-plugins qt6-wayland wl-clipboard
@@ -42,13 +55,22 @@ packages=(
   nodejs python3
 )
 
+case "${1:-all}" in
+  demo) packages=("${command_line[@]}") ;;
+  all) packages=("${command_line[@]}" "${everything_else[@]}") ;;
+  *)
+    echo "usage: install-deps.sh [demo|all]" >&2
+    exit 2
+    ;;
+esac
+
 missing=()
 for package in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
   [[ "$status" == "install ok installed" ]] || missing+=("$package")
 done
 # Some nodejs builds bundle npm (and conflict with Debian's npm package): ask only when it is absent.
-if ! command -v npm >/dev/null; then
+if [[ "${1:-all}" == all ]] && ! command -v npm >/dev/null; then
   missing+=(npm)
 fi
 

@@ -9,7 +9,6 @@
 #include <QApplication>
 #include <QFile>
 #include <QHBoxLayout>
-#include <QPainter>
 #include <QPushButton>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -18,6 +17,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include "Brimble/AppIcon.h"
 #include "Brimble/Diagnostics/ReportProblemWindow.h"
 #include "Brimble/Recording/ScreenSessionRecorder.h"
 #include "Brimble/Settings/CommandLineInstaller.h"
@@ -25,6 +25,7 @@
 #include "BrimbleCore/Diagnostics/UsageStatistics.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/UserFolders.h"
+#include "BrimbleCore/Support/Version.h"
 #include "BrimbleCore/Updates/UpdateCheck.h"
 
 namespace brimble {
@@ -32,21 +33,6 @@ namespace brimble {
 namespace fs = std::filesystem;
 
 namespace {
-
-/// The app's icon, drawn: a record dot in a rounded frame, red while recording.
-QIcon appIcon(bool recording) {
-  QPixmap pixmap(64, 64);
-  pixmap.fill(Qt::transparent);
-  QPainter painter(&pixmap);
-  painter.setRenderHint(QPainter::Antialiasing);
-  painter.setPen(QPen(QColor(0x20, 0x21, 0x24), 5));
-  painter.setBrush(QColor(0xf1, 0xf3, 0xf4));
-  painter.drawRoundedRect(QRectF(4, 10, 56, 44), 10, 10);
-  painter.setPen(Qt::NoPen);
-  painter.setBrush(recording ? QColor(0xd9, 0x30, 0x25) : QColor(0x1a, 0x73, 0xe8));
-  painter.drawEllipse(QPointF(32, 32), 12, 12);
-  return QIcon(pixmap);
-}
 
 // The write end of the pipe that carries termination signals to the event loop; a signal
 // handler may only write to a descriptor it can reach without locks.
@@ -137,7 +123,7 @@ AppShell::AppShell(Desktop& desktop)
     QTimer::singleShot(0, this, [this] { showWelcome(); });
   }
   updates_ = std::make_unique<UpdateNotifier>(
-      updateFeedAddress(std::nullopt, BRIMBLE_UPDATE_FEED_URL), BRIMBLE_VERSION,
+      updateFeedAddress(std::nullopt, BRIMBLE_UPDATE_FEED_URL), brimble::kVersion,
       UpdateSchedule(UpdateSchedule::defaultPath()));
   updates_->checkAtStart(settings_.load().checkForUpdates);
   // After the welcome window, so it is not hidden behind it.
@@ -215,6 +201,7 @@ void AppShell::buildMenu() {
   QMenu* help = menu_->addMenu("Help");
   help->addAction("Welcome…", this, [this] { showWelcome(); });
   help->addAction("Report a Problem…", this, [this] { showReportProblem(); });
+  help->addAction("About Brimble", this, [this] { showAbout(); });
   menu_->addSeparator();
   menu_->addAction("Quit Brimble", qApp, &QApplication::quit);
 }
@@ -305,6 +292,15 @@ void AppShell::showReportProblem() {
   reportProblem_->show();
   reportProblem_->raise();
   reportProblem_->activateWindow();
+}
+
+void AppShell::showAbout() {
+  if (!about_) {
+    about_ = std::make_unique<AboutWindow>();
+  }
+  about_->show();
+  about_->raise();
+  about_->activateWindow();
 }
 
 void AppShell::showWelcome() {

@@ -11,6 +11,7 @@
 #include <QWidget>
 
 #include "Brimble/Diagnostics/CrashNotice.h"
+#include "Brimble/AboutWindow.h"
 #include "Brimble/Diagnostics/ReportProblemWindow.h"
 #include "Brimble/Library/EditorWindow.h"
 #include "Brimble/Library/LibraryWindow.h"
@@ -63,6 +64,7 @@ class AppShell final : public QObject {
   void showWelcome();
   /// Help → Report a Problem: the report, to read and save.
   void showReportProblem();
+  void showAbout();
   void showEditor(const std::filesystem::path& file);
   /// Links `brimble` into ~/.local/bin and adds the app to the desktop's menus.
   void installCommandLine();
@@ -116,6 +118,7 @@ class AppShell final : public QObject {
   std::unique_ptr<EditorWindow> editor_;
   std::unique_ptr<FirstRunWindow> welcome_;
   std::unique_ptr<ReportProblemWindow> reportProblem_;
+  std::unique_ptr<AboutWindow> about_;
   std::unique_ptr<UpdateNotifier> updates_;
   std::unique_ptr<CrashNotice> crashNotice_;
 };

@@ -19,6 +19,7 @@
 #include "BrimbleCore/Encoding/DiskFrameWriter.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
 #include "BrimbleCore/Support/Log.h"
+#include "BrimbleCore/Support/Version.h"
 
 namespace {
 
@@ -37,12 +38,12 @@ constexpr const char* kUsage =
 }  // namespace
 
 int main(int argc, char** argv) {
-  brimble::startDiagnostics("brimble-app", BRIMBLE_VERSION, argc, argv);
+  brimble::startDiagnostics("brimble-app", brimble::kVersion, argc, argv);
   bool toggle = false;
   for (int i = 1; i < argc; ++i) {
     const std::string_view argument = argv[i];
     if (argument == "--version") {
-      std::printf("brimble-app %s\n", BRIMBLE_VERSION);
+      std::printf("brimble-app %s\n", brimble::kVersion);
       return 0;
     }
     if (argument == "--help" || argument == "-h") {
@@ -88,7 +89,7 @@ int main(int argc, char** argv) {
   ::setenv("QT_QPA_PLATFORM", wayland ? "wayland" : "xcb", 0);
   QApplication app(argc, argv);
   QApplication::setApplicationName("brimble");
-  QApplication::setApplicationVersion(BRIMBLE_VERSION);
+  QApplication::setApplicationVersion(brimble::kVersion);
   QApplication::setApplicationDisplayName("Brimble");
   QApplication::setDesktopFileName(brimble::AppInstance::kAppId);
 

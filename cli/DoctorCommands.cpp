@@ -12,6 +12,7 @@
 #include "BrimbleCore/Diagnostics/Doctor.h"
 #include "BrimbleCore/Diagnostics/ProblemReport.h"
 #include "BrimbleCore/Support/UserFolders.h"
+#include "BrimbleCore/Support/Version.h"
 
 namespace brimble::cli {
 namespace {
@@ -64,7 +65,7 @@ int runReport(const ReportOptions& options) {
   const DoctorReport doctor = examineMachine(false);
   const ProblemReport report =
       ProblemReport::gather({doctor.text(), doctor.json().dump(2), userFolders::state(),
-                             userFolders::home(), BRIMBLE_VERSION});
+                             userFolders::home(), brimble::kVersion});
   if (options.show) {
     for (const ProblemReport::File& file : report.files()) {
       fmt::print("==> {} <==\n{}{}", file.name, file.contents,

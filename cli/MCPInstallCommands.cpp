@@ -14,6 +14,7 @@
 #include "BrimbleCore/MCP/MCPClient.h"
 #include "BrimbleCore/MCP/MCPInstaller.h"
 #include "BrimbleCore/Support/Text.h"
+#include "BrimbleCore/Support/Version.h"
 #include "cli/OptionChecks.h"
 
 namespace brimble::cli {
@@ -64,7 +65,7 @@ int printResults(const std::vector<MCPInstallResult>& results) {
 }
 
 MCPInstaller makeInstaller() {
-  return {MCPInstaller::userHomeDirectory(), BRIMBLE_VERSION};
+  return {MCPInstaller::userHomeDirectory(), brimble::kVersion};
 }
 
 int runInstall(const std::vector<std::string>& names) {

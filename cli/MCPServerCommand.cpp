@@ -10,6 +10,7 @@
 #include "BrimbleCore/MCP/MCPStandardStreams.h"
 #include "BrimbleCore/MCP/MCPTransport.h"
 #include "BrimbleCore/Platform/PlatformBackend.h"
+#include "BrimbleCore/Support/Version.h"
 #include "cli/UsageCounting.h"
 
 namespace brimble::cli {
@@ -31,7 +32,7 @@ int runMCPServer(bool headless) {
     const auto session = desktop.session();
     return examineMachine(headless || (session && session->embedded)).checks;
   });
-  BrimbleMCPServer server(transport, desktop, BRIMBLE_VERSION);
+  BrimbleMCPServer server(transport, desktop, brimble::kVersion);
   server.server().setToolCallObserver(
       [statistics = UsageStatistics::forUser()](const std::string& tool, const JSONValue& result,
                                                 bool failed) {

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "BrimbleCore/Support/Version.h"
 #include "BrimbleCore/Updates/PackageOwner.h"
 #include "BrimbleCore/Updates/UpdateCheck.h"
 #include "BrimbleCore/Updates/UpdateError.h"
@@ -36,7 +37,7 @@ int runUpdateCheck(const UpdateCheckOptions& options) {
   const std::string feed = updateFeedAddress(options.feed, BRIMBLE_UPDATE_FEED_URL);
   UpdateCheckResult result;
   try {
-    result = checkForUpdate(feed, BRIMBLE_VERSION);
+    result = checkForUpdate(feed, brimble::kVersion);
   } catch (const UpdateError& error) {
     fmt::print(stderr, "brimble update-check: {}\n", error.what());
     if (options.json) {

@@ -12,6 +12,7 @@
 #include "BrimbleCore/Diagnostics/ProgramDiagnostics.h"
 #include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/Support/Log.h"
+#include "BrimbleCore/Support/Version.h"
 #include "cli/BrowserCommands.h"
 #include "cli/CaptureCommands.h"
 #include "cli/Command.h"
@@ -71,12 +72,12 @@ int flushedOutput(int exitCode) {
 
 int main(int argc, char** argv) {
   using namespace brimble::cli;
-  brimble::startDiagnostics("brimble", BRIMBLE_VERSION, argc, argv);
+  brimble::startDiagnostics("brimble", brimble::kVersion, argc, argv);
   survivePipeReadersLeaving();
   Interrupts interrupts;  // watches Ctrl-C for the commands that ask it to
 
   CLI::App app{"Brimble turns screen activity into animated GIFs, WebP and APNG.", "brimble"};
-  app.set_version_flag("--version", std::string("brimble ") + BRIMBLE_VERSION);
+  app.set_version_flag("--version", std::string("brimble ") + brimble::kVersion);
   app.require_subcommand(1);
   bool verbose = false;
   app.add_flag("--verbose", verbose,

@@ -12,6 +12,7 @@
 #include "Brimble/Settings/PermissionsPage.h"
 #include "Brimble/Settings/StatisticsPage.h"
 #include "Brimble/Settings/UpdatesPage.h"
+#include "BrimbleCore/Support/Version.h"
 #include "BrimbleCore/Updates/UpdateCheck.h"
 
 namespace brimble {
@@ -121,7 +122,7 @@ SettingsWindow::SettingsWindow(const SettingsStore& store) : store_(store) {
   tabs_->addTab(permissions_, "Permissions");
   tabs_->addTab(new StatisticsPage(UsageStatistics::forUser(), this), "Statistics");
   updates_ = new UpdatesPage(store, updateFeedAddress(std::nullopt, BRIMBLE_UPDATE_FEED_URL),
-                             BRIMBLE_VERSION, this);
+                             brimble::kVersion, this);
   tabs_->addTab(updates_, "Updates");
   auto* column = new QVBoxLayout(this);
   column->addWidget(tabs_);

@@ -8,7 +8,7 @@ JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBRIMBLE_UNITY_BUILD=ON \
   "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG"
 
-.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-app bench-script bench-tape bench-peers bench-video fuzz format clean
+.PHONY: deps configure build test sanitize demo package package-check bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-app bench-script bench-tape bench-peers bench-video fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -59,6 +59,17 @@ demo:
 	  -DBRIMBLE_BUILD_TESTS=OFF -DBRIMBLE_BUILD_APP=OFF
 	cmake --build $(BUILD) -j $(JOBS) --target brimble
 	$(BUILD)/cli/brimble run --headless examples/hello.brim
+
+# Debian packages of the command line and of the app, from the build above:
+# $(BUILD)/brimble_<version>_amd64.deb and $(BUILD)/brimble-app_<version>_amd64.deb.
+package: configure
+	cmake --build $(BUILD) -j $(JOBS) --target brimble brimble-app
+	cd $(BUILD) && cpack
+
+# Installs those packages on this machine, runs an example from /usr/bin, removes them and checks
+# that nothing is left. Changes the system: for a test machine.
+package-check: package
+	packaging/check-package.sh $(BUILD)
 
 bench-build: deps
 	@test -f build-bench/build.ninja || cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release \

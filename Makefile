@@ -8,7 +8,7 @@ JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBRIMBLE_UNITY_BUILD=ON \
   "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG"
 
-.PHONY: deps configure build test sanitize demo bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-app bench-script bench-tape bench-peers bench-video fuzz format clean
+.PHONY: deps configure build test sanitize demo readme-gif bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-app bench-script bench-tape bench-peers bench-video fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -49,6 +49,12 @@ sanitize: deps
 # The example script in an embedded display, whatever $$DISPLAY says.
 demo: build
 	$(BUILD)/cli/brimble run --headless examples/hello.brim
+
+# The GIF at the top of the README: Brimble running a script in a terminal of its own display.
+# That terminal's shell finds brimble on PATH, so the one just built goes first.
+readme-gif: build
+	PATH="$(abspath $(BUILD))/cli:$$PATH" $(BUILD)/cli/brimble run --headless -q examples/brimble.brim \
+	  -o docs/brimble.gif
 
 bench-build: deps
 	@test -f build-bench/build.ninja || cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release \

@@ -1,0 +1,246 @@
+#!/usr/bin/env python3
+"""Keeps the docs true: every `brimble ...` line in the shell blocks of README.md and docs/*.md
+runs here, in a throwaway home with small stand-ins for the files the docs name (demo.brim,
+frames/, clip.gif, ...), or, where it needs the user's desktop or runs until stopped, at least
+parses (`brimble --parse-only ...`). A renamed command, a dropped option or a value an option no
+longer takes fails with the doc's file and line.
+
+    check-doc-commands.py BRIMBLE SOURCE_DIR            check the docs
+    check-doc-commands.py BRIMBLE SOURCE_DIR --broken F  every command line in F must fail
+"""
+
+import argparse
+import os
+import re
+import shlex
+import shutil
+import struct
+import subprocess
+import sys
+import tempfile
+import zlib
+from pathlib import Path
+
+# Commands that only have to parse, each with the reason it is not run here.
+PARSE_ONLY = {
+    "record": "records the desktop until its duration or Ctrl-C",
+    "still": "captures the desktop",
+    "windows": "lists the desktop's windows",
+    "window": "opens, moves and closes windows on the desktop",
+    "input": "types and clicks on the desktop",
+    "inspect": "starts Chromium or reads a running application",
+    "display": "keeps a display up until it is stopped, or runs a program in it",
+    "mcp-server": "serves MCP until its input closes",
+    "update-check": "reads the release feed over the network",
+    "report": "asks before it saves the archive",
+}
+
+# Exit statuses that mean the command ran as documented, where 0 is not the only one.
+ACCEPTED_STATUS = {
+    "doctor": {0, 1},  # 1 says something recording needs is missing, which a test machine may lack
+}
+
+SHELL_BLOCK = re.compile(r"^```(sh|bash|shell|console)\s*$")
+SUBSTITUTION = re.compile(r"\$\((brimble\s[^)]*)\)")
+SEPARATORS = {"|", "||", "&&", ";", "&", ">", ">>", "<", "2>", "2>&1", ")"}
+TIMEOUT_SECONDS = 30
+
+DEMO_SCRIPT = 'set output "output.gif"\nrecord region 0 0 240 160 duration 0.4\n'
+DEMO_TAPE = 'Output demo.gif\nSet Width 480\nSet Height 240\nType "echo hi"\nEnter\nSleep 200ms\n'
+
+
+class Line:
+    def __init__(self, doc, number, text):
+        self.doc = doc
+        self.number = number
+        self.text = text
+
+    def where(self):
+        return f"{self.doc}:{self.number}"
+
+
+def shell_lines(path, shown_as):
+    """The command lines of a Markdown file's shell blocks, continuations joined."""
+    lines = []
+    in_block = False
+    pending = None
+    for number, raw in enumerate(path.read_text(encoding="utf-8").splitlines(), start=1):
+        if raw.startswith("```"):
+            in_block = not in_block and bool(SHELL_BLOCK.match(raw))
+            pending = None
+            continue
+        if not in_block:
+            continue
+        if pending is not None:
+            pending.text += " " + raw.rstrip()
+        else:
+            pending = Line(shown_as, number, raw.rstrip())
+        if pending.text.endswith("\\"):
+            pending.text = pending.text[:-1]
+            continue
+        lines.append(pending)
+        pending = None
+    return lines
+
+
+def tokens_of(text):
+    lexer = shlex.shlex(text, posix=True, punctuation_chars=";&|<>()")
+    lexer.whitespace_split = True
+    return list(lexer)
+
+
+def commands_in(line):
+    """The arguments of each brimble command a line holds."""
+    try:
+        tokens = tokens_of(line.text)
+    except ValueError as error:
+        raise ValueError(f"cannot be read as a shell line ({error})")
+    found = []
+    for token in tokens:
+        for inner in SUBSTITUTION.findall(token):
+            found.append(tokens_of(inner)[1:])
+    words = []
+    for token in tokens + [";"]:
+        if token in SEPARATORS:
+            while words and re.fullmatch(r"[A-Z_]+=.*", words[0]):
+                words.pop(0)
+            if words and Path(words[0]).name == "brimble":
+                found.append(words[1:])
+            words = []
+        else:
+            words.append(token)
+    return found
+
+
+def command_name(arguments):
+    return next((word for word in arguments if not word.startswith("-")), "")
+
+
+def write_png(path, width, height, shade):
+    rows = b"".join(b"\x00" + bytes([shade, 255 - shade, (shade * 3) % 256]) * width
+                    for _ in range(height))
+
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(
+            ">I", zlib.crc32(kind + data) & 0xFFFFFFFF)
+
+    header = struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)
+    path.write_bytes(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) +
+                     chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+
+
+class Sandbox:
+    """A home, state and config folder of its own, and the files the docs' examples name."""
+
+    def __init__(self, root, brimble):
+        self.brimble = brimble
+        self.work = root / "work"
+        home = root / "home"
+        scripts = root / "scripts"
+        # An AI tool found on this computer (Cursor's folder), for the MCP commands to register with.
+        for folder in (self.work / "frames", home / ".cursor", scripts):
+            folder.mkdir(parents=True)
+        self.env = {key: value for key, value in os.environ.items()
+                    if key not in ("DISPLAY", "WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS",
+                                   "XDG_SESSION_TYPE", "PULSE_SERVER")}
+        self.env.update(HOME=str(home), XDG_STATE_HOME=str(home / ".local/state"),
+                        XDG_CONFIG_HOME=str(home / ".config"),
+                        XDG_DATA_HOME=str(home / ".local/share"),
+                        BRIMBLE_SCRIPT_DIR=str(scripts),
+                        BRIMBLE_HISTORY_FILE=str(home / "history.json"),
+                        BRIMBLE_UPDATE_FEED="http://127.0.0.1:9/feed.json")
+        for index in range(4):
+            write_png(self.work / "frames" / f"frame-{index:03d}.png", 64, 48, index * 60)
+        for name in ("demo.brim", "setup.brim"):
+            (self.work / name).write_text(DEMO_SCRIPT)
+        (scripts / "demo.brim").write_text(DEMO_SCRIPT)
+        (self.work / "demo.tape").write_text(DEMO_TAPE)
+        (self.work / "page.html").write_text("<button>Save</button>\n")
+        made = self.run(["encode", "frames/", "-o", "clip.gif"])
+        if made.returncode != 0:
+            raise RuntimeError("could not make clip.gif for the examples: " + made.stdout)
+        shutil.copy(self.work / "clip.gif", self.work / "long.gif")
+
+    def run(self, arguments):
+        with open(self.work / "demo.brim", "rb") as stdin:
+            return subprocess.run([self.brimble] + arguments, cwd=self.work, env=self.env,
+                                  stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                  text=True, errors="replace", timeout=TIMEOUT_SECONDS)
+
+
+def check_brimble(sandbox, arguments):
+    """None when the command line holds, else why not."""
+    name = command_name(arguments)
+    parse_only = name in PARSE_ONLY
+    try:
+        result = sandbox.run(["--parse-only"] + arguments if parse_only else arguments)
+    except subprocess.TimeoutExpired:
+        return f"still running after {TIMEOUT_SECONDS} s"
+    accepted = {0} if parse_only else ACCEPTED_STATUS.get(name, {0})
+    if result.returncode in accepted:
+        return None
+    output = [text for text in result.stdout.splitlines() if text.strip()]
+    said = output[-1] if output else "(nothing)"
+    for text in output:
+        if "error" in text.lower() or text.startswith("brimble"):
+            said = text
+            break
+    mode = "parsing" if parse_only else "running"
+    return f"exit {result.returncode} {mode} it: {said}"
+
+
+def check(lines, brimble):
+    results = []
+    with tempfile.TemporaryDirectory(prefix="brimble-docs-") as root:
+        sandbox = Sandbox(Path(root), brimble)
+        for line in lines:
+            try:
+                commands = commands_in(line)
+            except ValueError as error:
+                results.append((line, None, str(error)))
+                continue
+            for arguments in commands:
+                problem = check_brimble(sandbox, arguments or ["--help"])
+                results.append((line, arguments, problem))
+    return results
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("brimble", type=Path)
+    parser.add_argument("source_dir", type=Path)
+    parser.add_argument("--broken", type=Path,
+                        help="a file of command lines that must each fail (the check's own test)")
+    options = parser.parse_args()
+
+    if options.broken:
+        docs = [(options.broken, options.broken.name)]
+    else:
+        docs = [(options.source_dir / "README.md", "README.md")] + [
+            (path, f"docs/{path.name}") for path in sorted((options.source_dir / "docs").glob("*.md"))]
+    lines = [line for path, shown_as in docs for line in shell_lines(path, shown_as)]
+    results = check(lines, str(options.brimble.resolve()))
+    commands = [result for result in results if result[1] is not None]
+    problems = [result for result in results if result[2] is not None]
+
+    if options.broken:
+        held = [line for line, _, problem in results if problem is None]
+        for line in held:
+            print(f"{line.where()}: should have failed, but holds: {line.text.strip()}")
+        for line, _, problem in problems:
+            print(f"{line.where()}: caught: {problem}")
+        if not commands or held:
+            return 1
+        print(f"All {len(commands)} broken command lines were caught.")
+        return 0
+
+    for line, _, problem in problems:
+        print(f"{line.where()}: {line.text.strip()}\n    {problem}")
+    parsed = sum(1 for _, arguments, _ in commands if command_name(arguments) in PARSE_ONLY)
+    print(f"{len(commands)} brimble commands in {len(docs)} files: {len(commands) - parsed} run, "
+          f"{parsed} parsed only; {len(problems)} wrong.")
+    return 1 if problems else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -2,8 +2,9 @@
 """Keeps the docs true: every `brimble ...` line in the shell blocks of README.md and docs/*.md
 runs here, in a throwaway home with small stand-ins for the files the docs name (demo.brim,
 frames/, clip.gif, ...), or, where it needs the user's desktop or runs until stopped, at least
-parses (`brimble --parse-only ...`). A renamed command, a dropped option or a value an option no
-longer takes fails with the doc's file and line.
+parses (`brimble --parse-only ...`); and every ```brim block passes `brimble validate`. A renamed
+command, a dropped option, a value an option no longer takes or a script command or setting gone
+fails with the doc's file and line.
 
     check-doc-commands.py BRIMBLE SOURCE_DIR            check the docs
     check-doc-commands.py BRIMBLE SOURCE_DIR --broken F  every command line in F must fail
@@ -41,6 +42,7 @@ ACCEPTED_STATUS = {
 }
 
 SHELL_BLOCK = re.compile(r"^```(sh|bash|shell|console)\s*$")
+SCRIPT_BLOCK = "```brim"
 SUBSTITUTION = re.compile(r"\$\((brimble\s[^)]*)\)")
 SEPARATORS = {"|", "||", "&&", ";", "&", ">", ">>", "<", "2>", "2>&1", ")"}
 TIMEOUT_SECONDS = 30
@@ -54,22 +56,37 @@ class Line:
         self.doc = doc
         self.number = number
         self.text = text
+        self.script = False
 
     def where(self):
         return f"{self.doc}:{self.number}"
 
 
-def shell_lines(path, shown_as):
-    """The command lines of a Markdown file's shell blocks, continuations joined."""
+def doc_lines(path, shown_as):
+    """The command lines of a Markdown file's shell blocks, continuations joined, and its script
+    blocks, each as one Line whose text is the script (marked by `script`)."""
     lines = []
-    in_block = False
+    block = None
     pending = None
     for number, raw in enumerate(path.read_text(encoding="utf-8").splitlines(), start=1):
         if raw.startswith("```"):
-            in_block = not in_block and bool(SHELL_BLOCK.match(raw))
+            if block is None and raw.strip() == SCRIPT_BLOCK:
+                block = Line(shown_as, number + 1, "")
+                block.script = True
+            elif block is None and SHELL_BLOCK.match(raw):
+                block = "shell"
+            elif block is None:
+                block = "other"
+            else:
+                if isinstance(block, Line):
+                    lines.append(block)
+                block = None
             pending = None
             continue
-        if not in_block:
+        if isinstance(block, Line):
+            block.text += raw + "\n"
+            continue
+        if block != "shell":
             continue
         if pending is not None:
             pending.text += " " + raw.rstrip()
@@ -149,42 +166,42 @@ class Sandbox:
                         BRIMBLE_SCRIPT_DIR=str(scripts),
                         BRIMBLE_HISTORY_FILE=str(home / "history.json"),
                         BRIMBLE_UPDATE_FEED="http://127.0.0.1:9/feed.json")
-        for index in range(4):
-            write_png(self.work / "frames" / f"frame-{index:03d}.png", 64, 48, index * 60)
-        for name in ("demo.brim", "setup.brim"):
+        for index in range(8):
+            write_png(self.work / "frames" / f"frame-{index:03d}.png", 640, 400, index * 30)
+        for name in ("demo.brim", "hello.brim", "setup.brim"):
             (self.work / name).write_text(DEMO_SCRIPT)
         (scripts / "demo.brim").write_text(DEMO_SCRIPT)
         (self.work / "demo.tape").write_text(DEMO_TAPE)
         (self.work / "page.html").write_text("<button>Save</button>\n")
-        made = self.run(["encode", "frames/", "-o", "clip.gif"])
+        # A GIF of four seconds; each command gets it afresh, whatever the one before wrote.
+        made = self.run(["encode", "frames/", "--fps", "2", "-o", "../clip.gif"])
         if made.returncode != 0:
             raise RuntimeError("could not make clip.gif for the examples: " + made.stdout)
-        shutil.copy(self.work / "clip.gif", self.work / "long.gif")
+        self.clip = root / "clip.gif"
 
-    def run(self, arguments):
-        with open(self.work / "demo.brim", "rb") as stdin:
-            return subprocess.run([self.brimble] + arguments, cwd=self.work, env=self.env,
-                                  stdin=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                                  text=True, errors="replace", timeout=TIMEOUT_SECONDS)
+    def run(self, arguments, stdin=DEMO_SCRIPT):
+        if hasattr(self, "clip"):
+            for name in ("clip.gif", "long.gif"):
+                shutil.copy(self.clip, self.work / name)
+        return subprocess.run([self.brimble] + arguments, cwd=self.work, env=self.env,
+                              input=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                              text=True, errors="replace", timeout=TIMEOUT_SECONDS)
 
 
-def check_brimble(sandbox, arguments):
+def check_brimble(sandbox, arguments, stdin=DEMO_SCRIPT):
     """None when the command line holds, else why not."""
     name = command_name(arguments)
     parse_only = name in PARSE_ONLY
     try:
-        result = sandbox.run(["--parse-only"] + arguments if parse_only else arguments)
+        result = sandbox.run(["--parse-only"] + arguments if parse_only else arguments, stdin)
     except subprocess.TimeoutExpired:
         return f"still running after {TIMEOUT_SECONDS} s"
     accepted = {0} if parse_only else ACCEPTED_STATUS.get(name, {0})
     if result.returncode in accepted:
         return None
     output = [text for text in result.stdout.splitlines() if text.strip()]
-    said = output[-1] if output else "(nothing)"
-    for text in output:
-        if "error" in text.lower() or text.startswith("brimble"):
-            said = text
-            break
+    said = next((text for text in output if re.match(r"(Line \d|brimble|.*error)", text, re.I)),
+                output[-1] if output else "(nothing)")
     mode = "parsing" if parse_only else "running"
     return f"exit {result.returncode} {mode} it: {said}"
 
@@ -194,6 +211,14 @@ def check(lines, brimble):
     with tempfile.TemporaryDirectory(prefix="brimble-docs-") as root:
         sandbox = Sandbox(Path(root), brimble)
         for line in lines:
+            if line.script:
+                problem = check_brimble(sandbox, ["validate", "-"], line.text)
+                wrong = re.search(r"Line (\d+)", problem or "")
+                if wrong:  # the doc's own line of the script's line that is wrong
+                    line = Line(line.doc, line.number + int(wrong.group(1)) - 1, line.text)
+                    line.script = True
+                results.append((line, ["validate", "-"], problem))
+                continue
             try:
                 commands = commands_in(line)
             except ValueError as error:
@@ -218,7 +243,7 @@ def main():
     else:
         docs = [(options.source_dir / "README.md", "README.md")] + [
             (path, f"docs/{path.name}") for path in sorted((options.source_dir / "docs").glob("*.md"))]
-    lines = [line for path, shown_as in docs for line in shell_lines(path, shown_as)]
+    lines = [line for path, shown_as in docs for line in doc_lines(path, shown_as)]
     results = check(lines, str(options.brimble.resolve()))
     commands = [result for result in results if result[1] is not None]
     problems = [result for result in results if result[2] is not None]
@@ -235,10 +260,13 @@ def main():
         return 0
 
     for line, _, problem in problems:
-        print(f"{line.where()}: {line.text.strip()}\n    {problem}")
+        shown = "the script block" if line.script else line.text.strip()
+        print(f"{line.where()}: {shown}\n    {problem}")
     parsed = sum(1 for _, arguments, _ in commands if command_name(arguments) in PARSE_ONLY)
-    print(f"{len(commands)} brimble commands in {len(docs)} files: {len(commands) - parsed} run, "
-          f"{parsed} parsed only; {len(problems)} wrong.")
+    scripts = sum(1 for line, _, _ in commands if line.script)
+    print(f"{len(commands)} brimble commands and scripts in {len(docs)} files: "
+          f"{len(commands) - parsed - scripts} run, {parsed} parsed only, {scripts} scripts "
+          f"validated; {len(problems)} wrong.")
     return 1 if problems else 0
 
 

@@ -152,6 +152,7 @@ class Sandbox:
     def __init__(self, root, brimble):
         self.brimble = brimble
         self.work = root / "work"
+        self.clip = None
         home = root / "home"
         scripts = root / "scripts"
         # An AI tool found on this computer (Cursor's folder), for the MCP commands to register with.
@@ -174,13 +175,13 @@ class Sandbox:
         (self.work / "demo.tape").write_text(DEMO_TAPE)
         (self.work / "page.html").write_text("<button>Save</button>\n")
         # A GIF of four seconds; each command gets it afresh, whatever the one before wrote.
-        made = self.run(["encode", "frames/", "--fps", "2", "-o", "../clip.gif"])
+        made = self.run(["encode", "frames/", "--fps", "2", "-o", str(root / "clip.gif")])
         if made.returncode != 0:
             raise RuntimeError("could not make clip.gif for the examples: " + made.stdout)
         self.clip = root / "clip.gif"
 
     def run(self, arguments, stdin=DEMO_SCRIPT):
-        if hasattr(self, "clip"):
+        if self.clip is not None:
             for name in ("clip.gif", "long.gif"):
                 shutil.copy(self.clip, self.work / name)
         return subprocess.run([self.brimble] + arguments, cwd=self.work, env=self.env,
@@ -188,10 +189,16 @@ class Sandbox:
                               text=True, errors="replace", timeout=TIMEOUT_SECONDS)
 
 
+def outside_the_sandbox(arguments):
+    """Whether a command names a path a run here could write beyond its folder."""
+    return any(word.startswith(("/", "~")) or ".." in Path(word).parts for word in arguments)
+
+
 def check_brimble(sandbox, arguments, stdin=DEMO_SCRIPT):
     """None when the command line holds, else why not."""
     name = command_name(arguments)
-    parse_only = name in PARSE_ONLY
+    # A path of the user's own is only parsed: the check must write nothing outside its folder.
+    parse_only = name in PARSE_ONLY or outside_the_sandbox(arguments)
     try:
         result = sandbox.run(["--parse-only"] + arguments if parse_only else arguments, stdin)
     except subprocess.TimeoutExpired:
@@ -262,7 +269,8 @@ def main():
     for line, _, problem in problems:
         shown = "the script block" if line.script else line.text.strip()
         print(f"{line.where()}: {shown}\n    {problem}")
-    parsed = sum(1 for _, arguments, _ in commands if command_name(arguments) in PARSE_ONLY)
+    parsed = sum(1 for _, arguments, _ in commands
+                 if command_name(arguments) in PARSE_ONLY or outside_the_sandbox(arguments))
     scripts = sum(1 for line, _, _ in commands if line.script)
     print(f"{len(commands)} brimble commands and scripts in {len(docs)} files: "
           f"{len(commands) - parsed - scripts} run, {parsed} parsed only, {scripts} scripts "

@@ -8,6 +8,7 @@ fails with the doc's file and line.
 
     check-doc-commands.py BRIMBLE SOURCE_DIR            check the docs
     check-doc-commands.py BRIMBLE SOURCE_DIR --broken F  every command line in F must fail
+    check-doc-commands.py BRIMBLE SOURCE_DIR --render S  script S renders, brimble on its PATH
 """
 
 import argparse
@@ -46,6 +47,7 @@ SCRIPT_BLOCK = "```brim"
 SUBSTITUTION = re.compile(r"\$\((brimble\s[^)]*)\)")
 SEPARATORS = {"|", "||", "&&", ";", "&", ">", ">>", "<", "2>", "2>&1", ")"}
 TIMEOUT_SECONDS = 30
+RENDER_TIMEOUT_SECONDS = 120
 
 DEMO_SCRIPT = 'set output "output.gif"\nrecord region 0 0 240 160 duration 0.4\n'
 DEMO_TAPE = 'Output demo.gif\nSet Width 480\nSet Height 240\nType "echo hi"\nEnter\nSleep 200ms\n'
@@ -180,13 +182,13 @@ class Sandbox:
             raise RuntimeError("could not make clip.gif for the examples: " + made.stdout)
         self.clip = root / "clip.gif"
 
-    def run(self, arguments, stdin=DEMO_SCRIPT):
+    def run(self, arguments, stdin=DEMO_SCRIPT, timeout=TIMEOUT_SECONDS):
         if self.clip is not None:
             for name in ("clip.gif", "long.gif"):
                 shutil.copy(self.clip, self.work / name)
         return subprocess.run([self.brimble] + arguments, cwd=self.work, env=self.env,
                               input=stdin, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-                              text=True, errors="replace", timeout=TIMEOUT_SECONDS)
+                              text=True, errors="replace", timeout=timeout)
 
 
 def outside_the_sandbox(arguments):
@@ -237,13 +239,38 @@ def check(lines, brimble):
     return results
 
 
+def render(script, brimble):
+    """Runs a script that shows brimble at work (the README's GIF), as `make readme-gif` does."""
+    with tempfile.TemporaryDirectory(prefix="brimble-docs-") as root:
+        sandbox = Sandbox(Path(root), brimble)
+        sandbox.env["PATH"] = str(Path(brimble).parent) + os.pathsep + sandbox.env.get("PATH", "")
+        output = Path(root) / "rendered.gif"
+        try:
+            result = sandbox.run(["run", "--headless", "-q", str(script.resolve()), "-o",
+                                  str(output)], timeout=RENDER_TIMEOUT_SECONDS)
+        except subprocess.TimeoutExpired:
+            print(f"{script}: still running after {RENDER_TIMEOUT_SECONDS} s")
+            return 1
+        if result.returncode != 0 or not output.is_file():
+            print(f"{script}: exit {result.returncode}, no animation:\n{result.stdout}")
+            return 1
+        if not output.read_bytes().startswith(b"GIF89a"):
+            print(f"{script}: {output.name} is not a GIF")
+            return 1
+        print(result.stdout.strip())
+        return 0
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("brimble", type=Path)
     parser.add_argument("source_dir", type=Path)
     parser.add_argument("--broken", type=Path,
                         help="a file of command lines that must each fail (the check's own test)")
+    parser.add_argument("--render", type=Path, help="a script to render with brimble on PATH")
     options = parser.parse_args()
+    if options.render:
+        return render(options.render, str(options.brimble.resolve()))
 
     if options.broken:
         docs = [(options.broken, options.broken.name)]

@@ -81,10 +81,6 @@ int main(int argc, char** argv) {
   bool verbose = false;
   app.add_flag("--verbose", verbose,
                "Say more of what is happening on standard error (the log always has it)");
-  // Hidden: the docs' checker asks whether a documented command line still parses (its command,
-  // its options and the values they take) without running it, for commands that need a desktop.
-  bool parseOnly = false;
-  app.add_flag("--parse-only", parseOnly)->group("");
 
   const std::vector<Command> commands = {
       addEncodeCommand(app, interrupts),
@@ -110,6 +106,10 @@ int main(int argc, char** argv) {
       addUpdateCheckCommand(app),
   };
 
+  // Hidden: the docs' checker asks whether a documented command line still parses (its command,
+  // its options and the values they take) without running it, for commands that need a desktop.
+  bool parseOnly = false;
+  app.add_flag("--parse-only", parseOnly)->group("");
   try {
     app.parse(takeDisplayArguments(argc, argv), argv);
   } catch (const CLI::CallForHelp& request) {

@@ -8,7 +8,7 @@ JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBRIMBLE_UNITY_BUILD=ON \
   "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG"
 
-.PHONY: deps configure build test sanitize demo package package-check bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-app bench-script bench-tape bench-peers bench-video fuzz format clean
+.PHONY: deps configure build test sanitize cli demo readme-gif package package-check bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-app bench-script bench-tape bench-peers bench-video fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -51,16 +51,19 @@ sanitize: deps
 	  LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp \
 	  ctest --test-dir build-asan $(CTEST_FLAGS) $(SANITIZE_EXCLUDE)
 
-# The example script in an embedded display, whatever $$DISPLAY says. It needs only the command
-# line: its packages, and the one target, so a newcomer's first GIF comes in minutes.
-demo:
+# Only the command line: its packages, and the one target, so a newcomer's first GIF comes in
+# minutes. A build folder that `make build` made keeps everything it has.
+cli:
 	@scripts/install-deps.sh demo
 	@test -f $(BUILD)/build.ninja || cmake -S . -B $(BUILD) $(CMAKE_GEN) -DBRIMBLE_WERROR=ON \
 	  -DBRIMBLE_BUILD_TESTS=OFF -DBRIMBLE_BUILD_APP=OFF
 	cmake --build $(BUILD) -j $(JOBS) --target brimble
+
+# The example script in an embedded display, whatever $$DISPLAY says.
+demo: cli
 	$(BUILD)/cli/brimble run --headless examples/hello.brim
 
-# Debian packages of the command line and of the app, from the build above:
+# Debian packages of the command line and of the app, from the build folder:
 # $(BUILD)/brimble_<version>_amd64.deb and $(BUILD)/brimble-app_<version>_amd64.deb.
 package: configure
 	cmake --build $(BUILD) -j $(JOBS) --target brimble brimble-app
@@ -70,6 +73,14 @@ package: configure
 # that nothing is left. Changes the system: for a test machine.
 package-check: package
 	packaging/check-package.sh $(BUILD)
+
+# The GIF at the top of the README: Brimble running a script in a terminal of its own display.
+# That terminal's shell finds brimble on PATH, so the one just built goes first; the GIF it made
+# plays in ImageMagick's animate, one of the test packages.
+readme-gif: configure
+	cmake --build $(BUILD) -j $(JOBS) --target brimble
+	PATH="$(abspath $(BUILD))/cli:$$PATH" $(BUILD)/cli/brimble run --headless -q examples/brimble.brim \
+	  -o docs/brimble.gif
 
 bench-build: deps
 	@test -f build-bench/build.ninja || cmake -S . -B build-bench -G Ninja -DCMAKE_BUILD_TYPE=Release \

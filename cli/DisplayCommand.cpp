@@ -355,11 +355,16 @@ int runDisplay(const CLI::App& command, const std::vector<std::string>& argument
 }  // namespace
 
 int takeDisplayArguments(int argc, char** argv) {
-  if (argc < 2 || std::string_view(argv[1]) != "display") {
+  // Global options (`--verbose`; none takes a value) may stand before the command.
+  int command = 1;
+  while (command < argc && argv[command][0] == '-' && std::string_view(argv[command]) != "--") {
+    ++command;
+  }
+  if (command >= argc || std::string_view(argv[command]) != "display") {
     return argc;
   }
-  displayArguments().assign(argv + 2, argv + argc);
-  return 2;
+  displayArguments().assign(argv + command + 1, argv + argc);
+  return command + 1;
 }
 
 Command addDisplayCommand(CLI::App& app) {

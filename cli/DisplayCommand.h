@@ -11,8 +11,8 @@ Command addDisplayCommand(CLI::App& app);
 
 /// How many of main's arguments the parser should see. Everything after `brimble display`
 /// belongs to the display command (a program and its own options, which the parser would take
-/// for ours), so this keeps them aside for it and returns 2; any other command line is the
-/// parser's whole.
+/// for ours), so this keeps them aside for it and returns the count up to `display` (global
+/// options may come before it); any other command line is the parser's whole.
 int takeDisplayArguments(int argc, char** argv);
 
 }  // namespace brimble::cli

@@ -107,6 +107,10 @@ int main(int argc, char** argv) {
       addUpdateCheckCommand(app),
   };
 
+  // Hidden: the docs' checker asks whether a documented command line still parses (its command,
+  // its options and the values they take) without running it, for commands that need a desktop.
+  bool parseOnly = false;
+  app.add_flag("--parse-only", parseOnly)->group("");
   try {
     app.parse(takeDisplayArguments(argc, argv), argv);
   } catch (const CLI::CallForHelp& request) {
@@ -117,6 +121,9 @@ int main(int argc, char** argv) {
     return app.exit(request);
   } catch (const CLI::ParseError& error) {
     return reportUsageError(app, error);
+  }
+  if (parseOnly) {
+    return kExitSuccess;
   }
   brimble::setVerboseLogging(verbose);
 

@@ -137,21 +137,38 @@ expect_status 1
 expect_line out "0 rendered, 1 failed: proj/docs/fail.brim, 1 not run"
 [[ ! -e "$tmp/proj/docs/good.gif" ]] || fail "rendered after the first failure"
 
-# Stopped (as CI cancels a job): brimble is stopped too and replaces no earlier output.
-sed -e 's/fail.gif/slow.gif/' -e 's/run "exit 3"/wait 30/' "$tmp/proj/docs/fail.brim" \
-  >"$tmp/proj/docs/slow.brim"
-printf 'the last good render\n' >"$tmp/proj/docs/slow.gif"
-case_name="stopped"
-(cd "$tmp" && exec "$render_all" proj/docs/slow.brim) >"$tmp/out" 2>"$tmp/err" &
+# Stopped as CI cancels a job (SIGTERM to it alone) and as Ctrl-C does (SIGINT to the terminal's
+# whole process group, which a background job here would ignore): brimble is stopped too and
+# replaces no earlier output.
+for how in TERM INT; do
+  sed -e "s/fail.gif/slow-$how.gif/" -e 's/run "exit 3"/wait 30/' "$tmp/proj/docs/fail.brim" \
+    >"$tmp/proj/docs/slow-$how.brim"
+  printf 'the last good render\n' >"$tmp/proj/docs/slow-$how.gif"
+done
+(cd "$tmp" && exec "$render_all" proj/docs/slow-TERM.brim) >"$tmp/out-TERM" 2>"$tmp/err-TERM" &
+term_pid=$!
+(cd "$tmp" && exec /usr/bin/python3 -c 'import os, signal, sys
+signal.signal(signal.SIGINT, signal.SIG_DFL)
+os.setsid()
+os.execv(sys.argv[1], sys.argv[1:])' "$render_all" proj/docs/slow-INT.brim) \
+  >"$tmp/out-INT" 2>"$tmp/err-INT" &
+int_pid=$!
 sleep 3
-kill -TERM $!
-wait $!
-status=$?
-expect_status 130
-expect_line out "0 rendered, 1 failed: proj/docs/slow.brim (interrupted)"
-printf 'the last good render\n' | cmp -s - "$tmp/proj/docs/slow.gif" ||
-  fail "slow.gif was replaced; stderr: $(cat "$tmp/err")"
-! pgrep -f "$tmp/proj/docs/slow.brim" >/dev/null || fail "brimble still runs after the stop"
+kill -TERM "$term_pid"
+kill -INT -- "-$int_pid"
+for how in TERM INT; do
+  pid_name=${how,,}_pid
+  wait "${!pid_name}"
+  status=$?
+  case_name="stopped by SIG$how"
+  cp "$tmp/out-$how" "$tmp/out"
+  cp "$tmp/err-$how" "$tmp/err"
+  expect_status 130
+  expect_line out "0 rendered, 1 failed: proj/docs/slow-$how.brim (interrupted)"
+  printf 'the last good render\n' | cmp -s - "$tmp/proj/docs/slow-$how.gif" ||
+    fail "slow-$how.gif was replaced; stderr: $(cat "$tmp/err")"
+  ! pgrep -f "$tmp/proj/docs/slow-$how.brim" >/dev/null || fail "brimble still runs after the stop"
+done
 
 run "usage: --jobs 0" --jobs 0 proj
 expect_status 2

@@ -36,8 +36,9 @@ packages=(
   # the desktop application (and a Qt test application for element targets), as an X11 or a
   # Wayland client; wl-clipboard reads its clipboard back in the Wayland tests
   qt6-base-dev qt6-qpa-plugins qt6-wayland wl-clipboard
-  # tests and benchmarks
+  # tests and benchmarks; the shells and man tools the completions and manual pages are tried in
   libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick webp giflib-tools time
+  zsh fish man-db groff-base
   # MCP tests: the SDK client runs on node; the shim's install-help responder on python3
   nodejs python3
 )

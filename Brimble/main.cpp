@@ -46,7 +46,7 @@ std::string wrapped(std::string_view text, std::size_t indent, std::size_t width
 }
 
 std::string usage() {
-  constexpr std::size_t kWidth = 94;
+  constexpr std::size_t kWidth = 88;
   constexpr std::size_t kNameColumn = 14;
   std::string text = "Usage: brimble-app [--toggle]\n\n" +
                      wrapped(brimble::appOptions::kSummary, 0, kWidth) + "\n\nOptions:\n";

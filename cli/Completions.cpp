@@ -62,7 +62,8 @@ OptionValues positionalValues(const CommandOutline& command) {
   return {};
 }
 
-// The case patterns ("'brimble run -o'|'brimble run --output'") and the words below.
+// One arm of a shell `case`: its patterns ('brimble run -o'|'brimble run --output') and what
+// runs for them.
 struct CaseArm {
   std::vector<std::string> keys;
   std::string action;
@@ -183,8 +184,12 @@ std::string bashScript(const CommandOutline& root) {
          "_brimble() {\n"
          "  local cur=${COMP_WORDS[COMP_CWORD]} command=brimble expects= word i\n"
          "  COMPREPLY=()\n"
+         "  # bash splits --format=gif into three words; the = only joins the option to its "
+         "value.\n"
+         "  [[ $cur == = ]] && cur=\n"
          "  for ((i = 1; i < COMP_CWORD; i++)); do\n"
          "    word=${COMP_WORDS[i]}\n"
+         "    [[ $word == = ]] && continue\n"
          "    # An option's value, unless the option takes one only if given (record --display).\n"
          "    if [[ -n $expects && $word != -* ]]; then\n"
          "      expects=\n"

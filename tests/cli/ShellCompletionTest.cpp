@@ -98,6 +98,7 @@ TEST(BrimbleCompletion, BashCompletesCommandsOptionsValuesAndScriptFiles) {
   }
   EXPECT_EQ(offers("brimble run --"), runOptions);
   EXPECT_EQ(offers("brimble encode --palette ''"), (Offers{"auto", "global", "perFrame"}));
+  EXPECT_EQ(offers("brimble encode --palette = gl"), Offers{"global"});  // --palette=gl
   EXPECT_EQ(offers("brimble completion ''"), (Offers{"bash", "zsh", "fish"}));
   // Options and their values before the cursor are walked over, not taken for commands.
   EXPECT_EQ(offers("brimble --verbose window open --app run '' "), Offers{});

@@ -47,6 +47,8 @@ std::string roffText(std::string_view text) {
       out += "\\e";
     } else if (c == '-') {
       out += "\\-";
+    } else if (c == '/') {
+      out += "/\\:";  // a long address or path may break after a slash rather than overflow
     } else {
       out += c;
     }

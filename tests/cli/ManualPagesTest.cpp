@@ -60,6 +60,10 @@ TEST(BrimbleManual, PagesRenderCleanlyAndListEveryCommandOptionScriptCommandAndS
     const auto check = runCommand("groff -man -ww -z " + shellQuote(page) + " 2>&1");
     EXPECT_EQ(check.exitCode, 0) << file;
     EXPECT_EQ(check.output, "") << file;
+    // As Debian's package checks do: every line fits 80 columns.
+    const auto fitted = runCommand(environment + " LC_ALL=C.UTF-8 MANWIDTH=80 man --warnings -E " +
+                                   "UTF-8 -l -Tutf8 -Z " + shellQuote(page) + " 2>&1 >/dev/null");
+    EXPECT_EQ(fitted.output, "") << file;
     const auto shown =
         runCommand(environment + " MANWIDTH=80 man -P cat -l " + shellQuote(page) + " 2>&1");
     EXPECT_EQ(shown.exitCode, 0) << file;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <exception>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include <QApplication>
@@ -13,6 +14,7 @@
 #include <unistd.h>
 
 #include "Brimble/AppInstance.h"
+#include "Brimble/AppOptions.h"
 #include "Brimble/AppShell.h"
 #include "BrimbleCore/Capture/ScreenRecorder.h"
 #include "BrimbleCore/Diagnostics/ProgramDiagnostics.h"
@@ -23,17 +25,39 @@
 
 namespace {
 
-constexpr const char* kUsage =
-    "Usage: brimble-app [--toggle]\n"
-    "\n"
-    "Brimble's desktop app: records a region, a window or the screen to a GIF, from the tray\n"
-    "(or a small window where the desktop has no tray) and a global shortcut.\n"
-    "\n"
-    "Options:\n"
-    "  --toggle    start a recording, or stop the one running, in the app already running\n"
-    "              (what a desktop keyboard shortcut runs); starts the app if none runs\n"
-    "  --version   print the version and exit\n"
-    "  --help      print this help and exit\n";
+// `text` broken into lines of at most `width` columns, each after `indent` spaces but the first.
+std::string wrapped(std::string_view text, std::size_t indent, std::size_t width) {
+  std::string out;
+  std::size_t column = indent;
+  while (!text.empty()) {
+    const std::size_t end = text.find(' ');
+    const std::string_view word = text.substr(0, end);
+    text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+    if (column > indent && column + 1 + word.size() > width) {
+      out += "\n" + std::string(indent, ' ');
+      column = indent;
+    } else if (column > indent) {
+      out += ' ';
+      ++column;
+    }
+    out += word;
+    column += word.size();
+  }
+  return out;
+}
+
+std::string usage() {
+  constexpr std::size_t kWidth = 88;
+  constexpr std::size_t kNameColumn = 14;
+  std::string text = "Usage: brimble-app [--toggle]\n\n" +
+                     wrapped(brimble::appOptions::kSummary, 0, kWidth) + "\n\nOptions:\n";
+  for (const brimble::appOptions::AppOption& option : brimble::appOptions::kOptions) {
+    std::string name = "  " + std::string(option.name);
+    name.resize(kNameColumn, ' ');
+    text += name + wrapped(option.help, kNameColumn, kWidth) + "\n";
+  }
+  return text;
+}
 
 }  // namespace
 
@@ -47,7 +71,7 @@ int main(int argc, char** argv) {
       return 0;
     }
     if (argument == "--help" || argument == "-h") {
-      std::fputs(kUsage, stdout);
+      std::fputs(usage().c_str(), stdout);
       return 0;
     }
     if (argument == "--toggle") {

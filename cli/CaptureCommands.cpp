@@ -33,6 +33,7 @@
 #include "cli/CommandDesktop.h"
 #include "cli/CommandFailure.h"
 #include "cli/OptionChecks.h"
+#include "cli/OptionValues.h"
 #include "cli/ProgressBar.h"
 
 namespace brimble::cli {
@@ -545,6 +546,7 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
   command
       ->add_option("--idle-strategy", options->idleStrategy,
                    "Pauses without change or input: cut, ramp or fade (default: kept)")
+      ->check(valuesFrom({"cut", "ramp", "fade"}))
       ->type_name("STRATEGY");
   command
       ->add_option("--idle-threshold", options->idleThreshold,
@@ -560,6 +562,7 @@ Command addRecordCommand(CLI::App& app, Interrupts& interrupts) {
   command
       ->add_option("-o,--output", options->output,
                    "The file to write; its extension picks the format (.gif, .webp, .png, .mp4)")
+      ->check(fileValue())
       ->type_name("OUT")
       ->required();
   addVideoOptions(*command, options->video);
@@ -596,6 +599,7 @@ Command addStillCommand(CLI::App& app) {
       app.add_subcommand("still", "Capture a region, a display or a window once, as a PNG");
   addTargetOptions(*command, *options);
   command->add_option("-o,--output", options->output, "The PNG file to write")
+      ->check(fileValue())
       ->type_name("OUT.png")
       ->required();
   return {command, [options] {

@@ -13,6 +13,7 @@
 #include "BrimbleCore/Diagnostics/ProblemReport.h"
 #include "BrimbleCore/Support/UserFolders.h"
 #include "BrimbleCore/Support/Version.h"
+#include "cli/OptionValues.h"
 
 namespace brimble::cli {
 namespace {
@@ -110,9 +111,11 @@ Command addReportCommand(CLI::App& app) {
   auto options = std::make_shared<ReportOptions>();
   CLI::App* command = app.add_subcommand(
       "report", "Make one archive to attach to a problem report, shown before it is saved");
-  command->add_option("-o,--output", options->output,
-                      "The archive to write (default: brimble-report-DATE-TIME.tar.gz here); an "
-                      "existing file is never replaced");
+  command
+      ->add_option("-o,--output", options->output,
+                   "The archive to write (default: brimble-report-DATE-TIME.tar.gz here); an "
+                   "existing file is never replaced")
+      ->check(fileValue());
   command->add_flag("--show", options->show,
                     "Print everything the report would hold; save nothing");
   command->add_flag("-y,--yes", options->yes, "Save without asking");

@@ -27,6 +27,7 @@
 #include "cli/AnimationOutput.h"
 #include "cli/CommandFailure.h"
 #include "cli/OptionChecks.h"
+#include "cli/OptionValues.h"
 #include "cli/ProgressBar.h"
 
 namespace brimble::cli {
@@ -319,11 +320,14 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
       "encode",
       "Encode frames (a directory of PNG or JPEG files, frame files, or a GIF) into an "
       "animated GIF, WebP or APNG, or an MP4 video");
-  command->add_option("input", options->inputs,
-                      "A directory of frames (in name order), frame files, or a GIF");
+  command
+      ->add_option("input", options->inputs,
+                   "A directory of frames (in name order), frame files, or a GIF")
+      ->check(fileValue());
   command
       ->add_option("-o,--output", options->output,
                    "The file to write; its extension picks the format (.gif, .webp, .png, .mp4)")
+      ->check(fileValue())
       ->required();
   command->add_option("--fps", options->fps, "Frames per second of the input frames")
       ->check(wholeNumberIn(1, 100))
@@ -339,11 +343,13 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
   command
       ->add_option("--palette", options->palette,
                    "auto (shared where faithful), global or perFrame")
+      ->check(valuesFrom({"auto", "global", "perFrame"}))
       ->capture_default_str();
   command
       ->add_option("--palette-builder", options->paletteBuilder,
                    "histogram (every pixel of sampled frames) or median-cut (500 samples per "
                    "sampled frame)")
+      ->check(valuesFrom({"histogram", "median-cut"}))
       ->capture_default_str();
   command->add_flag("--frame-diffing,!--no-frame-diffing", options->frameDiffing,
                     "Store only the pixels that changed (GIF; default on)");
@@ -353,13 +359,16 @@ Command addEncodeCommand(CLI::App& app, Interrupts& interrupts) {
       ->add_option("--dedup-rule", options->dedupRule,
                    "every-pixel: any visible change is kept; sampled: about 100 pixels "
                    "compared, small changes merged away")
+      ->check(valuesFrom({"every-pixel", "sampled"}))
       ->capture_default_str();
-  command->add_option("--format", options->format, "gif, webp, apng or mp4 (default: from -o)");
+  command->add_option("--format", options->format, "gif, webp, apng or mp4 (default: from -o)")
+      ->check(valuesFrom({"gif", "webp", "apng", "mp4"}));
   addVideoOptions(*command, options->video);
   command
       ->add_option("--webp-mode", options->webpMode,
                    "lossless (exact, smallest for screen content), lossy, or mixed (each frame "
                    "lossy or lossless, whichever is smaller)")
+      ->check(valuesFrom({"lossless", "lossy", "mixed"}))
       ->capture_default_str();
   command
       ->add_option("--webp-quality", options->webpQuality,

@@ -11,6 +11,7 @@
 #include "BrimbleCore/Automation/InputError.h"
 #include "BrimbleCore/Automation/InputSimulator.h"
 #include "cli/CommandDesktop.h"
+#include "cli/OptionValues.h"
 
 namespace brimble::cli {
 namespace {
@@ -75,7 +76,9 @@ Command addInputCommand(CLI::App& app, Interrupts& interrupts) {
       ->check(CLI::Range(0.0, 60.0))
       ->capture_default_str();
   CLI::App* scroll = command->add_subcommand("scroll", "Turn the wheel where the pointer is");
-  scroll->add_option("direction", options->direction, "up, down, left or right")->required();
+  scroll->add_option("direction", options->direction, "up, down, left or right")
+      ->check(valuesFrom({"up", "down", "left", "right"}))
+      ->required();
   scroll->add_option("ticks", options->ticks, "Wheel clicks")
       ->check(CLI::Range(1, 1000))
       ->capture_default_str();

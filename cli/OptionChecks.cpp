@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include "BrimbleCore/Support/XID.h"
+#include "cli/OptionValues.h"
 #include "cli/UsageErrors.h"
 
 namespace brimble::cli {
@@ -80,15 +81,20 @@ CLI::Validator windowID() {
 }
 
 CLI::Validator oneOf(std::string kind, std::vector<std::string> names) {
-  return {[kind = std::move(kind), names = std::move(names)](std::string& text) -> std::string {
-            if (std::find(names.begin(), names.end(), text) != names.end()) {
-              return {};
-            }
-            const auto nearest = nearestName(text, names);
-            return "unknown " + kind + " '" + text + "' (use " + joinedWithOr(names) + ")" +
-                   (nearest ? "; did you mean '" + *nearest + "'?" : "");
-          },
-          ""};
+  std::string mark = wordsMark(names);
+  CLI::Validator validator{
+      [kind = std::move(kind), names = std::move(names)](std::string& text) -> std::string {
+        if (std::find(names.begin(), names.end(), text) != names.end()) {
+          return {};
+        }
+        const auto nearest = nearestName(text, names);
+        return "unknown " + kind + " '" + text + "' (use " + joinedWithOr(names) + ")" +
+               (nearest ? "; did you mean '" + *nearest + "'?" : "");
+      },
+      ""};
+  // The completions offer the same names.
+  validator.name(std::move(mark));
+  return validator;
 }
 
 }  // namespace brimble::cli

@@ -25,7 +25,7 @@ CLI::Validator secondsUpTo(double max);
 CLI::Validator windowID();
 
 /// One of `names` (what they are is `kind`, "host" for example): "unknown host 'curser' (use a,
-/// b or c); did you mean 'cursor'?".
+/// b or c); did you mean 'cursor'?". The shell completions offer the same names.
 CLI::Validator oneOf(std::string kind, std::vector<std::string> names);
 
 }  // namespace brimble::cli

@@ -20,6 +20,7 @@
 #include "BrimbleCore/Support/Cancellation.h"
 #include "cli/AnimationOutput.h"
 #include "cli/OptionChecks.h"
+#include "cli/OptionValues.h"
 #include "cli/ProgressBar.h"
 
 namespace brimble::cli {
@@ -147,7 +148,9 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
   CLI::App* command = app.add_subcommand("process",
                                          "Trim, crop, resize, change the speed of, and re-encode "
                                          "an animated GIF (as GIF, WebP, APNG or MP4)");
-  command->add_option("input", options->input, "The GIF to process")->required();
+  command->add_option("input", options->input, "The GIF to process")
+      ->check(fileValue())
+      ->required();
   command->add_option("-o,--output", options->output,
                       "The file to write (default: INPUT.processed.gif beside the input)");
   command
@@ -167,6 +170,7 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
   command
       ->add_option("--palette", options->palette,
                    "auto, global or perFrame (GIF without frame diffing)")
+      ->check(valuesFrom({"auto", "global", "perFrame"}))
       ->capture_default_str();
   command->add_flag("--frame-diffing,!--no-frame-diffing", options->frameDiffing,
                     "Store only the pixels that changed (GIF; default on)");
@@ -176,6 +180,7 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
       ->add_option("--idle-strategy", options->idleStrategy,
                    "Pauses longer than the idle threshold: cut (to a short beat), ramp (play "
                    "them fast) or fade (cut with a dip to black); default: kept")
+      ->check(valuesFrom({"cut", "ramp", "fade"}))
       ->type_name("STRATEGY");
   command
       ->add_option("--idle-threshold", options->idleThreshold,
@@ -183,7 +188,8 @@ Command addProcessCommand(CLI::App& app, Interrupts& interrupts) {
       ->check(numberIn(0, 3600))
       ->type_name("S")
       ->capture_default_str();
-  command->add_option("--format", options->format, "gif, webp, apng or mp4 (default: from -o)");
+  command->add_option("--format", options->format, "gif, webp, apng or mp4 (default: from -o)")
+      ->check(valuesFrom({"gif", "webp", "apng", "mp4"}));
   addVideoOptions(*command, options->video);
   return {command, [options, &interrupts] {
             try {

@@ -15,41 +15,6 @@ namespace {
 
 constexpr int kJSONIndent = 2;
 
-// An editor snippet as plain text: tab stops become their placeholders, choice lists their
-// choices joined by "|", and "\$" a dollar sign.
-std::string snippetExample(const std::string& snippet) {
-  std::string text;
-  for (std::size_t i = 0; i < snippet.size(); ++i) {
-    if (snippet.compare(i, 2, "\\$") == 0) {
-      text += '$';
-      ++i;
-      continue;
-    }
-    if (snippet.compare(i, 2, "${") == 0) {
-      const std::size_t close = snippet.find('}', i);
-      std::size_t body = i + 2;
-      while (body < close && snippet[body] >= '0' && snippet[body] <= '9') {
-        ++body;
-      }
-      if (close != std::string::npos && body < close) {
-        if (snippet[body] == ':') {
-          text += snippet.substr(body + 1, close - body - 1);
-        } else if (snippet[body] == '|' && close >= 1 && snippet[close - 1] == '|') {
-          std::string choices = snippet.substr(body + 1, close - body - 2);
-          for (char& c : choices) {
-            c = c == ',' ? '|' : c;
-          }
-          text += choices;
-        }
-        i = close;
-        continue;
-      }
-    }
-    text += snippet[i];
-  }
-  return text;
-}
-
 int runCommands(bool json) {
   const ScriptCommandManifest& manifest = commandManifest();
   if (json) {
@@ -87,6 +52,39 @@ int runSettings(bool json) {
 }
 
 }  // namespace
+
+std::string snippetExample(const std::string& snippet) {
+  std::string text;
+  for (std::size_t i = 0; i < snippet.size(); ++i) {
+    if (snippet.compare(i, 2, "\\$") == 0) {
+      text += '$';
+      ++i;
+      continue;
+    }
+    if (snippet.compare(i, 2, "${") == 0) {
+      const std::size_t close = snippet.find('}', i);
+      std::size_t body = i + 2;
+      while (body < close && snippet[body] >= '0' && snippet[body] <= '9') {
+        ++body;
+      }
+      if (close != std::string::npos && body < close) {
+        if (snippet[body] == ':') {
+          text += snippet.substr(body + 1, close - body - 1);
+        } else if (snippet[body] == '|' && close >= 1 && snippet[close - 1] == '|') {
+          std::string choices = snippet.substr(body + 1, close - body - 2);
+          for (char& c : choices) {
+            c = c == ',' ? '|' : c;
+          }
+          text += choices;
+        }
+        i = close;
+        continue;
+      }
+    }
+    text += snippet[i];
+  }
+  return text;
+}
 
 Command addCommandsCommand(CLI::App& app) {
   auto json = std::make_shared<bool>(false);

@@ -1,8 +1,14 @@
 #pragma once
 
+#include <string>
+
 #include "cli/Command.h"
 
 namespace brimble::cli {
+
+/// An editor snippet as plain text, for people: tab stops become their placeholders, choice lists
+/// their choices joined by "|", and "\$" a dollar sign.
+std::string snippetExample(const std::string& snippet);
 
 /// `brimble commands [--json]`: the script commands, as a list or as the command manifest.
 Command addCommandsCommand(CLI::App& app);

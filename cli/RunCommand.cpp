@@ -28,6 +28,7 @@
 #include "BrimbleCore/Support/Cancellation.h"
 #include "cli/AnimationOutput.h"
 #include "cli/CommandDesktop.h"
+#include "cli/OptionValues.h"
 #include "cli/ProgressBar.h"
 #include "cli/ScriptSource.h"
 
@@ -244,11 +245,13 @@ Command addRunCommand(CLI::App& app, Interrupts& interrupts) {
       ->add_option("script", options->script,
                    "The script: a file, - for standard input, or the name of one in "
                    "$BRIMBLE_SCRIPT_DIR (default ~/.brimble/scripts)")
+      ->check(scriptFileValue())
       ->required();
   command
       ->add_option("-o,--output", options->output,
                    "Write here instead of the script's output setting; the extension picks the "
                    "format (.gif, .webp, .png, .mp4)")
+      ->check(fileValue())
       ->type_name("OUT");
   command->add_flag("--preview", options->preview,
                     "A quick, small render: 10 fps and at most 400 pixels wide");
@@ -261,6 +264,7 @@ Command addRunCommand(CLI::App& app, Interrupts& interrupts) {
       ->add_option("--timeline", options->timeline,
                    "Also write what happens when in the output, as JSON: each instruction, "
                    "chapter, caption, keystroke and click at its time in the output")
+      ->check(fileValue())
       ->type_name("FILE");
   command->add_flag("--private-sound-server", options->privateSoundServer,
                     "Start a private PulseAudio server with a silent output for the script's "

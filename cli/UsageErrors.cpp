@@ -34,6 +34,9 @@ std::string commandPath(const CLI::App* app) {
 std::vector<std::string> subcommandNames(CLI::App& app) {
   std::vector<std::string> names;
   for (const CLI::App* sub : app.get_subcommands([](CLI::App*) { return true; })) {
+    if (sub->get_group().empty()) {
+      continue;  // hidden: never suggested
+    }
     names.push_back(sub->get_name());
   }
   return names;

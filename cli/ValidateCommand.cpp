@@ -9,6 +9,7 @@
 
 #include "BrimbleCore/Scripting/ScriptError.h"
 #include "BrimbleCore/Scripting/ScriptValidation.h"
+#include "cli/OptionValues.h"
 #include "cli/ScriptSource.h"
 
 namespace brimble::cli {
@@ -42,7 +43,9 @@ Command addValidateCommand(CLI::App& app) {
       "validate",
       "Check a .brim script or a .tape file without running it: errors, warnings and a "
       "summary");
-  command->add_option("file", *file, "The script to check, or - for standard input")->required();
+  command->add_option("file", *file, "The script to check, or - for standard input")
+      ->check(scriptFileValue())
+      ->required();
   return {command, [file] { return runValidate(*file); }};
 }
 

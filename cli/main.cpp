@@ -13,25 +13,12 @@
 #include "BrimbleCore/Encoding/OutputPath.h"
 #include "BrimbleCore/Support/Log.h"
 #include "BrimbleCore/Support/Version.h"
-#include "cli/BrowserCommands.h"
-#include "cli/CaptureCommands.h"
 #include "cli/Command.h"
+#include "cli/CommandTable.h"
 #include "cli/DisplayCommand.h"
-#include "cli/DoctorCommands.h"
-#include "cli/EncodeCommand.h"
-#include "cli/InputCommand.h"
 #include "cli/Interrupts.h"
-#include "cli/MCPInstallCommands.h"
-#include "cli/MCPServerCommand.h"
-#include "cli/ProcessCommand.h"
-#include "cli/ReferenceCommands.h"
-#include "cli/RunCommand.h"
-#include "cli/StatsCommand.h"
-#include "cli/UpdateCheckCommand.h"
 #include "cli/UsageCounting.h"
 #include "cli/UsageErrors.h"
-#include "cli/ValidateCommand.h"
-#include "cli/WindowCommands.h"
 
 namespace {
 
@@ -76,36 +63,9 @@ int main(int argc, char** argv) {
   survivePipeReadersLeaving();
   Interrupts interrupts;  // watches Ctrl-C for the commands that ask it to
 
-  CLI::App app{"Brimble turns screen activity into animated GIFs, WebP and APNG.", "brimble"};
-  app.set_version_flag("--version", std::string("brimble ") + brimble::kVersion);
-  app.require_subcommand(1);
+  CLI::App app;
   bool verbose = false;
-  app.add_flag("--verbose", verbose,
-               "Say more of what is happening on standard error (the log always has it)");
-
-  const std::vector<Command> commands = {
-      addEncodeCommand(app, interrupts),
-      addProcessCommand(app, interrupts),
-      addRunCommand(app, interrupts),
-      addValidateCommand(app),
-      addCommandsCommand(app),
-      addSettingsCommand(app),
-      addMCPServerCommand(app),
-      addMCPInstallCommand(app),
-      addMCPUninstallCommand(app),
-      addMCPStatusCommand(app),
-      addDisplayCommand(app),
-      addInspectCommand(app),
-      addRecordCommand(app, interrupts),
-      addStillCommand(app),
-      addWindowsCommand(app),
-      addWindowCommand(app),
-      addInputCommand(app, interrupts),
-      addDoctorCommand(app),
-      addReportCommand(app),
-      addStatsCommand(app),
-      addUpdateCheckCommand(app),
-  };
+  const std::vector<Command> commands = addBrimbleCommands(app, interrupts, verbose);
 
   // Hidden: the docs' checker asks whether a documented command line still parses (its command,
   // its options and the values they take) without running it, for commands that need a desktop.

@@ -49,8 +49,12 @@ everything_else=(
   # the desktop application (and a Qt test application for element targets), as an X11 or a
   # Wayland client; wl-clipboard reads its clipboard back in the Wayland tests
   qt6-base-dev qt6-qpa-plugins qt6-wayland wl-clipboard
-  # tests and benchmarks; python3-yaml reads the CI action and workflows
+  # tests and benchmarks; python3-yaml reads the CI action and workflows; the shells and man tools
+  # the completions and manual pages are tried in
   libgtest-dev libgmock-dev libbenchmark-dev ffmpeg imagemagick webp giflib-tools time python3-yaml
+  zsh fish man-db groff-base
+  # packages: dpkg-shlibdeps finds the libraries the binaries link
+  dpkg-dev file
   # MCP tests: the SDK client runs on node; the shim's install-help responder on python3
   nodejs python3
 )

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the packages `make package` built as a user would (apt-get install ./brimble_*.deb),
 # runs an example from /usr/bin in a fresh HOME, reads the man page and the completions, then
-# removes the packages and checks that nothing they installed is left. Changes the system: run it
-# as root on a machine where Brimble is not installed from a package already.
+# removes the packages and checks that nothing they installed is left. Changes the system (through
+# sudo when not run as root): for a machine where Brimble is not installed from a package already.
 set -euo pipefail
 build=${1:-build}
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -24,16 +24,20 @@ for package in brimble brimble-app; do
 done
 packages=("./${cli[0]}" "${app[@]/#/./}")
 version=$(dpkg-deb -f "${cli[0]}" Version)
+sudo=()
+if ((EUID != 0)); then
+  sudo=(sudo)
+fi
 
 work=$(mktemp -d)
 cleanup() {
-  apt-get remove -y -qq brimble-app brimble >/dev/null 2>&1 || true
+  "${sudo[@]}" apt-get remove -y -qq brimble-app brimble >/dev/null 2>&1 || true
   rm -rf "$work"
 }
 trap cleanup EXIT
 
 echo "check-package: installing ${packages[*]}"
-DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${packages[@]}" >/dev/null
+"${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "${packages[@]}" >/dev/null
 installed=$(dpkg -L brimble; ((${#app[@]})) && dpkg -L brimble-app)
 
 # The installed programs, with nothing of the build tree on PATH and a HOME that has never seen
@@ -55,10 +59,16 @@ if ((${#app[@]})); then
   grep -qx 'Exec="/usr/bin/brimble-app"' "$entry" || fail "$entry does not start /usr/bin/brimble-app"
 fi
 man -w brimble >/dev/null 2>&1 || fail "man brimble finds no page"
-[[ -f /usr/share/bash-completion/completions/brimble ]] || fail "no bash completion installed"
+run man -P cat brimble 2>/dev/null | grep -q "brimble run" || fail "man brimble does not show the run command"
+# Bash loads a command's completion from where the package puts it, on the first <TAB>.
+offered=$(run bash -c 'source /usr/share/bash-completion/completions/brimble
+  COMP_WORDS=(brimble re); COMP_CWORD=1; COMP_LINE="brimble re"; COMP_POINT=${#COMP_LINE}
+  _brimble brimble re brimble; printf "%s\n" "${COMPREPLY[@]}"')
+grep -qx record <<<"$offered" && grep -qx report <<<"$offered" ||
+  fail "bash completes 'brimble re' to: $(echo $offered)"
 
 echo "check-package: removing"
-DEBIAN_FRONTEND=noninteractive apt-get remove -y -qq brimble-app brimble >/dev/null
+"${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get remove -y -qq brimble-app brimble >/dev/null
 left=()
 while read -r path; do
   [[ -z "$path" || "$path" == "/." ]] && continue

@@ -6,13 +6,9 @@
 set -uo pipefail
 
 source_dir=$(realpath -e "${1:?the source folder}") || exit 1
-: "${BRIMBLE:?the path of brimble}"
-export BRIMBLE
-tmp=$(mktemp -d) || exit 1
-trap 'rm -rf -- "$tmp"' EXIT
-export HOME=$tmp/home XDG_STATE_HOME=$tmp/state XDG_CONFIG_HOME=$tmp/config
-unset DISPLAY WAYLAND_DISPLAY
-mkdir -p "$HOME" "$tmp/runner"
+# shellcheck source=tests/ci/sandbox.sh
+source "$(dirname "$0")/sandbox.sh"
+mkdir -p "$tmp/runner"
 
 failures=0
 fail() {

@@ -6,13 +6,8 @@
 set -uo pipefail
 
 render_all=$(realpath -e "${1:?the path of brimble-render-all}") || exit 1
-: "${BRIMBLE:?the path of brimble}"
-export BRIMBLE
-tmp=$(mktemp -d) || exit 1
-trap 'rm -rf -- "$tmp"' EXIT
-export HOME=$tmp/home XDG_STATE_HOME=$tmp/state XDG_CONFIG_HOME=$tmp/config
-unset DISPLAY WAYLAND_DISPLAY
-mkdir -p "$HOME"
+# shellcheck source=tests/ci/sandbox.sh
+source "$(dirname "$0")/sandbox.sh"
 
 failures=0
 status=0

@@ -62,6 +62,14 @@ struct CompletionFolder {
   }
 };
 
+// What `brimble re<TAB>` must offer in every shell: record and report, and nothing else that
+// does not start with "re".
+void expectTheCommandsStartingWithRe(const Offers& re) {
+  EXPECT_TRUE(re.contains("record") && re.contains("report")) << ::testing::PrintToString(re);
+  EXPECT_TRUE(std::all_of(re.begin(), re.end(), [](const auto& w) { return w.starts_with("re"); }))
+      << ::testing::PrintToString(re);
+}
+
 TEST(BrimbleCompletion, BashCompletesCommandsOptionsValuesAndScriptFiles) {
   const CompletionFolder folder;
   const std::string script = folder.script("bash");
@@ -83,10 +91,7 @@ TEST(BrimbleCompletion, BashCompletesCommandsOptionsValuesAndScriptFiles) {
     return linesOf(result.output);
   };
 
-  const Offers re = offers("brimble re");
-  EXPECT_TRUE(re.contains("record") && re.contains("report")) << ::testing::PrintToString(re);
-  EXPECT_TRUE(std::all_of(re.begin(), re.end(), [](const auto& w) { return w.starts_with("re"); }))
-      << ::testing::PrintToString(re);
+  expectTheCommandsStartingWithRe(offers("brimble re"));
   EXPECT_EQ(offers("brimble run ''"), (Offers{"demo.brim", "intro.tape", "scripts", "home"}));
   EXPECT_EQ(offers("brimble validate d"), (Offers{"demo.brim"}));
 
@@ -118,10 +123,7 @@ TEST(BrimbleCompletion, FishAndZshOfferWhatBashOffers) {
     EXPECT_EQ(result.exitCode, 0) << result.output;
     return linesOf(result.output);
   };
-  const Offers re = offers("brimble re");
-  EXPECT_TRUE(re.contains("record") && re.contains("report")) << ::testing::PrintToString(re);
-  EXPECT_TRUE(std::all_of(re.begin(), re.end(), [](const auto& w) { return w.starts_with("re"); }))
-      << ::testing::PrintToString(re);
+  expectTheCommandsStartingWithRe(offers("brimble re"));
   EXPECT_EQ(offers("brimble run "), (Offers{"demo.brim", "intro.tape", "scripts/", "home/"}));
   EXPECT_EQ(offers("brimble encode --palette "), (Offers{"auto", "global", "perFrame"}));
   EXPECT_TRUE(offers("brimble run --").contains("--timeline"));

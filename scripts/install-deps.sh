@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages Brimble needs to build, test and run, and nothing else: with `demo`,
-# only what the command line needs to build and to run a script in its own display.
+# only what the command line needs to build and to run a script in its own display; with
+# `scripts`, also the programs scripts may start (a browser, OCR, the accessibility bus, fonts).
 # Idempotent: when everything is present it changes nothing and never touches the network.
 set -euo pipefail
 
@@ -24,21 +25,27 @@ command_line=(
   libpipewire-0.3-dev libglib2.0-dev
 )
 
-# What the rest needs: the desktop app, the tests and benchmarks, and what scripts may start.
-everything_else=(
-  # a compiler cache for rebuilds, and clang for the fuzzers
-  ccache clang-14 libclang-rt-14-dev
+# What scripts may start besides a terminal: the example scripts, and what users' scripts use.
+script_programs=(
   # OCR that finds a command's output on recorded frames
   tesseract-ocr tesseract-ocr-eng
   # title cards in any script, and emoji: fallback Chinese and Japanese, Korean, colour emoji
   fonts-droid-fallback fonts-nanum fonts-noto-color-emoji
   # pages in the browser: Chromium over the DevTools protocol, and fonts for pages
   chromium fonts-liberation
-  # the example scripts: a git repository in a terminal
-  git
-  # element targets in native applications: the AT-SPI bus, and GTK dialogs and widgets to test
-  # against, with an independent reader of the bus (python3-gi's AT-SPI bindings)
-  at-spi2-core zenity gtk-3-examples gir1.2-atspi-2.0
+  # the example scripts: a git repository in a terminal, a GTK form
+  git zenity
+  # element targets in native applications: the AT-SPI bus
+  at-spi2-core
+)
+
+# What the rest needs: the desktop app, the tests and benchmarks, packaging and fuzzing.
+everything_else=(
+  # a compiler cache for rebuilds, and clang for the fuzzers
+  ccache clang-14 libclang-rt-14-dev
+  # GTK widgets to test element targets against, with an independent reader of the bus
+  # (python3-gi's AT-SPI bindings)
+  gtk-3-examples gir1.2-atspi-2.0
   # the desktop's sound server, and a private one for tests
   pulseaudio pulseaudio-utils
   # a headless GNOME session (mutter, PipeWire, the GNOME portals) and D-Bus bindings for its
@@ -61,9 +68,10 @@ everything_else=(
 
 case "${1:-all}" in
   demo) packages=("${command_line[@]}") ;;
-  all) packages=("${command_line[@]}" "${everything_else[@]}") ;;
+  scripts) packages=("${command_line[@]}" "${script_programs[@]}") ;;
+  all) packages=("${command_line[@]}" "${script_programs[@]}" "${everything_else[@]}") ;;
   *)
-    echo "usage: install-deps.sh [demo|all]" >&2
+    echo "usage: install-deps.sh [demo|scripts|all]" >&2
     exit 2
     ;;
 esac

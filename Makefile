@@ -8,7 +8,7 @@ JOBS      ?= $(shell nproc)
 CMAKE_GEN := -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBRIMBLE_UNITY_BUILD=ON \
   "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O2 -g1 -DNDEBUG"
 
-.PHONY: deps configure build test sanitize cli demo readme-gif package package-check bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-app bench-script bench-tape bench-peers bench-video fuzz format clean
+.PHONY: deps configure build test sanitize-build sanitize cli demo readme-gif package package-check bench-build bench bench-memory bench-capture bench-memory-effects bench-mcp bench-accessibility bench-app bench-script bench-tape bench-peers bench-video fuzz format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -36,19 +36,22 @@ test: build
 # unoptimized, the encoder's loops ran the encoding tests thirty times slower than the plain build,
 # which cost CI more than anything else. Left out:
 # - the example scripts and the README's GIF (each renders a whole recording, and the BrimbleRun
-#   tests drive the same engine and render path), and the CI recipe's scripts (the same runs);
+#   tests drive the same engine and render path), and the checks of the docs' commands and the CI
+#   recipe's scripts (the same commands and runs);
 # - the test of typing pace: a timing, which the sanitizers only slow;
 # - the two tests that measure how much memory a long process takes (the sanitizers' own memory is
 #   all they would measure; smaller process tests run the same streaming code here);
 # - the desktop app, and the commands run in a GNOME session end to end: they spend their time
 #   waiting on GNOME and on windows, the app's engine is the core's, tested here, and without the
 #   app the sanitizers' build takes minutes less.
-SANITIZE_EXCLUDE := -E '^Examples/|^DocsCommands\.ReadmeGifRenders|^CIRecipe\.|^BrimbleRun\.TypingKeepsThePace|^BrimbleProcess\.(AMinuteOfFullHD|AHugeLogicalScreen)|^(BrimbleOnWayland|BrimbleWindowOnWayland|BrimbleMCPWayland)\.'
-sanitize: deps
+SANITIZE_EXCLUDE := -E '^Examples/|^DocsCommands\.|^CIRecipe\.|^BrimbleRun\.TypingKeepsThePace|^BrimbleProcess\.(AMinuteOfFullHD|AHugeLogicalScreen)|^(BrimbleOnWayland|BrimbleWindowOnWayland|BrimbleMCPWayland)\.'
+sanitize-build: deps
 	@test -f build-asan/build.ninja || cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=Debug \
 	  "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -g1" "-DCMAKE_C_FLAGS_DEBUG=-O1 -g1" -DBRIMBLE_WERROR=ON \
 	  -DBRIMBLE_SANITIZE=ON -DBRIMBLE_UNITY_BUILD=ON -DBRIMBLE_BUILD_APP=OFF
 	cmake --build build-asan -j $(JOBS)
+
+sanitize: sanitize-build
 	ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 	  LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp \
 	  ctest --test-dir build-asan $(CTEST_FLAGS) $(SANITIZE_EXCLUDE)

@@ -147,6 +147,30 @@ std::string bashWords(const std::vector<std::string>& words) {
   return "_brimble_words " + shellQuoted(joined(words));
 }
 
+// The rest of the loop over the words before the cursor, and what follows it, which bash and zsh
+// read alike: skip options' values on the way to the command the words name, then offer the
+// values of an option, the command's options, or what comes after the command. `current` is the
+// word being completed; `done` ends the function.
+std::string walkThenOffer(const CommandOutline& root, const ShellActions& actions,
+                          const std::vector<CaseArm>& optionArms,
+                          const std::vector<CaseArm>& nextArms, const std::string& current,
+                          const std::string& done) {
+  return "    # An option's value, unless the option takes one only if given (record --display).\n"
+         "    if [[ -n $expects && $word != -* ]]; then\n"
+         "      expects=\n"
+         "      continue\n"
+         "    fi\n"
+         "    expects=\n" +
+         walkArms(root, "    ") +
+         "  done\n"
+         "  if [[ -n $expects ]]; then\n" +
+         valueArms(root, actions, "    ") + "    " + done + "\n" +
+         "  fi\n"
+         "  if [[ " +
+         current + " == -* ]]; then\n" + caseStatement("$command", optionArms, "    ") + "    " +
+         done + "\n" + "  fi\n" + caseStatement("$command", nextArms, "  ");
+}
+
 std::string bashScript(const CommandOutline& root) {
   const ShellActions actions{bashWords, "_brimble_files", "_brimble_scripts"};
   std::vector<CaseArm> optionArms;
@@ -189,24 +213,8 @@ std::string bashScript(const CommandOutline& root) {
          "  [[ $cur == = ]] && cur=\n"
          "  for ((i = 1; i < COMP_CWORD; i++)); do\n"
          "    word=${COMP_WORDS[i]}\n"
-         "    [[ $word == = ]] && continue\n"
-         "    # An option's value, unless the option takes one only if given (record --display).\n"
-         "    if [[ -n $expects && $word != -* ]]; then\n"
-         "      expects=\n"
-         "      continue\n"
-         "    fi\n"
-         "    expects=\n" +
-         walkArms(root, "    ") +
-         "  done\n"
-         "  if [[ -n $expects ]]; then\n" +
-         valueArms(root, actions, "    ") +
-         "    return 0\n"
-         "  fi\n"
-         "  if [[ $cur == -* ]]; then\n" +
-         caseStatement("$command", optionArms, "    ") +
-         "    return 0\n"
-         "  fi\n" +
-         caseStatement("$command", nextArms, "  ") +
+         "    [[ $word == = ]] && continue\n" +
+         walkThenOffer(root, actions, optionArms, nextArms, "$cur", "return 0") +
          "}\n"
          "\n"
          "complete -F _brimble brimble\n";
@@ -264,24 +272,8 @@ std::string zshScript(const CommandOutline& root) {
          "  local command=brimble expects= word i\n"
          "  local -a described\n"
          "  for ((i = 2; i < CURRENT; i++)); do\n"
-         "    word=${words[i]}\n"
-         "    # An option's value, unless the option takes one only if given (record --display).\n"
-         "    if [[ -n $expects && $word != -* ]]; then\n"
-         "      expects=\n"
-         "      continue\n"
-         "    fi\n"
-         "    expects=\n" +
-         walkArms(root, "    ") +
-         "  done\n"
-         "  if [[ -n $expects ]]; then\n" +
-         valueArms(root, actions, "    ") +
-         "    return\n"
-         "  fi\n"
-         "  if [[ ${words[CURRENT]} == -* ]]; then\n" +
-         caseStatement("$command", optionArms, "    ") +
-         "    return\n"
-         "  fi\n" +
-         caseStatement("$command", nextArms, "  ") +
+         "    word=${words[i]}\n" +
+         walkThenOffer(root, actions, optionArms, nextArms, "${words[CURRENT]}", "return") +
          "}\n"
          "\n"
          "if [[ ${zsh_eval_context[-1]} == loadautofunc ]]; then\n"
